@@ -1,0 +1,151 @@
+#include "base/xp_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <system_error>
+#include <utility>
+
+namespace tarn {
+namespace {
+
+// The kernel transfers at most 0x7ffff000 bytes a call; a smaller round step keeps Ctrl-C prompt.
+constexpr uint64_t kMaxTransfer = uint64_t{1} << 30;
+
+bool fits_offset(uint64_t offset, uint64_t size) {
+    const auto limit = static_cast<uint64_t>(std::numeric_limits<off_t>::max());
+    return offset <= limit && size <= limit - offset;
+}
+
+// Repeats `step` (as read or write: bytes done, 0 at the end, -1 with errno) until `size` is done.
+template <typename Step>
+int transfer(uint64_t size, uint64_t* done, Step step) {
+    *done = 0;
+    while (*done < size) {
+        const ssize_t n = step(*done, static_cast<size_t>(std::min(size - *done, kMaxTransfer)));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return errno;
+        if (n == 0) return 0;
+        *done += static_cast<uint64_t>(n);
+    }
+    return 0;
+}
+
+}  // namespace
+
+XpFile::~XpFile() {
+    Close();
+}
+
+XpFile::XpFile(XpFile&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+
+XpFile& XpFile::operator=(XpFile&& other) noexcept {
+    if (this != &other) {
+        Close();
+        m_descriptor = std::exchange(other.m_descriptor, -1);
+    }
+    return *this;
+}
+
+int XpFile::Open(const std::string& path, Mode mode) {
+    Close();
+    int flags = O_CLOEXEC;
+    switch (mode) {
+        // O_NONBLOCK: a named pipe without a writer must not hang the caller; it has no effect on
+        // ordinary files.
+        case Mode::kRead:
+            flags |= O_RDONLY | O_NONBLOCK;
+            break;
+        case Mode::kCreateNew:
+            flags |= O_RDWR | O_CREAT | O_EXCL;
+            break;
+        case Mode::kReadWrite:
+            flags |= O_RDWR;
+            break;
+    }
+    int descriptor;
+    do {
+        descriptor = open(path.c_str(), flags, 0666);
+    } while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0) return errno;
+
+    struct stat info {};
+    int error = 0;
+    if (fstat(descriptor, &info) != 0) {
+        error = errno;
+    } else if (S_ISDIR(info.st_mode)) {
+        error = EISDIR;
+    } else if (!S_ISREG(info.st_mode) && !S_ISBLK(info.st_mode)) {
+        error = ESPIPE;  // a pipe or a terminal can't be moved about in
+    }
+    if (error != 0) {
+        close(descriptor);
+        return error;
+    }
+    m_descriptor = descriptor;
+    return 0;
+}
+
+int XpFile::Close() {
+    if (m_descriptor < 0) return 0;
+    // After EINTR the descriptor is gone on Linux: closing again could close somebody else's.
+    const int result = close(std::exchange(m_descriptor, -1));
+    return result != 0 && errno != EINTR ? errno : 0;
+}
+
+int XpFile::Read(void* buffer, uint64_t size, uint64_t* done) {
+    auto* bytes = static_cast<uint8_t*>(buffer);
+    return transfer(size, done,
+                    [&](uint64_t at, size_t n) { return read(m_descriptor, bytes + at, n); });
+}
+
+int XpFile::ReadAt(uint64_t offset, void* buffer, uint64_t size, uint64_t* done) {
+    *done = 0;
+    if (!fits_offset(offset, size)) return EOVERFLOW;
+    auto* bytes = static_cast<uint8_t*>(buffer);
+    return transfer(size, done, [&](uint64_t at, size_t n) {
+        return pread(m_descriptor, bytes + at, n, static_cast<off_t>(offset + at));
+    });
+}
+
+int XpFile::Write(const void* data, uint64_t size, uint64_t* done) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    const int error = transfer(
+        size, done, [&](uint64_t at, size_t n) { return write(m_descriptor, bytes + at, n); });
+    return error == 0 && *done != size ? EIO : error;
+}
+
+int XpFile::Seek(int64_t offset, Origin origin, uint64_t* position) {
+    const int whence = origin == Origin::kStart     ? SEEK_SET
+                       : origin == Origin::kCurrent ? SEEK_CUR
+                                                    : SEEK_END;
+    const off_t result = lseek(m_descriptor, offset, whence);
+    if (result < 0) return errno;
+    if (position) *position = static_cast<uint64_t>(result);
+    return 0;
+}
+
+int XpFile::GetLength(uint64_t* length) const {
+    struct stat info {};
+    if (fstat(m_descriptor, &info) != 0) return errno;
+    *length = static_cast<uint64_t>(info.st_size);
+    return 0;
+}
+
+int XpFile::Sync() {
+    int result;
+    do {
+        result = fsync(m_descriptor);
+    } while (result != 0 && errno == EINTR);
+    return result != 0 ? errno : 0;
+}
+
+std::string XpErrorText(int error) {
+    return std::generic_category().message(error);
+}
+
+}  // namespace tarn

@@ -1,0 +1,53 @@
+// xp_file.h - one open file with 64-bit offsets.
+//
+// Every call answers 0 or the system's error number (errno); nothing throws. A call that a signal
+// interrupts goes on, and a transfer is only short where the file ends. Move only; the destructor
+// closes. One thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tarn {
+
+class XpFile {
+public:
+    enum class Mode {
+        kRead,       // an existing file; a folder is refused with EISDIR
+        kCreateNew,  // read and write; EEXIST where anything has that name already
+        kReadWrite,  // an existing file, read and write
+    };
+    enum class Origin { kStart, kCurrent, kEnd };
+
+    XpFile() = default;
+    ~XpFile();
+    XpFile(XpFile&& other) noexcept;
+    XpFile& operator=(XpFile&& other) noexcept;
+    XpFile(const XpFile&) = delete;
+    XpFile& operator=(const XpFile&) = delete;
+
+    [[nodiscard]] int Open(const std::string& path, Mode mode);
+    bool IsOpen() const { return m_descriptor >= 0; }
+    int Descriptor() const { return m_descriptor; }
+    // Closing may report a write that failed late. The file counts as closed either way.
+    int Close();
+
+    // Bytes transferred go to `done`, also when the call fails. Read answers 0 with fewer bytes
+    // than asked only at the end of the file; Write answers 0 only when all was written.
+    [[nodiscard]] int Read(void* buffer, uint64_t size, uint64_t* done);
+    [[nodiscard]] int ReadAt(uint64_t offset, void* buffer, uint64_t size, uint64_t* done);
+    [[nodiscard]] int Write(const void* data, uint64_t size, uint64_t* done);
+
+    [[nodiscard]] int Seek(int64_t offset, Origin origin, uint64_t* position = nullptr);
+    [[nodiscard]] int GetLength(uint64_t* length) const;
+    // Leaves only when the bytes are on the medium.
+    [[nodiscard]] int Sync();
+
+private:
+    int m_descriptor = -1;
+};
+
+// A text for people: "No space left on device".
+std::string XpErrorText(int error);
+
+}  // namespace tarn

@@ -1,0 +1,20 @@
+// main.cpp - the `tarn` program: parses the command line and leaves the work to the commands.
+#include <CLI/CLI.hpp>
+
+#include "cli/commands.h"
+
+int main(int argc, char** argv) {
+    using namespace tarn;
+    CLI::App app{"Cut, treat and save clips of music performances.", "tarn"};
+    app.set_version_flag("--version", "tarn " TARN_VERSION);
+    app.require_subcommand(1);
+    app.failure_message(CLI::FailureMessage::help);
+
+    int status = kExitDone;
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kExitDone : kExitUsage;
+    }
+    return status;
+}

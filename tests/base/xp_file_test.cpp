@@ -1,0 +1,59 @@
+#include "base/xp_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "support/temp_dir.h"
+
+namespace tarn {
+namespace {
+
+TEST(XpFile, RefusesWhatIsNoFile) {
+    TempDir dir;
+    ASSERT_EQ(mkfifo(dir.Path("pipe").c_str(), 0600), 0);
+    dir.Write("there", "x");
+    const struct {
+        const char* name;
+        std::string path;
+        XpFile::Mode mode;
+        int error;
+    } cases[] = {
+        {"missing", dir.Path("none"), XpFile::Mode::kRead, ENOENT},
+        {"folder", dir.Path(""), XpFile::Mode::kRead, EISDIR},
+        {"pipe without a writer does not hang", dir.Path("pipe"), XpFile::Mode::kRead, ESPIPE},
+        {"new over an existing one", dir.Path("there"), XpFile::Mode::kCreateNew, EEXIST},
+        {"new in a folder that is not there", dir.Path("no/such"), XpFile::Mode::kCreateNew,
+         ENOENT},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        XpFile file;
+        EXPECT_EQ(file.Open(c.path, c.mode), c.error);
+        EXPECT_FALSE(file.IsOpen());
+    }
+    EXPECT_EQ(dir.Read("there"), "x");
+}
+
+TEST(XpFile, ReadsAndWritesPastFourGigabytes) {
+    TempDir dir;
+    XpFile file;
+    ASSERT_EQ(file.Open(dir.Path("big"), XpFile::Mode::kCreateNew), 0);
+    const int64_t far = int64_t{5} << 30;
+    uint64_t done = 0, at = 0;
+    ASSERT_EQ(file.Seek(far, XpFile::Origin::kStart, &at), 0);
+    EXPECT_EQ(at, static_cast<uint64_t>(far));
+    ASSERT_EQ(file.Write("tail", 4, &done), 0);
+    ASSERT_EQ(file.GetLength(&at), 0);
+    EXPECT_EQ(at, static_cast<uint64_t>(far) + 4);
+
+    char text[8] = {};
+    ASSERT_EQ(file.ReadAt(static_cast<uint64_t>(far) + 1, text, 8, &done), 0);
+    EXPECT_EQ(done, 3u) << "short only at the end";
+    EXPECT_STREQ(text, "ail");
+    EXPECT_EQ(file.ReadAt(UINT64_MAX, text, 1, &done), EOVERFLOW);
+}
+
+}  // namespace
+}  // namespace tarn
