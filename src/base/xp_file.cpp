@@ -90,6 +90,11 @@ int XpFile::Open(const std::string& path, Mode mode) {
     return 0;
 }
 
+void XpFile::Adopt(int descriptor) {
+    Close();
+    m_descriptor = descriptor;
+}
+
 int XpFile::Close() {
     if (m_descriptor < 0) return 0;
     // After EINTR the descriptor is gone on Linux: closing again could close somebody else's.

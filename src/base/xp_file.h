@@ -27,6 +27,8 @@ public:
     XpFile& operator=(const XpFile&) = delete;
 
     [[nodiscard]] int Open(const std::string& path, Mode mode);
+    // Takes over an open descriptor; a negative one leaves the file closed.
+    void Adopt(int descriptor);
     bool IsOpen() const { return m_descriptor >= 0; }
     int Descriptor() const { return m_descriptor; }
     // Closing may report a write that failed late. The file counts as closed either way.

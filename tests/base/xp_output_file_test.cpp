@@ -1,0 +1,206 @@
+#include "base/xp_output_file.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "support/temp_dir.h"
+
+namespace tarn {
+namespace {
+
+using Existing = XpOutputFile::Existing;
+
+void WriteText(XpFile& file, const std::string& text) {
+    uint64_t done = 0;
+    ASSERT_EQ(file.Write(text.data(), text.size(), &done), 0);
+}
+
+mode_t ModeOf(const std::string& path) {
+    struct stat info {};
+    EXPECT_EQ(stat(path.c_str(), &info), 0);
+    return info.st_mode & 07777;
+}
+
+TEST(XpOutputFile, AppearsWholeOrNotAtAll) {
+    TempDir dir;
+    {
+        XpOutputFile output;
+        ASSERT_EQ(output.Create(dir.Path("song.mp4")), 0);
+        WriteText(output.File(), "half");
+        EXPECT_FALSE(std::filesystem::exists(dir.Path("song.mp4")));
+        const std::string hidden = std::filesystem::path(output.TemporaryPath()).filename();
+        EXPECT_TRUE(hidden.starts_with(".song.mp4.") && hidden.ends_with(".part")) << hidden;
+    }
+    EXPECT_EQ(dir.FileCount(), 0u) << "without a commit nothing stays";
+
+    const mode_t mask = umask(027);
+    XpOutputFile output;
+    ASSERT_EQ(output.Create(dir.Path("song.wav"), Existing::kRefuse, ".$$$"), 0);
+    umask(mask);
+    EXPECT_TRUE(output.TemporaryPath().ends_with(".$$$"));
+    WriteText(output.File(), "whole");
+    EXPECT_EQ(output.Commit(), 0);
+    EXPECT_EQ(output.Commit(), EBADF);
+    EXPECT_EQ(dir.Read("song.wav"), "whole");
+    EXPECT_EQ(ModeOf(dir.Path("song.wav")), 0640u);
+    EXPECT_EQ(dir.FileCount(), 1u);
+}
+
+TEST(XpOutputFile, NeverReplacesUnasked) {
+    TempDir dir;
+    XpOutputFile output;
+    ASSERT_EQ(output.Create(dir.Path("song.mp4")), 0);
+    WriteText(output.File(), "late");
+    dir.Write("song.mp4", "came first");
+    EXPECT_EQ(output.Commit(), EEXIST);
+    EXPECT_EQ(dir.Read("song.mp4"), "came first");
+    EXPECT_EQ(dir.FileCount(), 1u);
+}
+
+TEST(XpOutputFile, RefusesBeforeAnyWork) {
+    TempDir dir;
+    dir.Write("there", "x");
+    ASSERT_EQ(mkdir(dir.Path("folder").c_str(), 0700), 0);
+    ASSERT_EQ(mkfifo(dir.Path("pipe").c_str(), 0600), 0);
+    ASSERT_EQ(symlink("nowhere", dir.Path("dangling").c_str()), 0);
+    const size_t before = dir.FileCount();
+    const struct {
+        const char* name;
+        std::string target;
+        Existing existing;
+        int error;
+    } cases[] = {
+        {"existing", dir.Path("there"), Existing::kRefuse, EEXIST},
+        {"link to nowhere", dir.Path("dangling"), Existing::kRefuse, EEXIST},
+        {"folder", dir.Path("folder"), Existing::kReplace, EISDIR},
+        {"folder with a slash", dir.Path("folder/"), Existing::kReplace, EISDIR},
+        {"pipe", dir.Path("pipe"), Existing::kReplace, EEXIST},
+        {"no such folder", dir.Path("none/song"), Existing::kRefuse, ENOENT},
+        {"a file as folder", dir.Path("there/song"), Existing::kRefuse, ENOTDIR},
+        {"no name", "", Existing::kReplace, ENOENT},
+        {"name too long", dir.Path(std::string(256, 'n')), Existing::kRefuse, ENAMETOOLONG},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        XpOutputFile output;
+        EXPECT_EQ(output.Create(c.target, c.existing), c.error);
+        EXPECT_FALSE(output.File().IsOpen());
+    }
+    EXPECT_EQ(dir.FileCount(), before);
+}
+
+TEST(XpOutputFile, ReplacesByRename) {
+    TempDir dir;
+    dir.Write("song.wav", "old");
+    ASSERT_EQ(chmod(dir.Path("song.wav").c_str(), 0600), 0);
+    ASSERT_EQ(symlink("song.wav", dir.Path("link.wav").c_str()), 0);
+    XpFile reader;
+    ASSERT_EQ(reader.Open(dir.Path("song.wav"), XpFile::Mode::kRead), 0);
+
+    XpOutputFile output;
+    ASSERT_EQ(output.Create(dir.Path("link.wav"), Existing::kReplace), 0);
+    WriteText(output.File(), "new");
+    EXPECT_EQ(dir.Read("song.wav"), "old");
+    ASSERT_EQ(output.Commit(), 0);
+
+    EXPECT_EQ(dir.Read("song.wav"), "new");
+    EXPECT_TRUE(std::filesystem::is_symlink(dir.Path("link.wav")));
+    EXPECT_EQ(ModeOf(dir.Path("song.wav")), 0600u) << "a private file stays private";
+    char text[4] = {};
+    uint64_t done = 0;
+    ASSERT_EQ(reader.Read(text, 3, &done), 0);
+    EXPECT_STREQ(text, "old") << "whoever plays the old file keeps it";
+}
+
+TEST(XpOutputFile, KeepsToTheLongestNameAndFollowsItsFolder) {
+    TempDir dir;
+    ASSERT_EQ(mkdir(dir.Path("a").c_str(), 0700), 0);
+    // One byte, then 127 letters of two: a plain cut at 240 bytes would split a letter.
+    std::string name = "b";
+    for (int i = 0; i < 127; ++i)
+        name += "\xC3\xA4";
+    XpOutputFile output;
+    ASSERT_EQ(output.Create(dir.Path("a/" + name)), 0);
+    const std::string hidden = std::filesystem::path(output.TemporaryPath()).filename();
+    EXPECT_EQ(hidden.substr(0, 240), "." + name.substr(0, 239));
+    EXPECT_EQ(hidden.size(), 254u);
+    ASSERT_EQ(rename(dir.Path("a").c_str(), dir.Path("b").c_str()), 0);
+    EXPECT_EQ(output.Commit(), 0);
+    EXPECT_TRUE(std::filesystem::exists(dir.Path("b/" + name)));
+}
+
+TEST(XpOutputFile, EveryWayOfRenamingRefusesToReplace) {
+    for (const auto way : {XpRenameWay::kNoReplace, XpRenameWay::kLink, XpRenameWay::kClaim}) {
+        SCOPED_TRACE(static_cast<int>(way));
+        TempDir dir;
+        dir.Write("from", "new");
+        dir.Write("taken", "old");
+        const int folder = open(dir.Path("").c_str(), O_PATH | O_DIRECTORY);
+        EXPECT_EQ(XpRenameNew(folder, "from", "taken", way), EEXIST);
+        EXPECT_EQ(XpRenameNew(folder, "none", "free", way), ENOENT);
+        EXPECT_EQ(dir.FileCount(), 2u);
+        EXPECT_EQ(XpRenameNew(folder, "from", "free", way), 0);
+        close(folder);
+        EXPECT_EQ(dir.Read("free"), "new");
+        EXPECT_EQ(dir.Read("taken"), "old");
+        EXPECT_EQ(dir.FileCount(), 2u);
+    }
+}
+
+// What a killed program left goes with the next save of that target, unless it may still be alive.
+TEST(XpOutputFile, RemovesWhatAKilledSaveLeft) {
+    TempDir dir;
+    const timespec old[2] = {{1000, 0}, {1000, 0}};
+    const auto leave = [&](const std::string& name, bool aged) {
+        dir.Write(name, "half");
+        if (!aged) return;
+        ASSERT_EQ(utimensat(AT_FDCWD, dir.Path(name).c_str(), old, 0), 0);
+    };
+    leave(".song.mp4.abcdefgh.part", true);
+    leave(".song.mp4.bcdefghi.part", false);  // written a moment ago
+    leave(".song.mp4.notes.part", true);      // not of our making
+    leave(".other.mp4.abcdefgh.part", true);  // another target
+    XpOutputFile alive, output;
+    ASSERT_EQ(alive.Create(dir.Path("song.mp4")), 0);
+    ASSERT_EQ(utimensat(AT_FDCWD, alive.TemporaryPath().c_str(), old, 0), 0);
+    ASSERT_EQ(output.Create(dir.Path("song.mp4")), 0);
+
+    EXPECT_FALSE(std::filesystem::exists(dir.Path(".song.mp4.abcdefgh.part")));
+    EXPECT_TRUE(std::filesystem::exists(alive.TemporaryPath()));
+    EXPECT_EQ(dir.FileCount(), 5u);
+}
+
+TEST(XpOutputFile, ReportsWhenThereIsNoRoom) {
+    TempDir dir;
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const auto handler = signal(SIGXFSZ, SIG_IGN);
+    XpOutputFile output;
+    ASSERT_EQ(output.Create(dir.Path("song.mp4")), 0);
+    const rlimit small{4096, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const std::string text(10000, 'x');
+    uint64_t done = 0;
+    const int error = output.File().Write(text.data(), text.size(), &done);
+    setrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, handler);
+    EXPECT_EQ(error, EFBIG);
+    EXPECT_TRUE(XpIsDiskFull(error));
+    EXPECT_EQ(done, 4096u);
+
+    EXPECT_FALSE(XpIsDiskFull(EIO));
+    uint64_t here = 0;
+    EXPECT_EQ(XpFreeSpace(dir.Path("not-there-yet"), &here), 0);
+    EXPECT_GT(here, 0u);
+    EXPECT_EQ(XpFreeSpace(dir.Path("none/song"), &here), ENOENT);
+}
+
+}  // namespace
+}  // namespace tarn
