@@ -84,6 +84,18 @@ Mp4Result mp4_read_descriptor_header_mem(const uint8_t* buffer, uint64_t offset,
     return settle(offset, available, header + length, header, buffer[offset], info);
 }
 
+Mp4Result mp4_read_full_header(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
+                               uint32_t max_version, Mp4Span* rest, uint32_t* version_flags) {
+    if (!host || !file || !rest) return FF4_RET_ARGS;
+    if (payload.size < kFullHead) return FF4_RET_FORMAT;
+    uint8_t head[kFullHead];
+    FF4_TRY(mp4_read_at(host, file, payload.offset, head, sizeof head));
+    if (head[0] > max_version) return FF4_RET_FORMAT;
+    *rest = {payload.offset + kFullHead, payload.size - kFullHead};
+    if (version_flags) *version_flags = get_be32(head);
+    return FF4_RET_OK;
+}
+
 Mp4Result mp4_read_table_header(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
                                 uint32_t max_version, Mp4TableHeader* header) {
     if (!host || !file || !header) return FF4_RET_ARGS;

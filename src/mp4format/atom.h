@@ -59,6 +59,12 @@ Mp4Result mp4_read_small_atom_header_mem(const uint8_t* buffer, uint64_t offset,
 Mp4Result mp4_read_descriptor_header_mem(const uint8_t* buffer, uint64_t offset, uint64_t available,
                                          Mp4AtomInfo* info);
 
+// Reads version and flags. Fewer than 4 bytes or a version above `max_version` is FF4_RET_FORMAT.
+// `rest` is what follows; `version_flags` may be null.
+Mp4Result mp4_read_full_header(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
+                               uint32_t max_version, Mp4Span* rest,
+                               uint32_t* version_flags = nullptr);
+
 // The decoded head of a table atom.
 struct Mp4TableHeader {
     uint32_t version_flags;
