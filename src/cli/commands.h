@@ -13,4 +13,6 @@ namespace tarn {
 
 enum ExitStatus : int { kExitDone = 0, kExitFailed = 1, kExitUsage = 2 };
 
+void AddTreeCommand(CLI::App& app, int* status);
+
 }  // namespace tarn

@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
     app.failure_message(CLI::FailureMessage::help);
 
     int status = kExitDone;
+    AddTreeCommand(app, &status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

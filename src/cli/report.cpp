@@ -1,0 +1,42 @@
+#include "cli/report.h"
+
+#include <cstdio>
+#include <iostream>
+
+#include "cli/commands.h"
+
+namespace tarn {
+
+int Fail(const std::string& file, const std::string& reason) {
+    std::cout.flush();
+    std::cerr << "tarn: " << Printable(file) << ": " << reason << '\n';
+    return kExitFailed;
+}
+
+void PrintJson(const nlohmann::ordered_json& document) {
+    std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+std::string Printable(const std::string& text) {
+    std::string shown = text;
+    for (char& c : shown)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    return shown;
+}
+
+std::string CodeText(uint32_t code) {
+    std::string text;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const auto byte = static_cast<uint8_t>(code >> shift);
+        if (byte >= 0x20 && byte < 0x7F) {
+            text += static_cast<char>(byte);
+            continue;
+        }
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
+        text += escaped;
+    }
+    return text;
+}
+
+}  // namespace tarn

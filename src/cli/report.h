@@ -1,0 +1,23 @@
+// report.h - how the commands speak: one line on standard error for a failure, one JSON document
+// on standard output where it was asked for.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace tarn {
+
+// "tarn: FILE: REASON", and the exit status of a failure.
+int Fail(const std::string& file, const std::string& reason);
+
+// Prints a document of its own line. Texts that are not UTF-8 are shown with replacement
+// characters, never dropped.
+void PrintJson(const nlohmann::ordered_json& document);
+
+// Bytes of a file's own text for a terminal: control characters become '?'.
+std::string Printable(const std::string& text);
+
+// A four-character code as text: "mp4a"; bytes outside the printable range as \xNN.
+std::string CodeText(uint32_t code);
+
+}  // namespace tarn
