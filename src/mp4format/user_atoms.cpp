@@ -8,6 +8,14 @@ namespace {
 constexpr uint64_t kExtendedType = 16;
 constexpr uint32_t kFamily[] = {0x21D24FCE, 0xBB88695C, 0xFAC9C740};
 
+void decode_extended_type(const uint8_t* name, const Mp4Span& payload, Mp4ExtendedType* type) {
+    for (int i = 0; i < 4; ++i)
+        type->words[i] = get_be32(name + 4 * i);
+    type->family = type->words[1] == kFamily[0] && type->words[2] == kFamily[1] &&
+                   type->words[3] == kFamily[2];
+    type->rest = {payload.offset + kExtendedType, payload.size - kExtendedType};
+}
+
 // Reads what an atom of the list says of its items.
 Mp4Result read_items_head(Mp4Host* host, Mp4File* file, Mp4UserAtom* item) {
     constexpr uint64_t kItemCount = 2;
@@ -39,11 +47,15 @@ Mp4Result mp4_read_extended_type(Mp4Host* host, Mp4File* file, const Mp4Span& pa
     if (payload.size < kExtendedType) return FF4_RET_FORMAT;
     uint8_t name[kExtendedType];
     FF4_TRY(mp4_read_at(host, file, payload.offset, name, sizeof name));
-    for (int i = 0; i < 4; ++i)
-        type->words[i] = get_be32(name + 4 * i);
-    type->family = type->words[1] == kFamily[0] && type->words[2] == kFamily[1] &&
-                   type->words[3] == kFamily[2];
-    type->rest = {payload.offset + kExtendedType, payload.size - kExtendedType};
+    decode_extended_type(name, payload, type);
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_read_extended_type_mem(const uint8_t* buffer, const Mp4Span& payload,
+                                     Mp4ExtendedType* type) {
+    if (!buffer || !type) return FF4_RET_ARGS;
+    if (payload.size < kExtendedType) return FF4_RET_FORMAT;
+    decode_extended_type(buffer + payload.offset, payload, type);
     return FF4_RET_OK;
 }
 

@@ -35,6 +35,9 @@ struct Mp4ExtendedType {
 // FF4_RET_FORMAT for a payload below 16 bytes.
 Mp4Result mp4_read_extended_type(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
                                  Mp4ExtendedType* type);
+// The same from memory; spans index `buffer`.
+Mp4Result mp4_read_extended_type_mem(const uint8_t* buffer, const Mp4Span& payload,
+                                     Mp4ExtendedType* type);
 
 constexpr int64_t kNoAtomLimit = -1;
 
