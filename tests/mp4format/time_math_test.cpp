@@ -1,0 +1,86 @@
+#include "mp4format/time_math.h"
+
+#include <gtest/gtest.h>
+
+#include "support/test_host.h"
+
+namespace tarn {
+namespace {
+
+TEST(MulDiv, GoesThrough128Bits) {
+    const struct {
+        const char* name;
+        uint64_t value, mul, div;
+        Mp4Result result;
+        uint64_t out;
+    } cases[] = {
+        {"rounds down", 7, 3, 2, FF4_RET_OK, 10},
+        {"product past 64 bits", UINT64_MAX, 1000, 1000, FF4_RET_OK, UINT64_MAX},
+        {"largest factors", UINT64_MAX, UINT64_MAX, UINT64_MAX, FF4_RET_OK, UINT64_MAX},
+        {"quotient past 64 bits", UINT64_MAX, 2, 1, FF4_RET_OVERFLOW, 77},
+        {"by zero", 1, 1, 0, FF4_RET_ARGS, 77},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        uint64_t out = 77;
+        EXPECT_EQ(mp4_mul_div(c.value, c.mul, c.div, &out), c.result);
+        EXPECT_EQ(out, c.out);
+    }
+}
+
+TEST(Dates, BothWays) {
+    // Seconds by an independent calendar: days from 1904 to 1970 are 24107.
+    const struct {
+        const char* name;
+        Mp4Date date;
+        uint64_t seconds;
+    } cases[] = {
+        {"the epoch", {1904, 1, 1, 0, 0, 0}, 0},
+        {"Unix epoch", {1970, 1, 1, 0, 0, 0}, 2082844800},
+        {"leap day of a century", {2000, 2, 29, 12, 34, 56}, 3034672496},
+        {"end of a leap year", {2004, 12, 31, 23, 59, 59}, 3187382399},
+        {"past 32 bits", {2040, 2, 6, 6, 28, 16}, 4294967296},
+        {"one cycle on", {2304, 1, 1, 0, 0, 0}, 12622780800},
+    };
+    TestHost host;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        uint64_t seconds = 1;
+        EXPECT_EQ(mp4_date_to_seconds(host, c.date, &seconds), FF4_RET_OK);
+        EXPECT_EQ(seconds, c.seconds);
+        Mp4Date date{};
+        EXPECT_EQ(mp4_seconds_to_date(host, c.seconds, &date), FF4_RET_OK);
+        EXPECT_EQ(date.year, c.date.year);
+        EXPECT_EQ(date.month, c.date.month);
+        EXPECT_EQ(date.day, c.date.day);
+        EXPECT_EQ(date.hour * 3600 + date.minute * 60 + date.second,
+                  c.date.hour * 3600 + c.date.minute * 60 + c.date.second);
+    }
+}
+
+TEST(Dates, RefusesWhatIsInNoCalendar) {
+    TestHost host;
+    uint64_t seconds = 0;
+    const Mp4Date bad[] = {
+        {1903, 12, 31, 0, 0, 0}, {2100, 2, 29, 0, 0, 0}, {2001, 2, 29, 0, 0, 0},
+        {2001, 13, 1, 0, 0, 0},  {2001, 0, 1, 0, 0, 0},  {2001, 4, 31, 0, 0, 0},
+        {2001, 4, 0, 0, 0, 0},   {2001, 4, 1, 24, 0, 0}, {2001, 4, 1, 0, 60, 0},
+        {2001, 4, 1, 0, 0, 61},
+    };
+    for (const Mp4Date& date : bad)
+        EXPECT_EQ(mp4_date_to_seconds(host, date, &seconds), FF4_RET_ARGS)
+            << date.year << '-' << date.month << '-' << date.day;
+    const Mp4Date leap_second = {2016, 12, 31, 23, 59, 60};
+    EXPECT_EQ(mp4_date_to_seconds(host, leap_second, &seconds), FF4_RET_OK);
+
+    Mp4Date date{};
+    const Mp4Date last = {65535, 12, 31, 23, 59, 59};
+    ASSERT_EQ(mp4_date_to_seconds(host, last, &seconds), FF4_RET_OK);
+    EXPECT_EQ(mp4_seconds_to_date(host, seconds, &date), FF4_RET_OK);
+    EXPECT_EQ(date.year, 65535);
+    EXPECT_EQ(mp4_seconds_to_date(host, seconds + 1, &date), FF4_RET_OVERFLOW);
+    EXPECT_EQ(mp4_seconds_to_date(host, UINT64_MAX, &date), FF4_RET_OVERFLOW);
+}
+
+}  // namespace
+}  // namespace tarn
