@@ -79,8 +79,8 @@ int XpFile::Open(const std::string& path, Mode mode) {
         error = errno;
     } else if (S_ISDIR(info.st_mode)) {
         error = EISDIR;
-    } else if (!S_ISREG(info.st_mode) && !S_ISBLK(info.st_mode)) {
-        error = ESPIPE;  // a pipe or a terminal can't be moved about in
+    } else if (!S_ISREG(info.st_mode)) {
+        error = ESPIPE;  // pipes and devices can't be moved about in or tell no length
     }
     if (error != 0) {
         close(descriptor);

@@ -13,7 +13,7 @@ namespace tarn {
 class XpFile {
 public:
     enum class Mode {
-        kRead,       // an existing file; a folder is refused with EISDIR
+        kRead,       // an existing file; a folder is EISDIR, a pipe or a device ESPIPE
         kCreateNew,  // read and write; EEXIST where anything has that name already
         kReadWrite,  // an existing file, read and write
     };
