@@ -154,7 +154,8 @@ int XpOutputFile::OpenTemporary(const std::string& suffix) {
     RemoveLeftOvers(prefix, suffix);
 
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const std::string name = prefix + random_part() + suffix;
+        std::string name = prefix;
+        name.append(random_part()).append(suffix);
         const int descriptor =
             openat(m_folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (descriptor < 0 && (errno == EEXIST || errno == EINTR)) continue;
