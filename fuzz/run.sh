@@ -1,0 +1,44 @@
+#!/bin/bash
+# run.sh SECONDS [NAME...] - runs the built fuzz targets, all of them or those named, each for that
+# long. What they learn is kept in build/fuzz/corpus and used next time; an input that breaks one
+# goes to build/fuzz/crashes. Fails when any target did.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+limit=${1:?usage: fuzz/run.sh SECONDS [NAME...]}
+shift
+names=("$@")
+if [ ${#names[@]} -eq 0 ]; then
+    for program in build/fuzz/fuzz/*_fuzz; do
+        [ -x "$program" ] && names+=("$(basename "$program" _fuzz)")
+    done
+fi
+if [ ${#names[@]} -eq 0 ]; then
+    echo "No fuzz targets in build/fuzz/fuzz."
+    exit 0
+fi
+
+mkdir -p build/fuzz/crashes build/fuzz/logs
+failed=()
+for name in "${names[@]}"; do
+    corpus=build/fuzz/corpus/$name
+    mkdir -p "$corpus"
+    folders=("$corpus")
+    [ -d "fuzz/seeds/$name" ] && folders+=("fuzz/seeds/$name")
+    log=build/fuzz/logs/$name.log
+    printf '%-24s ' "$name"
+    # A single input may take 10 s and 2 GiB: far above any honest one.
+    if "build/fuzz/fuzz/${name}_fuzz" -max_total_time="$limit" -timeout=10 -rss_limit_mb=2048 \
+        -artifact_prefix="build/fuzz/crashes/$name-" -print_final_stats=1 \
+        "${folders[@]}" >"$log" 2>&1; then
+        echo "ok, $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") inputs"
+    else
+        echo "FAILED"
+        failed+=("$name")
+        grep -E 'ERROR|SUMMARY|Test unit written' "$log" || tail -n 20 "$log"
+    fi
+done
+if [ ${#failed[@]} -gt 0 ]; then
+    echo "Failed: ${failed[*]} (logs in build/fuzz/logs, inputs in build/fuzz/crashes)" >&2
+    exit 1
+fi
