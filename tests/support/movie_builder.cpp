@@ -169,7 +169,8 @@ Bytes PlaceMedia(std::vector<MovieTrack>* tracks) {
     return media;
 }
 
-// Offsets count from the start of the moof; `media_at` is where its media begin.
+// One description for the whole run. Offsets count from the start of the moof; `media_at` is where
+// its media begin.
 Bytes Traf(const MovieTrack& track, size_t first, size_t last, size_t media_at) {
     TrunFields run{.row_flags = 0xF00, .count = static_cast<uint32_t>(last - first)};
     run.version = 1;
@@ -180,7 +181,11 @@ Bytes Traf(const MovieTrack& track, size_t first, size_t last, size_t media_at) 
              {s.duration, s.size, s.sync ? 0 : kNotSync, static_cast<uint32_t>(s.composition)})
             run.words.push_back(word);
     }
-    return Atom("traf", Tfhd({.track_id = track.id, .more_flags = 0x20000}), Trun(run));
+    return Atom("traf",
+                Tfhd({.track_id = track.id,
+                      .description = track.samples[first].description,
+                      .more_flags = 0x20000}),
+                Trun(run));
 }
 
 // Appends one moof and its mdat for every `step` samples of each track from `first` on, and the
@@ -351,14 +356,16 @@ MovieBuilder RandomMovie(uint64_t seed) {
         for (uint32_t i = 0, n = 1 + below(5); i < n; ++i)
             track.chunks.push_back(1 + below(9));
         if (below(3) == 0) track.edits = {{below(500), -1}, {1 + below(5000), below(9000)}};
-        const bool descriptions = below(4) == 0;
+        const bool descriptions = below(4) == 0 && movie.fragment_samples == 0;
         if (descriptions)
             track.entries = {DefaultEntry(track.handler), DefaultEntry(track.handler)};
         const bool moved = below(2) == 0, uneven = below(3) == 0;
         const uint32_t keys = below(4) * 5, most = track.size_bits == 4 ? 15 : 200;
+        // Many players take no empty samples in fragments.
+        const uint32_t least = movie.fragment_samples ? 1 : 0;
         const uint32_t constant = 1 + below(9), duration = 1 + below(4000);
         for (uint32_t i = 0, n = below(300); i < n; ++i) {
-            MovieSample sample{.size = track.size_bits ? below(most + 1) : constant,
+            MovieSample sample{.size = track.size_bits ? least + below(most) : constant,
                                .duration = uneven ? 1 + below(duration) : duration};
             if (moved) sample.composition = static_cast<int32_t>(below(4) * duration);
             sample.sync = keys == 0 || below(keys) == 0;
