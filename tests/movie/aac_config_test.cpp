@@ -1,0 +1,195 @@
+#include "movie/umc/aac_config.h"
+
+#include <gtest/gtest.h>
+
+namespace tarn::UMC {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+TEST(AacConfig, SaysWhatItSaysAndNoMore) {
+    const struct {
+        const char* name;
+        Bytes bytes;
+        Status status;
+        int32_t object_type, channels, rate, output_rate, frame_length;
+        bool sbr, ps;
+    } cases[] = {
+        {"48 kHz stereo", {0x11, 0x90}, kStatusOk, 2, 2, 48000, 48000, 1024, false, false},
+        {"44.1 kHz mono", {0x12, 0x08}, kStatusOk, 2, 1, 44100, 44100, 1024, false, false},
+        {"5.1 that says there is no replication",
+         {0x11, 0xb0, 0x56, 0xe5, 0x00},
+         kStatusOk,
+         2,
+         6,
+         48000,
+         48000,
+         1024,
+         false,
+         false},
+        {"replication told behind",
+         {0x13, 0x10, 0x56, 0xe5, 0x98},
+         kStatusOk,
+         2,
+         2,
+         24000,
+         48000,
+         1024,
+         true,
+         false},
+        {"replication told in front",
+         {0x2b, 0x11, 0x88, 0x00},
+         kStatusOk,
+         2,
+         2,
+         24000,
+         48000,
+         1024,
+         true,
+         false},
+        {"parametric stereo in front",
+         {0xeb, 0x09, 0x88, 0x00},
+         kStatusOk,
+         2,
+         1,
+         24000,
+         48000,
+         1024,
+         true,
+         true},
+        {"parametric stereo behind",
+         {0x13, 0x08, 0x56, 0xe5, 0x9d, 0x48, 0x80},
+         kStatusOk,
+         2,
+         1,
+         24000,
+         48000,
+         1024,
+         true,
+         true},
+        {"short frames", {0x11, 0x94}, kStatusOk, 2, 2, 48000, 48000, 960, false, false},
+        {"a rate in hertz",
+         {0x17, 0x80, 0x5b, 0x8d, 0x90},
+         kStatusOk,
+         2,
+         2,
+         46875,
+         46875,
+         1024,
+         false,
+         false},
+        {"an object type above 31 (ELD)",
+         {0xf8, 0xe6, 0x40},
+         kStatusOk,
+         39,
+         2,
+         48000,
+         48000,
+         512,
+         false,
+         false},
+        {"nothing", {}, kStatusBadParameter, 0, 0, 0, 0, 0, false, false},
+        {"one byte", {0x11}, kStatusBadParameter, 0, 0, 0, 0, 0, false, false},
+        {"a reserved rate", {0x16, 0x90}, kStatusBadParameter, 0, 0, 0, 0, 0, false, false},
+        {"object type 0", {0x01, 0x90}, kStatusBadParameter, 0, 0, 0, 0, 0, false, false},
+        {"replication in front, cut",
+         {0x2b, 0x11},
+         kStatusBadParameter,
+         0,
+         0,
+         0,
+         0,
+         0,
+         false,
+         false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        AacConfig config;
+        ASSERT_EQ(ParseAacConfig(c.bytes, &config), c.status);
+        if (c.status != kStatusOk) continue;
+        EXPECT_EQ(config.objectType, c.object_type);
+        EXPECT_EQ(config.channelConfig, c.channels);
+        EXPECT_EQ(config.sampleRate, c.rate);
+        EXPECT_EQ(config.outputRate, c.output_rate);
+        EXPECT_EQ(config.frameLength, c.frame_length);
+        EXPECT_EQ(config.sbr, c.sbr);
+        EXPECT_EQ(config.ps, c.ps);
+    }
+}
+
+Bytes Fields(size_t count) {
+    return Bytes(count, 0);
+}
+
+Bytes Join(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+TEST(AacConfig, IsFoundWhereverTheDescriptorsPutIt) {
+    const Bytes info = {5, 2, 0x11, 0x90};
+    const struct {
+        const char* name;
+        Bytes descriptors;
+        size_t offset, length;  // length 0: not there
+    } cases[] = {
+        {"camera", Join({{3, 22, 0, 0, 0, 4, 17}, Fields(13), info}), 22, 2},
+        {"camera, more behind", Join({{3, 25, 0, 0, 0, 4, 17}, Fields(13), info, {6, 1, 2}}), 22,
+         2},
+        {"lengths of four bytes",
+         Join({{3, 128, 128, 128, 37, 0, 2, 0, 4, 128, 128, 128, 23},
+               Fields(13),
+               {5, 128, 128, 128, 5, 0x11, 0x90, 0x56, 0xe5, 0},
+               {6, 128, 128, 128, 1, 2}}),
+         31, 5},
+        {"longer at the camera's place",
+         Join({{3, 25, 0, 0, 0, 4, 20}, Fields(13), {5, 5, 0x2b, 0x11, 0x88, 0, 0}}), 22, 5},
+        {"all optional fields",
+         Join({{3, 30, 0, 0, 0xe0, 0, 9, 3, 'u', 'r', 'l', 0, 8, 4, 17}, Fields(13), info}), 30, 2},
+        {"behind unknown ones", Join({{9, 1, 7, 3, 25, 0, 0, 0, 8, 1, 0, 4, 17}, Fields(13), info}),
+         28, 2},
+        {"a length past the end is cut", Join({{3, 99, 0, 0, 0, 4, 99}, Fields(13), {5, 99, 0x11}}),
+         22, 1},
+        {"empty", {}, 0, 0},
+        {"no specific info", Join({{3, 18, 0, 0, 0, 4, 13}, Fields(13)}), 0, 0},
+        {"specific info of no bytes", Join({{3, 20, 0, 0, 0, 4, 15}, Fields(13), {5, 0}}), 0, 0},
+        {"decoder part too short", Join({{3, 19, 0, 0, 0, 4, 14}, Fields(10), info}), 0, 0},
+        {"a location longer than all", {3, 6, 0, 0, 0x40, 200, 4, 0}, 0, 0},
+        {"a length without end", {3, 128, 128, 128, 128, 22, 0, 0, 0, 4, 17}, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto found = FindDecoderSpecificInfo(c.descriptors);
+        ASSERT_EQ(found.size(), c.length);
+        if (c.length == 0) continue;
+        EXPECT_EQ(static_cast<size_t>(found.data() - c.descriptors.data()), c.offset);
+    }
+}
+
+TEST(AacConfig, HeadersAreTheFormatsOwn) {
+    AacConfig config;
+    ASSERT_EQ(ParseAacConfig(Bytes{0x11, 0x90}, &config), kStatusOk);
+    EXPECT_EQ(MakeAdtsHeader(config, 200), (Bytes{0xff, 0xf1, 0x4c, 0x80, 0x19, 0xff, 0xfc}));
+    EXPECT_TRUE(MakeAdtsHeader(config, 8185).empty()) << "the length has 13 bits";
+    // One program with one pair of channels in front, 128000 bits a second, variable.
+    EXPECT_EQ(MakeAdifHeader(config, 128000), (Bytes{'A', 'D', 'I', 'F', 0x10, 0x3e, 0x80, 0x00,
+                                                     0x09, 0x88, 0x00, 0x00, 0x40, 0x00}));
+    config.channelConfig = 0;
+    EXPECT_TRUE(MakeAdtsHeader(config, 200).empty());
+    EXPECT_TRUE(MakeAdifHeader(config, 128000).empty());
+
+    Bytes stream = {0xff, 0xf1, 0x4c, 0x80, 0x01, 0x3f, 0xfc, 1, 2, 0};  // 9 of 10 bytes
+    EXPECT_EQ(AdtsFrameLength(stream), 9u);
+    stream.resize(8);
+    EXPECT_EQ(AdtsFrameLength(stream), 0u) << "cut";
+    stream[5] = 0x1f;  // a frame of 8 bytes
+    EXPECT_EQ(AdtsFrameLength(stream), 8u);
+    stream[1] = 0xf0;  // with a checksum the header alone has 9
+    EXPECT_EQ(AdtsFrameLength(stream), 0u);
+}
+
+}  // namespace
+}  // namespace tarn::UMC
