@@ -1,0 +1,52 @@
+// av_handles.h - owners for libavcodec's objects. Private to the codec: no other folder sees them.
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
+}
+
+#include <cerrno>
+#include <memory>
+
+#include "movie/umc/status.h"
+
+namespace tarn::UMC {
+
+struct AvDeleter {
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+using AvContext = std::unique_ptr<AVCodecContext, AvDeleter>;
+using AvFrame = std::unique_ptr<AVFrame, AvDeleter>;
+using AvPacket = std::unique_ptr<AVPacket, AvDeleter>;
+
+// A context that works on the caller's thread and prints nothing: broken frames are told by status.
+inline AvContext MakeAvContext(const AVCodec* codec) {
+    AvContext context(codec ? avcodec_alloc_context3(codec) : nullptr);
+    if (!context) return context;
+    context->thread_count = 1;
+    context->log_level_offset = 128;  // above every level, and within the byte that is looked at
+    return context;
+}
+
+inline Status StatusOfAv(int error) {
+    switch (error) {
+        case 0:
+            return kStatusOk;
+        case AVERROR(ENOMEM):
+            return kStatusNoMemory;
+        case AVERROR_PATCHWELCOME:
+        case AVERROR(ENOSYS):
+            return kStatusNotImplemented;
+        case AVERROR(EAGAIN):
+        case AVERROR_EOF:
+            return kStatusNoData;
+        default:
+            return kStatusBadParameter;
+    }
+}
+
+}  // namespace tarn::UMC
