@@ -7,7 +7,6 @@
 
 #include "movie/umc/aac_config.h"
 #include "movie/umc/av_handles.h"
-#include "movie/umc/pcm.h"
 
 namespace tarn::UMC {
 namespace {
@@ -41,6 +40,8 @@ struct AACDecoder::State {
     AvContext context;
     AvFrame frame, surplus;
     AvPacket packet;
+    AvConverter converter;  // for `converted` channels
+    int32_t converted = 0;
 
     // As configured, then of the last frame.
     int32_t channels = 0, sampleRate = 0, profile = 0;
@@ -53,6 +54,7 @@ struct AACDecoder::State {
     Status Decode(std::span<const uint8_t> sample);
     Status Fill(std::span<const uint8_t> sample);
     void NoteStream();
+    Status MatchConverter();
     Status Give(MediaData* out);
     bool Known() const { return channels > 0 && sampleRate > 0; }
     uint32_t OutputSize() const {
@@ -140,8 +142,11 @@ Status AACDecoder::State::Decode(std::span<const uint8_t> sample) {
     int more = 0;
     while (more != AVERROR(EAGAIN) && more != AVERROR_EOF)
         more = avcodec_receive_frame(context.get(), surplus.get());
-    // Decodable as it may be, a sample without sound is no sound.
-    return status == kStatusNoData ? kStatusBadParameter : status;
+    // Decodable as it may be, a frame without sound is no frame.
+    const bool sound =
+        frame->nb_samples > 0 && frame->ch_layout.nb_channels > 0 && frame->sample_rate > 0;
+    return status == kStatusNoData || (status == kStatusOk && !sound) ? kStatusBadParameter
+                                                                      : status;
 }
 
 void AACDecoder::State::NoteStream() {
@@ -155,6 +160,13 @@ void AACDecoder::State::NoteStream() {
     if (sampleRate > 0) seconds += static_cast<double>(frame->nb_samples) / sampleRate;
 }
 
+Status AACDecoder::State::MatchConverter() {
+    if (converter && converted == channels) return kStatusOk;
+    converter = MakeAvConverter(AV_SAMPLE_FMT_FLTP, AV_SAMPLE_FMT_S16, channels, sampleRate);
+    converted = channels;
+    return converter ? kStatusOk : kStatusNotImplemented;
+}
+
 Status AACDecoder::State::Give(MediaData* out) {
     const int32_t count = frame->nb_samples;
     const uint64_t size =
@@ -164,7 +176,12 @@ Status AACDecoder::State::Give(MediaData* out) {
     if (channels < frame->ch_layout.nb_channels)  // stereo made from mono: back to mono
         for (int32_t i = 0; i < count; ++i)
             planes[0][i] = 0.5f * (planes[0][i] + planes[1][i]);
-    InterleavePcm16(out->GetDataPointer(), planes, channels, count);
+    const Status status = MatchConverter();
+    if (status != kStatusOk) return status;
+    uint8_t* target = out->GetDataPointer();
+    const auto** source = const_cast<const uint8_t**>(frame->extended_data);
+    if (swr_convert(converter.get(), &target, count, source, count) != count)
+        return kStatusBadParameter;
     return out->SetDataSize(static_cast<uint32_t>(size));
 }
 

@@ -8,7 +8,6 @@
 
 #include "movie/umc/aac_config.h"
 #include "movie/umc/av_handles.h"
-#include "movie/umc/pcm.h"
 
 namespace tarn::UMC {
 namespace {
@@ -47,6 +46,7 @@ struct AACEncoder::State {
     AvContext context;
     AvFrame frame;
     AvPacket packet;
+    AvConverter converter;
     AacConfig config;
     int32_t bitRate = 0, outputFormat = kFormatBare;
     bool headed = false;  // the ADIF header is out
@@ -55,7 +55,7 @@ struct AACEncoder::State {
 
     Status Open(const AACEncoderParams& params);
     void SetOptions(const AACEncoderParams& params);
-    Status MakeFrame();
+    Status MakeFrame();  // and what fills it
     // A block of the caller's, or null for silence.
     Status Send(const uint8_t* block);
     Status Receive(MediaData* out);
@@ -115,6 +115,9 @@ Status AACEncoder::State::MakeFrame() {
     frame->format = AV_SAMPLE_FMT_FLTP;
     frame->nb_samples = static_cast<int>(kBlockFrames);
     frame->sample_rate = context->sample_rate;
+    converter =
+        MakeAvConverter(AV_SAMPLE_FMT_S16, AV_SAMPLE_FMT_FLTP, Channels(), context->sample_rate);
+    if (!converter) return kStatusNoMemory;
     const int copied = av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
     return StatusOfAv(copied < 0 ? copied : av_frame_get_buffer(frame.get(), 0));
 }
@@ -122,12 +125,13 @@ Status AACEncoder::State::MakeFrame() {
 Status AACEncoder::State::Send(const uint8_t* block) {
     const Status status = StatusOfAv(av_frame_make_writable(frame.get()));
     if (status != kStatusOk) return status;
-    auto** planes = reinterpret_cast<float**>(frame->extended_data);
-    if (block)
-        DeinterleavePcm16(planes, block, Channels(), static_cast<int32_t>(kBlockFrames));
-    else
-        for (int32_t c = 0; c < Channels(); ++c)
-            std::fill_n(planes[c], kBlockFrames, 0.0f);
+    const int count = static_cast<int>(kBlockFrames);
+    if (block) {
+        if (swr_convert(converter.get(), frame->extended_data, count, &block, count) != count)
+            return kStatusNoMemory;
+    } else {
+        av_samples_set_silence(frame->extended_data, 0, count, Channels(), AV_SAMPLE_FMT_FLTP);
+    }
     frame->pts = static_cast<int64_t>(blocks++ * kBlockFrames);
     return StatusOfAv(avcodec_send_frame(context.get(), frame.get()));
 }

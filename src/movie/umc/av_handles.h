@@ -5,6 +5,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/opt.h>
+#include <libswresample/swresample.h>
 }
 
 #include <cerrno>
@@ -18,10 +19,12 @@ struct AvDeleter {
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+    void operator()(SwrContext* converter) const { swr_free(&converter); }
 };
 using AvContext = std::unique_ptr<AVCodecContext, AvDeleter>;
 using AvFrame = std::unique_ptr<AVFrame, AvDeleter>;
 using AvPacket = std::unique_ptr<AVPacket, AvDeleter>;
+using AvConverter = std::unique_ptr<SwrContext, AvDeleter>;
 
 // A context that works on the caller's thread and prints nothing: broken frames are told by status.
 inline AvContext MakeAvContext(const AVCodec* codec) {
@@ -30,6 +33,19 @@ inline AvContext MakeAvContext(const AVCodec* codec) {
     context->thread_count = 1;
     context->log_level_offset = 128;  // above every level, and within the byte that is looked at
     return context;
+}
+
+// From one sample format to another, the channels and the rate staying as they are. Null where
+// there are more channels than the library takes, or memory is short.
+inline AvConverter MakeAvConverter(AVSampleFormat from, AVSampleFormat to, int32_t channels,
+                                   int32_t rate) {
+    AVChannelLayout layout = {};
+    av_channel_layout_default(&layout, channels);
+    SwrContext* made = nullptr;
+    (void)swr_alloc_set_opts2(&made, &layout, to, rate, &layout, from, rate, 0, nullptr);
+    AvConverter converter(made);
+    if (converter && swr_init(converter.get()) < 0) converter.reset();
+    return converter;
 }
 
 inline Status StatusOfAv(int error) {
