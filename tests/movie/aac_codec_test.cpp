@@ -300,7 +300,7 @@ TEST(AacEncoder, TakesWholeBlocksOnlyAndTellsItsSizes) {
     ASSERT_EQ(encoder.GetInfo(&params), kStatusOk);
     EXPECT_EQ(params.suggestedInputSize, 4096u);
     EXPECT_EQ(params.suggestedOutputSize, 1548u);
-    EXPECT_EQ(params.info.bitRate, 96000) << "6144 bits a channel and block at most";
+    EXPECT_EQ(params.info.bitRate, 48000) << "3 bits a sample at most";
     EXPECT_EQ(params.info.streamType, 0x800);
 
     MediaData small;
@@ -317,6 +317,21 @@ TEST(AacEncoder, TakesWholeBlocksOnlyAndTellsItsSizes) {
     ASSERT_EQ(in.SetDataSize(4096), kStatusOk);
     EXPECT_EQ(encoder.GetFrame(&in, &out), kStatusNoData) << "the end was told";
     EXPECT_EQ(encoder.Reset(), kStatusNotImplemented);
+}
+
+TEST(AacEncoder, NoFrameOutgrowsItsBuffer) {
+    Pcm noise(20 * AACEncoder::kBlockFrames);
+    uint32_t state = 1;
+    for (int16_t& sample : noise) {
+        state = state * 1664525u + 1013904223u;
+        sample = static_cast<int16_t>(state >> 16);
+    }
+    for (const int32_t rate : {8000, 22050, 48000, 96000})
+        for (const int32_t channels : {1, 2}) {
+            const Coded coded = Encode(EncoderParams(rate, channels, INT32_MAX), noise);
+            for (const Frame& frame : coded.frames)
+                EXPECT_LE(frame.size(), 768u * channels);
+        }
 }
 
 TEST(AacEncoder, HeadersGoAroundTheSameFrames) {

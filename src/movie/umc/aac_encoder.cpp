@@ -17,6 +17,9 @@ constexpr int32_t kRates[] = {8000,  11025, 12000, 16000, 22050, 24000,
                               32000, 44100, 48000, 64000, 88200, 96000};
 constexpr int32_t kMostChannels = 6;
 constexpr int32_t kLeastBitRate = 4000;  // a channel
+// Bits of a channel's block on average. AAC allows 6144 for each single one, and the library breaks
+// that on noise once the average comes above some 60 per cent of it.
+constexpr int64_t kMostBlockBits = 3072;
 // The speakers of the channel configurations 1 to 6.
 constexpr uint64_t kLayouts[] = {0,
                                  AV_CH_LAYOUT_MONO,
@@ -73,7 +76,8 @@ void AACEncoder::State::SetOptions(const AACEncoderParams& params) {
     const AudioStreamInfo& info = params.info;
     context->sample_fmt = AV_SAMPLE_FMT_FLTP;
     context->sample_rate = info.sampleRate;
-    context->bit_rate = info.bitRate;
+    context->bit_rate = std::min<int64_t>(
+        info.bitRate, kMostBlockBits * info.channels * info.sampleRate / kBlockFrames);
     context->time_base = {1, info.sampleRate};
     context->profile = params.objectType - 1;
     if (params.objectType == kAacLtp)  // the library asks for this consent

@@ -37,9 +37,10 @@ public:
     AACEncoder();
     ~AACEncoder() override;
 
-    // Takes bitRate, channels, sampleRate and bitsPerSample (16) of `info`. A bit rate above what
-    // AAC allows at the sample rate is lowered; GetInfo tells. NotImplemented where CanEncode says
-    // no and for band replication, BadParameter for values out of range.
+    // Takes bitRate, channels, sampleRate and bitsPerSample (16) of `info`. A bit rate above
+    // 3 bits a sample (288 kbit/s for stereo at 48 kHz) is lowered to that; GetInfo tells.
+    // NotImplemented where CanEncode says no and for band replication, BadParameter for values out
+    // of range.
     Status Init(BaseCodecParams* params) override;
     // Consumes one block and replaces the data of `out` with its frame. With less than a block:
     // NoData, nothing consumed. TargetTooSmall, nothing consumed, below the suggested output size.
