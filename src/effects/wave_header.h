@@ -1,0 +1,33 @@
+// wave_header.h - finds the sound in a WAV file of 16-bit stereo.
+//
+// Only the plain header is read: "RIFF", a size, "WAVE", "fmt " of 16 bytes with two channels of
+// 16 bits. Format code and RIFF size are not looked at. A chunk counts as the sound if any one of
+// the four letters of its name stands where "data" has it; that loose test is intended.
+#pragma once
+
+#include <cstdint>
+
+#include "base/xp_file.h"
+
+namespace tarn {
+
+constexpr uint64_t kWaveFrameSize = 4;  // bytes: left and right sample, 16 bits each
+
+struct WaveHeader {
+    uint8_t head[36];  // the file's first bytes, up to the end of the format
+    uint32_t sample_rate;
+    uint64_t data_offset;     // in the file
+    uint32_t data_size;       // bytes, as the chunk says
+    uint64_t data_available;  // bytes of it that are in the file
+};
+
+enum class WaveHeaderFault {
+    kNone,
+    kRead,    // the system's error stands in `error`
+    kFormat,  // no WAV file, or not 16-bit stereo with a plain header
+    kNoData,  // the file ends before a chunk of sound
+};
+
+[[nodiscard]] WaveHeaderFault ReadWaveHeader(XpFile* file, WaveHeader* header, int* error);
+
+}  // namespace tarn

@@ -1,0 +1,30 @@
+// wave_peak.h - the peak of a WAV file as the waveform overview has it.
+//
+// The overview holds 1120 points a second of each channel, single samples rounded to 8 bits. The
+// peak is the largest magnitude of them, divided by 128, and so an estimate: what lies between two
+// points isn't seen.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "effects/wave_file.h"
+
+namespace tarn {
+
+// The running maximum is a signed byte: a point of -128 becomes a maximum of -128, which the next
+// point replaces. Intended. Feed the right channel's point before the left one's.
+class AMPPeakMeter {
+public:
+    void Add(int8_t point);
+    float Peak() const { return static_cast<float>(m_maximum) / 128.0f; }  // -1 to 127 / 128
+
+private:
+    int8_t m_maximum = 0;
+};
+
+// Of the whole file. Answers as AMPEffectProcessWaveFile does.
+[[nodiscard]] int AMPMeasureWavePeak(const std::string& source, float* peak,
+                                     AMPWaveFailure* failure);
+
+}  // namespace tarn

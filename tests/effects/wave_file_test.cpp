@@ -1,0 +1,220 @@
+#include "effects/wave_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "effects/wave_peak.h"
+#include "support/temp_dir.h"
+
+namespace tarn {
+namespace {
+
+std::string Le(uint32_t value, int bytes = 4) {
+    std::string text;
+    for (int i = 0; i < bytes; ++i)
+        text += static_cast<char>(value >> (8 * i));
+    return text;
+}
+
+struct WaveShape {
+    uint32_t rate = 8000;
+    uint32_t data_size = 0;   // as the header says
+    std::string chunks = {};  // between the format and the sound
+    uint32_t channels = 2, bits = 16;
+};
+
+std::string Wave(const WaveShape& shape, const std::string& sound) {
+    const uint32_t frame = shape.channels * shape.bits / 8;
+    return "RIFF" + Le(99) + "WAVEfmt " + Le(16) + Le(1, 2) + Le(shape.channels, 2) +
+           Le(shape.rate) + Le(shape.rate * frame) + Le(frame, 2) + Le(shape.bits, 2) +
+           shape.chunks + "data" + Le(shape.data_size) + sound;
+}
+
+// `count` frames of rising samples.
+std::string Sound(uint32_t count) {
+    std::string sound;
+    for (uint32_t i = 0; i < count; ++i)
+        sound += Le(i % 30000, 2) + Le(1000, 2);
+    return sound;
+}
+
+std::string Wave(uint32_t frames) {
+    return Wave({.data_size = 4 * frames}, Sound(frames));
+}
+
+int Rewrite(const TempDir& dir, uint32_t start = 0, uint32_t end = 0) {
+    return AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), {}, start, end,
+                                    nullptr);
+}
+
+TEST(WaveFile, WritesTheChosenRange) {
+    TempDir dir;
+    const struct {
+        const char* name;
+        uint32_t start, end;
+        uint32_t first, frames;  // at 8 kHz
+    } cases[] = {
+        {"all", 0, 0, 0, 16001},           {"from the middle", 500, 0, 4000, 12001},
+        {"to the middle", 0, 1, 0, 8},     {"between", 1500, 2000, 12000, 4000},
+        {"nothing", 1500, 1500, 12000, 0},
+    };
+    dir.Write(
+        "in.wav",
+        Wave({.data_size = 4 * 16001, .chunks = "LIST" + Le(3) + "xyz"}, Sound(16001)) + "LIST");
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_EQ(Rewrite(dir, c.start, c.end), kWaveDone);
+        EXPECT_TRUE(dir.Read("out.wav") == Wave({.data_size = 4 * c.frames},
+                                                Sound(16001).substr(4 * c.first, 4 * c.frames)));
+    }
+}
+
+TEST(WaveFile, RefusesWhatItCannotTreat) {
+    using Fault = AMPWaveFault;
+    const struct {
+        const char* name;
+        std::string content;
+        uint32_t start, end;
+        int result;
+        Fault fault;
+    } cases[] = {
+        {"empty file", "", 0, 0, kWaveReadFailed, Fault::kFormat},
+        {"mono", Wave({.data_size = 8, .channels = 1}, Sound(2)), 0, 0, kWaveReadFailed,
+         Fault::kFormat},
+        {"24 bits", Wave({.data_size = 8, .bits = 24}, Sound(2)), 0, 0, kWaveReadFailed,
+         Fault::kFormat},
+        {"no sound", Wave(1).substr(0, 36) + "LIST" + Le(UINT32_MAX), 0, 0, kWaveReadFailed,
+         Fault::kNoData},
+        {"half a chunk head", Wave(1).substr(0, 41), 0, 0, kWaveReadFailed, Fault::kNoData},
+        {"rate 0", Wave({.rate = 0, .data_size = 8}, Sound(2)), 0, 0, kWaveReadFailed,
+         Fault::kRate},
+        {"rate too high", Wave({.rate = UINT32_MAX, .data_size = 8}, Sound(2)), 0, 0,
+         kWaveReadFailed, Fault::kRate},
+        {"cut short", Wave({.data_size = 400}, Sound(99)), 0, 0, kWaveReadFailed, Fault::kCutShort},
+        {"hostile size", Wave({.data_size = UINT32_MAX}, Sound(99)), 0, 0, kWaveReadFailed,
+         Fault::kCutShort},
+        {"start at the end", Wave(8000), 1000, 0, kWaveReadFailed, Fault::kRange},
+        {"start behind the end", Wave(8000), 2000, 0, kWaveReadFailed, Fault::kRange},
+        {"end behind the sound", Wave(8000), 0, 1001, kWaveReadFailed, Fault::kRange},
+        {"end before start", Wave(8000), 500, 400, kWaveReadFailed, Fault::kRange},
+        {"largest points", Wave(8000), UINT32_MAX, UINT32_MAX, kWaveReadFailed, Fault::kRange},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TempDir dir;
+        dir.Write("in.wav", c.content);
+        AMPWaveFailure failure;
+        EXPECT_EQ(AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), {}, c.start,
+                                           c.end, nullptr, {.failure = &failure}),
+                  c.result);
+        EXPECT_EQ(failure.fault, c.fault);
+        EXPECT_EQ(dir.FileCount(), 1u);
+    }
+    TempDir dir;
+    EXPECT_EQ(Rewrite(dir), kWaveSourceFailed);
+    dir.Write("in.wav", Wave({.data_size = 400}, Sound(50)));
+    EXPECT_EQ(Rewrite(dir, 0, 6), kWaveDone) << "what is there of a cut file can be had";
+    // 4 GiB and more, as a hole.
+    std::filesystem::resize_file(dir.Path("in.wav"), uint64_t{1} << 32);
+    EXPECT_EQ(Rewrite(dir, 0, 6), kWaveReadFailed);
+}
+
+TEST(WaveFile, KeepsSourceAndTargetWholeInEveryFailure) {
+    TempDir dir;
+    const std::string source = Wave(600000), old = "what was there before";
+    dir.Write("in.wav", source);
+    dir.Write("out.wav", old);
+    const auto expect_untouched = [&](size_t files) {
+        EXPECT_TRUE(dir.Read("in.wav") == source);
+        EXPECT_TRUE(dir.Read("out.wav") == old);
+        EXPECT_EQ(dir.FileCount(), files) << "a temporary file stayed";
+    };
+    const auto rewrite = [&](const std::string& target, const AMPEffectProgressCallback& callback,
+                             AMPWaveOptions options = {}) {
+        return AMPEffectProcessWaveFile(target, dir.Path("in.wav"), {}, 0, 0, callback, options);
+    };
+    const std::string out = dir.Path("out.wav");
+
+    for (const uint32_t last : {1u, 2u}) {
+        EXPECT_EQ(rewrite(out, [&](uint32_t block, uint32_t) { return block < last; }),
+                  kWaveCancelled);
+        expect_untouched(2);
+    }
+    EXPECT_EQ(rewrite(out, nullptr, {.replace_target = false}), kWaveWriteFailed);
+    expect_untouched(2);
+    EXPECT_EQ(rewrite(dir.Path("in.wav"), nullptr), kWaveWriteFailed);
+    EXPECT_EQ(rewrite(dir.Path("none/out.wav"), nullptr), kWaveWriteFailed);
+    EXPECT_EQ(rewrite(dir.Path(std::string(250, 'n')), nullptr), kWaveWriteFailed);
+    expect_untouched(2);
+    ASSERT_EQ(link(dir.Path("in.wav").c_str(), dir.Path("same.wav").c_str()), 0);
+    EXPECT_EQ(rewrite(dir.Path("same.wav"), nullptr), kWaveWriteFailed);
+    expect_untouched(3);
+
+    // A full disk, as a limit on the size of a file.
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{1500000, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    AMPWaveFailure failure;
+    EXPECT_EQ(rewrite(out, nullptr, {.failure = &failure}), kWaveWriteFailed);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(failure.system_error, EFBIG);
+    expect_untouched(3);
+
+    EXPECT_EQ(rewrite(out, nullptr), kWaveDone);
+    EXPECT_TRUE(dir.Read("in.wav") == source);
+    EXPECT_EQ(dir.Read("out.wav").size(), source.size());
+}
+
+TEST(WaveFile, AnnouncesItsBlocks) {
+    TempDir dir;
+    dir.Write("in.wav", Wave(1048576 / 4));
+    std::string calls;
+    EXPECT_EQ(AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), {}, 0, 0,
+                                       [&](uint32_t block, uint32_t blocks) {
+                                           calls += std::to_string(block) + "/" +
+                                                    std::to_string(blocks) + " ";
+                                           return true;
+                                       }),
+              kWaveDone);
+    EXPECT_EQ(calls, "1/2 ");
+}
+
+TEST(WavePeak, IsTheLargestPointOfTheOverview) {
+    // At 1120 Hz each frame is a point.
+    const struct {
+        const char* name;
+        std::vector<int> samples;  // left and right in turn
+        float peak;
+    } cases[] = {
+        {"silence", {0, 0, 0, 0}, 0},
+        {"rounded up", {0, 64 * 256 - 128, 0, 0}, 0.5f},
+        {"rounded down", {0, 64 * 256 - 129, 0, 0}, 63 / 128.0f},
+        {"negative", {-32512, 0, 100, 0}, 127 / 128.0f},
+        {"full scale is forgotten", {-32768, 0, 256, 0, 512, 0}, 2 / 128.0f},
+        {"full scale at the end", {256, 0, 32767, 0}, -1},
+        {"right before left", {300, -32768, 0, 0}, 1 / 128.0f},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string sound;
+        for (const int sample : c.samples)
+            sound += Le(static_cast<uint32_t>(sample), 2);
+        TempDir dir;
+        dir.Write("in.wav",
+                  Wave({.rate = 1120, .data_size = static_cast<uint32_t>(sound.size())}, sound));
+        float peak = 9;
+        AMPWaveFailure failure;
+        EXPECT_EQ(AMPMeasureWavePeak(dir.Path("in.wav"), &peak, &failure), kWaveDone);
+        EXPECT_EQ(peak, c.peak);
+    }
+}
+
+}  // namespace
+}  // namespace tarn
