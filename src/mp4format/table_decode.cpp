@@ -182,8 +182,9 @@ const Mp4TableKind& mp4_size_kind(uint32_t field_size) {
 bool mp4_advance_key(const Mp4TableKey& start, const Mp4TableKey& length, Mp4TableKey* end) {
     constexpr uint64_t kPastLastSample = uint64_t{1} << 32;
     if (length.number > kPastLastSample - start.number) return false;
-    end->number = start.number + length.number;
-    return !__builtin_add_overflow(start.time, length.time, &end->time);
+    // The time can't wrap: fewer than 2^32 samples of less than 2^32 units each.
+    *end = {start.number + length.number, start.time + length.time};
+    return true;
 }
 
 }  // namespace tarn

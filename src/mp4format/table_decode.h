@@ -77,7 +77,7 @@ const Mp4TableKind& mp4_size_kind(uint32_t field_size);
 
 // The start of entry 1: sample 1, time 0.
 constexpr Mp4TableKey kTableStart = {1, 0};
-// Adds an entry's length to its start. False past 2^32 - 1 samples or a 64-bit time.
+// Adds an entry's length to its start. False past 2^32 - 1 samples.
 bool mp4_advance_key(const Mp4TableKey& start, const Mp4TableKey& length, Mp4TableKey* end);
 
 }  // namespace tarn
