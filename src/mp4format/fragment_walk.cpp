@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 
 #include "mp4format/io.h"
 #include "mp4format/time_math.h"
@@ -36,14 +37,41 @@ Mp4Result add(uint64_t a, uint64_t b, uint64_t* out) {
     return mp4_add(a, b, out) == FF4_RET_OK ? FF4_RET_OK : FF4_RET_FORMAT;
 }
 
+// `size` bytes of a fragment's head, out of what was read ahead.
+Mp4Result read_bytes(const Mp4FragmentSource& source, uint64_t offset, uint8_t* bytes,
+                     uint64_t size) {
+    Mp4FragmentReadAhead& ahead = *source.read_ahead;
+    if (size > sizeof ahead.bytes || offset > source.file_size || size > source.file_size - offset)
+        return mp4_read_at(source.host, source.file, offset, bytes, size);
+    if (offset < ahead.offset || offset + size > ahead.offset + ahead.size) {
+        ahead.size = 0;
+        const uint64_t fill = std::min<uint64_t>(sizeof ahead.bytes, source.file_size - offset);
+        FF4_TRY(mp4_read_at(source.host, source.file, offset, ahead.bytes, fill));
+        ahead.offset = offset;
+        ahead.size = static_cast<uint32_t>(fill);
+    }
+    std::memcpy(bytes, ahead.bytes + (offset - ahead.offset), size);
+    return FF4_RET_OK;
+}
+
+// Takes the header at the front of `left` and moves on behind that atom.
+Mp4Result take_atom(const Mp4FragmentSource& source, Mp4Span* left, Mp4AtomInfo* atom) {
+    uint8_t head[16];
+    FF4_TRY(read_bytes(source, left->offset, head, std::min<uint64_t>(left->size, sizeof head)));
+    FF4_TRY(mp4_read_atom_header_mem(head, 0, left->size, atom));
+    atom->atom.offset += left->offset;
+    atom->payload.offset += left->offset;
+    left->offset += atom->atom.size;
+    left->size -= atom->atom.size;
+    return FF4_RET_OK;
+}
+
 // Reads on behind the first `fixed` bytes of a payload, up to `size` of them: the fields that the
 // flags announced.
 Mp4Result read_fields(const Mp4FragmentSource& source, const Mp4Span& payload, uint64_t fixed,
                       uint64_t size, uint8_t* bytes) {
     if (payload.size < size) return FF4_RET_FORMAT;
-    return size > fixed ? mp4_read_at(source.host, source.file, payload.offset + fixed,
-                                      bytes + fixed, size - fixed)
-                        : FF4_RET_OK;
+    return read_bytes(source, payload.offset + fixed, bytes + fixed, size - fixed);
 }
 
 // --- the rows of a run
@@ -54,9 +82,8 @@ Mp4Result measure_rows(const Mp4FragmentSource& source, const Mp4FragmentRun& ru
     const uint32_t step = sizeof buffer / run.row_size;
     for (uint32_t row = 0; row < run.sample_count;) {
         const uint32_t n = std::min(step, run.sample_count - row);
-        FF4_TRY(mp4_read_at(source.host, source.file,
-                            run.rows_offset + uint64_t{row} * run.row_size, buffer,
-                            uint64_t{n} * run.row_size));
+        FF4_TRY(read_bytes(source, run.rows_offset + uint64_t{row} * run.row_size, buffer,
+                           uint64_t{n} * run.row_size));
         for (uint32_t i = 0; i < n; ++i, ++row) {
             const Mp4FragmentRow values =
                 mp4_decode_fragment_row(run, row, buffer + i * run.row_size);
@@ -95,7 +122,7 @@ Mp4Result read_run(const Mp4FragmentSource& source, const Mp4FragmentHead& head,
     constexpr uint64_t kFixed = 8;
     uint8_t bytes[kFixed + 8];
     if (atom.payload.size < kFixed) return FF4_RET_FORMAT;
-    FF4_TRY(mp4_read_at(source.host, source.file, atom.payload.offset, bytes, kFixed));
+    FF4_TRY(read_bytes(source, atom.payload.offset, bytes, kFixed));
     *run = {};
     run->atom = atom.atom;
     run->version_flags = get_be32(bytes);
@@ -129,14 +156,17 @@ Mp4Result read_run(const Mp4FragmentSource& source, const Mp4FragmentHead& head,
 Mp4Result find_data_end(const Mp4FragmentSource& source, const Mp4FragmentHead& before,
                         const Mp4Span& traf, uint64_t* end) {
     *end = before.base;
-    return mp4_walk(source.host, source.file, traf, [&](const Mp4AtomInfo& child) -> Mp4Result {
-        if (child.type != fourcc("trun")) return FF4_RET_OK;
+    for (Mp4Span left = traf; left.size >= kAtomHeader;) {
+        Mp4AtomInfo atom{};
+        FF4_TRY(take_atom(source, &left, &atom));
+        if (atom.type != fourcc("trun")) continue;
         Mp4FragmentRun run{};
         RunLength length{};
-        FF4_TRY(read_run(source, before, child, *end, &run));
+        FF4_TRY(read_run(source, before, atom, *end, &run));
         FF4_TRY(measure_run(source, run, &length));
-        return add(run.data_offset, length.size, end);
-    });
+        FF4_TRY(add(run.data_offset, length.size, end));
+    }
+    return FF4_RET_OK;
 }
 
 Mp4Result find_base(const Mp4FragmentSource& source, const Mp4FragmentPosition& position,
@@ -151,7 +181,7 @@ Mp4Result read_head(const Mp4FragmentSource& source, const Mp4Span& payload,
     constexpr uint64_t kFixed = 8;
     uint8_t bytes[kFixed + 24];
     if (payload.size < kFixed) return FF4_RET_FORMAT;
-    FF4_TRY(mp4_read_at(source.host, source.file, payload.offset, bytes, kFixed));
+    FF4_TRY(read_bytes(source, payload.offset, bytes, kFixed));
     const uint32_t flags = full_flags(get_be32(bytes));
     uint64_t size = kFixed + (flags & kTfhdBaseOffset ? 8 : 0);
     for (const uint32_t flag : {kTfhdDescription, kTfhdDuration, kTfhdSize, kTfhdFlags})
@@ -197,7 +227,7 @@ Mp4Result read_time(const Mp4FragmentSource& source, const Mp4Span& payload,
                     Mp4FragmentPosition* position) {
     uint8_t bytes[12];
     if (payload.size < 8) return FF4_RET_FORMAT;
-    FF4_TRY(mp4_read_at(source.host, source.file, payload.offset, bytes, 8));
+    FF4_TRY(read_bytes(source, payload.offset, bytes, 8));
     const bool wide = full_version(get_be32(bytes)) == 1;
     FF4_TRY(read_fields(source, payload, 8, wide ? 12 : 8, bytes));
     const uint64_t time = wide ? get_be64(bytes + 4) : get_be32(bytes + 4);
@@ -230,14 +260,6 @@ Mp4Result place_run(const Mp4FragmentSource& source, const Mp4AtomInfo& atom,
     if (position->next_sample == 0) return FF4_RET_OK;
     if (run->sample_count > UINT32_MAX - position->next_sample) return FF4_RET_FORMAT;
     position->next_sample += run->sample_count;
-    return FF4_RET_OK;
-}
-
-// Takes the header at the front of `left` and moves on behind that atom.
-Mp4Result take_atom(const Mp4FragmentSource& source, Mp4Span* left, Mp4AtomInfo* atom) {
-    FF4_TRY(mp4_read_atom_header(source.host, source.file, left->offset, left->size, atom));
-    left->offset += atom->atom.size;
-    left->size -= atom->atom.size;
     return FF4_RET_OK;
 }
 
@@ -274,14 +296,15 @@ Mp4Result step_in_moof(const Mp4FragmentSource& source, Mp4FragmentPosition* pos
 }
 
 Mp4Result step_at_top(const Mp4FragmentSource& source, Mp4FragmentPosition* position) {
-    Mp4Span left{position->next_atom, source.file_size - position->next_atom};
+    const uint64_t left = source.file_size - position->next_atom;
     Mp4AtomInfo atom{};
-    FF4_TRY(take_atom(source, &left, &atom));
-    position->next_atom = left.offset;
+    // Not read ahead: what follows is mostly media.
+    FF4_TRY(mp4_read_atom_header(source.host, source.file, position->next_atom, left, &atom));
+    position->next_atom += atom.atom.size;
     if (atom.type != fourcc("moof")) return FF4_RET_OK;
     if (position->next_atom == source.file_size) {
         uint8_t size[4];
-        FF4_TRY(mp4_read_at(source.host, source.file, atom.atom.offset, size, sizeof size));
+        FF4_TRY(read_bytes(source, atom.atom.offset, size, sizeof size));
         position->moof_is_cut = get_be32(size) > atom.atom.size;
     }
     position->moof = atom.atom.offset;

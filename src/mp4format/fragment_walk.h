@@ -73,10 +73,18 @@ struct Mp4FragmentDefaults {
     const Mp4Trex* trex;
 };
 
+// Bytes of the file read last. A fragment's head is dozens of small atoms in a row.
+struct Mp4FragmentReadAhead {
+    uint64_t offset;
+    uint32_t size;
+    uint8_t bytes[4096];
+};
+
 struct Mp4FragmentSource {
     Mp4Host* host;
     Mp4File* file;
     uint64_t file_size;
+    Mp4FragmentReadAhead* read_ahead;
     const Mp4FragmentDefaults* tracks;  // by rising id, each id once
     uint32_t track_count;
     uint32_t track_id;  // the one whose runs are wanted

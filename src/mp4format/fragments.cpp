@@ -408,6 +408,7 @@ Mp4Result mp4_open_fragments(Mp4Host* host, Mp4File* file, uint64_t file_size, M
     state->source.host = host;
     state->source.file = file;
     state->source.file_size = file_size;
+    state->source.read_ahead = &state->read_ahead;
     state->random_access = &index->random_access;
     state->first_moof = index->moofs.head ? index->moofs.head->atom.offset : file_size;
     FF4_TRY(list_defaults(host, index->movie, state.get()));

@@ -60,6 +60,7 @@ struct Mp4FragmentTrack {
 
 struct Mp4FragmentState {
     Mp4FragmentSource source;
+    Mp4FragmentReadAhead read_ahead;
     Mp4FragmentDefaults* defaults;
     Mp4RandomAccess* random_access;  // the index's
     uint64_t first_moof;             // 0: none
