@@ -104,24 +104,24 @@ int XpFile::Close() {
 
 int XpFile::Read(void* buffer, uint64_t size, uint64_t* done) {
     auto* bytes = static_cast<uint8_t*>(buffer);
-    return transfer(size, done,
-                    [&](uint64_t at, size_t n) { return read(m_descriptor, bytes + at, n); });
+    return Note(transfer(size, done,
+                         [&](uint64_t at, size_t n) { return read(m_descriptor, bytes + at, n); }));
+}
+
+int XpFile::Note(int error) {
+    if (error != 0) m_lastError = error;
+    return error;
 }
 
 int XpFile::ReadAt(uint64_t offset, void* buffer, uint64_t size, uint64_t* done) {
-    *done = 0;
-    if (!fits_offset(offset, size)) return EOVERFLOW;
-    auto* bytes = static_cast<uint8_t*>(buffer);
-    return transfer(size, done, [&](uint64_t at, size_t n) {
-        return pread(m_descriptor, bytes + at, n, static_cast<off_t>(offset + at));
-    });
+    return XpReadAt(m_descriptor, offset, buffer, size, done);
 }
 
 int XpFile::Write(const void* data, uint64_t size, uint64_t* done) {
     const auto* bytes = static_cast<const uint8_t*>(data);
     const int error = transfer(
         size, done, [&](uint64_t at, size_t n) { return write(m_descriptor, bytes + at, n); });
-    return error == 0 && *done != size ? EIO : error;
+    return Note(error == 0 && *done != size ? EIO : error);
 }
 
 int XpFile::Seek(int64_t offset, Origin origin, uint64_t* position) {
@@ -129,7 +129,7 @@ int XpFile::Seek(int64_t offset, Origin origin, uint64_t* position) {
                        : origin == Origin::kCurrent ? SEEK_CUR
                                                     : SEEK_END;
     const off_t result = lseek(m_descriptor, offset, whence);
-    if (result < 0) return errno;
+    if (result < 0) return Note(errno);
     if (position) *position = static_cast<uint64_t>(result);
     return 0;
 }
@@ -147,6 +147,15 @@ int XpFile::Sync() {
         result = fsync(m_descriptor);
     } while (result != 0 && errno == EINTR);
     return result != 0 ? errno : 0;
+}
+
+int XpReadAt(int descriptor, uint64_t offset, void* buffer, uint64_t size, uint64_t* done) {
+    *done = 0;
+    if (!fits_offset(offset, size)) return EOVERFLOW;
+    auto* bytes = static_cast<uint8_t*>(buffer);
+    return transfer(size, done, [&](uint64_t at, size_t n) {
+        return pread(descriptor, bytes + at, n, static_cast<off_t>(offset + at));
+    });
 }
 
 std::string XpErrorText(int error) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 namespace tarn {
 
@@ -31,6 +32,8 @@ public:
     void Adopt(int descriptor);
     bool IsOpen() const { return m_descriptor >= 0; }
     int Descriptor() const { return m_descriptor; }
+    // The descriptor becomes the caller's to close.
+    [[nodiscard]] int Release() { return std::exchange(m_descriptor, -1); }
     // Closing may report a write that failed late. The file counts as closed either way.
     int Close();
 
@@ -42,12 +45,22 @@ public:
 
     [[nodiscard]] int Seek(int64_t offset, Origin origin, uint64_t* position = nullptr);
     [[nodiscard]] int GetLength(uint64_t* length) const;
+    // The error of the last Read, Write or Seek that failed; for callers behind an interface that
+    // can't hand it on.
+    int LastError() const { return m_lastError; }
     // Leaves only when the bytes are on the medium.
     [[nodiscard]] int Sync();
 
 private:
+    int Note(int error);
+
     int m_descriptor = -1;
+    int m_lastError = 0;
 };
+
+// XpFile::ReadAt for a descriptor that somebody else owns.
+[[nodiscard]] int XpReadAt(int descriptor, uint64_t offset, void* buffer, uint64_t size,
+                           uint64_t* done);
 
 // A text for people: "No space left on device".
 std::string XpErrorText(int error);
