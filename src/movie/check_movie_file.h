@@ -1,0 +1,27 @@
+// check_movie_file.h - the one gate before a clip may be opened.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace tarn {
+
+enum MovieFileStatus : int {
+    kFileUnreadable = 0,   // no memory, nothing in it that this program reads, or a WAV that can't
+                           // be opened
+    kFileNoGraph = 1,      // the file is fine but no preview can be built for it
+    kFileUnsupported = 2,  // another kind of file, damaged, or not stereo
+    kFileUsable = 3,
+};
+
+// Builds a preview for the path and lets it go again; false when it can't. The caller brings it,
+// so that programs without a preview need no player.
+using GraphStep = std::function<bool(const std::string& path)>;
+
+// Checks an .mp4 or .wav file. `strict` also refuses a WAV that is not two channels of 16 bits.
+// `reason`, where given, gets the status in words, for people. Without a graph step a good file is
+// usable.
+MovieFileStatus CheckMovieFile(const std::string& path, bool strict, const GraphStep& graph,
+                               std::string* reason = nullptr);
+
+}  // namespace tarn

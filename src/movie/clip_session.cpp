@@ -1,0 +1,69 @@
+#include "movie/clip_session.h"
+
+#include "movie/movie_text.h"
+#include "movie/track_selection.h"
+#include "mp4format/atom_tree.h"
+
+namespace tarn {
+namespace {
+
+// The first track of a handler, an enabled one before others; 0 when there is none.
+uint32_t first_track(Mp4ReadSession* session, uint32_t handler) {
+    uint32_t count = 0, fallback = 0;
+    static_cast<void>(mp4_get_track_count(session, &count));
+    for (uint32_t track = 1; track <= count; ++track) {
+        Mp4HandlerInfo found{};
+        Mp4TrackHeaderInfo header{};
+        if (mp4_get_handler(session, track, &found) != FF4_RET_OK || found.type != handler)
+            continue;
+        if (mp4_get_track_header(session, track, &header) == FF4_RET_OK && (header.flags & 1) != 0)
+            return track;
+        if (fallback == 0) fallback = track;
+    }
+    return fallback;
+}
+
+// Whether the file starts as a movie file does.
+bool looks_like_movie(MovieFile& file) {
+    Mp4AtomInfo first{};
+    return mp4_read_atom_header(file.Host(), file.File(), 0, file.Size(), &first) == FF4_RET_OK &&
+           mp4_is_top_level_type(first.type);
+}
+
+}  // namespace
+
+ClipSession::~ClipSession() {
+    if (m_session) static_cast<void>(mp4_close_read(m_file.Host(), m_session));
+}
+
+bool ClipSession::Open(const std::string& path, std::string* reason) {
+    if (const int error = m_file.Open(path)) {
+        *reason = XpErrorText(error);
+        return false;
+    }
+    *reason = "the file is empty";
+    if (m_file.Size() == 0) return false;
+    *reason = "not an MP4 file";
+    if (!looks_like_movie(m_file)) return false;
+
+    uint32_t flags = 0;
+    const Mp4Result opened =
+        mp4_open_read(m_file.Host(), m_file.File(), {0, 50, 0}, &m_session, &flags);
+    *reason = MovieCodeText(movie_code(opened), 0);
+    if (opened != FF4_RET_OK) return false;
+    *reason = "the recording is cut short: it has no movie header";
+    return (flags & kFileMovie) != 0;
+}
+
+ClipSession::Tracks ClipSession::ChooseTracks() const {
+    uint32_t camera = 0;
+    static_cast<void>(mp4_has_compatible_brand(m_session, fourcc("MSNV"), &camera));
+    CMovieInfoType chosen;
+    SelectTracks(m_session, camera != 0, &chosen);
+    Tracks tracks{chosen.video.trackNumber, chosen.audio.trackNumber};
+    if (tracks.video == 0) tracks.video = first_track(m_session, fourcc("vide"));
+    if (tracks.audio == 0) tracks.audio = first_track(m_session, fourcc("soun"));
+    return tracks;
+}
+
+}  // namespace tarn

@@ -1,0 +1,57 @@
+// range_selection.h - where a cut can be made: on sync samples around the points that were asked
+// for, with the sound cut to match the picture.
+//
+// Points are milliseconds of the movie's own timeline, as a player shows it: edit lists and the
+// delay of reordered pictures are taken into account.
+#pragma once
+
+#include <cstdint>
+
+#include "movie/movie_codes.h"
+#include "movie/movie_info.h"
+
+namespace tarn {
+
+// Samples `first` up to but not including `end`, with their decoding times in media units.
+struct TrackRange {
+    uint32_t first = 1, end = 1;
+    uint64_t firstTime = 0, endTime = 0;
+    // What lies between the start of the output and the track's first kept sample, media units.
+    // Positive: so much of the first sample is left out. Negative: the track starts so much later.
+    int64_t startOffset = 0;
+    // When the track's very first picture is shown, counted from its decoding: what reordered
+    // pictures are late by, media units.
+    int64_t presentationStart = 0;
+};
+
+struct MovieRange {
+    TrackRange video, audio;
+    uint64_t actualInMs = 0, actualOutMs = 0;
+    // From the first kept picture to the requested in point, movie timeline, in media units of the
+    // picture (of the sound without a picture). Not negative.
+    uint64_t leadIn = 0;
+    // The same at the end: from the requested out point to the end of what is kept.
+    uint64_t leadOut = 0;
+    uint64_t bytes = 0;  // of all samples in both ranges
+};
+
+// Sync samples around a decoding time: the last at or before it (`prev`, sample 1 when there is
+// none) and the first at or after it (`next`, one behind the last sample when there is none).
+struct SyncBounds {
+    uint32_t prev, next;
+    uint64_t prevTime, nextTime;
+};
+Mp4Result FindSyncBounds(const MovieTrackInfo& track, uint64_t target, SyncBounds* bounds);
+
+// What has to be added to a time of the movie, in media units, to get a decoding time of the
+// track. Negative where the track starts late.
+Mp4Result GetEditOffset(const MovieTrackInfo& track, uint32_t movieTimescale, int64_t* offset);
+
+// Chooses the cut. `atEnd` keeps all there is behind the in point. `sizeLimit` above 0 bounds the
+// bytes of the pictures: the cut then ends with the last group of pictures that fits, at least one.
+// kMovieRange for an out point before the in point, FF4_RET_FORMAT for a first sample without
+// duration.
+MovieCode ChooseRange(const CMovieInfoType& info, uint64_t inMs, uint64_t outMs, bool atEnd,
+                      uint64_t sizeLimit, MovieRange* range);
+
+}  // namespace tarn

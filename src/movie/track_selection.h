@@ -1,0 +1,28 @@
+// track_selection.h - which of a movie's tracks are its picture and its sound.
+#pragma once
+
+#include <cstdint>
+
+#include "movie/movie_info.h"
+
+namespace tarn {
+
+// Chooses the first enabled video track of a kind that can be copied and the first enabled sound
+// track that can be decoded, both with their samples in this very file. Opens the chosen tracks
+// and closes the others again. A track that fails is passed over; in a camera clip (`camera`) a
+// track whose role can't be read ends the choice, and other roles than the main one are passed
+// over. Returns how many were chosen.
+uint32_t SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info);
+
+// Fills timescale, duration, sample count and edits of a chosen track. FF4_RET_FORMAT for a media
+// timescale of 0.
+Mp4Result ReadTrackInfo(MovieTrackInfo* track);
+
+// The sample descriptions of a chosen track with their configurations. A track without any gives
+// an empty list.
+Mp4Result ReadVideoDescriptions(Mp4ReadSession* session, uint32_t track,
+                                std::vector<CVideoSampleDescriptionInfo>* list);
+Mp4Result ReadAudioDescriptions(Mp4ReadSession* session, uint32_t track,
+                                std::vector<CAudioSampleDescriptionInfo>* list);
+
+}  // namespace tarn
