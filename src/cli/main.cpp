@@ -11,6 +11,9 @@ int main(int argc, char** argv) {
     app.failure_message(CLI::FailureMessage::help);
 
     int status = kExitDone;
+    AddCheckCommand(app, &status);
+    AddInfoCommand(app, &status);
+    AddSamplesCommand(app, &status);
     AddTreeCommand(app, &status);
     try {
         app.parse(argc, argv);

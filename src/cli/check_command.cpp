@@ -1,0 +1,49 @@
+// check_command.cpp - `tarn check FILE`: whether the program would open a clip.
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/report.h"
+#include "movie/check_movie_file.h"
+
+namespace tarn {
+namespace {
+
+const char* meaning(MovieFileStatus status) {
+    switch (status) {
+        case kFileUnreadable:
+            return "can't be opened";
+        case kFileNoGraph:
+            return "can't be previewed";
+        case kFileUnsupported:
+            return "not usable";
+        case kFileUsable:
+            return "usable";
+    }
+    return "";
+}
+
+int run_check(const std::string& path) {
+    std::string reason;
+    const MovieFileStatus status = CheckMovieFile(path, true, nullptr, &reason);
+    std::cout << static_cast<int>(status) << ' ' << meaning(status);
+    if (!reason.empty()) std::cout << ": " << reason;
+    std::cout << '\n';
+    if (status == kFileUsable) return kExitDone;
+    return Fail(path, reason);
+}
+
+}  // namespace
+
+void AddCheckCommand(CLI::App& app, int* status) {
+    auto path = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand("check", "Tell whether a clip can be edited");
+    command->add_option("FILE", *path, "An .mp4 or .wav file")->required();
+    command->footer(
+        "Prints a digit and its meaning: 3 usable, 2 not usable, 1 no preview, 0 can't "
+        "be opened.\nThe exit status is 0 for 3 alone.");
+    command->callback([path, status] { *status = run_check(*path); });
+}
+
+}  // namespace tarn

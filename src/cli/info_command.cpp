@@ -1,0 +1,234 @@
+// info_command.cpp - `tarn info FILE…`: what a clip is.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/report.h"
+#include "cli/times.h"
+#include "movie/clip_info.h"
+#include "movie/movie_text.h"
+
+namespace tarn {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string date_text(const Mp4Date& date) {
+    char text[48];
+    std::snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", date.year, date.month,
+                  date.day, date.hour, date.minute, date.second);
+    return text;
+}
+
+// 16.16 as a number
+double fixed(uint32_t value) {
+    return value / 65536.0;
+}
+
+// --- JSON
+
+Json edits_json(const std::vector<MovieEdit>& edits) {
+    Json list = Json::array();
+    for (const MovieEdit& edit : edits) {
+        list.push_back({{"segment_duration", edit.segmentDuration},
+                        {"media_time", edit.mediaTime},
+                        {"rate", fixed(edit.rate)}});
+    }
+    return list;
+}
+
+Json common_json(const ClipTrackInfo& track) {
+    return {{"bit_rate", track.bitRate},
+            {"samples", track.samples},
+            {"timescale", track.timescale},
+            {"duration", track.duration},
+            {"edits", edits_json(track.edits)}};
+}
+
+Json video_json(const std::optional<ClipTrackInfo>& track) {
+    if (!track) return nullptr;
+    Json json = {{"codec", CodeText(track->codec)},
+                 {"width", track->width},
+                 {"height", track->height},
+                 {"frame_rate", track->frameRate}};
+    json.update(common_json(*track));
+    return json;
+}
+
+Json audio_json(const std::optional<ClipTrackInfo>& track) {
+    if (!track) return nullptr;
+    Json json = {{"codec", CodeText(track->codec)},
+                 {"channels", track->channels},
+                 {"sample_rate", track->sampleRate},
+                 {"bits", track->bits}};
+    json.update(common_json(*track));
+    return json;
+}
+
+Json profile_json(const ClipInfo& info) {
+    if (!info.hasProfile) return nullptr;
+    Json video = Json::array(), audio = Json::array();
+    if (const auto& v = info.videoProfile) {
+        video.push_back({{"track_id", v->track_id},
+                         {"codec", CodeText(v->codec)},
+                         {"codec_detail", v->codec_detail},
+                         {"attributes", v->attributes},
+                         {"max_bit_rate", v->max_bitrate},
+                         {"average_bit_rate", v->average_bitrate},
+                         {"max_frame_rate", fixed(v->max_frame_rate)},
+                         {"average_frame_rate", fixed(v->average_frame_rate)},
+                         {"width", v->width},
+                         {"height", v->height},
+                         {"aspect_horizontal", v->aspect_horizontal},
+                         {"aspect_vertical", v->aspect_vertical}});
+    }
+    if (const auto& a = info.audioProfile) {
+        audio.push_back({{"track_id", a->track_id},
+                         {"codec", CodeText(a->codec)},
+                         {"codec_detail", a->codec_detail},
+                         {"attributes", a->attributes},
+                         {"max_bit_rate", a->max_bitrate},
+                         {"average_bit_rate", a->average_bitrate},
+                         {"sample_rate", a->sampling_rate},
+                         {"channels", a->channels}});
+    }
+    return {{"file", info.fileProfile}, {"video", video}, {"audio", audio}};
+}
+
+Json metadata_json(const ClipInfo& info) {
+    Json list = Json::array();
+    for (const CMetaDataInfo& item : info.metadata) {
+        Json json = {{"type", item.type},
+                     {"language", LanguageText(item.language)},
+                     {"encoding", item.encoding},
+                     {"size", item.data.size()}};
+        if (const auto text = MetaText(item)) json["text"] = *text;
+        list.push_back(json);
+    }
+    return list;
+}
+
+Json info_json(const std::string& path, const ClipInfo& info) {
+    Json compatible = Json::array();
+    for (const uint32_t brand : info.compatible)
+        compatible.push_back(CodeText(brand));
+    Json json = {
+        {"path", path},        {"size", info.size},        {"brand", CodeText(info.brand)},
+        {"minor", info.minor}, {"compatible", compatible}, {"duration_ms", info.durationMs}};
+    json["created"] = info.created.year != 0 ? Json(date_text(info.created)) : Json(nullptr);
+    json["video"] = video_json(info.video);
+    json["audio"] = audio_json(info.audio);
+    json["profile"] = profile_json(info);
+    json["metadata"] = metadata_json(info);
+    json["fragmented"] = info.fragmented;
+    return json;
+}
+
+// --- text
+
+std::string codec_text(uint32_t code) {
+    const std::string name = CodecName(code);
+    return name.empty() ? CodeText(code) : name + " (" + CodeText(code) + ")";
+}
+
+void print_edits(const std::vector<MovieEdit>& edits) {
+    for (const MovieEdit& edit : edits) {
+        std::cout << "  edit      " << edit.segmentDuration << " movie units from media time "
+                  << edit.mediaTime << '\n';
+    }
+}
+
+void print_length(const ClipTrackInfo& track) {
+    uint64_t ms = 0;
+    static_cast<void>(mp4_mul_div(track.duration, 1000, track.timescale, &ms));
+    std::cout << "  length    " << TimeText(ms) << ", " << track.samples << " samples, "
+              << track.bitRate / 1000 << " kbit/s\n";
+}
+
+void print_tracks(const ClipInfo& info) {
+    if (const auto& v = info.video) {
+        std::cout << "picture     " << codec_text(v->codec) << ", " << v->width << " x "
+                  << v->height << ", " << std::setprecision(5) << v->frameRate << " frames/s\n";
+        print_length(*v);
+        print_edits(v->edits);
+    }
+    if (const auto& a = info.audio) {
+        std::cout << "sound       " << codec_text(a->codec) << ", " << a->channels << " channel"
+                  << (a->channels == 1 ? "" : "s") << ", " << a->sampleRate << " Hz, " << a->bits
+                  << " bits\n";
+        print_length(*a);
+        print_edits(a->edits);
+    }
+}
+
+void print_profile(const ClipInfo& info) {
+    if (!info.hasProfile) return;
+    std::cout << "profile     file " << info.fileProfile;
+    if (const auto& v = info.videoProfile) {
+        std::cout << "; picture " << CodeText(v->codec) << ' ' << v->width << " x " << v->height
+                  << ", " << v->average_bitrate << " kbit/s";
+    }
+    if (const auto& a = info.audioProfile) {
+        std::cout << "; sound " << CodeText(a->codec) << ' ' << a->sampling_rate << " Hz, "
+                  << a->average_bitrate << " kbit/s";
+    }
+    std::cout << '\n';
+}
+
+void print_info(const std::string& path, const ClipInfo& info) {
+    std::cout << Printable(path) << "\nsize        " << info.size << " bytes\nbrand       "
+              << CodeText(info.brand) << " (";
+    for (size_t i = 0; i < info.compatible.size(); ++i)
+        std::cout << (i ? ", " : "") << CodeText(info.compatible[i]);
+    std::cout << ")\nlength      " << TimeText(info.durationMs) << '\n';
+    if (info.created.year != 0) std::cout << "created     " << date_text(info.created) << '\n';
+    print_tracks(info);
+    print_profile(info);
+    for (const CMetaDataInfo& item : info.metadata) {
+        const auto text = MetaText(item);
+        std::cout << "text        " << LanguageText(item.language) << ": "
+                  << (text ? Printable(*text) : std::to_string(item.data.size()) + " bytes")
+                  << '\n';
+    }
+    if (info.fragmented) std::cout << "fragmented  yes\n";
+}
+
+int run_info(const std::vector<std::string>& paths, bool json) {
+    int status = kExitDone;
+    Json documents = Json::array();
+    for (const std::string& path : paths) {
+        ClipInfo info;
+        std::string reason;
+        if (!ReadClipInfo(path, &info, &reason)) {
+            status = Fail(path, reason);
+        } else if (json) {
+            documents.push_back(info_json(path, info));
+        } else {
+            print_info(path, info);
+        }
+    }
+    // One file gives its own document, several a list of those that could be read.
+    if (json && paths.size() > 1) PrintJson(documents);
+    if (json && paths.size() == 1 && !documents.empty()) PrintJson(documents[0]);
+    return status;
+}
+
+}  // namespace
+
+void AddInfoCommand(CLI::App& app, int* status) {
+    struct Options {
+        std::vector<std::string> paths;
+        bool json = false;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("info", "Show what a clip is");
+    command->add_option("FILE", options->paths, "Movie files")->required();
+    command->add_flag("--json", options->json,
+                      "Print one JSON document: an object, or a list for several files");
+    command->callback([options, status] { *status = run_info(options->paths, options->json); });
+}
+
+}  // namespace tarn
