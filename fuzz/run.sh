@@ -24,7 +24,9 @@ for name in "${names[@]}"; do
     corpus=build/fuzz/corpus/$name
     mkdir -p "$corpus"
     folders=("$corpus")
-    [ -d "fuzz/seeds/$name" ] && folders+=("fuzz/seeds/$name")
+    for seeds in "fuzz/seeds/$name" "build/fuzz/seeds/$name"; do
+        [ -d "$seeds" ] && folders+=("$seeds")
+    done
     log=build/fuzz/logs/$name.log
     printf '%-24s ' "$name"
     # A single input may take 10 s and 2 GiB: far above any honest one.
