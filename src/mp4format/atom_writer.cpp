@@ -1,0 +1,142 @@
+#include "mp4format/atom_writer.h"
+
+#include "mp4format/io.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint64_t kLargeHeader = 16;
+
+constexpr bool has_high_word(uint64_t value) {
+    return value >> 32 != 0;
+}
+
+// 8 or 16, the bytes of the header in front of a payload.
+Mp4Result header_size(const Mp4WriteOptions& options, uint64_t payload, uint64_t* header) {
+    if (options.size_policy > kSizeAlways64) return FF4_RET_ARGS;
+    if (payload > UINT64_MAX - kLargeHeader) return FF4_RET_OVERFLOW;
+    const bool needs_large = has_high_word(payload + kAtomHeader);
+    if (options.size_policy == kSize32 && needs_large) return FF4_RET_STATE;
+    const bool large = needs_large || options.size_policy == kSizeAlways64;
+    *header = large ? kLargeHeader : kAtomHeader;
+    return FF4_RET_OK;
+}
+
+}  // namespace
+
+Mp4Result mp4_put(Mp4Host* host, Mp4File* file, uint64_t offset, const void* bytes, uint64_t size,
+                  uint64_t* total) {
+    if (!host || !total || (!bytes && size > 0)) return FF4_RET_ARGS;
+    if (file && size > 0) {
+        FF4_TRY(mp4_seek(host, file, offset));
+        uint64_t done = 0;
+        if (host->callbacks.write(file, bytes, size, &done) != FF4_RET_OK) return FF4_RET_FILE;
+        if (done != size) return FF4_RET_FILE;
+    }
+    *total += size;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_write_atom_header(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
+                                uint64_t offset, uint64_t payload, uint32_t type, uint64_t* header,
+                                uint64_t* total) {
+    if (!host || !total) return FF4_RET_ARGS;
+    uint64_t size = 0;
+    FF4_TRY(header_size(options, payload, &size));
+
+    uint8_t bytes[kLargeHeader];
+    const bool large = size == kLargeHeader;
+    put_be32(bytes, large ? 1 : static_cast<uint32_t>(payload + size));
+    put_be32(bytes + 4, type);
+    if (large) put_be64(bytes + 8, payload + size);
+    FF4_TRY(mp4_put(host, file, offset, bytes, size, total));
+    if (header) *header = size;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_atom_total_size(Mp4Host* host, const Mp4WriteOptions& options, uint64_t payload,
+                              uint64_t* total) {
+    if (!host || !total) return FF4_RET_ARGS;
+    uint64_t header = 0;
+    FF4_TRY(header_size(options, payload, &header));
+    *total = payload + header;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_write_descriptor_header(Mp4Host* host, Mp4File* file, uint64_t offset,
+                                      uint64_t payload, uint8_t tag, uint64_t* total) {
+    constexpr int kMostGroups = 4;
+    if (!host || !total) return FF4_RET_ARGS;
+    int groups = 1;
+    while (groups <= kMostGroups && payload >> (7 * groups) != 0)
+        ++groups;
+    if (groups > kMostGroups) return FF4_RET_OVERFLOW;
+
+    Mp4Fields<1 + kMostGroups> fields;
+    fields.U8(tag);
+    for (int i = groups - 1; i >= 0; --i) {
+        const uint32_t group = static_cast<uint32_t>(payload >> (7 * i)) & 0x7F;
+        fields.U8(i > 0 ? group | 0x80 : group);
+    }
+    return mp4_put(host, file, offset, fields.Data(), fields.Size(), total);
+}
+
+Mp4Result mp4_pick_version(Mp4Host* host, const Mp4WriteOptions& options, uint64_t creation,
+                           uint64_t modification, uint64_t duration, uint32_t* version) {
+    if (!host || !version) return FF4_RET_ARGS;
+    switch (options.version_policy) {
+        case kVersion0:
+        case kVersion0Too:
+            if (has_high_word(creation) && has_high_word(modification) && has_high_word(duration))
+                return FF4_RET_STATE;
+            *version = 0;
+            return FF4_RET_OK;
+        case kVersionAuto:
+            *version = has_high_word(creation | modification | duration) ? 1 : 0;
+            return FF4_RET_OK;
+        case kVersionAlways1:
+            *version = 1;
+            return FF4_RET_OK;
+        default:
+            return FF4_RET_INTERNAL;
+    }
+}
+
+Mp4Result mp4_write_plain_atom(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
+                               uint64_t offset, uint32_t type, const void* payload, uint64_t size,
+                               uint64_t* total) {
+    if (!host || !total) return FF4_RET_ARGS;
+    uint64_t atom = 0;
+    FF4_TRY(mp4_write_atom_header(host, options, file, offset, size, type, nullptr, &atom));
+    FF4_TRY(mp4_put(host, file, offset + atom, payload, size, &atom));
+    *total += atom;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_put_extended_type(Mp4Host* host, Mp4File* file, uint64_t offset, uint32_t name,
+                                uint64_t* total) {
+    Mp4Fields<16> fields;
+    fields.U32(name);
+    fields.U32(0x21D24FCE);
+    fields.U32(0xBB88695C);
+    fields.U32(0xFAC9C740);
+    return mp4_put(host, file, offset, fields.Data(), fields.Size(), total);
+}
+
+Mp4Result mp4_write_free(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
+                         uint64_t offset, uint64_t size, uint64_t* total) {
+    if (!host || !total) return FF4_RET_ARGS;
+    for (const uint64_t header : {kAtomHeader, kLargeHeader}) {
+        if (size < header) return FF4_RET_ARGS;
+        uint64_t whole = 0, written = 0;
+        FF4_TRY(mp4_atom_total_size(host, options, size - header, &whole));
+        if (whole != size) continue;
+        FF4_TRY(mp4_write_atom_header(host, options, file, offset, size - header, fourcc("free"),
+                                      nullptr, &written));
+        *total += size;
+        return FF4_RET_OK;
+    }
+    return FF4_RET_ARGS;
+}
+
+}  // namespace tarn

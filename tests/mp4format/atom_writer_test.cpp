@@ -1,0 +1,130 @@
+#include "mp4format/atom_writer.h"
+
+#include <gtest/gtest.h>
+
+#include "writer_rig.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint64_t k4G = uint64_t{1} << 32;
+
+TEST(AtomWriter, HeaderFormsFollowTheSize) {
+    const struct {
+        const char* name;
+        uint32_t policy;
+        uint64_t payload;
+        Mp4Result result;
+        Bytes bytes;
+    } cases[] = {
+        {"small", kSizeAuto, 4, FF4_RET_OK, Be32({12, fourcc("mdat")})},
+        {"the last that fits", kSizeAuto, k4G - 9, FF4_RET_OK, Be32({0xFFFFFFFF, fourcc("mdat")})},
+        {"its header makes it large", kSizeAuto, k4G - 8, FF4_RET_OK,
+         Join(Be32({1, fourcc("mdat")}), Be64({k4G + 8}))},
+        {"32 bits alone", kSize32, k4G - 9, FF4_RET_OK, Be32({0xFFFFFFFF, fourcc("mdat")})},
+        {"32 bits alone, too large", kSize32, k4G - 8, FF4_RET_STATE, {}},
+        {"always large", kSizeAlways64, 4, FF4_RET_OK, Join(Be32({1, fourcc("mdat")}), Be64({20}))},
+        {"unknown policy", 3, 4, FF4_RET_ARGS, {}},
+        {"past 64 bits", kSizeAuto, UINT64_MAX - 15, FF4_RET_OVERFLOW, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestHost host(Bytes{});
+        Mp4WriteOptions options = kOptions;
+        options.size_policy = c.policy;
+        uint64_t header = 0, total = 3, whole = 0;
+        EXPECT_EQ(mp4_write_atom_header(host, options, host.File(), 0, c.payload, fourcc("mdat"),
+                                        &header, &total),
+                  c.result);
+        EXPECT_EQ(host.Content(host.File()), c.bytes);
+        EXPECT_EQ(header, c.bytes.size());
+        EXPECT_EQ(total, 3 + c.bytes.size());
+        EXPECT_EQ(mp4_atom_total_size(host, options, c.payload, &whole), c.result);
+        EXPECT_EQ(whole, c.result == FF4_RET_OK ? c.payload + c.bytes.size() : 0);
+    }
+}
+
+TEST(AtomWriter, DescriptorLengthsAreAsShortAsCanBe) {
+    const struct {
+        uint64_t payload;
+        Mp4Result result;
+        Bytes bytes;
+    } cases[] = {
+        {0, FF4_RET_OK, {3, 0}},
+        {127, FF4_RET_OK, {3, 0x7F}},
+        {128, FF4_RET_OK, {3, 0x81, 0x00}},
+        {0x3FFF, FF4_RET_OK, {3, 0xFF, 0x7F}},
+        {0xFFFFFFF, FF4_RET_OK, {3, 0xFF, 0xFF, 0xFF, 0x7F}},
+        {0x10000000, FF4_RET_OVERFLOW, {}},
+        {UINT64_MAX, FF4_RET_OVERFLOW, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.payload);
+        TestHost host(Bytes{});
+        uint64_t total = 0;
+        EXPECT_EQ(mp4_write_descriptor_header(host, host.File(), 0, c.payload, 3, &total),
+                  c.result);
+        EXPECT_EQ(host.Content(host.File()), c.bytes);
+        EXPECT_EQ(total, c.bytes.size());
+    }
+}
+
+TEST(AtomWriter, VersionsAndWhatTheyLose) {
+    const struct {
+        const char* name;
+        uint32_t policy;
+        uint64_t creation, modification, duration;
+        Mp4Result result;
+        uint32_t version;
+    } cases[] = {
+        {"one wide time is cut", kVersion0, k4G, 1, 1, FF4_RET_OK, 0},
+        {"so are two", kVersion0Too, k4G, 1, k4G, FF4_RET_OK, 0},
+        {"three are refused", kVersion0, k4G, k4G, k4G, FF4_RET_STATE, 9},
+        {"three under the other policy", kVersion0Too, k4G, k4G, k4G, FF4_RET_STATE, 9},
+        {"nothing needs it", kVersionAuto, k4G - 1, 1, 1, FF4_RET_OK, 0},
+        {"the duration needs it", kVersionAuto, 1, 1, k4G, FF4_RET_OK, 1},
+        {"always", kVersionAlways1, 1, 1, 1, FF4_RET_OK, 1},
+        {"unknown policy", 4, 1, 1, 1, FF4_RET_INTERNAL, 9},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestHost host;
+        Mp4WriteOptions options = kOptions;
+        options.version_policy = c.policy;
+        uint32_t version = 9;
+        EXPECT_EQ(mp4_pick_version(host, options, c.creation, c.modification, c.duration, &version),
+                  c.result);
+        EXPECT_EQ(version, c.version);
+    }
+}
+
+TEST(AtomWriter, FreeIsAHeaderAlone) {
+    const struct {
+        uint32_t policy;
+        uint64_t size;
+        Mp4Result result;
+        Bytes bytes;
+    } cases[] = {
+        {kSizeAuto, 8, FF4_RET_OK, Be32({8, fourcc("free")})},
+        {kSizeAuto, 5000, FF4_RET_OK, Be32({5000, fourcc("free")})},
+        {kSizeAuto, 7, FF4_RET_ARGS, {}},
+        {kSizeAlways64, 16, FF4_RET_OK, Join(Be32({1, fourcc("free")}), Be64({16}))},
+        {kSizeAlways64, 15, FF4_RET_ARGS, {}},
+        {kSizeAuto, k4G + 8, FF4_RET_OK, Join(Be32({1, fourcc("free")}), Be64({k4G + 8}))},
+        // 8 bytes of header are too few for so much, and 16 leave a payload that asks for 8.
+        {kSizeAuto, k4G + 7, FF4_RET_ARGS, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.size);
+        TestHost host(Bytes{});
+        Mp4WriteOptions options = kOptions;
+        options.size_policy = c.policy;
+        uint64_t total = 0;
+        EXPECT_EQ(mp4_write_free(host, options, host.File(), 0, c.size, &total), c.result);
+        EXPECT_EQ(host.Content(host.File()), c.bytes);
+        EXPECT_EQ(total, c.result == FF4_RET_OK ? c.size : 0);
+    }
+}
+
+}  // namespace
+}  // namespace tarn
