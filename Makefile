@@ -31,8 +31,8 @@ run:
 	@$(ENSURE) build
 	@cmake --preset release -Wno-dev >/dev/null
 	@cmake --build --preset release --target tarn -j $(JOBS)
-	@echo "tarn tree $$CLIP"
-	@$(TARN) tree -- "$$CLIP"
+	@echo "tarn info $$CLIP"
+	@$(TARN) info -- "$$CLIP"
 
 test: build
 	ctest --preset $(PRESET) -j $(JOBS)
