@@ -12,7 +12,8 @@ namespace {
 constexpr uint32_t kMaxEntriesPerRead = 1000;  // bounds a single stall
 constexpr uint32_t kMaxDiskEntry = 12;
 constexpr uint32_t kMaxNeighbours = 2;
-constexpr uint32_t kMaxCheckpoints = 512;  // 8 KB for a table
+constexpr uint32_t kJumpEntries = 128;      // the first read after a jump
+constexpr uint32_t kMaxCheckpoints = 2048;  // 32 KB for a table
 constexpr uint32_t kMinSpacing = 64;
 constexpr uint32_t kMaxEntries = UINT32_MAX - 2;  // one past the end and its successor fit 32 bits
 
@@ -27,8 +28,11 @@ uint8_t* slot(const Mp4TableWindow& w, uint32_t index) {
     return w.buffer + static_cast<uint64_t>(index) * w.kind->mem_size;
 }
 
-uint32_t entries_per_read(const Mp4TableWindow& w) {
-    return std::min(w.capacity, kMaxEntriesPerRead);
+// A jump reads little, since the next one may lead anywhere; a window that grows reads ever more.
+uint32_t entries_per_read(const Mp4TableWindow& w, bool joined) {
+    const uint64_t wanted = joined ? 2 * uint64_t{w.end - w.first} : kJumpEntries;
+    return static_cast<uint32_t>(
+        std::min({uint64_t{w.capacity}, uint64_t{kMaxEntriesPerRead}, wanted}));
 }
 
 // --- reading
@@ -113,7 +117,7 @@ Mp4Result choose_run(const Mp4TableWindow& w, Mp4TableAxis axis, uint64_t target
 // reaches the target.
 Mp4Result choose_direct(const Mp4TableWindow& w, uint64_t target, Plan* plan) {
     if (target == 0 || target > w.count) return FF4_RET_NOTFOUND;
-    const uint32_t reach = entries_per_read(w);
+    const uint32_t reach = entries_per_read(w, true);
     const auto entry = static_cast<uint32_t>(target);
     *plan = {{entry, {entry, 0}}, false};
     if (w.first == 0) return FF4_RET_OK;
@@ -170,13 +174,14 @@ void decode_behind(Mp4TableWindow* w, const Mp4RawEntries& raw, uint32_t n) {
 
 Mp4Result load_forward(Mp4Host* host, Mp4File* file, Mp4TableWindow* w,
                        const Mp4TableAnchor& from) {
-    const uint32_t n = std::min(entries_per_read(*w), w->count + 1 - from.entry);
+    const bool joined = w->first != 0 && w->end == from.entry;
+    const uint32_t n = std::min(entries_per_read(*w, joined), w->count + 1 - from.entry);
     if (n == 0) return FF4_RET_FORMAT;
     Scratch scratch;
     Mp4RawEntries raw{};
     FF4_TRY(read_raw(host, file, *w, from.entry, from.entry + n, scratch, &raw));
 
-    restart_unless(w->first != 0 && w->end == from.entry, w, from);
+    restart_unless(joined, w, from);
     make_room_behind(w, n);
     decode_behind(w, raw, n);
     return w->end == from.entry ? FF4_RET_FORMAT : FF4_RET_OK;
@@ -214,7 +219,7 @@ void decode_in_front(Mp4TableWindow* w, const Mp4RawEntries& raw, uint32_t n,
 Mp4Result load_backward(Mp4Host* host, Mp4File* file, Mp4TableWindow* w,
                         const Mp4TableAnchor& from) {
     const bool joined = w->first != 0 && w->first == from.entry;
-    uint32_t n = std::min(entries_per_read(*w), from.entry - 1);
+    uint32_t n = std::min(entries_per_read(*w, joined), from.entry - 1);
     if (n == 0) return FF4_RET_FORMAT;
     // One entry stays, for a walk that turns around.
     if (joined && n == w->capacity && n > 1) --n;
