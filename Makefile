@@ -3,11 +3,10 @@
 .PHONY: help run test bench fuzz build deps install format format-check lint clean
 
 PRESET := release
-PREFIX := /usr/local
-DESTDIR :=
+PREFIX ?= /usr/local
 SECONDS := 60
-JOBS := $(shell nproc)
-CLIP := examples/concert.mp4
+JOBS ?= $(shell nproc)
+CLIP ?= examples/concert.mp4
 # By the environment, so that a name may hold any character.
 export CLIP DESTDIR
 
