@@ -42,8 +42,8 @@ Mp4Result check_chunk(const Mp4TableBuild& tables, const Mp4NewChunk& chunk, uin
 }
 
 Mp4Result add_times(Mp4Host* host, Mp4TableBuild* tables, const Mp4SampleRun& run) {
-    return extend(host, &tables->times, Mp4TimeEntry{run.count, run.duration},
-                  [&](const Mp4TimeEntry& last) { return last.delta == run.duration; });
+    return extend(host, &tables->times, Mp4BuildTimeRun{run.count, run.duration},
+                  [&](const Mp4BuildTimeRun& last) { return last.delta == run.duration; });
 }
 
 // Offsets of 0 are kept from the start: they are one run until another offset comes.
@@ -51,8 +51,8 @@ Mp4Result add_compositions(Mp4Host* host, Mp4TableBuild* tables, const Mp4Sample
     if (run.composition_offset != 0) tables->has_compositions = true;
     if (run.composition_offset < 0) tables->has_negative_offset = true;
     return extend(
-        host, &tables->compositions, Mp4OffsetEntry{run.count, run.composition_offset},
-        [&](const Mp4OffsetEntry& last) { return last.offset == run.composition_offset; });
+        host, &tables->compositions, Mp4BuildOffsetRun{run.count, run.composition_offset},
+        [&](const Mp4BuildOffsetRun& last) { return last.offset == run.composition_offset; });
 }
 
 Mp4Result add_sizes(Mp4Host* host, Mp4TableBuild* tables, const Mp4SampleRun& run) {
@@ -95,10 +95,10 @@ Mp4Result add_run(Mp4Host* host, Mp4TableBuild* tables, const Mp4SampleRun& run)
 
 Mp4Result add_chunk_run(Mp4Host* host, Mp4TableBuild* tables, uint32_t samples,
                         uint32_t description) {
-    const auto* last = static_cast<const Mp4ChunkEntry*>(mp4_last_entry(tables->chunk_runs));
+    const auto* last = static_cast<const Mp4BuildChunkRun*>(mp4_last_entry(tables->chunk_runs));
     if (last && last->samples_per_chunk == samples && last->description_index == description)
         return FF4_RET_OK;
-    const Mp4ChunkEntry run{tables->chunks.count + 1, samples, description};
+    const Mp4BuildChunkRun run{tables->chunks.count + 1, samples, description};
     return mp4_add_entry(host, &tables->chunk_runs, &run);
 }
 
@@ -114,7 +114,7 @@ Mp4Result add_all(Mp4Host* host, Mp4TableBuild* tables, const Mp4NewChunk& chunk
 // Calls visit(uint64_t& offset) for each chunk of the description, or for all of them.
 template <typename Visit>
 Mp4Result visit_chunks(const Mp4TableBuild& tables, uint32_t description, Visit visit) {
-    Mp4EntryCursor<Mp4ChunkEntry> run(tables.chunk_runs);
+    Mp4EntryCursor<Mp4BuildChunkRun> run(tables.chunk_runs);
     Mp4EntryCursor<uint64_t> chunk(tables.chunks);
     uint32_t in_run = 0;  // description of the run that the chunk is in
     for (uint32_t number = 1; chunk.Get(); chunk.Next(), ++number) {
@@ -137,9 +137,9 @@ Mp4Result mp4_init_tables(uint32_t constant_size, uint32_t field_bits, Mp4TableB
     *tables = {};
     tables->constant_size = constant_size;
     tables->field_bits = field_bits;
-    init_list<Mp4TimeEntry>(&tables->times);
-    init_list<Mp4OffsetEntry>(&tables->compositions);
-    init_list<Mp4ChunkEntry>(&tables->chunk_runs);
+    init_list<Mp4BuildTimeRun>(&tables->times);
+    init_list<Mp4BuildOffsetRun>(&tables->compositions);
+    init_list<Mp4BuildChunkRun>(&tables->chunk_runs);
     init_list<uint32_t>(&tables->sizes);
     init_list<uint64_t>(&tables->chunks);
     init_list<uint32_t>(&tables->syncs);

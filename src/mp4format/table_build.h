@@ -9,14 +9,14 @@
 namespace tarn {
 
 // Entries of the lists below.
-struct Mp4TimeEntry {
+struct Mp4BuildTimeRun {
     uint32_t count, delta;  // samples; media units each
 };
-struct Mp4OffsetEntry {
+struct Mp4BuildOffsetRun {
     uint32_t count;
     int32_t offset;  // media units
 };
-struct Mp4ChunkEntry {
+struct Mp4BuildChunkRun {
     uint32_t first_chunk, samples_per_chunk, description_index;  // 1-based
 };
 
@@ -40,9 +40,9 @@ struct Mp4NewChunk {
 struct Mp4TableBuild {
     uint64_t atom_size;          // of 'stbl', when it was last counted or written
     Mp4SampleEntryList entries;  // owned
-    Mp4ChunkList times;          // Mp4TimeEntry
-    Mp4ChunkList compositions;   // Mp4OffsetEntry
-    Mp4ChunkList chunk_runs;     // Mp4ChunkEntry
+    Mp4ChunkList times;          // Mp4BuildTimeRun
+    Mp4ChunkList compositions;   // Mp4BuildOffsetRun
+    Mp4ChunkList chunk_runs;     // Mp4BuildChunkRun
     Mp4ChunkList sizes;          // u32; empty where all are `constant_size`
     Mp4ChunkList chunks;         // u64, file offsets
     Mp4ChunkList syncs;          // u32, numbers of the sync samples from 1

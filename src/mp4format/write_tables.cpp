@@ -80,34 +80,34 @@ Mp4Result needs_large_offsets(const Mp4WriteOptions& options, const Mp4ChunkList
 
 Mp4Result mp4_write_stts(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
                          uint64_t offset, const Mp4TableBuild& tables, uint64_t* total) {
-    const auto put = [](const Mp4TimeEntry& run, uint8_t* to) {
+    const auto put = [](const Mp4BuildTimeRun& run, uint8_t* to) {
         put_be32(to, run.count);
         put_be32(to + 4, run.delta);
     };
-    return write_table<Mp4TimeEntry>(host, options, file, offset, fourcc("stts"), 0, tables.times,
-                                     8, put, total);
+    return write_table<Mp4BuildTimeRun>(host, options, file, offset, fourcc("stts"), 0,
+                                        tables.times, 8, put, total);
 }
 
 Mp4Result mp4_write_ctts(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
                          uint64_t offset, const Mp4TableBuild& tables, uint64_t* total) {
-    const auto put = [](const Mp4OffsetEntry& run, uint8_t* to) {
+    const auto put = [](const Mp4BuildOffsetRun& run, uint8_t* to) {
         put_be32(to, run.count);
         put_be32(to + 4, static_cast<uint32_t>(run.offset));
     };
-    return write_table<Mp4OffsetEntry>(host, options, file, offset, fourcc("ctts"),
-                                       tables.has_negative_offset ? 1 : 0, tables.compositions, 8,
-                                       put, total);
+    return write_table<Mp4BuildOffsetRun>(host, options, file, offset, fourcc("ctts"),
+                                          tables.has_negative_offset ? 1 : 0, tables.compositions,
+                                          8, put, total);
 }
 
 Mp4Result mp4_write_stsc(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
                          uint64_t offset, const Mp4TableBuild& tables, uint64_t* total) {
-    const auto put = [](const Mp4ChunkEntry& run, uint8_t* to) {
+    const auto put = [](const Mp4BuildChunkRun& run, uint8_t* to) {
         put_be32(to, run.first_chunk);
         put_be32(to + 4, run.samples_per_chunk);
         put_be32(to + 8, run.description_index);
     };
-    return write_table<Mp4ChunkEntry>(host, options, file, offset, fourcc("stsc"), 0,
-                                      tables.chunk_runs, 12, put, total);
+    return write_table<Mp4BuildChunkRun>(host, options, file, offset, fourcc("stsc"), 0,
+                                         tables.chunk_runs, 12, put, total);
 }
 
 // Both kinds have a head of 12 bytes: version and flags, the constant size or the field width, the
