@@ -12,11 +12,15 @@
 
 namespace tarn {
 
+// Points a second that overviews are made with.
+constexpr uint32_t kOverviewRate = 1120;
+
 // The running maximum is a signed byte: a point of -128 becomes a maximum of -128, which the next
 // point replaces. Intended. Feed the right channel's point before the left one's.
 class AMPPeakMeter {
 public:
     void Add(int8_t point);
+    int8_t Maximum() const { return m_maximum; }
     float Peak() const { return static_cast<float>(m_maximum) / 128.0f; }  // -1 to 127 / 128
 
 private:
