@@ -120,7 +120,7 @@ Mp4Result mp4_write_descriptor(Mp4Host* host, Mp4File* file, uint64_t offset, ui
     return FF4_RET_OK;
 }
 
-// A 'uuid' atom of the camera's family around what the body writes.
+// The 16-byte name that a 'uuid' payload of the camera's family begins with.
 Mp4Result mp4_put_extended_type(Mp4Host* host, Mp4File* file, uint64_t offset, uint32_t name,
                                 uint64_t* total);
 
