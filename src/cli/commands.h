@@ -17,5 +17,6 @@ void AddCheckCommand(CLI::App& app, int* status);
 void AddInfoCommand(CLI::App& app, int* status);
 void AddSamplesCommand(CLI::App& app, int* status);
 void AddTreeCommand(CLI::App& app, int* status);
+void AddExportCommand(CLI::App& app, int* status);
 
 }  // namespace tarn

@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
     AddInfoCommand(app, &status);
     AddSamplesCommand(app, &status);
     AddTreeCommand(app, &status);
+    AddExportCommand(app, &status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
