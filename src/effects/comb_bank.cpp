@@ -92,7 +92,13 @@ uint32_t AMPCombBank::AppendInput(const float* left, const float* right, uint32_
     }
     const uint32_t first = m_inputEnd;
     float* const frames = m_input.data() + 2 * first;
-    for (uint32_t i = 0; i < count; ++i) {
+    uint32_t i = 0;
+    for (; i + 4 <= count; i += 4) {
+        const Float4 l = Load4(left + i), r = Load4(right + i);
+        Store4(frames + 2 * i, __builtin_shufflevector(l, r, 0, 4, 1, 5));
+        Store4(frames + 2 * i + 4, __builtin_shufflevector(l, r, 2, 6, 3, 7));
+    }
+    for (; i < count; ++i) {
         frames[2 * i] = left[i];
         frames[2 * i + 1] = right[i];
     }

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <iterator>
 
+#include "effects/vector4.h"
+
 namespace tarn {
 namespace {
 
@@ -15,27 +17,35 @@ constexpr AMPCompressorCurve kCurves[] = {
 };
 static_assert(std::size(kCurves) == kCompressorCurveCount);
 
-// Every branch is computed and one is picked, so that the loop fits vector registers.
+// Every branch is computed and one is picked.
 void apply_curve(const AMPCompressorCurve& curve, float* samples, uint32_t count) {
-    const auto [threshold, knee, ratio, gain] = curve;
+    const float threshold = curve.threshold, knee = curve.knee;
+    const float ratio = curve.ratio, gain = curve.gain;
     const float q = (ratio - 1.0f) / (knee * 4.0f);
     const float below = threshold - knee, above = threshold + knee;
-    for (uint32_t i = 0; i < count; ++i) {
-        const float x = samples[i];
-        const float size = std::fabs(x);
-        const float over = (size - threshold) * ratio + threshold;
-        const float f = (size - threshold) + knee;
-        const float bent = (q * f * f + threshold - knee) + f;
-        const float level = size <= below ? size : size >= above ? over : bent;
-        samples[i] = std::copysign(level * gain, x);
-    }
+    Transform4(samples, count, [=](Float4 x, uint32_t) {
+        const Float4 size = Abs4(x);
+        const Float4 over = (size - threshold) * ratio + threshold;
+        const Float4 f = (size - threshold) + knee;
+        const Float4 bent = (q * f * f + threshold - knee) + f;
+        const Float4 level = size <= below ? size : size >= above ? over : bent;
+        return CopySign4(level * gain, x);
+    });
 }
 
+// A hard knee: what is above the threshold keeps its sign and grows by `slope`, a float or four.
+template <typename Slope>
+Float4 bend(Float4 x, float threshold, Slope slope) {
+    const Float4 edge = CopySign4(Splat4(threshold), x);
+    return Abs4(x) < threshold ? x : (x - edge) * slope + edge;
+}
+
+// `count` is a multiple of four.
 bool any_above(const float* samples, uint32_t count, float level) {
-    bool found = false;
-    for (uint32_t i = 0; i < count; ++i)
-        found |= std::fabs(samples[i]) > level;
-    return found;
+    Mask4 found{};
+    for (uint32_t i = 0; i < count; i += 4)
+        found |= Abs4(Load4(samples + i)) > level;
+    return Any4(found);
 }
 
 // Frames before the first with a sample above the level.
@@ -95,7 +105,7 @@ AMPRampCompressor::AMPRampCompressor(uint32_t sample_rate, float threshold, floa
       m_ratio(ratio),
       m_gain(gain),
       m_ramp(sample_rate, threshold, ramp_milliseconds),
-      m_slopes(m_ramp.Length()) {
+      m_slopes(m_ramp.Length() + 3) {  // the last four are read as one
     const float length = static_cast<float>(m_ramp.Length());
     for (uint32_t step = 0; step < m_ramp.Length(); ++step)
         m_slopes[step] = 1.0f - (1.0f - ratio) * (static_cast<float>(step) / length);
@@ -122,23 +132,14 @@ void AMPRampCompressor::Process(float* left, float* right, uint32_t count) {
 }
 
 void AMPRampCompressor::Compress(float* samples, const float* slopes, uint32_t count) const {
-    const float threshold = m_threshold, gain = m_gain;
-    for (uint32_t i = 0; i < count; ++i) {
-        const float x = samples[i];
-        const float edge = std::copysign(threshold, x);
-        const float bent = (x - edge) * slopes[i] + edge;
-        samples[i] = (std::fabs(x) < threshold ? x : bent) * gain;
-    }
+    Transform4(samples, count, [=, this](Float4 x, uint32_t i) {
+        return bend(x, m_threshold, Load4(slopes + i)) * m_gain;
+    });
 }
 
 void AMPRampCompressor::CompressFully(float* samples, uint32_t count) const {
-    const float threshold = m_threshold, ratio = m_ratio, gain = m_gain;
-    for (uint32_t i = 0; i < count; ++i) {
-        const float x = samples[i];
-        const float edge = std::copysign(threshold, x);
-        const float bent = (x - edge) * ratio + edge;
-        samples[i] = (std::fabs(x) < threshold ? x : bent) * gain;
-    }
+    Transform4(samples, count,
+               [this](Float4 x, uint32_t) { return bend(x, m_threshold, m_ratio) * m_gain; });
 }
 
 }  // namespace tarn
