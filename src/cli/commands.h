@@ -15,6 +15,7 @@ enum ExitStatus : int { kExitDone = 0, kExitFailed = 1, kExitUsage = 2 };
 
 void AddCheckCommand(CLI::App& app, int* status);
 void AddInfoCommand(CLI::App& app, int* status);
+void AddPeaksCommand(CLI::App& app, int* status);
 void AddSamplesCommand(CLI::App& app, int* status);
 void AddTreeCommand(CLI::App& app, int* status);
 void AddExportCommand(CLI::App& app, int* status);

@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
     int status = kExitDone;
     AddCheckCommand(app, &status);
     AddInfoCommand(app, &status);
+    AddPeaksCommand(app, &status);
     AddSamplesCommand(app, &status);
     AddTreeCommand(app, &status);
     AddExportCommand(app, &status);

@@ -1,0 +1,144 @@
+// peaks_command.cpp - `tarn peaks FILE`: the waveform as numbers or as a picture.
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+
+#include "base/xp_output_file.h"
+#include "base/xp_path.h"
+#include "cli/commands.h"
+#include "cli/effect_options.h"
+#include "cli/png_file.h"
+#include "cli/report.h"
+#include "movie/peaks.h"
+#include "movie/wave_reader.h"
+#include "movie/waveform_movie.h"
+
+namespace tarn {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int32_t kMostColumns = 1000000;
+
+struct PeaksOptions {
+    std::string path, picture;
+    int32_t columns = 1000;
+    bool json = false, raw = false;
+    AMPEffectSettings effects;
+};
+
+// By the name or, for other names, by how the file begins.
+bool is_wave(const std::string& path) {
+    if (XpPath::HasExtension(path, ".wav")) return true;
+    if (XpPath::HasExtension(path, ".mp4")) return false;
+    XpFile file;
+    char head[4] = {};
+    uint64_t done = 0;
+    return file.Open(path, XpFile::Mode::kRead) == 0 && file.Read(head, sizeof head, &done) == 0 &&
+           std::memcmp(head, "RIFF", 4) == 0;
+}
+
+Json pairs_json(const PeakSource& peaks, int channel) {
+    Json list = Json::array();
+    for (int32_t k = 0; k < peaks.GetColumnCount(); ++k) {
+        const PeakPair& pair = peaks.GetColumns(channel)[k];
+        list.push_back({pair.largest, pair.smallest});
+    }
+    return list;
+}
+
+void print_json(const PeakSource& peaks, bool raw) {
+    Json json = {{"points_per_second", PeakSource::PointsPerSecond()},
+                 {"points", peaks.GetCount()},
+                 {"max_absolute", peaks.GetMaxAbsolute()},
+                 {"peak", peaks.GetPeak()},
+                 {"columns_left", pairs_json(peaks, 0)},
+                 {"columns_right", pairs_json(peaks, 1)}};
+    if (raw) {
+        json["raw_left"] = peaks.GetRaw(0);
+        json["raw_right"] = peaks.GetRaw(1);
+    }
+    PrintJson(json);
+}
+
+void print_columns(const PeakSource& peaks) {
+    std::cout << "# " << peaks.GetCount() << " points, " << PeakSource::PointsPerSecond()
+              << " a second; largest magnitude " << int{peaks.GetMaxAbsolute()} << " (peak "
+              << peaks.GetPeak() << ")\n# column left-largest left-smallest right-largest "
+              << "right-smallest\n";
+    for (int32_t k = 0; k < peaks.GetColumnCount(); ++k) {
+        const PeakPair& left = peaks.GetColumns(0)[k];
+        const PeakPair& right = peaks.GetColumns(1)[k];
+        std::cout << k << ' ' << int{left.largest} << ' ' << int{left.smallest} << ' '
+                  << int{right.largest} << ' ' << int{right.smallest} << '\n';
+    }
+}
+
+void print_raw(const PeakSource& peaks) {
+    std::cout << "# point left right\n";
+    for (uint32_t i = 0; i < peaks.GetCount(); ++i)
+        std::cout << i << ' ' << int{peaks.GetRaw(0)[i]} << ' ' << int{peaks.GetRaw(1)[i]} << '\n';
+}
+
+int write_picture(const PeakSource& peaks, const PeaksOptions& options) {
+    const int error =
+        WritePng(options.picture, DrawWaveform(peaks, static_cast<uint32_t>(options.columns)));
+    if (error == 0) return kExitDone;
+    if (error == EEXIST) return Fail(options.picture, "already exists; choose another name");
+    return Fail(options.picture, "can't be written: " + XpErrorText(error));
+}
+
+int run_peaks(const PeaksOptions& options) {
+    std::unique_ptr<WFFileReader> reader;
+    if (is_wave(options.path)) {
+        reader = std::make_unique<WFWaveReader>();
+    } else {
+        reader = std::make_unique<WFMP4Reader>();
+    }
+    const bool opened = reader->Open(options.path, PeakSource::PointsPerSecond());
+    if (!opened || reader->Fault() == WaveformFault::kFile)
+        return Fail(options.path, reader->Reason());
+
+    const auto peaks = PeakSource::Create(reader.get(), options.columns);
+    if (options.effects.compressor != 0 || options.effects.normalize != 0) {
+        AMPEffectSettings settings = options.effects;
+        settings.peak = peaks->GetPeak();
+        peaks->ApplyEffects(settings);
+    }
+    // What could be read is shown all the same.
+    if (reader->Fault() != WaveformFault::kNone)
+        std::cerr << "tarn: " << Printable(options.path) << ": " << reader->Reason() << '\n';
+    if (!options.picture.empty()) {
+        if (const int status = write_picture(*peaks, options); status != kExitDone) return status;
+    }
+    if (options.json) {
+        print_json(*peaks, options.raw);
+    } else if (options.picture.empty()) {
+        print_columns(*peaks);
+        if (options.raw) print_raw(*peaks);
+    }
+    return kExitDone;
+}
+
+}  // namespace
+
+void AddPeaksCommand(CLI::App& app, int* status) {
+    auto options = std::make_shared<PeaksOptions>();
+    CLI::App* command = app.add_subcommand(
+        "peaks", "Show the waveform of a clip or a WAV file, as columns or as a picture");
+    command->add_option("FILE", options->path, "The movie or WAV file")->required();
+    command
+        ->add_option("--columns", options->columns,
+                     "Columns of the whole sound, each its largest and smallest point; also the "
+                     "width of the picture, 320 to 8000 pixels")
+        ->check(CLI::Range(1, kMostColumns))
+        ->capture_default_str();
+    command->add_option("--png", options->picture, "Draw the waveform into this new PNG file");
+    AddLevelOptions(command, &options->effects);
+    command->add_flag("--raw", options->raw, "Show every point too, as read");
+    command->add_flag("--json", options->json, "Print one JSON document");
+    command->callback([options, status] { *status = run_peaks(*options); });
+}
+
+}  // namespace tarn
