@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "effects/allocation_count.h"
+#include "effects/flush_denormals.h"
 
 #if defined(__SSE__)
 #include <xmmintrin.h>
@@ -143,6 +144,14 @@ TEST(EffectChain, ChangesSettingsOnTheWay) {
     EXPECT_TRUE(AMPEffectSetParameters(leveled.get(), level));
     EXPECT_EQ(Treat(leveled.get(), {1630, 0}), (Sound{4800, 0}));
 
+    // While both bands are at 0 the equaliser hears nothing.
+    AMPEffectSettings bass;
+    const AMPEffectChainPtr silent = MakeChain(bass);
+    Treat(silent.get(), input);
+    bass.bass = 50;
+    EXPECT_TRUE(AMPEffectSetParameters(silent.get(), bass));
+    EXPECT_TRUE(Treat(silent.get(), input) == Treat(MakeChain(bass).get(), input));
+
     AMPEffectSettings bypass = Everything();
     bypass.bypass = 1;
     EXPECT_TRUE(AMPEffectSetParameters(chain.get(), bypass));
@@ -154,6 +163,13 @@ TEST(EffectChain, GivesTheCallersFloatingPointModeBack) {
     const unsigned mode = _mm_getcsr();
     for (const unsigned own : {mode & ~0x8040u, mode | 0x8040u}) {
         _mm_setcsr(own);
+        {
+            const FlushDenormals flush;
+            volatile float tiny = std::numeric_limits<float>::min();
+            tiny = tiny * 0.5f;
+            EXPECT_EQ(tiny, 0.0f);
+        }
+        EXPECT_EQ(_mm_getcsr() & 0x8040u, own & 0x8040u);
         Treat(MakeChain(Everything()).get(), Noise(100));
         EXPECT_EQ(_mm_getcsr() & 0x8040u, own & 0x8040u);
     }

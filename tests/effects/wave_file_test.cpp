@@ -118,6 +118,15 @@ TEST(WaveFile, RefusesWhatItCannotTreat) {
     EXPECT_EQ(Rewrite(dir), kWaveSourceFailed);
     dir.Write("in.wav", Wave({.data_size = 400}, Sound(50)));
     EXPECT_EQ(Rewrite(dir, 0, 6), kWaveDone) << "what is there of a cut file can be had";
+    // Another program cuts the file while it is read.
+    dir.Write("in.wav", Wave(600000));
+    const auto cut = [&](uint32_t block, uint32_t) {
+        if (block == 3) std::filesystem::resize_file(dir.Path("in.wav"), 2200000);
+        return true;
+    };
+    EXPECT_EQ(AMPEffectProcessWaveFile(dir.Path("new.wav"), dir.Path("in.wav"), {}, 0, 0, cut),
+              kWaveReadFailed);
+    EXPECT_EQ(dir.FileCount(), 2u);
     // 4 GiB and more, as a hole.
     std::filesystem::resize_file(dir.Path("in.wav"), uint64_t{1} << 32);
     EXPECT_EQ(Rewrite(dir, 0, 6), kWaveReadFailed);
@@ -172,12 +181,36 @@ TEST(WaveFile, KeepsSourceAndTargetWholeInEveryFailure) {
     EXPECT_EQ(dir.Read("out.wav").size(), source.size());
 }
 
+// Three blocks; the third begins at 65.536 s, the fade-out at 71 s.
+TEST(WaveFile, FadesAcrossBlocks) {
+    TempDir dir;
+    std::string sound;
+    for (int i = 0; i < 600000; ++i)
+        sound += Le(16000, 2) + Le(static_cast<uint32_t>(-16000), 2);
+    dir.Write("in.wav", Wave({.data_size = 2400000}, sound));
+    AMPEffectSettings settings;
+    settings.fade = 1;
+    ASSERT_EQ(
+        AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), settings, 0, 0, nullptr),
+        kWaveDone);
+    const std::string output = dir.Read("out.wav");
+    const struct {
+        uint32_t frame;
+        uint32_t sample;
+    } expected[] = {{7999, 0},       {16000, 1000},  {24000, 16000}, {300000, 16000},
+                    {568000, 16000}, {580000, 1000}, {592000, 0},    {599999, 0}};
+    for (const auto& e : expected)
+        EXPECT_EQ(output.substr(44 + 4 * e.frame, 4), Le(e.sample, 2) + Le(-e.sample, 2))
+            << e.frame;
+}
+
 TEST(WaveFile, AnnouncesItsBlocks) {
     TempDir dir;
     dir.Write("in.wav", Wave(1048576 / 4));
     std::string calls;
     EXPECT_EQ(AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), {}, 0, 0,
                                        [&](uint32_t block, uint32_t blocks) {
+                                           EXPECT_EQ(dir.FileCount(), 2u) << "beside the target";
                                            calls += std::to_string(block) + "/" +
                                                     std::to_string(blocks) + " ";
                                            return true;
