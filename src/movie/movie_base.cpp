@@ -58,6 +58,8 @@ MovieCode CMP4MovieBase::OpenEngine(uint32_t* fileFlags) {
     XpFile file;
     m_lastError = file.Open(m_path, XpFile::Mode::kRead);
     if (m_lastError != 0) return kMovieSystem;
+    struct stat info {};
+    if (fstat(file.Descriptor(), &info) == 0) m_opened = info.st_mtim;
     m_engine.descriptor = file.Release();
     m_engine.descriptorBlock = std::make_unique<int32_t>(m_engine.descriptor);
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <string>
 
@@ -51,6 +52,7 @@ protected:
     std::string m_path;
     uint16_t m_language;
     MovieEngineHandles m_engine;
+    timespec m_opened{};      // when the file had last been changed as it was opened
     int64_t m_sizeLimit = 0;  // bytes that a selection may take, 0 for no limit
 };
 

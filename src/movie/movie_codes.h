@@ -23,6 +23,7 @@ enum MovieCode : uint32_t {
     kMovieChanged = 0x50000008,   // the source changed or went away underneath
     kMovieMismatch = 0x50000009,  // reading back found another picture than the source's
     kMovieTooLarge = 0x5000000A,  // a WAV file can't hold so much
+    kMovieCancelled = 0x5000000B,
 };
 
 constexpr MovieCode movie_code(Mp4Result result) {

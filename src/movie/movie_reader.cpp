@@ -1,5 +1,7 @@
 #include "movie/movie_reader.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <new>
@@ -198,19 +200,20 @@ MovieCode CMP4MovieRead::FindSample(const MovieTrackInfo& track, Mp4SampleInfo* 
                                               &start, sample));
 }
 
-MovieCode CMP4MovieRead::ReadBytes(const Mp4SampleInfo& sample, CReadBuffer* buffer) {
+// The bytes of `count` samples of one size that lie behind each other.
+MovieCode CMP4MovieRead::ReadBytes(const Mp4SampleInfo& sample, uint32_t count,
+                                   CReadBuffer* buffer) {
     const uint64_t length = m_engine.readSession->file_size;
-    if (sample.offset > length || sample.size > length - sample.offset)
-        return movie_code(FF4_RET_FORMAT);
+    const uint64_t size = uint64_t{sample.size} * count;
+    if (sample.offset > length || size > length - sample.offset) return movie_code(FF4_RET_FORMAT);
     try {
-        buffer->data.resize(sample.size);
+        buffer->data.resize(size);
     } catch (const std::bad_alloc&) {
         return movie_code(FF4_RET_NOMEM);
     }
     uint64_t done = 0;
-    m_lastError =
-        XpReadAt(m_engine.descriptor, sample.offset, buffer->data.data(), sample.size, &done);
-    if (m_lastError == 0 && done < sample.size) m_lastError = EIO;  // the file has been cut
+    m_lastError = XpReadAt(m_engine.descriptor, sample.offset, buffer->data.data(), size, &done);
+    if (m_lastError == 0 && done < size) m_lastError = EIO;  // the file has been cut
     return m_lastError == 0 ? kMovieOk : kMovieSystem;
 }
 
@@ -225,7 +228,7 @@ MovieCode CMP4MovieRead::ReadSample(MovieTrackInfo* track, CReadBuffer* buffer,
     }
     *info = {sample.duration, sample.compositionOffset, sample.isSync != 0,
              sample.descriptionIndex};
-    MOVIE_TRY(ReadBytes(sample, buffer));
+    MOVIE_TRY(ReadBytes(sample, 1, buffer));
     ++track->currentSample;
     track->currentTime += sample.duration;
     return kMovieOk;
@@ -243,6 +246,48 @@ MovieCode CMP4MovieRead::ReadAudioSample(CReadBuffer* buffer, ReadSampleInfo* in
     MOVIE_TRY(ReadSample(&m_info.audio, buffer, info));
     info->description = FindAudioDescription(info->description);
     return kMovieOk;
+}
+
+MovieCode CMP4MovieRead::ReadAudioRun(uint32_t most, uint64_t units, CReadBuffer* buffer,
+                                      ReadSampleInfo* info, uint32_t* count) {
+    MovieTrackInfo& audio = m_info.audio;
+    *count = 0;
+    if (audio.currentSample >= audio.endSample) return kMovieEndOfSamples;
+    Mp4SampleInfo sample{};
+    MOVIE_TRY(FindSample(audio, &sample));
+    if (sample.duration > units) return kMovieOk;
+    uint32_t alike = 1;
+    if (most > 1) {
+        MOVIE_TRY(
+            mp4_get_alike_samples(audio.session, audio.trackNumber, audio.currentSample, &alike));
+    }
+    uint64_t run = std::min<uint64_t>({alike, most, audio.endSample - audio.currentSample});
+    if (sample.duration > 0) run = std::min<uint64_t>(run, units / sample.duration);
+    MOVIE_TRY(ReadBytes(sample, static_cast<uint32_t>(run), buffer));
+    *info = {sample.duration, sample.compositionOffset, true,
+             FindAudioDescription(sample.descriptionIndex)};
+    *count = static_cast<uint32_t>(run);
+    audio.currentSample += *count;
+    audio.currentTime += run * sample.duration;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieRead::PeekAudioSample(uint32_t back, CReadBuffer* buffer) {
+    if (back >= m_info.audio.currentSample) return movie_code(FF4_RET_ARGS);
+    MovieTrackInfo earlier;
+    earlier.session = m_info.audio.session;
+    earlier.trackNumber = m_info.audio.trackNumber;
+    earlier.currentSample = m_info.audio.currentSample - back;
+    Mp4SampleInfo sample{};
+    MOVIE_TRY(FindSample(earlier, &sample));
+    return ReadBytes(sample, 1, buffer);
+}
+
+bool CMP4MovieRead::IsUnchanged() const {
+    struct stat now {};
+    return m_engine.descriptor >= 0 && fstat(m_engine.descriptor, &now) == 0 && now.st_nlink > 0 &&
+           static_cast<uint64_t>(now.st_size) == m_engine.readSession->file_size &&
+           now.st_mtim.tv_sec == m_opened.tv_sec && now.st_mtim.tv_nsec == m_opened.tv_nsec;
 }
 
 void CMP4MovieRead::UnreadSample(Track track) {

@@ -106,6 +106,14 @@ public:
     // The same within the selection; the description is then the position in the list.
     MovieCode ReadVideoSample(CReadBuffer* buffer, ReadSampleInfo* info);
     MovieCode ReadAudioSample(CReadBuffer* buffer, ReadSampleInfo* info);
+    // Up to `most` samples of sound that lie behind each other in the file and are alike, in one
+    // read, as long as they last no more than `units`. `count` 0: the next one alone is longer.
+    MovieCode ReadAudioRun(uint32_t most, uint64_t units, CReadBuffer* buffer, ReadSampleInfo* info,
+                           uint32_t* count);
+    // The sound sample `back` places in front of the cursor, which stays where it is.
+    MovieCode PeekAudioSample(uint32_t back, CReadBuffer* buffer);
+    // Whether the file is still what was opened: same length and time of change, not removed.
+    bool IsUnchanged() const;
     // Gives the last sample back. Its time is not taken off the cursor's.
     void UnreadSample(Track track);
     // Samples between the cursor and the end of the selection, of the video track where there is
@@ -114,7 +122,7 @@ public:
 
 private:
     MovieCode FindSample(const MovieTrackInfo& track, Mp4SampleInfo* sample);
-    MovieCode ReadBytes(const Mp4SampleInfo& sample, CReadBuffer* buffer);
+    MovieCode ReadBytes(const Mp4SampleInfo& sample, uint32_t count, CReadBuffer* buffer);
 
     MovieRange m_range;
 };

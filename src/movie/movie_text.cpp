@@ -48,6 +48,16 @@ std::string MovieCodeText(MovieCode code, int systemError) {
             return "the in or out point lies outside the movie";
         case kMovieNoTrack:
             return "no picture or sound that this program can edit";
+        case kMovieCodec:
+            return "the sound can't be decoded or encoded";
+        case kMovieChanged:
+            return "the file was changed or removed while it was read";
+        case kMovieMismatch:
+            return "reading back found another picture than the source's";
+        case kMovieTooLarge:
+            return "more sound than a WAV file can hold";
+        case kMovieCancelled:
+            return "cancelled";
         case kMovieEndOfSamples:
             return "the movie has no further samples";
         default:

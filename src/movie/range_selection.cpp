@@ -77,6 +77,22 @@ Mp4Result points_of(const CMovieInfoType& info, uint64_t ms, Points* points) {
     return FF4_RET_OK;
 }
 
+// Media units to milliseconds, to the nearest.
+uint64_t to_ms(uint64_t units, uint32_t timescale) {
+    uint64_t half = 0;
+    static_cast<void>(mp4_mul_div(units, 2000, timescale, &half));
+    return (half + 1) / 2;
+}
+
+// When a picture is shown, counted from its own decoding.
+Mp4Result shown_after(const MovieTrackInfo& track, uint32_t number, int64_t* offset) {
+    uint64_t time = 0;
+    Mp4SampleInfo sample{};
+    FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, number, &time, &sample));
+    *offset = sample.compositionOffset;
+    return FF4_RET_OK;
+}
+
 // The sync sample at or before the in point. A point before the track's first sample starts with
 // that one, late by as much.
 Mp4Result start_video(const MovieTrackInfo& track, int64_t in, MovieRange* range) {
@@ -85,9 +101,43 @@ Mp4Result start_video(const MovieTrackInfo& track, int64_t in, MovieRange* range
     if (in < 0) return FF4_RET_OK;
     SyncBounds bounds{};
     FF4_TRY(FindSyncBounds(track, static_cast<uint64_t>(in), &bounds));
+    // Where pictures last unevenly one may be decoded before the point and shown behind it.
+    for (;;) {
+        int64_t offset = 0, lead = 0;
+        FF4_TRY(shown_after(track, bounds.prev, &offset));
+        FF4_TRY(to_signed(static_cast<uint64_t>(in) - bounds.prevTime, &lead));
+        if (offset - video.presentationStart <= lead || bounds.prevTime == 0) break;
+        FF4_TRY(FindSyncBounds(track, bounds.prevTime - 1, &bounds));
+    }
     video.first = bounds.prev;
     video.firstTime = bounds.prevTime;
     range->leadIn = static_cast<uint64_t>(in) - bounds.prevTime;
+    return FF4_RET_OK;
+}
+
+// When the kept pictures really begin, and which of them is shown at the in point: a player can
+// start with no part of one.
+Mp4Result find_shown_start(const MovieTrackInfo& track, uint64_t inMs, MovieRange* range) {
+    const TrackRange& video = range->video;
+    int64_t wanted = 0, first = 0;
+    FF4_TRY(to_signed(range->leadIn, &wanted));
+    FF4_TRY(add(wanted, video.presentationStart, &wanted));
+    for (uint32_t n = video.first; n <= track.sampleCount; ++n) {
+        uint64_t time = 0;
+        Mp4SampleInfo sample{};
+        FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, n, &time, &sample));
+        const auto decoded = static_cast<int64_t>(time - video.firstTime);
+        const int64_t shown = decoded + sample.compositionOffset;
+        if (n == video.first) first = range->exactStart = shown;
+        if (shown <= wanted) range->exactStart = std::max(range->exactStart, shown);
+        if (decoded > wanted) break;
+    }
+    // What is shown first, as it lies before the in point.
+    const auto before = [&](int64_t shown) {
+        return std::min(inMs, to_ms(not_negative(wanted - shown), track.timescale));
+    };
+    range->actualInMs = inMs - before(first);
+    range->exactInMs = inMs - before(range->exactStart);
     return FF4_RET_OK;
 }
 
@@ -186,13 +236,6 @@ Mp4Result count_bytes(const MovieTrackInfo& track, const TrackRange& range, uint
     return mp4_add(*total, bytes, total);
 }
 
-// Media units to milliseconds, to the nearest.
-uint64_t to_ms(uint64_t units, uint32_t timescale) {
-    uint64_t half = 0;
-    static_cast<void>(mp4_mul_div(units, 2000, timescale, &half));
-    return (half + 1) / 2;
-}
-
 struct Request {
     uint64_t inMs, outMs;
     bool atEnd;
@@ -213,9 +256,8 @@ Mp4Result choose_start(const CMovieInfoType& info, const Request& request, Movie
         if (video) FF4_TRY(rescale(lead, info.video.timescale, info.audio.timescale, &lead));
         FF4_TRY(start_audio(info.audio, in.audio, lead, &range->audio));
     }
-    const uint64_t lead_ms = video ? to_ms(range->leadIn, info.video.timescale) : 0;
-    range->actualInMs = request.inMs - std::min(request.inMs, lead_ms);
-    return FF4_RET_OK;
+    range->actualInMs = range->exactInMs = request.inMs;
+    return video ? find_shown_start(info.video, request.inMs, range) : FF4_RET_OK;
 }
 
 Mp4Result choose_end(const CMovieInfoType& info, const Request& request, MovieRange* range) {

@@ -27,11 +27,13 @@ struct TrackRange {
 struct MovieRange {
     TrackRange video, audio;
     uint64_t actualInMs = 0, actualOutMs = 0;
-    // From the first kept picture to the requested in point, movie timeline, in media units of the
-    // picture (of the sound without a picture). Not negative.
-    uint64_t leadIn = 0;
-    // The same at the end: from the requested out point to the end of what is kept.
-    uint64_t leadOut = 0;
+    // From the first kept picture to the requested in point, and from the requested out point to
+    // the end of what is kept, in media units of the picture. Not negative.
+    uint64_t leadIn = 0, leadOut = 0;
+    // When the picture that is on the screen at the in point comes there, counted from the first
+    // kept one's decoding, and in milliseconds of the movie.
+    int64_t exactStart = 0;
+    uint64_t exactInMs = 0;
     uint64_t bytes = 0;  // of all samples in both ranges
 };
 

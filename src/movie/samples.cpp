@@ -218,6 +218,30 @@ Mp4Result mp4_get_media_bytes(Mp4ReadSession* session, uint32_t track, uint64_t*
     return mp4_get_range_bytes(session, track, 1, total, bytes);
 }
 
+Mp4Result mp4_get_alike_samples(Mp4ReadSession* session, uint32_t track, uint32_t number,
+                                uint32_t* count) {
+    if (!session || !count || track == 0) return FF4_RET_ARGS;
+    *count = 1;
+    Look look{};
+    const Mp4Result found = look_at_sample(session, track, number, &look);
+    if (found == FF4_RET_NOTFOUND && session->fragments) return FF4_RET_OK;
+    FF4_TRY(found);
+    if (look.tables().sample_size == 0) return FF4_RET_OK;
+    Mp4ChunkRun chunks{};
+    Mp4TimeRun times{};
+    FF4_TRY(mp4_lookup_chunk_run(look.host, look.file, look.tables(), look.track->cache, number,
+                                 &chunks));
+    FF4_TRY(mp4_lookup_sample_time(look.host, look.file, look.tables(), look.track->cache, number,
+                                   &times));
+    if (chunks.samples_per_chunk == 0) return FF4_RET_FORMAT;
+    const uint32_t in_chunk = (number - chunks.first_sample) % chunks.samples_per_chunk;
+    const uint32_t chunk_left = chunks.samples_per_chunk - in_chunk;
+    const uint32_t run_left = times.sample_count - (number - times.first_sample);
+    const uint32_t table_left = look.tables().sample_count - number + 1;
+    *count = std::max(1u, std::min({chunk_left, run_left, table_left}));
+    return FF4_RET_OK;
+}
+
 Mp4Result mp4_next_sync_number(Mp4ReadSession* session, uint32_t track, uint32_t number,
                                uint32_t* next, uint64_t* time) {
     if (!session || !next || !time || track == 0 || number == 0) return FF4_RET_ARGS;

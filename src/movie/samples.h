@@ -35,6 +35,10 @@ Mp4Result mp4_get_media_bytes(Mp4ReadSession* session, uint32_t track, uint64_t*
 // The bytes of `count` samples from `first` on, fragments included.
 Mp4Result mp4_get_range_bytes(Mp4ReadSession* session, uint32_t track, uint32_t first,
                               uint32_t count, uint64_t* bytes);
+// How many samples from `number` on, at least 1, have its size and duration and lie behind each
+// other in one chunk. Only a table of one size for all gives more than 1.
+Mp4Result mp4_get_alike_samples(Mp4ReadSession* session, uint32_t track, uint32_t number,
+                                uint32_t* count);
 // As mp4_next_sync_sample, and on into the fragments.
 Mp4Result mp4_next_sync_number(Mp4ReadSession* session, uint32_t track, uint32_t number,
                                uint32_t* next, uint64_t* time);

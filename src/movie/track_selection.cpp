@@ -133,6 +133,26 @@ uint32_t SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info
     return chosen;
 }
 
+uint32_t OtherPicture(Mp4ReadSession* session) {
+    uint32_t count = 0;
+    static_cast<void>(mp4_get_track_count(session, &count));
+    for (uint32_t track = 1; track <= count; ++track) {
+        Mp4HandlerInfo handler{};
+        Mp4TrackHeaderInfo header{};
+        if (mp4_get_handler(session, track, &handler) != FF4_RET_OK ||
+            handler.type != fourcc("vide") ||
+            mp4_get_track_header(session, track, &header) != FF4_RET_OK ||
+            (header.flags & kTrackEnabled) == 0 || mp4_open_track(session, track) != FF4_RET_OK)
+            continue;
+        Entries entries(session);
+        const Mp4SampleEntry* entry = nullptr;
+        if (entries.Open(track) == FF4_RET_OK &&
+            mp4_get_sample_entry(session, entries.get(), 1, &entry) == FF4_RET_OK)
+            return entry->format;
+    }
+    return 0;
+}
+
 Mp4Result ReadTrackInfo(MovieTrackInfo* track) {
     Mp4ReadSession* session = track->session;
     Mp4MediaHeaderInfo header{};

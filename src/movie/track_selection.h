@@ -14,6 +14,9 @@ namespace tarn {
 // over. Returns how many were chosen.
 uint32_t SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info);
 
+// The code of the first enabled video track's samples, whatever they are; 0 without such a track.
+uint32_t OtherPicture(Mp4ReadSession* session);
+
 // Fills timescale, duration, sample count and edits of a chosen track. FF4_RET_FORMAT for a media
 // timescale of 0.
 Mp4Result ReadTrackInfo(MovieTrackInfo* track);

@@ -1,0 +1,148 @@
+#include "movie/sound_treatment.h"
+
+#include "movie/clip_info.h"
+#include "movie/umc/aac_config.h"
+#include "movie/umc/aac_encoder.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint32_t kFrameBytes = 4;  // 16-bit left and right
+constexpr uint32_t kMostAacSample = 65536;
+
+UMC::AacConfig config_of(const CAudioSampleDescriptionInfo& sound, bool* good) {
+    UMC::AacConfig config;
+    const auto bytes = UMC::FindDecoderSpecificInfo(sound.decoderConfig);
+    *good = !bytes.empty() && UMC::ParseAacConfig(bytes, &config) == UMC::kStatusOk;
+    return config;
+}
+
+}  // namespace
+
+std::string WhySoundCannotBeSaved(const CAudioSampleDescriptionInfo& sound, bool encode) {
+    const uint32_t channels = SoundChannels(sound);
+    if (channels != 2) {
+        return "the sound has " + std::to_string(channels) + " channel" +
+               (channels == 1 ? "" : "s") + "; only stereo can be treated";
+    }
+    if (sound.entry.format != fourcc("mp4a")) {
+        if (sound.entry.sample_size == 16) return {};
+        return "the sound has " + std::to_string(sound.entry.sample_size) +
+               " bits a sample; only 16 can be treated";
+    }
+    bool good = false;
+    const UMC::AacConfig config = config_of(sound, &good);
+    if (!good) return "the sound's AAC configuration is missing or broken";
+    if (!encode) return {};
+    if (config.sbr || config.ps)
+        return "the sound is AAC with band replication, which can't be made anew; save it as WAV";
+    if (config.frameLength != static_cast<int32_t>(UMC::AACEncoder::kBlockFrames))
+        return "the sound has AAC frames of an unusual length; save it as WAV";
+    if (!UMC::AACEncoder::CanEncode(config.sampleRate, 2)) {
+        return "the sound has " + std::to_string(config.sampleRate) +
+               " samples a second, which AAC can't hold; save it as WAV";
+    }
+    return {};
+}
+
+MovieCode SoundTreatment::Open(const CAudioSampleDescriptionInfo& sound,
+                               const AMPEffectSettings& settings, uint32_t startMs,
+                               uint32_t endMs) {
+    if (!WhySoundCannotBeSaved(sound, false).empty()) return movie_code(FF4_RET_FORMAT);
+    switch (sound.entry.format) {
+        case fourcc("twos"):
+            m_swap = Swap::kBigEndian;
+            break;
+        case fourcc("sowt"):
+            m_swap = Swap::kLittleEndian;
+            break;
+        default:
+            m_swap = Swap::kNone;
+    }
+    m_rate = sound.entry.sampling_rate;
+    if (!IsPcm()) MOVIE_TRY(OpenDecoder(sound));
+    m_chain.reset(AMPEffectCreate(m_rate));
+    if (!m_chain) return movie_code(FF4_RET_FORMAT);
+    AMPEffectSetRange(m_chain.get(), startMs, endMs);
+    return AMPEffectSetParameters(m_chain.get(), settings) ? kMovieOk : movie_code(FF4_RET_NOMEM);
+}
+
+MovieCode SoundTreatment::OpenDecoder(const CAudioSampleDescriptionInfo& sound) {
+    bool good = false;
+    const UMC::AacConfig config = config_of(sound, &good);
+    if (!good) return kMovieCodec;
+    m_rate = static_cast<uint32_t>(config.outputRate != 0 ? config.outputRate : config.sampleRate);
+    const auto bytes = UMC::FindDecoderSpecificInfo(sound.decoderConfig);
+    m_config.assign(bytes.begin(), bytes.end());
+
+    UMC::MediaData data;
+    if (data.SetBufferPointer(m_config.data(), static_cast<uint32_t>(m_config.size())) !=
+            UMC::kStatusOk ||
+        data.SetDataSize(static_cast<uint32_t>(m_config.size())) != UMC::kStatusOk)
+        return kMovieCodec;
+    UMC::AACDecoderParams params;
+    params.data = &data;
+    params.info.streamType = UMC::kStreamAacConfigured;
+    params.info.streamSubType = 1;
+    params.info.channels = 2;
+    params.info.sampleRate = static_cast<int32_t>(m_rate);
+    params.psSupport = 1;
+    if (m_decoder.Init(&params) != UMC::kStatusOk || m_decoder.GetInfo(&params) < 0)
+        return kMovieCodec;
+    return m_decoded.Alloc(params.suggestedOutputSize) == UMC::kStatusOk
+               ? kMovieOk
+               : movie_code(FF4_RET_NOMEM);
+}
+
+MovieCode SoundTreatment::Decode(const std::vector<uint8_t>& samples) {
+    if (IsPcm()) {
+        const bool big = m_swap == Swap::kBigEndian;
+        m_pcm.resize(samples.size() / kFrameBytes * 2);
+        for (size_t i = 0; i < m_pcm.size(); ++i) {
+            const uint8_t high = samples[2 * i + (big ? 0 : 1)];
+            const uint8_t low = samples[2 * i + (big ? 1 : 0)];
+            m_pcm[i] = static_cast<int16_t>(high << 8 | low);
+        }
+        return kMovieOk;
+    }
+    m_pcm.clear();
+    if (samples.empty() || samples.size() > kMostAacSample) return kMovieCodec;
+    UMC::MediaData in;
+    m_bytes = samples;
+    const auto size = static_cast<uint32_t>(m_bytes.size());
+    if (in.SetBufferPointer(m_bytes.data(), size) != UMC::kStatusOk ||
+        in.SetDataSize(size) != UMC::kStatusOk)
+        return kMovieCodec;
+    m_decoded.Reset();
+    if (m_decoder.GetFrame(&in, &m_decoded) != UMC::kStatusOk) return kMovieCodec;
+    const auto* pcm = reinterpret_cast<const int16_t*>(m_decoded.GetDataPointer());
+    m_pcm.assign(pcm, pcm + m_decoded.GetDataSize() / sizeof(int16_t));
+    // Not what the configuration said: another channel count in the frames.
+    UMC::AACDecoderParams params;
+    if (m_decoder.GetInfo(&params) < 0 || params.info.channels != 2) return kMovieCodec;
+    return kMovieOk;
+}
+
+MovieCode SoundTreatment::WarmUp(const std::vector<uint8_t>& samples) {
+    return IsPcm() ? kMovieOk : Decode(samples);
+}
+
+MovieCode SoundTreatment::Treat(const std::vector<uint8_t>& samples, uint32_t positionMs) {
+    MOVIE_TRY(Decode(samples));
+    if (!m_pcm.empty())
+        AMPEffectProcess(m_chain.get(), m_pcm.data(), m_pcm.data(), Frames(), positionMs);
+    return kMovieOk;
+}
+
+const std::vector<uint8_t>& SoundTreatment::AsSource() {
+    const bool big = m_swap == Swap::kBigEndian;
+    m_bytes.resize(m_pcm.size() * 2);
+    for (size_t i = 0; i < m_pcm.size(); ++i) {
+        const auto value = static_cast<uint16_t>(m_pcm[i]);
+        m_bytes[2 * i + (big ? 0 : 1)] = static_cast<uint8_t>(value >> 8);
+        m_bytes[2 * i + (big ? 1 : 0)] = static_cast<uint8_t>(value);
+    }
+    return m_bytes;
+}
+
+}  // namespace tarn
