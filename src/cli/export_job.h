@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
@@ -14,9 +15,19 @@ struct ExportOptions {
     std::string input, output;
     std::optional<uint32_t> in_ms, out_ms;
     EffectOptions effects;
+    bool exact = false, raw_delay = false, verify = false;
+    bool json = false;   // fill `Report::document` instead of saying what was done
+    bool quiet = false;  // no progress bar: one of several at once
 };
 
-// Each answers an exit status and has said why on standard error if it failed.
-int ExportWave(const ExportOptions& options, const CancelOnSignals& cancel);
+// What became of one input.
+struct ExportReport {
+    int status = 0;
+    nlohmann::ordered_json document;  // of a finished one
+};
+
+// Each has said why on standard error if it failed.
+ExportReport ExportWave(const ExportOptions& options, const CancelOnSignals& cancel);
+ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& cancel);
 
 }  // namespace tarn

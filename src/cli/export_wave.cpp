@@ -1,4 +1,5 @@
 // export_wave.cpp - `tarn export IN.wav OUT.wav`.
+#include <chrono>
 #include <string>
 
 #include "base/xp_output_file.h"
@@ -80,33 +81,57 @@ bool choose_end(const ExportOptions& options, const WaveHeader& header, uint32_t
     return true;
 }
 
+// What was saved, read from the new file itself.
+nlohmann::ordered_json document_of(const ExportOptions& options,
+                                   std::chrono::duration<double> seconds) {
+    XpFile file;
+    WaveHeader header{};
+    AMPWaveFailure ignored;
+    static_cast<void>(AMPOpenWaveFile(options.output, &file, &header, &ignored));
+    uint64_t bytes = 0;
+    static_cast<void>(file.GetLength(&bytes));
+    const uint64_t frames = header.data_size / kWaveFrameSize;
+    const uint64_t in_ms = options.in_ms.value_or(0);
+    const uint64_t length_ms = header.sample_rate ? frames * 1000 / header.sample_rate : 0;
+    const uint64_t out_ms = in_ms + length_ms;
+    return {{"input", options.input},
+            {"output", options.output},
+            {"requested", {{"in_ms", in_ms}, {"out_ms", options.out_ms.value_or(out_ms)}}},
+            {"actual", {{"in_ms", in_ms}, {"out_ms", out_ms}}},
+            {"audio", {{"samples", frames}, {"bytes", header.data_size}}},
+            {"bytes", bytes},
+            {"seconds", seconds.count()}};
+}
+
 }  // namespace
 
-int ExportWave(const ExportOptions& options, const CancelOnSignals& cancel) {
+ExportReport ExportWave(const ExportOptions& options, const CancelOnSignals& cancel) {
+    const auto start = std::chrono::steady_clock::now();
     AMPWaveFailure failure;
     uint32_t end_ms = 0;
     {
         XpFile file;
         WaveHeader header;
         const int result = AMPOpenWaveFile(options.input, &file, &header, &failure);
-        if (result != kWaveDone) return report(options, result, failure);
-        if (!choose_end(options, header, &end_ms)) return kExitFailed;
+        if (result != kWaveDone) return {report(options, result, failure), {}};
+        if (!choose_end(options, header, &end_ms)) return {kExitFailed, {}};
     }
     float peak = 1.0f;
     if (options.effects.NeedsPeak()) {
         const int result = AMPMeasureWavePeak(options.input, &peak, &failure);
-        if (result != kWaveDone) return report(options, result, failure);
+        if (result != kWaveDone) return {report(options, result, failure), {}};
     }
 
     ProgressBar bar;
     const auto progress = [&](uint32_t block, uint32_t blocks) {
-        bar.Show(block - 1, blocks);
+        if (!options.quiet) bar.Show(block - 1, blocks);
         return !cancel.Requested();
     };
     const int result = AMPEffectProcessWaveFile(
         options.output, options.input, options.effects.Settings(peak), options.in_ms.value_or(0),
         end_ms, progress, {.replace_target = false, .failure = &failure});
-    return report(options, result, failure);
+    if (result != kWaveDone) return {report(options, result, failure), {}};
+    return {kExitDone, document_of(options, std::chrono::steady_clock::now() - start)};
 }
 
 }  // namespace tarn

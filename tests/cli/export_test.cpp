@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+
 #include <sys/resource.h>
+#include <nlohmann/json.hpp>
 
 #include <csignal>
 #include <filesystem>
@@ -115,15 +117,20 @@ TEST(ExportCommand, SaysWhatIsWrong) {
         {"missing input", {dir.Path("none.wav"), out}, 1, "none.wav: can't be opened: No such"},
         {"folder", {dir.Path(""), out}, 1, "Is a directory"},
         {"wrong format", {Golden("in/fmt18.wav"), out}, 1, "fmt18.wav: not a WAV file of 16-bit"},
-        {"no sound file", {dir.Path("there.wav"), out}, 1, "there.wav: not a WAV file"},
+        {"neither sound nor movie", {dir.Path("there.wav"), out}, 1, "there.wav: not an MP4 file"},
         {"existing output", {in, dir.Path("there.wav")}, 1, "there.wav: already exists"},
         {"output is the input", {in, in}, 1, "the output is the input itself"},
         {"folder that is missing", {in, dir.Path("no/out.wav")}, 1, "no/out.wav: can't be written"},
         {"long path", {in, dir.Path(std::string(250, 'n') + ".wav")}, 1, "256 characters"},
-        {"other extension", {in, dir.Path("out.mp3")}, 1, "out.mp3: a WAV file can only"},
+        {"other extension",
+         {in, dir.Path("out.mp3")},
+         1,
+         "out.mp3: an output is an .mp4 or a .wav"},
         {"in behind the end", {in, out, "--in", "0:01"}, 1, "0:00:01.000 is not before the end"},
         {"in behind out", {in, out, "--in", "9", "--out", "9"}, 2, "must lie before --out"},
-        {"no output", {in}, 2, "OUT is required"},
+        {"no output", {in}, 2, "give an input and an output"},
+        {"WAV as a movie", {in, dir.Path("out.mp4")}, 1, "out.mp4: a WAV file can only"},
+        {"batch into no folder", {in, "--to", dir.Path("no")}, 1, "no: is not a folder"},
         {"unknown option", {in, out, "--loud"}, 2, "--loud"},
         {"no time", {in, out, "--in", "1:75"}, 2, "'1:75' is no time"},
         {"bass", {in, out, "--bass", "101"}, 2, "not in range -100 to 100"},
@@ -186,6 +193,30 @@ TEST(ExportCommand, LeavesNothingOnAFullDisk) {
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("out.wav: no room for the output"), std::string::npos);
     EXPECT_EQ(dir.FileCount(), 1u);
+}
+
+TEST(ExportCommand, SavesMoviesOneByOneAndAsABatch) {
+    TempDir dir;
+    const std::string clips = TARN_TEST_DATA "/clips/";
+    const TarnRun one =
+        RunTarn({"export", clips + "cam_texts.mp4", dir.Path("one.mp4"), "--verify", "--json",
+                 "--normalize", "0dB", "--reverb=club-low", "--in=500", "--out", "0:01.500"});
+    ASSERT_EQ(one.status, 0) << one.err;
+    const auto said = nlohmann::json::parse(one.out);
+    EXPECT_EQ(said["requested"]["in_ms"], 500);
+    // The first picture of a clip without an edit list is shown two pictures late.
+    EXPECT_EQ(said["actual"]["in_ms"], 67);
+    EXPECT_EQ(said["verified"], said["video"]["samples"]);
+    EXPECT_EQ(said["bytes"], dir.Read("one.mp4").size());
+
+    // One bad clip does not stop the others; what is there is not replaced.
+    const TarnRun batch = RunTarn({"export", clips + "cam_texts.mp4", clips + "plain_hevc.mp4",
+                                   clips + "cam_roles.mp4", clips + "cam_texts.mp4", "--to",
+                                   dir.Path(""), "--wav", "--jobs", "1"});
+    EXPECT_EQ(batch.status, 1);
+    EXPECT_NE(batch.out.find("3 of 4 clips saved"), std::string::npos) << batch.out;
+    EXPECT_NE(batch.err.find("cam_texts.wav: already exists"), std::string::npos) << batch.err;
+    EXPECT_EQ(dir.FileCount(), 4u);
 }
 
 }  // namespace
