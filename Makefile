@@ -11,11 +11,15 @@ CLIP ?= examples/concert.mp4
 export CLIP DESTDIR
 
 TARN := build/release/src/cli/tarn
+DEMO := build/release/demo.mp4
+# A clip of one's own is saved whole.
+DEMO_RANGE := $(if $(filter examples/concert.mp4,$(value CLIP)),--in 2000 --out 8000)
+DEMO_EFFECTS := $(DEMO_RANGE) --bass 30 --reverb hall-mid --compressor mid --fade --verify
 ENSURE := packaging/ensure-packages.sh
 SOURCES := git -c safe.directory='*' ls-files -z '*.h' '*.cpp'
 
 help:
-	@echo 'make run [CLIP=my.mp4]    build, then show the clip (a sample when none is named)'
+	@echo 'make run [CLIP=my.mp4]    build, then treat and save a clip (a sample when none is named)'
 	@echo 'make test [PRESET=asan]   build and run all tests (presets: release debug asan tsan)'
 	@echo 'make bench                build and run all benchmarks'
 	@echo 'make fuzz [SECONDS=60]    build and run every fuzz target, each for that long'
@@ -30,8 +34,12 @@ run:
 	@$(ENSURE) build
 	@cmake --preset release -Wno-dev >/dev/null
 	@cmake --build --preset release --target tarn -j $(JOBS)
-	@echo "tarn info $$CLIP"
+	@rm -f '$(DEMO)'
 	@$(TARN) info -- "$$CLIP"
+	@echo
+	@echo "tarn export $$CLIP $(DEMO) $(DEMO_EFFECTS)"
+	@$(TARN) export "$$CLIP" '$(DEMO)' $(DEMO_EFFECTS)
+	@echo 'Play it with any player: $(CURDIR)/$(DEMO)'
 
 test: build
 	ctest --preset $(PRESET) -j $(JOBS)
