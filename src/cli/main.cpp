@@ -1,5 +1,7 @@
 // main.cpp - the `tarn` program: parses the command line and leaves the work to the commands.
 #include <CLI/CLI.hpp>
+#include <cstdio>
+#include <new>
 
 #include "cli/commands.h"
 
@@ -21,6 +23,9 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kExitDone : kExitUsage;
+    } catch (const std::bad_alloc&) {
+        std::fputs("tarn: not enough memory\n", stderr);
+        return kExitFailed;
     }
     return status;
 }
