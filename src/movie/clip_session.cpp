@@ -59,7 +59,8 @@ ClipSession::Tracks ClipSession::ChooseTracks() const {
     uint32_t camera = 0;
     static_cast<void>(mp4_has_compatible_brand(m_session, fourcc("MSNV"), &camera));
     CMovieInfoType chosen;
-    SelectTracks(m_session, camera != 0, &chosen);
+    uint32_t count = 0;
+    static_cast<void>(SelectTracks(m_session, camera != 0, &chosen, &count));
     Tracks tracks{chosen.video.trackNumber, chosen.audio.trackNumber};
     if (tracks.video == 0) tracks.video = first_track(m_session, fourcc("vide"));
     if (tracks.audio == 0) tracks.audio = first_track(m_session, fourcc("soun"));

@@ -113,7 +113,9 @@ MovieCode CMP4MovieInput::LoadTimes() {
     Mp4ReadSession* session = m_engine.readSession;
     Mp4MovieHeaderInfo header{};
     // Without a movie header there are no tracks either: the choice of tracks reports that.
-    if (mp4_get_movie_header(session, &header) != FF4_RET_OK) return kMovieOk;
+    const Mp4Result read = mp4_get_movie_header(session, &header);
+    if (read == FF4_RET_FILE || read == FF4_RET_NOMEM) return movie_code(read);
+    if (read != FF4_RET_OK) return kMovieOk;
     MOVIE_TRY(mp4_seconds_to_date(session->host, header.creation, &m_info.creationDate));
     MOVIE_TRY(mp4_seconds_to_date(session->host, header.modification, &m_info.modificationDate));
     m_info.timescale = m_info.editTimescale = header.timescale;
@@ -123,7 +125,8 @@ MovieCode CMP4MovieInput::LoadTimes() {
 }
 
 MovieCode CMP4MovieInput::LoadTracks() {
-    const uint32_t chosen = SelectTracks(m_engine.readSession, m_info.hasBrandMsnv != 0, &m_info);
+    uint32_t chosen = 0;
+    MOVIE_TRY(SelectTracks(m_engine.readSession, m_info.hasBrandMsnv != 0, &m_info, &chosen));
     if (chosen == 0 || chosen > kMostTracks) return kMovieNoTrack;
     if (m_loading == Loading::kReport) return kMovieOk;
     if (HasVideo()) {

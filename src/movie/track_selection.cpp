@@ -68,6 +68,11 @@ Mp4Result first_sample(Mp4ReadSession* session, uint32_t track, Mp4SampleInfo* s
     return mp4_get_sample_info_at_time(session, track, 0, &start, sample);
 }
 
+// Failures that say nothing about the file.
+bool is_of_the_machine(Mp4Result result) {
+    return result == FF4_RET_FILE || result == FF4_RET_NOMEM;
+}
+
 struct Candidate {
     uint32_t handler;
     Mp4TrackRole role;
@@ -112,25 +117,33 @@ void copy_block(const Mp4ByteBlock& block, std::vector<uint8_t>* out) {
 
 }  // namespace
 
-uint32_t SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info) {
-    uint32_t count = 0, chosen = 0;
-    static_cast<void>(mp4_get_track_count(session, &count));
+Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info,
+                       uint32_t* chosen) {
+    uint32_t count = 0;
+    *chosen = 0;
+    FF4_TRY(mp4_get_track_count(session, &count));
     for (uint32_t track = 1; track <= count; ++track) {
         Candidate candidate{};
-        const bool opened = mp4_open_track(session, track) == FF4_RET_OK;
-        if (opened && camera && mp4_get_track_role(session, track, &candidate.role) != FF4_RET_OK) {
-            static_cast<void>(mp4_close_track(session, track));
-            break;
+        Mp4Result result = mp4_open_track(session, track);
+        const bool opened = result == FF4_RET_OK;
+        if (opened && camera) {
+            result = mp4_get_track_role(session, track, &candidate.role);
+            if (result != FF4_RET_OK) {
+                FF4_TRY(mp4_close_track(session, track));
+                return is_of_the_machine(result) ? result : FF4_RET_OK;
+            }
         }
         const bool main = !camera || candidate.role.role == kRoleMain;
-        if (opened && main && look_at_track(session, track, &candidate) == FF4_RET_OK &&
-            candidate.good && take(session, track, candidate, info)) {
-            ++chosen;
+        if (opened && main) result = look_at_track(session, track, &candidate);
+        if (is_of_the_machine(result)) return result;
+        if (opened && main && result == FF4_RET_OK && candidate.good &&
+            take(session, track, candidate, info)) {
+            ++*chosen;
         } else if (opened) {
-            static_cast<void>(mp4_close_track(session, track));
+            FF4_TRY(mp4_close_track(session, track));
         }
     }
-    return chosen;
+    return FF4_RET_OK;
 }
 
 uint32_t OtherPicture(Mp4ReadSession* session) {

@@ -9,10 +9,12 @@ namespace tarn {
 
 // Chooses the first enabled video track of a kind that can be copied and the first enabled sound
 // track that can be decoded, both with their samples in this very file. Opens the chosen tracks
-// and closes the others again. A track that fails is passed over; in a camera clip (`camera`) a
-// track whose role can't be read ends the choice, and other roles than the main one are passed
-// over. Returns how many were chosen.
-uint32_t SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info);
+// and closes the others again. A broken track is passed over; in a camera clip (`camera`) a track
+// whose role can't be read ends the choice, and other roles than the main one are passed over. A
+// failed read or allocation is no property of the track: it ends the choice with its result, lest a
+// clip lose its sound to a hiccup of the disk.
+Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info,
+                       uint32_t* chosen);
 
 // The code of the first enabled video track's samples, whatever they are; 0 without such a track.
 uint32_t OtherPicture(Mp4ReadSession* session);

@@ -6,6 +6,7 @@
 #include "movie/descriptions.h"
 #include "movie/meta_lists.h"
 #include "movie/samples.h"
+#include "movie/track_selection.h"
 #include "movie/tracks.h"
 #include "support/long_clip.h"
 #include "support/movie_builder.h"
@@ -183,6 +184,26 @@ TEST(Session, EveryFaultIsReportedAndNothingLeaks) {
             EXPECT_EQ(run.live_blocks, 0u) << run.n;
         };
         EXPECT_GT(ForEachFault(f.call, f.fault, rich, visit_all, check), 0u);
+    }
+}
+
+TEST(TrackSelection, AFailedReadLosesNoTrack) {
+    const Bytes rich = RichMovie(false).Build();
+    const auto select = [](TestHost& host) {
+        Mp4ReadSession* session = nullptr;
+        uint32_t flags = 0, chosen = 0;
+        FF4_TRY(open_on(host, &session, &flags));
+        CMovieInfoType info;
+        const Mp4Result result = SelectTracks(session, true, &info, &chosen);
+        FF4_TRY(mp4_close_read(host, session));
+        return result == FF4_RET_OK && chosen != 2 ? FF4_RET_INTERNAL : result;
+    };
+    for (const HostCall call : {HostCall::kRead, HostCall::kSeek, HostCall::kAlloc}) {
+        const auto check = [&](const FaultRun& run) {
+            const Mp4Result due = call == HostCall::kAlloc ? FF4_RET_NOMEM : FF4_RET_FILE;
+            EXPECT_EQ(run.result, run.met ? due : FF4_RET_OK) << run.n;
+        };
+        EXPECT_GT(ForEachFault(call, Fault::kFail, rich, select, check), 10u);
     }
 }
 
