@@ -113,8 +113,11 @@ AMPReverb::AMPReverb(const AMPReverbPreset& preset)
 AMPReverb::~AMPReverb() = default;
 
 void AMPReverb::Process(float* left, float* right, uint32_t count) {
-    for (uint32_t done = 0; done < count; done += kReverbSlice)
-        ProcessSlice(left + done, right + done, std::min(kReverbSlice, count - done));
+    for (uint32_t done = 0; done < count;) {
+        const uint32_t slice = std::min(kReverbSlice, count - done);
+        ProcessSlice(left + done, right + done, slice);
+        done += slice;
+    }
 }
 
 void AMPReverb::ProcessSlice(float* left, float* right, uint32_t count) {
