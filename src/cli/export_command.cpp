@@ -2,6 +2,7 @@
 // treated.
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <cerrno>
 #include <iostream>
 #include <mutex>
 #include <thread>
@@ -46,7 +47,9 @@ int find_kind(const std::string& path, InputKind* kind) {
 ExportReport export_one(const ExportOptions& options, const CancelOnSignals& cancel) {
     InputKind kind;
     if (const int error = find_kind(options.input, &kind))
-        return {Fail(options.input, "can't be opened: " + XpErrorText(error)), {}};
+        return {Fail(options.input, error == ESPIPE ? "not an ordinary file"
+                                                    : "can't be opened: " + XpErrorText(error)),
+                {}};
     const bool wav = XpPath::HasExtension(options.output, ".wav");
     if (!wav && !XpPath::HasExtension(options.output, ".mp4"))
         return {Fail(options.output, "an output is an .mp4 or a .wav file"), {}};

@@ -31,7 +31,7 @@ std::string fault_text(const AMPWaveFailure& failure) {
         case AMPWaveFault::kNoData:
             return "the WAV file has no sound";
         case AMPWaveFault::kRate:
-            return "its sample rate can't be treated";
+            return "its sample rate is not between 1,000 and 1,000,000 Hz";
         case AMPWaveFault::kTooLarge:
             return "WAV files of 4 GiB or more can't be treated";
         case AMPWaveFault::kRange:

@@ -116,6 +116,7 @@ TEST(ExportCommand, SaysWhatIsWrong) {
     } cases[] = {
         {"missing input", {dir.Path("none.wav"), out}, 1, "none.wav: can't be opened: No such"},
         {"folder", {dir.Path(""), out}, 1, "Is a directory"},
+        {"device", {"/dev/zero", out}, 1, "/dev/zero: not an ordinary file"},
         {"wrong format", {Golden("in/fmt18.wav"), out}, 1, "fmt18.wav: not a WAV file of 16-bit"},
         {"neither sound nor movie", {dir.Path("there.wav"), out}, 1, "there.wav: not an MP4 file"},
         {"existing output", {in, dir.Path("there.wav")}, 1, "there.wav: already exists"},
