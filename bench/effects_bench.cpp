@@ -40,7 +40,8 @@ Sound MakeMusic(uint32_t seconds) {
     Sound sound(size_t{2} * kRate * seconds);
     const size_t period = size_t{2} * kRate * 8;  // made once, then repeated
     for (size_t i = 0; i < std::min(period, sound.size()); i += 2) {
-        const double t = static_cast<double>(i / 2) / kRate;
+        const size_t frame = i / 2;
+        const double t = static_cast<double>(frame) / kRate;
         const double beat = 0.15 + 0.85 * std::exp(-4 * std::fmod(t, 0.5));
         const double noise = static_cast<double>(random() % 2001) - 1000.0;
         const double chord = std::sin(2 * M_PI * 110 * t) + std::sin(2 * M_PI * 277.2 * t) +
@@ -108,23 +109,22 @@ void CompareWithSox(const Sound& music) {
     if (!mkdtemp(folder.data())) return;
     const std::string in = folder + "/in.wav", out = folder + "/out.wav";
     WriteWave(in, music);
-    const double seconds = static_cast<double>(music.size() / 2) / kRate;
-    const std::string fade = " fade 3 " + std::to_string(static_cast<int>(seconds)) + " 4";
-    double sox = std::numeric_limits<double>::max(), ours = sox;
+    const std::string files = ' ' + in + ' ' + out;
+    std::string theirs = "sox" + files;
+    theirs += " gain -6 bass 6 treble 4 reverb 50 compand 0.05,0.2 -60,-60,-12,-6,0,-3 0 -90 0.1";
+    theirs += " gain -1 fade 3 " + std::to_string(music.size() / 2 / kRate) + " 4";
+    std::string ours = TARN_BINARY " export" + files;
+    ours += " --bass 60 --treble 35 --reverb hall-mid --compressor heavy --normalize 0dB --fade";
+    double sox = std::numeric_limits<double>::max(), tarn = sox;
     for (int round = 0; round < kRounds; ++round) {
-        sox = std::min(sox, TimeCommand("sox " + in + " " + out +
-                                        " gain -6 bass 6 treble 4 reverb 50 compand 0.05,0.2 "
-                                        "-60,-60,-12,-6,0,-3 0 -90 0.1 gain -1" +
-                                        fade));
+        sox = std::min(sox, TimeCommand(theirs));
         std::filesystem::remove(out);
-        ours = std::min(ours, TimeCommand(std::string(TARN_BINARY) + " export " + in + " " + out +
-                                          " --bass 60 --treble 35 --reverb hall-mid --compressor "
-                                          "heavy --normalize 0dB --fade"));
+        tarn = std::min(tarn, TimeCommand(ours));
         std::filesystem::remove(out);
     }
     std::filesystem::remove_all(folder);
     std::printf("sox, file to file                %8.3f s\n", sox);
-    std::printf("tarn export, file to file        %8.3f s   sox / tarn %.1f\n", ours, sox / ours);
+    std::printf("tarn export, file to file        %8.3f s   sox / tarn %.1f\n", tarn, sox / tarn);
 }
 
 void CompareWithSilence(Sound* output) {

@@ -84,7 +84,7 @@ void AMPLoadReverbPreset(AMPReverbPreset* preset, int index) {
 
 uint32_t AMPDelayInSamples(float milliseconds, uint32_t sample_rate) {
     const float rate = static_cast<float>(sample_rate);
-    return static_cast<uint32_t>(milliseconds * rate / 1000.0f + 0.5f);
+    return static_cast<uint32_t>(std::trunc(milliseconds * rate / 1000.0f + 0.5f));
 }
 
 // First order, near 75 Hz.
