@@ -208,7 +208,7 @@ bool Mp4MovieTrimmingEx::Start(const MovieSegment& segment, IMp4MovieEditNotify*
     return m_thread.Start("tarn-save", [this](std::stop_token) { Run(); }) == 0;
 }
 
-void Mp4MovieTrimmingEx::Cancel() {
+void Mp4MovieTrimming::Cancel() {
     m_cancel = true;
     m_running.Set();
 }

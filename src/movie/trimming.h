@@ -97,24 +97,38 @@ private:
     std::string m_reason;
 };
 
-class Mp4MovieTrimmingEx final : private IMp4MovieEditProgress {
+// A job on a thread of its own, which any thread can pause, resume and cancel.
+class Mp4MovieTrimming {
 public:
-    Mp4MovieTrimmingEx() = default;
-    ~Mp4MovieTrimmingEx() override;
-    Mp4MovieTrimmingEx(const Mp4MovieTrimmingEx&) = delete;
-    Mp4MovieTrimmingEx& operator=(const Mp4MovieTrimmingEx&) = delete;
+    virtual ~Mp4MovieTrimming() = default;
+    Mp4MovieTrimming(const Mp4MovieTrimming&) = delete;
+    Mp4MovieTrimming& operator=(const Mp4MovieTrimming&) = delete;
 
-    // Start the job. `notify` outlives it. False when no thread could be had or one is running.
-    bool SaveMp4(const MovieSegment& segment, IMp4MovieEditNotify* notify,
-                 const AMPEffectSettings& effects);
-    bool SaveWav(const MovieSegment& segment, IMp4MovieEditNotify* notify,
-                 const AMPEffectSettings& effects);
     // A pause takes effect between two steps.
     void Pause() { m_running.Clear(); }
     void Resume() { m_running.Set(); }
     // Also ends a paused job.
     void Cancel();
     void Join() { m_thread.Join(); }
+
+protected:
+    Mp4MovieTrimming() = default;
+
+    XpEvent m_running{XpEvent::Reset::kManual};
+    XpThread m_thread;
+    std::atomic<bool> m_cancel{false};
+};
+
+// Saves one segment of a clip with its sound treated.
+class Mp4MovieTrimmingEx final : public Mp4MovieTrimming, private IMp4MovieEditProgress {
+public:
+    ~Mp4MovieTrimmingEx() override;
+
+    // Start the job. `notify` outlives it. False when no thread could be had or one is running.
+    bool SaveMp4(const MovieSegment& segment, IMp4MovieEditNotify* notify,
+                 const AMPEffectSettings& effects);
+    bool SaveWav(const MovieSegment& segment, IMp4MovieEditNotify* notify,
+                 const AMPEffectSettings& effects);
 
 private:
     bool Start(const MovieSegment& segment, IMp4MovieEditNotify* notify,
@@ -124,9 +138,6 @@ private:
 
     Mp4MovieEditor m_editor;
     IMp4MovieEditNotify* m_notify = nullptr;
-    XpEvent m_running{XpEvent::Reset::kManual};
-    XpThread m_thread;
-    std::atomic<bool> m_cancel{false};
     uint64_t m_rounds = 0;
 };
 
