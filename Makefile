@@ -52,7 +52,7 @@ build:
 bench: PRESET := release
 bench: build
 	@$(ENSURE) bench
-	@for program in build/release/bench/*_bench; do \
+	@for program in build/release/bench/*_bench bench/*_bench.sh; do \
 	    if [ -x "$$program" ]; then echo "$$program" && "$$program" || exit 1; fi; \
 	done
 

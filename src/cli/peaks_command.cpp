@@ -4,11 +4,12 @@
 #include <cstring>
 #include <iostream>
 
-#include "base/xp_output_file.h"
 #include "base/xp_path.h"
+#include "cli/cancel.h"
 #include "cli/commands.h"
 #include "cli/effect_options.h"
 #include "cli/png_file.h"
+#include "cli/progress.h"
 #include "cli/report.h"
 #include "movie/peaks.h"
 #include "movie/wave_reader.h"
@@ -89,28 +90,48 @@ int write_picture(const PeakSource& peaks, const PeaksOptions& options) {
     return Fail(options.picture, "can't be written: " + XpErrorText(error));
 }
 
-int run_peaks(const PeaksOptions& options) {
+// Null after a failure, which has been reported.
+std::unique_ptr<PeakSource> read_peaks(const PeaksOptions& options, const CancelOnSignals& cancel) {
     std::unique_ptr<WFFileReader> reader;
     if (is_wave(options.path)) {
         reader = std::make_unique<WFWaveReader>();
     } else {
         reader = std::make_unique<WFMP4Reader>();
     }
-    const bool opened = reader->Open(options.path, PeakSource::PointsPerSecond());
-    if (!opened || reader->Fault() == WaveformFault::kFile)
-        return Fail(options.path, reader->Reason());
+    bool opened = false;
+    {
+        ProgressBar bar;
+        reader->SetProgress([&](uint32_t done, uint32_t count) {
+            bar.Show(done, count);
+            return !cancel.Requested();
+        });
+        opened = reader->Open(options.path, PeakSource::PointsPerSecond());
+    }
+    const WaveformFault fault = reader->Fault();
+    // What could be read is shown all the same.
+    if (fault != WaveformFault::kNone) static_cast<void>(Fail(options.path, reader->Reason()));
+    if (!opened || fault == WaveformFault::kFile || fault == WaveformFault::kCancelled)
+        return nullptr;
 
-    const auto peaks = PeakSource::Create(reader.get(), options.columns);
+    auto peaks = PeakSource::Create(reader.get(), options.columns);
     if (options.effects.compressor != 0 || options.effects.normalize != 0) {
         AMPEffectSettings settings = options.effects;
         settings.peak = peaks->GetPeak();
         peaks->ApplyEffects(settings);
     }
-    // What could be read is shown all the same.
-    if (reader->Fault() != WaveformFault::kNone)
-        std::cerr << "tarn: " << Printable(options.path) << ": " << reader->Reason() << '\n';
-    if (!options.picture.empty()) {
-        if (const int status = write_picture(*peaks, options); status != kExitDone) return status;
+    return peaks;
+}
+
+int run_peaks(const PeaksOptions& options) {
+    std::unique_ptr<PeakSource> peaks;
+    {
+        const CancelOnSignals cancel;
+        peaks = read_peaks(options, cancel);
+        if (!peaks) return kExitFailed;
+        if (!options.picture.empty()) {
+            const int status = write_picture(*peaks, options);
+            if (status != kExitDone) return status;
+        }
     }
     if (options.json) {
         print_json(*peaks, options.raw);
