@@ -1,0 +1,18 @@
+// Any bytes as a WAV file: the rows match, and hold no more points than the file has bytes.
+#include <cstdlib>
+
+#include "movie/wave_reader.h"
+#include "support/memory_path.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace tarn;
+    const MemoryPath file(data, size);
+    WFWaveReader reader;
+    const bool opened = reader.Open(file.Path(), 1120);
+    if (opened != (reader.Fault() == WaveformFault::kNone)) abort();
+    if (opened != reader.Reason().empty()) abort();
+    if (reader.GetCount() > size || (!opened && reader.GetCount() != 0)) abort();
+    const WaveformPoints points = reader.TakePoints();
+    if (points.left.size() != points.right.size()) abort();
+    return 0;
+}
