@@ -41,6 +41,7 @@ private:
     static constexpr size_t kEnough = 1 << 20;
     void Flush() {
         const size_t size = m_buffer.size();
+        if (size == 0) return;  // an empty vector may have no storage to point at
         m_good = m_good && std::fwrite(m_buffer.data(), 1, size, m_file) == size;
         m_buffer.clear();
     }
