@@ -256,8 +256,8 @@ MovieCode CMP4MovieWrite::WriteVideoChunk(bool* ended) {
 // How much of the source's sound the next chunk is to take, in media units.
 uint64_t CMP4MovieWrite::SoundTarget(bool final) const {
     const MovieTrackInfo& audio = Source().audio;
-    if (final) return UINT64_MAX;
-    if (m_video.number == 0) {
+    // What is left behind the pictures goes in steps too: a save can be ended between them.
+    if (final || m_video.number == 0) {
         uint64_t units = 0;
         static_cast<void>(mp4_mul_div(kSoundChunkMs, audio.timescale, 1000, &units));
         return std::max<uint64_t>(units, 1);
@@ -275,7 +275,10 @@ MovieCode CMP4MovieWrite::WriteAudioChunk(bool final) {
     MovieCode code = kMovieOk;
     while (left > 0 && code == kMovieOk) {
         uint64_t taken = 0;
-        code = TakeSound(left, &chunk, &taken);
+        // Nothing but the sound itself moves these rounds on, so that each takes one sample at
+        // least.
+        const bool alone = final || m_video.number == 0;
+        code = TakeSound(alone && chunk.runs.empty() ? UINT64_MAX : left, &chunk, &taken);
         if (code == kMovieOk && taken == 0) break;  // the next sample would pass the target
         m_soundTaken += taken;
         left -= std::min(left, taken);

@@ -357,6 +357,12 @@ MovieCode ChooseRange(const CMovieInfoType& info, uint64_t inMs, uint64_t outMs,
     const Request request{inMs, outMs, atEnd, sizeLimit};
     MOVIE_TRY(choose_start(info, request, range));
     MOVIE_TRY(choose_end(info, request, range));
+    // Sound alone keeps one sample at least, as a picture keeps a group.
+    TrackRange& audio = range->audio;
+    if (info.video.trackNumber == 0 && audio.end <= audio.first)
+        audio.end = std::min(audio.first, info.audio.sampleCount) + 1;
+    const bool empty = range->video.end <= range->video.first && audio.end <= audio.first;
+    if (empty) return kMovieRange;
     MOVIE_TRY(count_bytes(info.video, range->video, &range->bytes));
     MOVIE_TRY(count_bytes(info.audio, range->audio, &range->bytes));
     return kMovieOk;

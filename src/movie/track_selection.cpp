@@ -146,24 +146,25 @@ Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* inf
     return FF4_RET_OK;
 }
 
-uint32_t OtherPicture(Mp4ReadSession* session) {
+bool FindOtherTrack(Mp4ReadSession* session, uint32_t handler, uint32_t* code) {
     uint32_t count = 0;
+    *code = 0;
     static_cast<void>(mp4_get_track_count(session, &count));
     for (uint32_t track = 1; track <= count; ++track) {
-        Mp4HandlerInfo handler{};
+        Mp4HandlerInfo found{};
         Mp4TrackHeaderInfo header{};
-        if (mp4_get_handler(session, track, &handler) != FF4_RET_OK ||
-            handler.type != fourcc("vide") ||
+        if (mp4_get_handler(session, track, &found) != FF4_RET_OK || found.type != handler ||
             mp4_get_track_header(session, track, &header) != FF4_RET_OK ||
-            (header.flags & kTrackEnabled) == 0 || mp4_open_track(session, track) != FF4_RET_OK)
+            (header.flags & kTrackEnabled) == 0)
             continue;
         Entries entries(session);
         const Mp4SampleEntry* entry = nullptr;
-        if (entries.Open(track) == FF4_RET_OK &&
+        if (mp4_open_track(session, track) == FF4_RET_OK && entries.Open(track) == FF4_RET_OK &&
             mp4_get_sample_entry(session, entries.get(), 1, &entry) == FF4_RET_OK)
-            return entry->format;
+            *code = entry->format;
+        return true;
     }
-    return 0;
+    return false;
 }
 
 Mp4Result ReadTrackInfo(MovieTrackInfo* track) {

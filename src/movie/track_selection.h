@@ -16,8 +16,9 @@ namespace tarn {
 Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info,
                        uint32_t* chosen);
 
-// The code of the first enabled video track's samples, whatever they are; 0 without such a track.
-uint32_t OtherPicture(Mp4ReadSession* session);
+// The first enabled track of a handler, whatever its samples are: false without one. `code` is that
+// of its samples, 0 where that can't be read.
+bool FindOtherTrack(Mp4ReadSession* session, uint32_t handler, uint32_t* code);
 
 // Fills timescale, duration, sample count and edits of a chosen track. FF4_RET_FORMAT for a media
 // timescale of 0.

@@ -36,15 +36,21 @@ MovieCode source_state(const CMP4MovieRead& reader) {
     return reader.IsUnchanged() ? kMovieOk : kMovieChanged;
 }
 
+std::string kind_of(uint32_t code) {
+    const std::string name = CodecName(code);
+    return name.empty() ? "is damaged or of a kind that" : "(" + name + ")";
+}
+
 // Why a clip can't be saved at all, in words; empty when it can.
 std::string refusal(const CMP4MovieRead& reader, bool wav) {
     const CMovieInfoType& info = reader.GetInfo();
     if (wav && !reader.HasAudio()) return "the clip has no sound that could be saved";
-    if (!wav && !reader.HasVideo()) {
-        // A picture of another kind is not left out behind the user's back.
-        if (const uint32_t code = OtherPicture(reader.Session()))
-            return "the picture is " + CodecName(code) + ", which can't be carried; save it as WAV";
-    }
+    // Neither picture nor sound is left out behind the user's back.
+    uint32_t code = 0;
+    if (!wav && !reader.HasVideo() && FindOtherTrack(reader.Session(), fourcc("vide"), &code))
+        return "the picture " + kind_of(code) + " can't be carried; save the sound as WAV";
+    if (!wav && !reader.HasAudio() && FindOtherTrack(reader.Session(), fourcc("soun"), &code))
+        return "the sound " + kind_of(code) + " can't be made anew";
     if (info.timescale == 0) return "the movie header is damaged: it has no time scale";
     if (reader.HasAudio() && !info.audioDescriptions.empty())
         return WhySoundCannotBeSaved(info.audioDescriptions[0], !wav);

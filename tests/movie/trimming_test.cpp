@@ -275,6 +275,31 @@ TEST(TrimmingJob, RunsPausesAndEnds) {
     }
 }
 
+TEST(Trimming, NoSoundIsDroppedInSilence) {
+    TempDir dir;
+    // The code of the sound entry becomes one that can't be decoded.
+    std::ifstream in(clip("cam_texts"), std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    const size_t stsd = bytes.rfind("stsd");
+    const size_t code = bytes.find("mp4a", stsd);
+    ASSERT_NE(code, std::string::npos);
+    bytes.replace(code, 4, "ac-3");
+    dir.Write("in.mp4", bytes);
+    MovieSegment s = segment(dir.Path("in.mp4"), dir.Path("out.mp4"), 0, 2000);
+    Mp4MovieEditor editor;
+    Steps steps;
+    EXPECT_EQ(save(&s, &editor, &steps), movie_code(FF4_RET_FORMAT));
+    EXPECT_NE(editor.Reason().find("AC-3"), std::string::npos) << editor.Reason();
+    EXPECT_EQ(dir.FileCount(), 1u);
+}
+
+TEST(Trimming, ASelectionIsNeverEmpty) {
+    TempDir dir;
+    MovieSegment s = segment(clip("cam_audio_only"), dir.Path("out.mp4"), 0, 1);
+    ASSERT_EQ(save(&s), kMovieOk);
+    EXPECT_GE(s.audioSamples, 1u) << "a selection is never empty";
+}
+
 TEST(Trimming, RefusalsAreInPlainWords) {
     const struct {
         const char* clip;
