@@ -72,26 +72,7 @@ MovieCode SoundTreatment::OpenDecoder(const CAudioSampleDescriptionInfo& sound) 
     const UMC::AacConfig config = config_of(sound, &good);
     if (!good) return kMovieCodec;
     m_rate = static_cast<uint32_t>(config.outputRate != 0 ? config.outputRate : config.sampleRate);
-    const auto bytes = UMC::FindDecoderSpecificInfo(sound.decoderConfig);
-    m_config.assign(bytes.begin(), bytes.end());
-
-    UMC::MediaData data;
-    if (data.SetBufferPointer(m_config.data(), static_cast<uint32_t>(m_config.size())) !=
-            UMC::kStatusOk ||
-        data.SetDataSize(static_cast<uint32_t>(m_config.size())) != UMC::kStatusOk)
-        return kMovieCodec;
-    UMC::AACDecoderParams params;
-    params.data = &data;
-    params.info.streamType = UMC::kStreamAacConfigured;
-    params.info.streamSubType = 1;
-    params.info.channels = 2;
-    params.info.sampleRate = static_cast<int32_t>(m_rate);
-    params.psSupport = 1;
-    if (m_decoder.Init(&params) != UMC::kStatusOk || m_decoder.GetInfo(&params) < 0)
-        return kMovieCodec;
-    return m_decoded.Alloc(params.suggestedOutputSize) == UMC::kStatusOk
-               ? kMovieOk
-               : movie_code(FF4_RET_NOMEM);
+    return m_decoder.Init(sound, m_rate, true) ? kMovieOk : kMovieCodec;
 }
 
 MovieCode SoundTreatment::Decode(const std::vector<uint8_t>& samples) {
@@ -107,20 +88,12 @@ MovieCode SoundTreatment::Decode(const std::vector<uint8_t>& samples) {
     }
     m_pcm.clear();
     if (samples.empty() || samples.size() > kMostAacSample) return kMovieCodec;
-    UMC::MediaData in;
-    m_bytes = samples;
-    const auto size = static_cast<uint32_t>(m_bytes.size());
-    if (in.SetBufferPointer(m_bytes.data(), size) != UMC::kStatusOk ||
-        in.SetDataSize(size) != UMC::kStatusOk)
-        return kMovieCodec;
-    m_decoded.Reset();
-    if (m_decoder.GetFrame(&in, &m_decoded) != UMC::kStatusOk) return kMovieCodec;
-    const auto* pcm = reinterpret_cast<const int16_t*>(m_decoded.GetDataPointer());
-    m_pcm.assign(pcm, pcm + m_decoded.GetDataSize() / sizeof(int16_t));
+    m_sample.data = samples;
+    std::span<const int16_t> pcm;
+    if (!m_decoder.Decode(&m_sample, &pcm)) return kMovieCodec;
+    m_pcm.assign(pcm.begin(), pcm.end());
     // Not what the configuration said: another channel count in the frames.
-    UMC::AACDecoderParams params;
-    if (m_decoder.GetInfo(&params) < 0 || params.info.channels != 2) return kMovieCodec;
-    return kMovieOk;
+    return m_decoder.Channels() == 2 ? kMovieOk : kMovieCodec;
 }
 
 MovieCode SoundTreatment::WarmUp(const std::vector<uint8_t>& samples) {

@@ -10,7 +10,7 @@
 #include "effects/effect_chain.h"
 #include "movie/movie_codes.h"
 #include "movie/movie_info.h"
-#include "movie/umc/aac_decoder.h"
+#include "movie/waveform_aac.h"
 
 namespace tarn {
 
@@ -44,9 +44,9 @@ private:
     Swap m_swap = Swap::kNone;
     uint32_t m_rate = 0;
     AMPEffectChainPtr m_chain;
-    UMC::AACDecoder m_decoder;
-    UMC::AudioData m_decoded;
-    std::vector<uint8_t> m_config, m_bytes;
+    AacSound m_decoder;
+    CReadBuffer m_sample;  // the decoder's own copy
+    std::vector<uint8_t> m_bytes;
     std::vector<int16_t> m_pcm;
 };
 
