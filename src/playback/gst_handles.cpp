@@ -1,0 +1,39 @@
+#include "playback/gst_handles.h"
+
+namespace tarn {
+
+bool StartGst() {
+    return gst_init_check(nullptr, nullptr, nullptr) != FALSE;
+}
+
+GstElementPtr MakeElement(const char* factory, const char* name) {
+    GstElement* element = gst_element_factory_make(factory, name);
+    if (element) gst_object_ref_sink(element);
+    return GstElementPtr(element);
+}
+
+GstElementPtr MakeBin(const char* name) {
+    GstElement* bin = gst_bin_new(name);
+    gst_object_ref_sink(bin);
+    return GstElementPtr(bin);
+}
+
+GstElement* AddElement(GstElement* bin, const char* factory, const char* name) {
+    const GstElementPtr element = MakeElement(factory, name);
+    if (!element || !gst_bin_add(GST_BIN(bin), element.get())) return nullptr;
+    return element.get();
+}
+
+bool AddGhostPad(GstElement* bin, GstElement* inside, const char* pad, const char* name) {
+    const GstPadPtr target(gst_element_get_static_pad(inside, pad));
+    if (!target) return false;
+    GstPad* ghost = gst_ghost_pad_new(name, target.get());
+    return ghost && gst_element_add_pad(bin, ghost);
+}
+
+void RemoveElement(GstElement* bin, GstElement* element) {
+    gst_element_set_state(element, GST_STATE_NULL);
+    gst_bin_remove(GST_BIN(bin), element);
+}
+
+}  // namespace tarn
