@@ -1,0 +1,67 @@
+#include "app/xml_io.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "support/temp_dir.h"
+
+namespace tarn {
+namespace {
+
+std::string table(const std::string& language, const std::string& more = "") {
+    return "<plist><dict><key>Language</key><string>" + language + "</string>" + more +
+           "</dict></plist>";
+}
+
+TEST(XMLIO, AnswersFromItsFile) {
+    const TempDir dir;
+    EXPECT_EQ(XMLIO(dir.Path("")).GetString("Language"), "") << "no file";
+    dir.Write("Strings.xml", table("German",
+                                   "<key>A</key><string>first</string><key>A</key><string>second"
+                                   "</string><key>B</key><string></string><key>B</key><string>"
+                                   "<![CDATA[]]></string><key>C</key><string>a&amp;b</string>"));
+    const XMLIO strings(dir.Path(""));
+    EXPECT_EQ(strings.GetLanguage(), "German");
+    EXPECT_EQ(strings.GetLocaleName(), "de-DE");
+    EXPECT_EQ(strings.GetString("A"), "first");
+    EXPECT_EQ(strings.GetString("B"), "");
+    EXPECT_EQ(strings.GetString("C"), "a&b");
+    EXPECT_EQ(strings.GetString("a"), "") << "no key of that case";
+    EXPECT_EQ(strings.GetVersionText(), "");
+    dir.Write("Version.txt", "1.2.3\r\nbuilt today\n");
+    EXPECT_EQ(strings.GetVersionText(), "1.2.3");
+
+    ASSERT_EQ(mkdir(dir.Path("a*b").c_str(), 0700), 0);
+    dir.Write("a*b/Strings.xml", table("German"));
+    EXPECT_EQ(XMLIO(dir.Path("a*b")).GetLanguage(), "");
+}
+
+TEST(XMLIO, PrefersTheUsersLanguage) {
+    const TempDir dir;
+    dir.Write("Strings.xml", table("EnglishUS"));
+    std::filesystem::create_directories(dir.Path("strings/French"));
+    dir.Write("strings/French/Strings.xml", table("French"));
+    EXPECT_EQ(XMLIO(dir.Path(""), "French").GetLanguage(), "French");
+    EXPECT_EQ(XMLIO(dir.Path(""), "Korean").GetLanguage(), "EnglishUS") << "no such table";
+    dir.Write("strings/French/Strings.xml", "<plist><dict>");
+    EXPECT_EQ(XMLIO(dir.Path(""), "French").GetLanguage(), "EnglishUS") << "a broken table";
+}
+
+TEST(XMLIO, FontFollowsLanguageAndScreen) {
+    const TempDir dir;
+    dir.Write("Strings.xml", table("japanese"));
+    const XMLIO strings(dir.Path(""));
+    EXPECT_EQ(strings.GetLocaleName(), "") << "locale names go by the letter, fonts don't";
+    EXPECT_EQ(strings.MakeFont(96).face, "Meiryo");
+    EXPECT_EQ(XMLIO(dir.Path("none")).MakeFont(96).face, "Segoe UI");
+    const struct {
+        int dpi, delta, height;
+    } cases[] = {{96, 0, -12}, {144, 0, -18}, {100, 0, -12}, {120, -2, -17}, {0, 5, -12}};
+    for (const auto& c : cases)
+        EXPECT_EQ(strings.MakeFont(c.dpi, c.delta).height, c.height);
+}
+
+}  // namespace
+}  // namespace tarn
