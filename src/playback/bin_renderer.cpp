@@ -1,0 +1,53 @@
+#include "playback/bin_renderer.h"
+
+#include <utility>
+
+namespace tarn {
+
+BinRenderer::~BinRenderer() {
+    RemoveFromGraph();
+}
+
+HRESULT BinRenderer::AddToGraph(GstElement* graph) {
+    if (!graph) return E_POINTER;
+    if (!GST_IS_BIN(graph)) return E_INVALIDARG;
+    const GstElementPtr same_name(gst_bin_get_by_name(GST_BIN(graph), Name()));
+    if (m_bin || same_name) return E_ACCESSDENIED;
+
+    HRESULT result = E_FAIL;
+    GstElementPtr bin = Build(&result);
+    if (!bin) return result;
+    if (!gst_bin_add(GST_BIN(graph), bin.get())) return E_FAIL;
+    m_bin = std::move(bin);
+    return S_OK;
+}
+
+HRESULT BinRenderer::FinishGraph(GstElement* graph) {
+    if (!graph) return E_POINTER;
+    if (!m_bin) return E_HANDLE;
+    const GstPadPtr sink(gst_element_get_static_pad(m_bin.get(), "sink"));
+    if (!sink || !gst_pad_is_linked(sink.get())) RemoveFromGraph();
+    return S_OK;
+}
+
+void BinRenderer::RemoveFromGraph() {
+    if (!m_bin) return;
+    const GstElementPtr graph(GST_ELEMENT(gst_object_get_parent(GST_OBJECT(m_bin.get()))));
+    if (graph) {
+        RemoveElement(graph.get(), m_bin.get());
+    } else {
+        gst_element_set_state(m_bin.get(), GST_STATE_NULL);
+    }
+    m_bin.reset();
+}
+
+VideoRect BinRenderer::Area(const IVideoWindow& window) const {
+    return m_rectangle ? *m_rectangle : window.ClientRect();
+}
+
+void BinRenderer::SetArea(const VideoRect* rectangle) {
+    m_rectangle.reset();
+    if (rectangle) m_rectangle = *rectangle;
+}
+
+}  // namespace tarn

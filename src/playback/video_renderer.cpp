@@ -1,0 +1,39 @@
+#include "playback/video_renderer.h"
+
+#include <new>
+
+#include "playback/cvmr7.h"
+
+namespace tarn {
+namespace {
+
+std::unique_ptr<CVideoRenderer> MakeRenderer(VideoRendererForm form) {
+    switch (form) {
+        case VideoRendererForm::CVMR7:
+            return std::unique_ptr<CVideoRenderer>(new (std::nothrow) CVMR7);
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<CVideoRenderer> CreateVideoRenderer(GstElement* graph, HRESULT* result,
+                                                    std::span<const VideoRendererForm> forms) {
+    HRESULT last = E_FAIL;
+    for (const VideoRendererForm form : forms) {
+        std::unique_ptr<CVideoRenderer> renderer = MakeRenderer(form);
+        if (!renderer) {
+            last = E_OUTOFMEMORY;
+            break;
+        }
+        last = renderer->AddToGraph(graph);
+        if (!Failed(last)) {
+            if (result) *result = last;
+            return renderer;
+        }
+    }
+    if (result) *result = last;
+    return nullptr;
+}
+
+}  // namespace tarn

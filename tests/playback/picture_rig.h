@@ -1,0 +1,82 @@
+// picture_rig.h - a graph that feeds a renderer from a test source, and a window and a painter that
+// remember what they were told.
+#pragma once
+
+#include <gst/gst.h>
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "playback/video_renderer.h"
+
+namespace tarn {
+
+// Every wait of these tests ends here at the latest.
+constexpr int kDeadlineSeconds = 60;
+
+// Asks again and again, a few milliseconds apart. False when the deadline passes first.
+[[nodiscard]] bool WaitFor(const std::function<bool()>& condition);
+
+class TestGraph {
+public:
+    TestGraph();
+    ~TestGraph();
+    TestGraph(const TestGraph&) = delete;
+    TestGraph& operator=(const TestGraph&) = delete;
+
+    GstElement* Pipeline() const { return m_pipeline; }
+    // Links `source`, elements in the launch syntax, to the renderer.
+    [[nodiscard]] bool Feed(const CVideoRenderer& renderer, const std::string& source);
+    // Waits until the pipeline is there.
+    [[nodiscard]] bool Reach(GstState state);
+    [[nodiscard]] bool Seek(int64_t milliseconds);
+    [[nodiscard]] bool HasError() const;
+
+private:
+    GstElement* m_pipeline;
+};
+
+class TestWindow final : public IVideoWindow {
+public:
+    uintptr_t NativeHandle() const override { return native; }
+    VideoRect ClientRect() const override { return client; }
+    void PictureChanged() override;
+    // Waits for that many calls, counted from the start.
+    [[nodiscard]] bool WaitForChanges(int count);
+
+    uintptr_t native = 0;
+    VideoRect client;
+
+private:
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    int m_changes = 0;
+};
+
+struct TestPainter final : IVideoPainter {
+    void DrawPicture(const VideoPicture& picture, const VideoRect& target) override {
+        times.push_back(picture.time);
+        targets.push_back(target);
+    }
+    void FillBlack(const VideoRect& area) override { black.push_back(area); }
+
+    std::vector<int64_t> times;
+    std::vector<VideoRect> targets, black;
+};
+
+// Takes a factory out of the registry, so that its plug-in seems to be missing.
+class HiddenFactory {
+public:
+    explicit HiddenFactory(const char* name);
+    ~HiddenFactory();
+    HiddenFactory(const HiddenFactory&) = delete;
+    HiddenFactory& operator=(const HiddenFactory&) = delete;
+
+private:
+    GstPluginFeature* m_feature;
+};
+
+}  // namespace tarn
