@@ -83,6 +83,16 @@ void AMPCombBank::Process(const float* left, const float* right, uint32_t count,
     }
 }
 
+void AMPCombBank::Reset() {
+    for (Comb& comb : m_combs) {
+        std::fill(comb.past.begin(), comb.past.end(), 0.0f);
+        comb.oldest = 0;
+        comb.before = Splat4(0.0f);
+    }
+    std::fill(m_input.begin(), m_input.end(), 0.0f);
+    m_inputEnd = m_longest;
+}
+
 // The place in m_input that the first frame came to.
 uint32_t AMPCombBank::AppendInput(const float* left, const float* right, uint32_t count) {
     if (2 * (m_inputEnd + count) + kPadding > m_input.size()) {

@@ -39,6 +39,8 @@ public:
 
     // `count` is at most kReverbSlice.
     void Process(const float* left, const float* right, uint32_t count, AMPCombMix* mix);
+    // Back to silence.
+    void Reset();
 
 private:
     struct Comb {

@@ -46,6 +46,8 @@ public:
     uint32_t Length() const { return m_length; }  // samples
     // The frames from the first on that share a phase, at most `count`, which is not 0.
     Run Next(const float* left, const float* right, uint32_t count);
+    // Waits for a loud frame again.
+    void Reset() { m_counter = 0; }
 
 private:
     float m_trigger;
@@ -58,6 +60,7 @@ public:
     AMPRampCompressor(uint32_t sample_rate, float threshold, float ratio, float gain,
                       float ramp_milliseconds);
     void Process(float* left, float* right, uint32_t count);
+    void Reset() { m_ramp.Reset(); }
 
 private:
     void Compress(float* samples, const float* slopes, uint32_t count) const;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "effects/compressor.h"
 #include "effects/equalizer.h"
@@ -21,6 +22,10 @@ constexpr float kLimit = 32766.5f;
 constexpr float kRampThreshold = 12000.0f, kRampRatio = 0.3f, kRampGain = 1.8f;
 constexpr float kRampMilliseconds = 50.0f;
 constexpr int kRampSetting = 4;  // the settings below it are soft knees
+
+bool is_sample_rate(uint32_t rate) {
+    return rate >= kMinSampleRate && rate <= kMaxSampleRate;
+}
 
 int32_t in_range(int32_t value, int32_t lowest, int32_t highest) {
     return value < lowest || value > highest ? 0 : value;
@@ -69,6 +74,43 @@ void join(const float* left, const float* right, int16_t* output, uint32_t frame
 
 }  // namespace
 
+// The settings are in range. A level or a reverb stage that doesn't change is left alone.
+class AMPEffectChange {
+public:
+    AMPEffectChange(uint32_t sample_rate, const AMPEffectSettings& from,
+                    const AMPEffectSettings& to, AMPEffectChange* superseded);
+
+    uint32_t sampleRate;
+    AMPEffectSettings settings;
+    bool newLevel, newReverb;
+    float levelPeak = 0;                // when newLevel
+    std::unique_ptr<AMPReverb> reverb;  // before it is applied the new one, then the old one
+};
+
+AMPEffectChange::AMPEffectChange(uint32_t sample_rate, const AMPEffectSettings& from,
+                                 const AMPEffectSettings& to, AMPEffectChange* superseded)
+    : sampleRate(sample_rate),
+      settings(to),
+      newLevel(to.normalize != from.normalize),
+      newReverb(to.reverb != from.reverb) {
+    if (newLevel) {
+        levelPeak = to.peak;
+    } else if (superseded && superseded->newLevel) {
+        newLevel = true;
+        levelPeak = superseded->levelPeak;
+    }
+    AMPEffectChange* const donor = superseded && superseded->newReverb &&
+                                           superseded->sampleRate == sample_rate &&
+                                           superseded->settings.reverb == to.reverb
+                                       ? superseded
+                                       : nullptr;
+    newReverb = newReverb || (superseded && superseded->newReverb);
+    if (donor)
+        reverb = std::move(donor->reverb);
+    else if (newReverb)
+        reverb = make_reverb(to.reverb, sample_rate);
+}
+
 class AMPEffectChain {
 public:
     explicit AMPEffectChain(uint32_t sample_rate)
@@ -83,6 +125,8 @@ public:
     void SetStart(uint32_t ms) { m_fade.SetStartTime(ms); }
     void SetEnd(uint32_t ms) { m_fade.SetEndTime(ms); }
     void SetParameters(const AMPEffectSettings& settings);
+    bool Apply(AMPEffectChange* change);
+    void Reset();
     void Process(int16_t* output, const int16_t* input, uint32_t frames, uint32_t position_ms);
 
 private:
@@ -100,17 +144,31 @@ private:
 };
 
 void AMPEffectChain::SetParameters(const AMPEffectSettings& settings) {
-    const AMPEffectSettings next = sanitized(settings);
-    // First what can fail.
-    if (next.reverb != m_settings.reverb) m_reverb = make_reverb(next.reverb, m_sampleRate);
+    AMPEffectChange change(m_sampleRate, m_settings, sanitized(settings), nullptr);
+    static_cast<void>(Apply(&change));  // of our own rate
+}
+
+bool AMPEffectChain::Apply(AMPEffectChange* change) {
+    if (change->sampleRate != m_sampleRate) return false;
+    const AMPEffectSettings& next = change->settings;
+    if (change->newReverb) m_reverb.swap(change->reverb);
     m_equalizer.SetGains(static_cast<float>(next.bass) / 100.0f,
                          static_cast<float>(next.treble) / 100.0f);
     if (next.compressor != 0) m_softKnee.SetCurve(AMPGetCompressorCurve(next.compressor));
-    if (next.normalize != m_settings.normalize && next.normalize != 0) {
-        m_normalize.SetSource((next.peak == 0.0f ? 1.0f : next.peak) * kNormalizeFullScale);
+    if (change->newLevel && next.normalize != 0) {
+        m_normalize.SetSource((change->levelPeak == 0.0f ? 1.0f : change->levelPeak) *
+                              kNormalizeFullScale);
         m_normalize.SetTarget(AMPNormalizeTarget(next.normalize));
     }
     m_settings = next;
+    return true;
+}
+
+// The other stages have no history.
+void AMPEffectChain::Reset() {
+    m_equalizer.Reset();
+    if (m_reverb) m_reverb->Reset();
+    m_ramp.Reset();
 }
 
 void AMPEffectChain::Process(int16_t* output, const int16_t* input, uint32_t frames,
@@ -143,7 +201,7 @@ void AMPEffectChain::ProcessSlice(const AMPFade::Plan& fade, uint32_t first, uin
 }
 
 AMPEffectChain* AMPEffectCreate(uint32_t sample_rate) {
-    if (sample_rate < kMinSampleRate || sample_rate > kMaxSampleRate) return nullptr;
+    if (!is_sample_rate(sample_rate)) return nullptr;
     try {
         return std::make_unique<AMPEffectChain>(sample_rate).release();
     } catch (const std::bad_alloc&) {
@@ -175,6 +233,30 @@ bool AMPEffectSetParameters(AMPEffectChain* chain, const AMPEffectSettings& sett
     } catch (const std::bad_alloc&) {
         return false;
     }
+}
+
+AMPEffectChange* AMPEffectPrepare(uint32_t sample_rate, const AMPEffectSettings& from,
+                                  const AMPEffectSettings& to, AMPEffectChange* superseded) {
+    if (!is_sample_rate(sample_rate)) return nullptr;
+    try {
+        return std::make_unique<AMPEffectChange>(sample_rate, sanitized(from), sanitized(to),
+                                                 superseded)
+            .release();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+bool AMPEffectApply(AMPEffectChain* chain, AMPEffectChange* change) {
+    return chain->Apply(change);
+}
+
+void AMPEffectDiscard(AMPEffectChange* change) {
+    const std::unique_ptr<AMPEffectChange> owner(change);
+}
+
+void AMPEffectReset(AMPEffectChain* chain) {
+    chain->Reset();
 }
 
 void AMPEffectProcess(AMPEffectChain* chain, int16_t* output, const int16_t* input, uint32_t frames,

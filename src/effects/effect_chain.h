@@ -4,9 +4,10 @@
 // order of the stream: the history of the filters goes on from block to block, whatever their
 // length, so a chain serves one stream. It takes no locks; one thread at a time.
 //
-// Settings are copied at the call. AMPEffectProcess allocates nothing and can't fail, so a player
-// may call it from its streaming thread, and AMPEffectSetParameters from another under a lock that
-// guards both.
+// Settings are copied at the call. AMPEffectProcess allocates nothing and can't fail. New settings
+// may need memory, so a player prepares the change on its control thread, hands it to the streaming
+// thread to be applied between two blocks, and discards it on the control thread again: the thread
+// that drives the chain never allocates, frees or waits.
 #pragma once
 
 #include <cstdint>
@@ -39,6 +40,29 @@ void AMPEffectSetEnd(AMPEffectChain* chain, uint32_t ms);
 // A changed reverb begins silent; other changes act from the next block on. The peak counts when
 // the normalise setting changes. False: memory is short, and the chain is as it was.
 [[nodiscard]] bool AMPEffectSetParameters(AMPEffectChain* chain, const AMPEffectSettings& settings);
+
+// What a change of settings needs, made ahead of it. It belongs to one thread at a time.
+class AMPEffectChange;
+
+// A change of any chain of that rate from the settings `from` to the settings `to`. `superseded`:
+// a change to `from` that was prepared and then not applied, or null. What the chain has missed
+// with it comes with the new change, which may take over its memory. Null for a rate out of range,
+// or when memory is short; `superseded` is as it was then. Discard it in both cases.
+[[nodiscard]] AMPEffectChange* AMPEffectPrepare(uint32_t sample_rate, const AMPEffectSettings& from,
+                                                const AMPEffectSettings& to,
+                                                AMPEffectChange* superseded);
+// Once. Allocates and frees nothing: the change carries away what the chain needs no more. False:
+// it was prepared for another rate, and the chain is as it was.
+[[nodiscard]] bool AMPEffectApply(AMPEffectChain* chain, AMPEffectChange* change);
+void AMPEffectDiscard(AMPEffectChange* change);
+
+struct AMPEffectChangeDeleter {
+    void operator()(AMPEffectChange* change) const { AMPEffectDiscard(change); }
+};
+using AMPEffectChangePtr = std::unique_ptr<AMPEffectChange, AMPEffectChangeDeleter>;
+
+// Forgets the sound so far; settings and range stay. For a jump in the stream. Allocates nothing.
+void AMPEffectReset(AMPEffectChain* chain);
 
 // `frames` of left and right sample in turn. `output` may be `input`. `position_ms` is the time of
 // the block's first frame and matters to the fade alone. But for bypass, the largest samples that

@@ -94,4 +94,9 @@ void AMPEqualizer::Process(float* left, float* right, uint32_t count) {
     store_history(four, filters);
 }
 
+void AMPEqualizer::Reset() {
+    for (AMPBiQuadraticFilter* const filter : {&m_leftHigh, &m_leftLow, &m_rightHigh, &m_rightLow})
+        filter->Reset();
+}
+
 }  // namespace tarn

@@ -21,6 +21,8 @@ public:
     void SetGains(float bass, float treble) { m_bassGain = bass, m_trebleGain = treble; }
     // In place, any block length.
     void Process(float* left, float* right, uint32_t count);
+    // Back to silence; the gains stay.
+    void Reset();
 
 private:
     float m_trebleGain = 0, m_bassGain = 0;

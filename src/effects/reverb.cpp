@@ -102,6 +102,12 @@ AMPReverb::Channel::Channel(const AMPReverbPreset& preset)
       all_pass(AMPDelayInSamples(preset.all_pass_delay, preset.sample_rate), preset.all_pass_gain),
       high_pass(AMPDesignReverbHighPass(preset.sample_rate)) {}
 
+void AMPReverb::Channel::Reset() {
+    pre_delay.Reset();
+    all_pass.Reset();
+    high_pass.Reset();
+}
+
 AMPReverb::AMPReverb(const AMPReverbPreset& preset)
     : m_dry(preset.dry),
       m_wet(preset.wet),
@@ -118,6 +124,12 @@ void AMPReverb::Process(float* left, float* right, uint32_t count) {
         ProcessSlice(left + done, right + done, slice);
         done += slice;
     }
+}
+
+void AMPReverb::Reset() {
+    m_left.Reset();
+    m_right.Reset();
+    m_combs.Reset();
 }
 
 void AMPReverb::ProcessSlice(float* left, float* right, uint32_t count) {

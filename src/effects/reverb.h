@@ -46,10 +46,13 @@ public:
 
     // In place, any block length.
     void Process(float* left, float* right, uint32_t count);
+    // Back to silence.
+    void Reset();
 
 private:
     struct Channel {
         explicit Channel(const AMPReverbPreset& preset);
+        void Reset();
         AMPSimpleDelay pre_delay;
         AMPAllPathFilter all_pass;
         AMPBiQuadraticFilter high_pass;

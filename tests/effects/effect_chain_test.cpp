@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "effects/allocation_count.h"
 #include "effects/flush_denormals.h"
+#include "support/allocation_count.h"
 
 #if defined(__SSE__)
 #include <xmmintrin.h>
@@ -156,6 +156,81 @@ TEST(EffectChain, ChangesSettingsOnTheWay) {
     bypass.bypass = 1;
     EXPECT_TRUE(AMPEffectSetParameters(chain.get(), bypass));
     EXPECT_TRUE(Treat(chain.get(), input) == input);
+}
+
+TEST(EffectChain, ResetEqualsNew) {
+    const Sound before = Noise(5001, 2), input = Noise(5000);
+    for (const int32_t compressor : {1, 4}) {
+        AMPEffectSettings settings = Everything();
+        settings.fade = 0;       // would keep the first second silent
+        settings.normalize = 0;  // would clip what the ramp lets through
+        settings.compressor = compressor;
+        const AMPEffectChainPtr chain = MakeChain(settings);
+        Treat(chain.get(), before);
+        const size_t count = AllocationCount();
+        AMPEffectReset(chain.get());
+        EXPECT_EQ(AllocationCount(), count);
+        EXPECT_TRUE(Treat(chain.get(), input) == Treat(MakeChain(settings).get(), input))
+            << compressor;
+    }
+}
+
+// Each row is a way from one set of settings to the next. A change that a later one supersedes
+// must leave the chain as if it had been applied without a block in between.
+TEST(EffectChain, PreparedChangesActLikeSettings) {
+    const auto with = [](int32_t reverb, int32_t normalize, float peak) {
+        AMPEffectSettings s = Everything();
+        s.fade = 0;
+        s.reverb = reverb;
+        s.normalize = normalize;
+        s.peak = peak;
+        return s;
+    };
+    const struct {
+        const char* name;
+        AMPEffectSettings first, skipped, last;
+    } cases[] = {
+        {"reverb handed on", with(1, 1, 1.0f), with(9, 1, 1.0f), with(9, 1, 1.0f)},
+        {"there and back", with(5, 1, 1.0f), with(2, 1, 1.0f), with(5, 1, 1.0f)},
+        {"on, then another", with(0, 0, 1.0f), with(2, 2, 0.5f), with(6, 3, 0.7f)},
+        {"on, then off", with(3, 0, 1.0f), with(4, 1, 0.5f), with(0, 0, 1.0f)},
+        {"off and on", with(3, 2, 0.5f), with(0, 0, 0.5f), with(3, 2, 0.8f)},
+        {"the peak of the skipped", with(0, 1, 1.0f), with(0, 2, 0.5f), with(0, 2, 0.9f)},
+        {"nothing of weight", with(7, 1, 0.5f), with(7, 1, 0.6f), with(7, 1, 0.7f)},
+    };
+    const Sound input = Noise(8000);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const AMPEffectChainPtr expected = MakeChain(c.first), chain = MakeChain(c.first);
+        Treat(expected.get(), input);
+        Treat(chain.get(), input);
+        EXPECT_TRUE(AMPEffectSetParameters(expected.get(), c.skipped));
+        EXPECT_TRUE(AMPEffectSetParameters(expected.get(), c.last));
+
+        const AMPEffectChangePtr skipped(AMPEffectPrepare(kRate, c.first, c.skipped, nullptr));
+        const AMPEffectChangePtr last(AMPEffectPrepare(kRate, c.skipped, c.last, skipped.get()));
+        ASSERT_TRUE(skipped && last);
+        const size_t before = AllocationCount();
+        EXPECT_TRUE(AMPEffectApply(chain.get(), last.get()));
+        EXPECT_EQ(AllocationCount(), before);
+        EXPECT_TRUE(Treat(chain.get(), input) == Treat(expected.get(), input));
+    }
+}
+
+TEST(EffectChain, RefusesAChangeOfAnotherRate) {
+    const Sound input = Noise(3000);
+    AMPEffectSettings hall;
+    hall.reverb = 8;
+    EXPECT_EQ(AMPEffectPrepare(0, {}, hall, nullptr), nullptr);
+    const AMPEffectChainPtr chain = MakeChain({});
+    const AMPEffectChangePtr low(AMPEffectPrepare(44100, {}, hall, nullptr));
+    ASSERT_TRUE(low);
+    EXPECT_FALSE(AMPEffectApply(chain.get(), low.get()));
+    EXPECT_TRUE(Treat(chain.get(), input) == Treat(MakeChain({}).get(), input));
+    // Its reverb is no use to a change of the chain's own rate.
+    const AMPEffectChangePtr own(AMPEffectPrepare(kRate, hall, hall, low.get()));
+    ASSERT_TRUE(own && AMPEffectApply(chain.get(), own.get()));
+    EXPECT_TRUE(Treat(chain.get(), input) == Treat(MakeChain(hall).get(), input));
 }
 
 #if defined(__SSE__)
