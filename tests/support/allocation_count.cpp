@@ -15,6 +15,10 @@ void* operator new(size_t size) {
     if (void* const block = std::malloc(size ? size : 1)) return block;
     throw std::bad_alloc();
 }
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    ++g_count;
+    return std::malloc(size ? size : 1);
+}
 void operator delete(void* block) noexcept {
     ++g_count;
     std::free(block);

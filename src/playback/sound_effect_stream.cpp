@@ -1,0 +1,156 @@
+#include "playback/sound_effect_stream.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+namespace tarn {
+namespace {
+
+constexpr uint64_t kSecond = 1000000000;  // ns
+// What the time stamps may be off, in milliseconds: an audio sink, too, plays on through it.
+constexpr uint32_t kTolerance = 40;
+
+// To the nearest frame: time stamps are cut to whole nanoseconds, often more than once.
+uint64_t frame_at(uint64_t ns, uint32_t rate) {
+    return ns / kSecond * rate + (ns % kSecond * rate + kSecond / 2) / kSecond;
+}
+
+uint64_t frame_at_ms(uint32_t ms, uint32_t rate) {
+    return uint64_t{ms} * rate / 1000;
+}
+
+// Cut to whole milliseconds as a save does with its positions.
+uint32_t position_of(uint64_t frame, uint32_t rate) {
+    const uint64_t ms = frame / rate * 1000 + frame % rate * 1000 / rate;
+    return static_cast<uint32_t>(std::min<uint64_t>(ms, UINT32_MAX));
+}
+
+}  // namespace
+
+SoundEffectStream::~SoundEffectStream() {
+    Free(m_pending.load());
+    Free(m_used.load());
+}
+
+void SoundEffectStream::Free(Parcel* parcels) {
+    while (parcels) {
+        const std::unique_ptr<Parcel> owner(parcels);
+        parcels = owner->next;
+    }
+}
+
+HRESULT SoundEffectStream::SetSampleRate(int32_t rate) {
+    if (rate < static_cast<int32_t>(kMinSampleRate) || rate > static_cast<int32_t>(kMaxSampleRate))
+        return E_INVALIDARG;
+    m_toldRate = static_cast<uint32_t>(rate);
+    return S_OK;
+}
+
+HRESULT SoundEffectStream::SetEffects(const AMPEffectSettings* settings) {
+    if (!settings) return E_POINTER;
+    Free(m_used.exchange(nullptr));
+    // What is taken back here can't be taken over there any more: the new change makes up for it.
+    std::unique_ptr<Parcel> superseded(m_pending.exchange(nullptr));
+    std::unique_ptr<Parcel> parcel = Prepare(*settings, superseded.get());
+    if (!parcel) {
+        m_pending = superseded.release();
+        return E_OUTOFMEMORY;
+    }
+    m_requested = *settings;
+    m_pending = parcel.release();
+    return S_OK;
+}
+
+std::unique_ptr<SoundEffectStream::Parcel> SoundEffectStream::Prepare(
+    const AMPEffectSettings& settings, Parcel* superseded) const {
+    // A save builds its chain from the very settings, so a new peak alone is a new level here.
+    AMPEffectSettings from = m_requested;
+    if (settings.peak != from.peak) from.normalize = 0;
+    const uint32_t rate = m_streamRate != 0 ? m_streamRate : m_toldRate;
+    try {
+        auto parcel = std::make_unique<Parcel>();
+        parcel->settings = settings;
+        parcel->change.reset(AMPEffectPrepare(rate, from, settings,
+                                              superseded ? superseded->change.get() : nullptr));
+        return parcel->change ? std::move(parcel) : nullptr;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+HRESULT SoundEffectStream::SetInPoint(int32_t ms) {
+    if (ms < 0) return E_INVALIDARG;
+    m_in = ms;
+    return S_OK;
+}
+
+HRESULT SoundEffectStream::SetOutPoint(int32_t ms) {
+    if (ms < 0) return E_INVALIDARG;
+    m_out = ms;
+    return S_OK;
+}
+
+HRESULT SoundEffectStream::SetPosition(int32_t ms) {
+    if (ms < 0) return E_INVALIDARG;
+    m_toldPosition = ms;
+    return S_OK;
+}
+
+bool SoundEffectStream::SetFormat(uint32_t rate) {
+    if (rate < kMinSampleRate || rate > kMaxSampleRate) return false;
+    if (m_chain && rate == m_streamRate) return true;
+    if (const uint32_t old = m_streamRate; old != 0)
+        m_next = m_next / old * rate + m_next % old * rate / old;
+    m_streamRate = rate;
+    m_chain.reset(AMPEffectCreate(rate));
+    if (m_chain && !AMPEffectSetParameters(m_chain.get(), m_applied)) m_chain.reset();
+    TakeChange();
+    return true;
+}
+
+void SoundEffectStream::Flush() {
+    if (m_chain) AMPEffectReset(m_chain.get());
+    m_timed = false;
+}
+
+void SoundEffectStream::Process(int16_t* samples, uint32_t frames, std::optional<uint64_t> time) {
+    const uint32_t rate = m_streamRate;
+    if (rate == 0 || frames == 0) return;
+    const uint64_t first = FirstFrame(time);
+    m_next = first + frames;
+    TakeChange();
+    if (!m_chain) return;
+    AMPEffectSetRange(m_chain.get(), static_cast<uint32_t>(m_in.load()),
+                      static_cast<uint32_t>(m_out.load()));
+    AMPEffectProcess(m_chain.get(), samples, samples, frames, position_of(first, rate));
+}
+
+uint64_t SoundEffectStream::FirstFrame(std::optional<uint64_t> time) {
+    const uint32_t rate = m_streamRate;
+    if (time) {
+        m_timed = true;
+        const uint64_t first = frame_at(*time, rate);
+        const uint64_t off = first > m_next ? first - m_next : m_next - first;
+        if (m_chain && off > frame_at_ms(kTolerance, rate)) AMPEffectReset(m_chain.get());
+        return first;
+    }
+    if (m_timed) return m_next;
+    const int32_t told = m_toldPosition.exchange(-1);
+    return told < 0 ? m_next : frame_at_ms(static_cast<uint32_t>(told), rate);
+}
+
+void SoundEffectStream::TakeChange() {
+    Parcel* const parcel = m_pending.exchange(nullptr);
+    if (!parcel) return;
+    m_applied = parcel->settings;
+    // Only where the rate is new can a change be for another: then it is made here after all.
+    if (m_chain && !AMPEffectApply(m_chain.get(), parcel->change.get()) &&
+        !AMPEffectSetParameters(m_chain.get(), m_applied))
+        m_chain.reset();
+    parcel->next = m_used;
+    while (!m_used.compare_exchange_weak(parcel->next, parcel)) {
+    }
+}
+
+}  // namespace tarn
