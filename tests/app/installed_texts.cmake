@@ -19,4 +19,6 @@ endfunction()
 
 expect(C ${LANGUAGE})
 expect(tlh ${LANGUAGE})
+expect(ja_JP.UTF-8 Japanese)
+expect(zh_HK.UTF-8 Chinese-Taiwan)
 file(REMOVE_RECURSE ${PREFIX})

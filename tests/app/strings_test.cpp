@@ -53,7 +53,7 @@ bool has_stray_blanks(const std::string& text) {
 
 TEST(Strings, LanguagesAgree) {
     const auto tables = all_tables();
-    ASSERT_EQ(tables.count("EnglishUS"), 1u);
+    ASSERT_EQ(tables.size(), 9u);
     const Table& english = tables.at("EnglishUS");
     EXPECT_EQ(english.size(), kKeys);
     for (const auto& [language, table] : tables) {
