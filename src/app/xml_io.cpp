@@ -85,9 +85,9 @@ std::string XMLIO::GetModuleFolder() {
 }
 
 std::string XMLIO::GetResourceFolder() {
-    const std::string program = GetModuleFolder();
+    std::string program = GetModuleFolder();
     for (const char* place : kPlaces) {
-        const std::string folder = *place ? XpPath::Join(program, place) : program;
+        std::string folder = *place ? XpPath::Join(program, place) : program;
         if (can_read(XpPath::Join(folder, kFileName))) return folder;
     }
     return program;
