@@ -49,7 +49,8 @@ int fail(const ExportOptions& options, const Mp4MovieEditor& editor, MovieCode c
         return Fail(options.output, "no room for the output (" + editor.Reason() + ")");
     if (code == kMovieSystem && editor.OutputFailed())
         return Fail(options.output, "can't be written: " + editor.Reason());
-    if (code == kMovieMismatch) return Fail(options.output, editor.Reason());
+    if (code == kMovieMismatch)
+        return Fail(options.output, editor.Reason() + "; nothing was saved");
     return Fail(options.input, editor.Reason());
 }
 

@@ -11,7 +11,7 @@ MovieCode open(CMP4MovieRead* movie, const std::string& path, int32_t* systemErr
     movie->SetPath(path);
     const MovieCode code = movie->Open();
     *systemError = movie->LastError();
-    if (code != kMovieOk) *reason = path + ": " + MovieCodeText(code, *systemError);
+    if (code != kMovieOk) *reason = "reading back: " + MovieCodeText(code, *systemError);
     return code;
 }
 
@@ -24,8 +24,8 @@ bool same(const CReadBuffer& a, const ReadSampleInfo& of_a, const CReadBuffer& b
 }  // namespace
 
 MovieCode VerifyPictures(const std::string& source, uint32_t first, uint32_t end,
-                         const std::string& output, uint64_t* verified, int32_t* systemError,
-                         std::string* reason) {
+                         const std::string& output, const std::function<bool()>& step,
+                         uint64_t* verified, int32_t* systemError, std::string* reason) {
     *verified = 0;
     CMP4MovieRead before, after;
     MOVIE_TRY(open(&before, source, systemError, reason));
@@ -36,7 +36,11 @@ MovieCode VerifyPictures(const std::string& source, uint32_t first, uint32_t end
     CReadBuffer kept, saved;
     ReadSampleInfo of_kept, of_saved;
     for (uint32_t n = first; n < end; ++n) {
-        MOVIE_TRY(before.ReadSample(&from, &kept, &of_kept));
+        if (!step()) return kMovieCancelled;
+        if (const MovieCode code = before.ReadSample(&from, &kept, &of_kept); code != kMovieOk) {
+            *systemError = before.LastError();
+            return code;
+        }
         const MovieCode code = after.ReadSample(&to, &saved, &of_saved);
         if (code != kMovieOk || !same(kept, of_kept, saved, of_saved)) {
             *reason =

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "movie/movie_codes.h"
@@ -10,9 +11,9 @@ namespace tarn {
 
 // Reads both files anew and compares each picture `first` up to `end` of the source with the
 // output's: bytes, duration, composition offset and sync flag. kMovieMismatch names the first
-// difference in `reason`.
+// difference in `reason`, kMovieCancelled when `step`, called for each picture, says no.
 MovieCode VerifyPictures(const std::string& source, uint32_t first, uint32_t end,
-                         const std::string& output, uint64_t* verified, int32_t* systemError,
-                         std::string* reason);
+                         const std::string& output, const std::function<bool()>& step,
+                         uint64_t* verified, int32_t* systemError, std::string* reason);
 
 }  // namespace tarn

@@ -366,7 +366,7 @@ MovieCode CMP4MovieWrite::AddEdits() {
     return AddEdit(m_audio, Source().audio.timescale, above_zero(-sound), start, start);
 }
 
-MovieCode CMP4MovieWrite::Close() {
+MovieCode CMP4MovieWrite::Finish() {
     if (!m_session) return kMovieBuffer;
     if (const int error = m_stagingBuffer.Flush(&m_output.File())) return Failed(error);
     MOVIE_TRY(AddEdits());
@@ -375,6 +375,12 @@ MovieCode CMP4MovieWrite::Close() {
     uint64_t file_size = 0;
     MOVIE_TRY(FromEngine(mp4_finish_write(m_session, m_dataWritten, &file_size)));
     MOVIE_TRY(mp4_close_write(m_host, std::exchange(m_session, nullptr)));
+    m_finished = true;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieWrite::Close() {
+    if (!m_finished) return kMovieBuffer;
     if (const int error = m_output.Commit()) return Failed(error);
     return kMovieOk;
 }

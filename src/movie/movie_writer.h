@@ -2,13 +2,16 @@
 //
 //     writer.SetPath(path); writer.Open(reader, layout, bytes);
 //     while ((code = writer.WriteNext()) == kMovieOk) {}
-//     if (code == kMovieDone) code = writer.Close();
+//     if (code == kMovieDone) code = writer.Finish();
+//     ... the complete file can be read at writer.HiddenPath() ...
+//     if (code == kMovieOk) code = writer.Close();
 //
 // Nothing stands under the path before Close has succeeded: the bytes go to a hidden name beside
 // it, which the destructor takes away again after a failure.
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "base/xp_output_file.h"
@@ -47,7 +50,10 @@ public:
     MovieCode Open(XpSharedPtr<CMP4MovieRead> reader, Mp4Layout layout, uint64_t totalBytes);
     // One round: a chunk of pictures and the sound that goes with it. kMovieDone behind the last.
     MovieCode WriteNext();
-    // Finishes the file and gives it its name.
+    // Writes what is behind the media: the file is complete, under its hidden name still.
+    MovieCode Finish();
+    std::string HiddenPath() const { return m_output.TemporaryPath(); }
+    // Gives the finished file its name.
     MovieCode Close();
 
     const WrittenTrack& Video() const { return m_video; }
@@ -122,7 +128,7 @@ private:
     uint64_t m_soundTaken = 0;  // of the source's sound, media units
     // Presentation of the first kept picture, counted from its own decoding time.
     int64_t m_firstVideoTime = 0;
-    bool m_hasFirstVideo = false, m_soundFinished = false;
+    bool m_hasFirstVideo = false, m_soundFinished = false, m_finished = false;
 };
 
 }  // namespace tarn

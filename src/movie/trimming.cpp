@@ -16,7 +16,8 @@
 namespace tarn {
 namespace {
 
-constexpr uint64_t kProgressEvery = 10;  // rounds
+constexpr uint64_t kProgressEvery = 10;    // rounds
+constexpr uint64_t kPicturesPerStep = 32;  // of reading back
 constexpr uint64_t kAacBytesPerSecond = 16000;
 // Room for what is not media: headers and tables, generously.
 constexpr uint64_t kHeadRoom = 1 << 20;
@@ -112,13 +113,11 @@ MovieCode Mp4MovieEditor::Save(MovieSegment* segment, const XpSharedPtr<CMP4Movi
                                IMp4MovieEditProgress* progress) {
     const auto start = std::chrono::steady_clock::now();
     if (const MovieCode code = CheckRoom(*segment, *reader); code != kMovieOk) return code;
-    const MovieRange range = reader->GetRange();
     MOVIE_TRY(m_wavOutput ? SaveWave(segment, reader, progress)
                           : SaveMovie(segment, reader, progress));
     struct stat info {};
     if (stat(segment->target.c_str(), &info) == 0)
         segment->fileBytes = static_cast<uint64_t>(info.st_size);
-    if (segment->verify && !m_wavOutput) MOVIE_TRY(Verify(segment, range));
     segment->seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return kMovieOk;
@@ -141,6 +140,9 @@ MovieCode Mp4MovieEditor::SaveMovie(MovieSegment* segment, const XpSharedPtr<CMP
         if (code == kMovieOk) code = writer.WriteNext();
     }
     if (code == kMovieDone) code = source_state(*reader);
+    if (code == kMovieOk) code = writer.Finish();
+    if (code == kMovieOk && segment->verify)
+        MOVIE_TRY(Verify(segment, *reader, writer.HiddenPath(), progress));
     if (code == kMovieOk) code = writer.Close();
     m_outputFailed = code == kMovieSystem && reader->LastError() == 0;
     if (code != kMovieOk) return Fail(code, writer.LastError());
@@ -176,13 +178,22 @@ MovieCode Mp4MovieEditor::SaveWave(MovieSegment* segment, const XpSharedPtr<CMP4
     return kMovieOk;
 }
 
-MovieCode Mp4MovieEditor::Verify(MovieSegment* segment, const MovieRange& range) {
+MovieCode Mp4MovieEditor::Verify(MovieSegment* segment, const CMP4MovieRead& reader,
+                                 const std::string& saved, IMp4MovieEditProgress* progress) {
+    const TrackRange& range = reader.GetRange().video;
+    const uint64_t total = range.end - range.first;
+    uint64_t pictures = 0;
+    const auto step = [&] {
+        return pictures++ % kPicturesPerStep != 0 || progress->OnStep(total, total);
+    };
     int32_t error = 0;
     std::string reason;
-    const MovieCode code =
-        VerifyPictures(segment->source, range.video.first, range.video.end, segment->target,
-                       &segment->verifiedSamples, &error, &reason);
-    return code == kMovieOk ? code : Fail(code, error, reason);
+    const MovieCode code = VerifyPictures(segment->source, range.first, range.end, saved, step,
+                                          &segment->verifiedSamples, &error, &reason);
+    if (code == kMovieOk || code == kMovieCancelled) return code;
+    // A difference is the output's fault only as long as the source is what it was.
+    const MovieCode source = source_state(reader);
+    return source == kMovieOk ? Fail(code, error, reason) : Fail(source, 0);
 }
 
 Mp4MovieTrimmingEx::~Mp4MovieTrimmingEx() {

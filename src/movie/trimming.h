@@ -27,7 +27,7 @@ struct MovieSegment {
     uint64_t actualInMs = 0, actualOutMs = 0;  // as the cut was made
     uint64_t sizeLimit = 0;                    // bytes the pictures may take, 0 for none
     MovieWriteOptions options;
-    bool verify = false;  // read back and compare every picture
+    bool verify = false;  // read back and compare every picture, before the file gets its name
 
     // Filled as the segment is saved.
     uint64_t videoSamples = 0, videoBytes = 0, audioSamples = 0, audioBytes = 0;
@@ -70,7 +70,8 @@ public:
 
     // Opens a segment's source and chooses its cut.
     MovieCode Prepare(MovieSegment* segment, XpSharedPtr<CMP4MovieRead>* reader);
-    // Writes the prepared segment. kMovieCancelled when `progress` ended it: nothing is left.
+    // Writes the prepared segment. kMovieCancelled when `progress` ended it. Nothing is left of a
+    // save that fails, be it in reading back.
     MovieCode Save(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
                    IMp4MovieEditProgress* progress);
 
@@ -87,7 +88,8 @@ private:
                         IMp4MovieEditProgress* progress);
     MovieCode SaveWave(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
                        IMp4MovieEditProgress* progress);
-    MovieCode Verify(MovieSegment* segment, const MovieRange& range);
+    MovieCode Verify(MovieSegment* segment, const CMP4MovieRead& reader, const std::string& saved,
+                     IMp4MovieEditProgress* progress);
 
     std::vector<MovieSegment> m_segments;
     AMPEffectSettings m_effects;

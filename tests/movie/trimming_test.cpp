@@ -206,6 +206,28 @@ TEST(Trimming, NothingIsLeftWhereASaveDoesNotEnd) {
     EXPECT_EQ(dir.FileCount(), 2u);
 }
 
+TEST(Trimming, WhatIsNotTheSourcesOnReadingBackNeverGetsItsName) {
+    TempDir dir;
+    // From the first step on the medium gives back other bytes than it was given.
+    uint64_t spoilt = 0;
+    const auto spoil = [&] {
+        for (const auto& entry : std::filesystem::directory_iterator(dir.Path(""))) {
+            if (entry.file_size() < 100000) continue;  // not complete yet
+            std::fstream file(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
+            file.seekp(2000);
+            file << "spoilt";
+            ++spoilt;
+        }
+    };
+    MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.mp4"), 0, 3000);
+    Mp4MovieEditor editor;
+    Steps steps(0, spoil);
+    EXPECT_EQ(save(&s, &editor, &steps), kMovieMismatch);
+    EXPECT_GT(spoilt, 0u);
+    EXPECT_EQ(editor.Reason(), "reading back: picture 1 is not the source's");
+    EXPECT_EQ(dir.FileCount(), 0u);
+}
+
 TEST(Trimming, EveryFullDiskIsToldAndLeavesNothing) {
     struct rlimit before {};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
