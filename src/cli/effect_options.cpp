@@ -53,6 +53,12 @@ bool EffectOptions::NeedsPeak() const {
     return settings.normalize != 0 && !bypass && !peak;
 }
 
+bool EffectOptions::AnyChosen() const {
+    const AMPEffectSettings& s = settings;
+    const bool any = s.bass != 0 || s.treble != 0 || s.reverb != 0 || s.compressor != 0;
+    return !bypass && (any || s.normalize != 0 || fade);
+}
+
 void AddLevelOptions(CLI::App* command, AMPEffectSettings* settings) {
     add_choice(command, "--compressor", &settings->compressor,
                {"off", "soft", "mid", "high", "heavy"}, "How far loud sound is brought down");

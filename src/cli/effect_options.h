@@ -20,6 +20,8 @@ struct EffectOptions {
     // With the peak that was given, else with `measured`.
     AMPEffectSettings Settings(float measured) const;
     bool NeedsPeak() const;
+    // Whether anything is to be done to the sound.
+    bool AnyChosen() const;
 };
 
 // --bass --treble --reverb --compressor --normalize --fade --bypass --peak

@@ -85,10 +85,6 @@ void say(const MovieSegment& s, bool wav) {
 
 ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& cancel) {
     const bool wav = XpPath::HasExtension(options.output, ".wav");
-    float peak = 1.0f;
-    if (options.effects.NeedsPeak() && !measure_peak(options.input, &peak))
-        return {Fail(options.input, "has no sound whose peak could be measured"), {}};
-
     MovieSegment segment;
     segment.source = options.input;
     segment.target = options.output;
@@ -98,12 +94,19 @@ ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& ca
     segment.verify = options.verify;
 
     Mp4MovieEditor editor;
-    editor.SetEffects(options.effects.Settings(peak));
     editor.SetWavOutput(wav);
     Steps steps(cancel, options.quiet);
     XpSharedPtr<CMP4MovieRead> reader;
     MovieCode code = editor.Prepare(&segment, &reader);
-    if (code == kMovieOk) code = editor.Save(&segment, reader, &steps);
+    if (code != kMovieOk) return {fail(options, editor, code), {}};
+
+    float peak = 1.0f;
+    if (!reader->HasAudio() && options.effects.AnyChosen())
+        Note(options.input, "has no sound: the effects have nothing to treat");
+    else if (options.effects.NeedsPeak() && !measure_peak(options.input, &peak))
+        return {Fail(options.input, "the peak of its sound can't be measured"), {}};
+    editor.SetEffects(options.effects.Settings(peak));
+    code = editor.Save(&segment, reader, &steps);
     if (code != kMovieOk) return {fail(options, editor, code), {}};
     if (!options.json && !options.quiet) say(segment, wav);
     return {kExitDone, document_of(segment)};

@@ -8,9 +8,13 @@
 namespace tarn {
 
 int Fail(const std::string& file, const std::string& reason) {
-    std::cout.flush();
-    std::cerr << "tarn: " << Printable(file) << ": " << reason << '\n';
+    Note(file, reason);
     return kExitFailed;
+}
+
+void Note(const std::string& file, const std::string& text) {
+    std::cout.flush();
+    std::cerr << "tarn: " << Printable(file) << ": " << text << '\n';
 }
 
 void PrintJson(const nlohmann::ordered_json& document) {

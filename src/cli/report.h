@@ -10,6 +10,9 @@ namespace tarn {
 // "tarn: FILE: REASON", and the exit status of a failure.
 int Fail(const std::string& file, const std::string& reason);
 
+// "tarn: FILE: TEXT" about work that goes on.
+void Note(const std::string& file, const std::string& text);
+
 // Prints a document of its own line. Texts that are not UTF-8 are shown with replacement
 // characters, never dropped.
 void PrintJson(const nlohmann::ordered_json& document);

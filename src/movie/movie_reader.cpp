@@ -191,7 +191,7 @@ MovieCode CMP4MovieRead::SelectRange(uint64_t* inMs, uint64_t* outMs, bool atEnd
     MOVIE_TRY(ChooseRange(m_info, *inMs, *outMs, atEnd, limit, &m_range));
     place(m_range.video, &m_info.video);
     place(m_range.audio, &m_info.audio);
-    m_selectedBytes += static_cast<int64_t>(m_range.bytes);
+    m_selectedBytes += static_cast<int64_t>(m_range.video.bytes + m_range.audio.bytes);
     *inMs = m_range.actualInMs;
     *outMs = m_range.actualOutMs;
     return kMovieOk;

@@ -86,6 +86,26 @@ std::string CodecName(uint32_t code) {
     return {};
 }
 
+std::string ObjectTypeName(uint8_t type) {
+    switch (type) {
+        case 0x69:  // MPEG-2 rates
+        case 0x6B:  // MPEG-1 rates
+            return "MP3";
+        case 0xA5:
+            return "AC-3";
+        case 0xA6:
+            return "Enhanced AC-3";
+        case 0xA9:
+            return "DTS";
+        case 0xAD:
+            return "Opus";
+        case 0xDD:
+            return "Vorbis";
+        default:
+            return {};
+    }
+}
+
 std::string LanguageText(uint16_t packed) {
     std::string text;
     for (int shift = 10; shift >= 0; shift -= 5)

@@ -19,6 +19,10 @@ std::optional<std::string> MetaText(const CMetaDataInfo& item);
 // "AVC" for 'avc1', "AAC" for 'mp4a'; empty for a code without a common name.
 std::string CodecName(uint32_t code);
 
+// "MP3" for 0x6B: sound other than AAC by the object type of its decoder configuration. Empty for
+// AAC and for what has no common name.
+std::string ObjectTypeName(uint8_t type);
+
 // "eng" for a packed language.
 std::string LanguageText(uint16_t packed);
 

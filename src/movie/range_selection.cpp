@@ -228,12 +228,10 @@ Mp4Result limit_video(const MovieTrackInfo& track, uint64_t limit, TrackRange* v
     return FF4_RET_OK;
 }
 
-Mp4Result count_bytes(const MovieTrackInfo& track, const TrackRange& range, uint64_t* total) {
-    if (track.trackNumber == 0 || range.end <= range.first) return FF4_RET_OK;
-    uint64_t bytes = 0;
-    FF4_TRY(mp4_get_range_bytes(track.session, track.trackNumber, range.first,
-                                range.end - range.first, &bytes));
-    return mp4_add(*total, bytes, total);
+Mp4Result count_bytes(const MovieTrackInfo& track, TrackRange* range) {
+    if (track.trackNumber == 0 || range->end <= range->first) return FF4_RET_OK;
+    return mp4_get_range_bytes(track.session, track.trackNumber, range->first,
+                               range->end - range->first, &range->bytes);
 }
 
 struct Request {
@@ -363,9 +361,10 @@ MovieCode ChooseRange(const CMovieInfoType& info, uint64_t inMs, uint64_t outMs,
         audio.end = std::min(audio.first, info.audio.sampleCount) + 1;
     const bool empty = range->video.end <= range->video.first && audio.end <= audio.first;
     if (empty) return kMovieRange;
-    MOVIE_TRY(count_bytes(info.video, range->video, &range->bytes));
-    MOVIE_TRY(count_bytes(info.audio, range->audio, &range->bytes));
-    return kMovieOk;
+    MOVIE_TRY(count_bytes(info.video, &range->video));
+    MOVIE_TRY(count_bytes(info.audio, &range->audio));
+    uint64_t total = 0;
+    return movie_code(mp4_add(range->video.bytes, range->audio.bytes, &total));
 }
 
 }  // namespace tarn

@@ -22,6 +22,7 @@ struct TrackRange {
     // When the track's very first picture is shown, counted from its decoding: what reordered
     // pictures are late by, media units.
     int64_t presentationStart = 0;
+    uint64_t bytes = 0;  // of its samples
 };
 
 struct MovieRange {
@@ -34,7 +35,6 @@ struct MovieRange {
     // kept one's decoding, and in milliseconds of the movie.
     int64_t exactStart = 0;
     uint64_t exactInMs = 0;
-    uint64_t bytes = 0;  // of all samples in both ranges
 };
 
 // Sync samples around a decoding time: the last at or before it (`prev`, sample 1 when there is

@@ -1,6 +1,7 @@
 #include "movie/sound_treatment.h"
 
 #include "movie/clip_info.h"
+#include "movie/movie_text.h"
 #include "movie/umc/aac_config.h"
 #include "movie/umc/aac_encoder.h"
 
@@ -9,6 +10,7 @@ namespace {
 
 constexpr uint32_t kFrameBytes = 4;  // 16-bit left and right
 constexpr uint32_t kMostAacSample = 65536;
+constexpr uint32_t kMostAacFrames = 2048;  // of a sample, with band replication
 
 UMC::AacConfig config_of(const CAudioSampleDescriptionInfo& sound, bool* good) {
     UMC::AacConfig config;
@@ -20,6 +22,8 @@ UMC::AacConfig config_of(const CAudioSampleDescriptionInfo& sound, bool* good) {
 }  // namespace
 
 std::string WhySoundCannotBeSaved(const CAudioSampleDescriptionInfo& sound, bool encode) {
+    if (const std::string other = ObjectTypeName(sound.objectType); !other.empty())
+        return "the sound is " + other + ", which can't be decoded here; only AAC and PCM can";
     const uint32_t channels = SoundChannels(sound);
     if (channels != 2) {
         return "the sound has " + std::to_string(channels) + " channel" +
@@ -65,6 +69,10 @@ MovieCode SoundTreatment::Open(const CAudioSampleDescriptionInfo& sound,
     if (!m_chain) return movie_code(FF4_RET_FORMAT);
     AMPEffectSetRange(m_chain.get(), startMs, endMs);
     return AMPEffectSetParameters(m_chain.get(), settings) ? kMovieOk : movie_code(FF4_RET_NOMEM);
+}
+
+uint64_t SoundTreatment::MostFrames(uint64_t samples, uint64_t bytes) const {
+    return IsPcm() ? bytes / kFrameBytes : samples * kMostAacFrames;
 }
 
 MovieCode SoundTreatment::OpenDecoder(const CAudioSampleDescriptionInfo& sound) {

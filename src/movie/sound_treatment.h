@@ -25,6 +25,9 @@ public:
     bool IsPcm() const { return m_swap != Swap::kNone; }
     uint32_t SampleRate() const { return m_rate; }
 
+    // No more frames than this can come of so many samples of so many bytes together.
+    uint64_t MostFrames(uint64_t samples, uint64_t bytes) const;
+
     // The samples as stereo frames, treated. What stands in `Pcm` is good until the next call.
     // kMovieCodec when they can't be decoded.
     MovieCode Treat(const std::vector<uint8_t>& samples, uint32_t positionMs);

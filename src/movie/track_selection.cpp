@@ -77,24 +77,21 @@ struct Candidate {
     uint32_t handler;
     Mp4TrackRole role;
     Mp4SampleInfo first;
-    bool good;
+    bool served, inside;
+    bool IsGood() const { return served && inside; }
 };
 
 Mp4Result look_at_track(Mp4ReadSession* session, uint32_t track, Candidate* candidate) {
-    candidate->good = false;
     Mp4TrackHeaderInfo header{};
     FF4_TRY(mp4_get_track_header(session, track, &header));
     if ((header.flags & kTrackEnabled) == 0) return FF4_RET_OK;
     Mp4HandlerInfo handler{};
     FF4_TRY(mp4_get_handler(session, track, &handler));
     candidate->handler = handler.type;
-    bool served = false, inside = false;
-    FF4_TRY(is_served(session, track, handler.type, &served));
-    if (!served) return FF4_RET_OK;
+    FF4_TRY(is_served(session, track, handler.type, &candidate->served));
+    if (!candidate->served) return FF4_RET_OK;
     FF4_TRY(first_sample(session, track, &candidate->first));
-    FF4_TRY(is_in_this_file(session, track, &inside));
-    candidate->good = inside;
-    return FF4_RET_OK;
+    return is_in_this_file(session, track, &candidate->inside);
 }
 
 // Takes the track unless there is one of its kind. True when it was taken.
@@ -136,7 +133,7 @@ Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* inf
         const bool main = !camera || candidate.role.role == kRoleMain;
         if (opened && main) result = look_at_track(session, track, &candidate);
         if (is_of_the_machine(result)) return result;
-        if (opened && main && result == FF4_RET_OK && candidate.good &&
+        if (opened && main && result == FF4_RET_OK && candidate.IsGood() &&
             take(session, track, candidate, info)) {
             ++*chosen;
         } else if (opened) {
@@ -146,25 +143,31 @@ Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* inf
     return FF4_RET_OK;
 }
 
-bool FindOtherTrack(Mp4ReadSession* session, uint32_t handler, uint32_t* code) {
+TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* code) {
     uint32_t count = 0;
     *code = 0;
     static_cast<void>(mp4_get_track_count(session, &count));
     for (uint32_t track = 1; track <= count; ++track) {
         Mp4HandlerInfo found{};
         Mp4TrackHeaderInfo header{};
-        if (mp4_get_handler(session, track, &found) != FF4_RET_OK || found.type != handler ||
-            mp4_get_track_header(session, track, &header) != FF4_RET_OK ||
-            (header.flags & kTrackEnabled) == 0)
+        if (mp4_get_handler(session, track, &found) != FF4_RET_OK || found.type != handler)
             continue;
+        if (mp4_get_track_header(session, track, &header) != FF4_RET_OK)
+            return TrackFault::kDamaged;
+        if ((header.flags & kTrackEnabled) == 0) continue;
+
+        Candidate candidate{};
         Entries entries(session);
         const Mp4SampleEntry* entry = nullptr;
-        if (mp4_open_track(session, track) == FF4_RET_OK && entries.Open(track) == FF4_RET_OK &&
-            mp4_get_sample_entry(session, entries.get(), 1, &entry) == FF4_RET_OK)
-            *code = entry->format;
-        return true;
+        if (mp4_open_track(session, track) != FF4_RET_OK || entries.Open(track) != FF4_RET_OK ||
+            mp4_get_sample_entry(session, entries.get(), 1, &entry) != FF4_RET_OK)
+            return TrackFault::kDamaged;
+        *code = entry->format;
+        if (look_at_track(session, track, &candidate) != FF4_RET_OK) return TrackFault::kDamaged;
+        if (!candidate.served) return TrackFault::kKind;
+        return candidate.inside ? TrackFault::kRole : TrackFault::kElsewhere;
     }
-    return false;
+    return TrackFault::kNone;
 }
 
 Mp4Result ReadTrackInfo(MovieTrackInfo* track) {

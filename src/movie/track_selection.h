@@ -16,9 +16,17 @@ namespace tarn {
 Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info,
                        uint32_t* chosen);
 
-// The first enabled track of a handler, whatever its samples are: false without one. `code` is that
-// of its samples, 0 where that can't be read.
-bool FindOtherTrack(Mp4ReadSession* session, uint32_t handler, uint32_t* code);
+// Why the first enabled track of a handler was not chosen.
+enum class TrackFault {
+    kNone,       // there is no such track
+    kKind,       // its samples are of a kind that this program does not serve
+    kDamaged,    // something in it can't be read
+    kElsewhere,  // its samples lie in another file
+    kRole,       // in a camera clip: it has another role than the main one, or none
+};
+// To be asked only where SelectTracks has chosen none of that handler. `code` is that of the
+// samples, 0 where that can't be read.
+TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* code);
 
 // Fills timescale, duration, sample count and edits of a chosen track. FF4_RET_FORMAT for a media
 // timescale of 0.

@@ -19,6 +19,9 @@ namespace {
 constexpr uint64_t kProgressEvery = 10;    // rounds
 constexpr uint64_t kPicturesPerStep = 32;  // of reading back
 constexpr uint64_t kAacBytesPerSecond = 16000;
+// The largest frame of AAC in stereo, and how many frames the encoder can hold back.
+constexpr uint64_t kMostAacFrame = 2 * 6144 / 8;
+constexpr uint64_t kMostFramesHeld = 8;
 // Room for what is not media: headers and tables, generously.
 constexpr uint64_t kHeadRoom = 1 << 20;
 constexpr uint64_t kTableBytesPerSample = 32;
@@ -32,26 +35,54 @@ uint32_t fade_end(const MovieSegment& segment) {
     return clamp32(segment.options.exact ? segment.outMs : segment.actualOutMs);
 }
 
+uint64_t samples_of(const MovieRange& range) {
+    return uint64_t{range.video.end - range.video.first} + (range.audio.end - range.audio.first);
+}
+
+// The most that the media of a save can take: pictures as they are, sound at its new rate or, PCM,
+// as it is. Headers may claim any length; no more sound comes out than there are samples.
+uint64_t most_media_bytes(const MovieRange& range) {
+    const uint64_t ms = range.actualOutMs - std::min(range.actualOutMs, range.actualInMs);
+    const uint64_t frames = uint64_t{range.audio.end - range.audio.first} + kMostFramesHeld;
+    return range.video.bytes + range.audio.bytes +
+           std::min((ms / 1000 + 1) * kAacBytesPerSecond, frames * kMostAacFrame);
+}
+
 // A source that is no longer what was opened ends the job.
 MovieCode source_state(const CMP4MovieRead& reader) {
     return reader.IsUnchanged() ? kMovieOk : kMovieChanged;
 }
 
-std::string kind_of(uint32_t code) {
+// What keeps a track out of the save, to be followed by what can't be done with it; empty where
+// there is no such track.
+std::string fault_of(const CMP4MovieRead& reader, uint32_t handler) {
+    uint32_t code = 0;
+    switch (FindTrackFault(reader.Session(), handler, &code)) {
+        case TrackFault::kNone:
+            return {};
+        case TrackFault::kDamaged:
+            return "is damaged and";
+        case TrackFault::kElsewhere:
+            return "lies in another file and";
+        case TrackFault::kRole:
+            return "is not marked as the main one and";
+        case TrackFault::kKind:
+            break;
+    }
     const std::string name = CodecName(code);
-    return name.empty() ? "is damaged or of a kind that" : "(" + name + ")";
+    return name.empty() ? "is of a kind that" : "(" + name + ")";
 }
 
 // Why a clip can't be saved at all, in words; empty when it can.
 std::string refusal(const CMP4MovieRead& reader, bool wav) {
     const CMovieInfoType& info = reader.GetInfo();
-    if (wav && !reader.HasAudio()) return "the clip has no sound that could be saved";
     // Neither picture nor sound is left out behind the user's back.
-    uint32_t code = 0;
-    if (!wav && !reader.HasVideo() && FindOtherTrack(reader.Session(), fourcc("vide"), &code))
-        return "the picture " + kind_of(code) + " can't be carried; save the sound as WAV";
-    if (!wav && !reader.HasAudio() && FindOtherTrack(reader.Session(), fourcc("soun"), &code))
-        return "the sound " + kind_of(code) + " can't be made anew";
+    std::string fault;
+    if (!wav && !reader.HasVideo()) fault = fault_of(reader, fourcc("vide"));
+    if (!fault.empty()) return "the picture " + fault + " can't be carried; save the sound as WAV";
+    if (!reader.HasAudio()) fault = fault_of(reader, fourcc("soun"));
+    if (!fault.empty()) return "the sound " + fault + " can't be made anew";
+    if (wav && !reader.HasAudio()) return "the clip has no sound that could be saved";
     if (info.timescale == 0) return "the movie header is damaged: it has no time scale";
     if (reader.HasAudio() && !info.audioDescriptions.empty())
         return WhySoundCannotBeSaved(info.audioDescriptions[0], !wav);
@@ -93,17 +124,9 @@ MovieCode Mp4MovieEditor::Prepare(MovieSegment* segment, XpSharedPtr<CMP4MovieRe
     return kMovieOk;
 }
 
-// The most that a save can take: pictures as they are, sound at its new rate, tables.
-MovieCode Mp4MovieEditor::CheckRoom(const MovieSegment& segment, const CMP4MovieRead& reader) {
-    const MovieRange& range = reader.GetRange();
-    const uint64_t ms = segment.actualOutMs - std::min(segment.actualOutMs, segment.actualInMs);
-    const uint64_t samples =
-        uint64_t{range.video.end - range.video.first} + (range.audio.end - range.audio.first);
-    const uint64_t needed = m_wavOutput ? (ms / 1000 + 1) * reader.GetInfo().audio.timescale * 4
-                                        : range.bytes + (ms / 1000 + 1) * kAacBytesPerSecond +
-                                              samples * kTableBytesPerSample + kHeadRoom;
+MovieCode Mp4MovieEditor::CheckRoom(const std::string& target, uint64_t needed) {
     uint64_t free = 0;
-    if (XpFreeSpace(segment.target, &free) != 0 || free >= needed) return kMovieOk;
+    if (XpFreeSpace(target, &free) != 0 || free >= needed) return kMovieOk;
     return Fail(kMovieSystem, ENOSPC,
                 "not enough room on the disk: " + std::to_string(needed / 1000000 + 1) +
                     " MB are needed, " + std::to_string(free / 1000000) + " MB are free");
@@ -112,7 +135,6 @@ MovieCode Mp4MovieEditor::CheckRoom(const MovieSegment& segment, const CMP4Movie
 MovieCode Mp4MovieEditor::Save(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
                                IMp4MovieEditProgress* progress) {
     const auto start = std::chrono::steady_clock::now();
-    if (const MovieCode code = CheckRoom(*segment, *reader); code != kMovieOk) return code;
     MOVIE_TRY(m_wavOutput ? SaveWave(segment, reader, progress)
                           : SaveMovie(segment, reader, progress));
     struct stat info {};
@@ -131,8 +153,10 @@ MovieCode Mp4MovieEditor::SaveMovie(MovieSegment* segment, const XpSharedPtr<CMP
     writer.SetPoints(clamp32(segment->actualInMs), fade_end(*segment));
     writer.SetEffects(m_effects);
     const uint64_t total = reader->GetSelectedSampleCount();
-    const uint64_t most =
-        reader->GetRange().bytes + (segment->actualOutMs / 1000 + 1) * kAacBytesPerSecond;
+    const MovieRange& range = reader->GetRange();
+    const uint64_t most = most_media_bytes(range);
+    MOVIE_TRY(
+        CheckRoom(segment->target, most + samples_of(range) * kTableBytesPerSample + kHeadRoom));
     MovieCode code = writer.Open(reader, kMovieBehindMedia, most);
     while (code == kMovieOk) {
         code = source_state(*reader);
@@ -162,6 +186,7 @@ MovieCode Mp4MovieEditor::SaveWave(MovieSegment* segment, const XpSharedPtr<CMP4
     const uint64_t total = range.audio.end - range.audio.first;
     MovieCode code = writer.Open(segment->target, reader, m_effects, clamp32(segment->actualInMs),
                                  fade_end(*segment));
+    if (code == kMovieOk) MOVIE_TRY(CheckRoom(segment->target, writer.AnnouncedBytes()));
     while (code == kMovieOk) {
         code = source_state(*reader);
         if (code == kMovieOk && !progress->OnStep(writer.SamplesRead(), total))

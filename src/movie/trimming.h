@@ -83,7 +83,7 @@ public:
 
 private:
     MovieCode Fail(MovieCode code, int32_t systemError, const std::string& reason = {});
-    MovieCode CheckRoom(const MovieSegment& segment, const CMP4MovieRead& reader);
+    MovieCode CheckRoom(const std::string& target, uint64_t needed);
     MovieCode SaveMovie(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
                         IMp4MovieEditProgress* progress);
     MovieCode SaveWave(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,

@@ -56,12 +56,19 @@ MovieCode WaveWriter::Open(const std::string& path, XpSharedPtr<CMP4MovieRead> r
     MOVIE_TRY(mp4_mul_div(units, rate, audio.timescale, &total));
     MOVIE_TRY(mp4_mul_div(lead, rate, audio.timescale, &m_skip));
     m_startsAt = static_cast<int64_t>(lead);
+    // Samples may claim any length: no file is made of silence that nobody recorded.
+    total = std::min(total, m_sound.Treated().MostFrames(range.audio.end - range.audio.first,
+                                                         range.audio.bytes));
     m_frames = total - std::min(total, m_skip);
     if (m_frames > (UINT32_MAX - kHeader) / kFrameBytes) return kMovieTooLarge;
 
     if (!m_buffer.Allocate(kBufferBytes)) return kMovieBuffer;
     if (const int error = m_output.Create(path)) return Failed(error);
     return WriteHeader();
+}
+
+uint64_t WaveWriter::AnnouncedBytes() const {
+    return kHeader + m_frames * kFrameBytes;
 }
 
 MovieCode WaveWriter::WriteHeader() {

@@ -20,6 +20,8 @@ public:
     int32_t LastError() const { return m_lastError; }
     uint64_t SamplesRead() const { return m_samplesRead; }
     uint64_t Frames() const { return m_written; }
+    // What the whole file will have.
+    uint64_t AnnouncedBytes() const;
 
 private:
     MovieCode WriteHeader();

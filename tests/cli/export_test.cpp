@@ -210,6 +210,15 @@ TEST(ExportCommand, SavesMoviesOneByOneAndAsABatch) {
     EXPECT_EQ(said["verified"], said["video"]["samples"]);
     EXPECT_EQ(said["bytes"], dir.Read("one.mp4").size());
 
+    // Effects without sound to put them on are no reason to refuse the pictures.
+    std::string silent = Content(clips + "cam_texts.mp4");
+    silent.replace(silent.rfind("soun"), 4, "text");
+    dir.Write("silent.mp4", silent);
+    const TarnRun note =
+        RunTarn({"export", dir.Path("silent.mp4"), dir.Path("pictures.mp4"), "--normalize", "1"});
+    EXPECT_EQ(note.status, 0);
+    EXPECT_NE(note.err.find("has no sound: the effects"), std::string::npos) << note.err;
+
     // One bad clip does not stop the others; what is there is not replaced.
     const TarnRun batch = RunTarn({"export", clips + "cam_texts.mp4", clips + "plain_hevc.mp4",
                                    clips + "cam_roles.mp4", clips + "cam_texts.mp4", "--to",
@@ -217,7 +226,7 @@ TEST(ExportCommand, SavesMoviesOneByOneAndAsABatch) {
     EXPECT_EQ(batch.status, 1);
     EXPECT_NE(batch.out.find("3 of 4 clips saved"), std::string::npos) << batch.out;
     EXPECT_NE(batch.err.find("cam_texts.wav: already exists"), std::string::npos) << batch.err;
-    EXPECT_EQ(dir.FileCount(), 4u);
+    EXPECT_EQ(dir.FileCount(), 6u);
 }
 
 }  // namespace

@@ -297,22 +297,51 @@ TEST(TrimmingJob, RunsPausesAndEnds) {
     }
 }
 
-TEST(Trimming, NoSoundIsDroppedInSilence) {
-    TempDir dir;
-    // The code of the sound entry becomes one that can't be decoded.
-    std::ifstream in(clip("cam_texts"), std::ios::binary);
+// `from` becomes `to` where it first stands behind the last `behind`.
+std::string patched(const std::string& name, const std::string& behind, const std::string& from,
+                    const std::string& to) {
+    std::ifstream in(clip(name), std::ios::binary);
     std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    const size_t stsd = bytes.rfind("stsd");
-    const size_t code = bytes.find("mp4a", stsd);
-    ASSERT_NE(code, std::string::npos);
-    bytes.replace(code, 4, "ac-3");
-    dir.Write("in.mp4", bytes);
-    MovieSegment s = segment(dir.Path("in.mp4"), dir.Path("out.mp4"), 0, 2000);
+    const size_t at = bytes.find(from, bytes.rfind(behind));
+    EXPECT_NE(at, std::string::npos);
+    return bytes.replace(at, from.size(), to);
+}
+
+TEST(Trimming, WhatCannotBeSavedIsNamedAndNotLeftOut) {
+    using std::string_literals::operator""s;
+    const struct {
+        const char* behind;
+        std::string from, to;
+        const char* words;
+    } cases[] = {
+        {"stsd", "mp4a", "ac-3", "the sound (AC-3) can't be made anew"},
+        {"stsd", "mp4a", "\1\2\3\4", "the sound is of a kind that can't be made anew"},
+        {"esds", "\x40\x15"s, "\x6B\x15"s, "the sound is MP3"},
+        {"avcC", "\xFF\xE1"s, "\xFF\xFF"s, "the picture is damaged and can't be carried"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.words);
+        TempDir dir;
+        dir.Write("in.mp4", patched("cam_texts", c.behind, c.from, c.to));
+        MovieSegment s = segment(dir.Path("in.mp4"), dir.Path("out.mp4"), 0, 2000);
+        Mp4MovieEditor editor;
+        Steps steps;
+        EXPECT_EQ(save(&s, &editor, &steps), movie_code(FF4_RET_FORMAT));
+        EXPECT_NE(editor.Reason().find(c.words), std::string::npos) << editor.Reason();
+        EXPECT_EQ(dir.FileCount(), 1u);
+    }
+}
+
+TEST(Trimming, AWavIsNoLongerThanItsSamplesCanBe) {
+    using std::string_literals::operator""s;
+    TempDir dir;
+    // Each of the 94 samples claims 2^31 frames: 6 days of sound, more than any disk would hold.
+    dir.Write("in.mp4", patched("cam_texts", "stts", "\0\0\4\0"s, "\x7F\xFF\xFF\xFF"s));
+    MovieSegment s = segment(dir.Path("in.mp4"), dir.Path("out.wav"), 0, UINT64_MAX);
     Mp4MovieEditor editor;
     Steps steps;
-    EXPECT_EQ(save(&s, &editor, &steps), movie_code(FF4_RET_FORMAT));
-    EXPECT_NE(editor.Reason().find("AC-3"), std::string::npos) << editor.Reason();
-    EXPECT_EQ(dir.FileCount(), 1u);
+    EXPECT_EQ(save(&s, &editor, &steps, true), kMovieOk) << editor.Reason();
+    EXPECT_LE(s.audioSamples, 94u * 2048);
 }
 
 TEST(Trimming, ASelectionIsNeverEmpty) {
