@@ -53,6 +53,12 @@ MovieCode source_state(const CMP4MovieRead& reader) {
     return reader.IsUnchanged() ? kMovieOk : kMovieChanged;
 }
 
+// What a save failed with, or the reason behind it: a source that was cut short or written over.
+MovieCode cause_of(MovieCode code, const CMP4MovieRead& reader) {
+    const bool failed = code != kMovieOk && code != kMovieCancelled;
+    return failed && reader.Session() && !reader.IsUnchanged() ? kMovieChanged : code;
+}
+
 // What keeps a track out of the save, to be followed by what can't be done with it; empty where
 // there is no such track.
 std::string fault_of(const CMP4MovieRead& reader, uint32_t handler) {
@@ -168,6 +174,7 @@ MovieCode Mp4MovieEditor::SaveMovie(MovieSegment* segment, const XpSharedPtr<CMP
     if (code == kMovieOk && segment->verify)
         MOVIE_TRY(Verify(segment, *reader, writer.HiddenPath(), progress));
     if (code == kMovieOk) code = writer.Close();
+    code = cause_of(code, *reader);
     m_outputFailed = code == kMovieSystem && reader->LastError() == 0;
     if (code != kMovieOk) return Fail(code, writer.LastError());
     segment->videoSamples = writer.Video().samples;
@@ -195,6 +202,7 @@ MovieCode Mp4MovieEditor::SaveWave(MovieSegment* segment, const XpSharedPtr<CMP4
     }
     if (code == kMovieDone) code = source_state(*reader);
     if (code == kMovieOk) code = writer.Close();
+    code = cause_of(code, *reader);
     m_outputFailed = code == kMovieSystem && reader->LastError() == 0;
     if (code != kMovieOk) return Fail(code, writer.LastError());
     segment->audioSamples = writer.Frames();
@@ -215,10 +223,10 @@ MovieCode Mp4MovieEditor::Verify(MovieSegment* segment, const CMP4MovieRead& rea
     std::string reason;
     const MovieCode code = VerifyPictures(segment->source, range.first, range.end, saved, step,
                                           &segment->verifiedSamples, &error, &reason);
-    if (code == kMovieOk || code == kMovieCancelled) return code;
     // A difference is the output's fault only as long as the source is what it was.
-    const MovieCode source = source_state(reader);
-    return source == kMovieOk ? Fail(code, error, reason) : Fail(source, 0);
+    const MovieCode cause = cause_of(code, reader);
+    if (cause == kMovieOk || cause == kMovieCancelled) return cause;
+    return cause == code ? Fail(code, error, reason) : Fail(cause, 0);
 }
 
 Mp4MovieTrimmingEx::~Mp4MovieTrimmingEx() {

@@ -164,6 +164,44 @@ TEST(Trimming, TheRawFormLeavesTheCodecsDelay) {
     EXPECT_EQ(sound.size(), 141u * 1024);
 }
 
+double rms(const std::vector<int16_t>& sound, int64_t first, int64_t count) {
+    double sum = 0;
+    for (int64_t i = first; i < first + count; ++i)
+        sum +=
+            static_cast<double>(sound.at(static_cast<size_t>(i))) * sound[static_cast<size_t>(i)];
+    return std::sqrt(sum / static_cast<double>(count));
+}
+
+TEST(Trimming, EffectsFollowTheActualPoints) {
+    for (const bool exact : {false, true}) {
+        TempDir dir;
+        MovieSegment s = segment(clip("cam_mp4v_25_g12_10s"), dir.Path("out.mp4"), 1100, 9200);
+        s.options.exact = exact;
+        Mp4MovieEditor editor;
+        AMPEffectSettings effects;
+        effects.fade = 1;
+        effects.normalize = 1;
+        effects.peak = 0.5f;
+        editor.SetEffects(effects);
+        Steps steps;
+        ASSERT_EQ(save(&s, &editor, &steps), kMovieOk);
+        int64_t source_from = 0, from = 0;
+        const auto source = decode(s.source, &source_from);
+        const auto output = decode(s.target, &from);
+        source_from += static_cast<int64_t>(s.actualInMs) * 48;
+        const auto gain = [&](int64_t ms) {
+            return rms(output, from + ms * 48, 2400) / rms(source, source_from + ms * 48, 2400);
+        };
+        // A second of silence and a rise over two; half way the gain's fourth power is a 16th.
+        EXPECT_LT(gain(900), 0.001);
+        EXPECT_NEAR(gain(1975), 2.0 / 16, 0.02);
+        EXPECT_NEAR(gain(3100), 2.0, 0.1);
+        const int64_t end = static_cast<int64_t>((exact ? 9200 : s.actualOutMs) - s.actualInMs);
+        EXPECT_NEAR(gain(end - 2525), 2.0 / 16, 0.02);
+        EXPECT_LT(gain(end - 990), 0.001);
+    }
+}
+
 TEST(Trimming, WavHasTheSelectionToTheFrame) {
     TempDir dir;
     MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.wav"), 1300, 2700);
@@ -193,14 +231,20 @@ TEST(Trimming, NothingIsLeftWhereASaveDoesNotEnd) {
         EXPECT_EQ(dir.FileCount(), 0u) << step;
     }
 
-    std::filesystem::copy_file(clip("cam_avc_2997_g12_b2_3s"), dir.Path("in.mp4"));
-    const auto damage = [&] { std::ofstream(dir.Path("in.mp4"), std::ios::app) << "more"; };
     MovieSegment s = segment(dir.Path("in.mp4"), dir.Path("out.mp4"), 0, 3000);
-    Steps change(1, damage);
-    EXPECT_EQ(save(&s, &editor, &change), kMovieChanged);
-    EXPECT_EQ(dir.FileCount(), 1u) << "the source alone";
+    for (const int step : {1, 2, 4}) {
+        const auto damage = [&] {
+            std::filesystem::resize_file(dir.Path("in.mp4"), 150000 + step);
+        };
+        std::filesystem::copy_file(clip("cam_avc_2997_g12_b2_3s"), dir.Path("in.mp4"),
+                                   std::filesystem::copy_options::overwrite_existing);
+        Steps change(step, damage);
+        EXPECT_EQ(save(&s, &editor, &change), kMovieChanged) << step;
+        EXPECT_EQ(dir.FileCount(), 1u) << "the source alone";
+    }
 
     dir.Write("out.mp4", "precious");
+    s.source = clip("cam_texts");
     EXPECT_EQ(save(&s), kMovieSystem);
     EXPECT_EQ(dir.Read("out.mp4"), "precious");
     EXPECT_EQ(dir.FileCount(), 2u);
