@@ -8,77 +8,24 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 TEST(AacConfig, SaysWhatItSaysAndNoMore) {
+    enum Extension { kNone, kSbr, kPs };
     const struct {
         const char* name;
         Bytes bytes;
         Status status;
         int32_t object_type, channels, rate, output_rate, frame_length;
-        bool sbr, ps;
+        Extension extension;
     } cases[] = {
-        {"48 kHz stereo", {0x11, 0x90}, kStatusOk, 2, 2, 48000, 48000, 1024, false, false},
-        {"5.1 that says there is no replication",
-         {0x11, 0xb0, 0x56, 0xe5, 0x00},
-         kStatusOk,
-         2,
-         6,
-         48000,
-         48000,
-         1024,
-         false,
-         false},
-        {"replication told behind",
-         {0x13, 0x10, 0x56, 0xe5, 0x98},
-         kStatusOk,
-         2,
-         2,
-         24000,
-         48000,
-         1024,
-         true,
-         false},
-        {"replication told in front",
-         {0x2b, 0x11, 0x88, 0x00},
-         kStatusOk,
-         2,
-         2,
-         24000,
-         48000,
-         1024,
-         true,
-         false},
-        {"parametric stereo in front",
-         {0xeb, 0x09, 0x88, 0x00},
-         kStatusOk,
-         2,
-         1,
-         24000,
-         48000,
-         1024,
-         true,
-         true},
-        {"short frames", {0x11, 0x94}, kStatusOk, 2, 2, 48000, 48000, 960, false, false},
-        {"an object type above 31 (ELD)",
-         {0xf8, 0xe6, 0x40},
-         kStatusOk,
-         39,
-         2,
-         48000,
-         48000,
-         512,
-         false,
-         false},
-        {"nothing", {}, kStatusBadParameter, 0, 0, 0, 0, 0, false, false},
-        {"a reserved rate", {0x16, 0x90}, kStatusBadParameter, 0, 0, 0, 0, 0, false, false},
-        {"replication in front, cut",
-         {0x2b, 0x11},
-         kStatusBadParameter,
-         0,
-         0,
-         0,
-         0,
-         0,
-         false,
-         false},
+        {"48 kHz stereo", {0x11, 0x90}, kStatusOk, 2, 2, 48000, 48000, 1024, kNone},
+        {"5.1, no SBR", {0x11, 0xb0, 0x56, 0xe5, 0}, kStatusOk, 2, 6, 48000, 48000, 1024, kNone},
+        {"SBR behind", {0x13, 0x10, 0x56, 0xe5, 0x98}, kStatusOk, 2, 2, 24000, 48000, 1024, kSbr},
+        {"SBR in front", {0x2b, 0x11, 0x88, 0}, kStatusOk, 2, 2, 24000, 48000, 1024, kSbr},
+        {"PS in front", {0xeb, 0x09, 0x88, 0}, kStatusOk, 2, 1, 24000, 48000, 1024, kPs},
+        {"short frames", {0x11, 0x94}, kStatusOk, 2, 2, 48000, 48000, 960, kNone},
+        {"above 31 (ELD)", {0xf8, 0xe6, 0x40}, kStatusOk, 39, 2, 48000, 48000, 512, kNone},
+        {"nothing", {}, kStatusBadParameter, 0, 0, 0, 0, 0, kNone},
+        {"a reserved rate", {0x16, 0x90}, kStatusBadParameter, 0, 0, 0, 0, 0, kNone},
+        {"SBR in front, cut", {0x2b, 0x11}, kStatusBadParameter, 0, 0, 0, 0, 0, kNone},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -90,8 +37,8 @@ TEST(AacConfig, SaysWhatItSaysAndNoMore) {
         EXPECT_EQ(config.sampleRate, c.rate);
         EXPECT_EQ(config.outputRate, c.output_rate);
         EXPECT_EQ(config.frameLength, c.frame_length);
-        EXPECT_EQ(config.sbr, c.sbr);
-        EXPECT_EQ(config.ps, c.ps);
+        EXPECT_EQ(config.sbr, c.extension != kNone);
+        EXPECT_EQ(config.ps, c.extension == kPs);
     }
 }
 

@@ -12,17 +12,11 @@
 namespace tarn {
 namespace {
 
-void write_file(const std::string& path, const Bytes& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-}
-
 // A movie on disk and a reader on it.
 template <typename Reader>
 struct Opened {
     explicit Opened(const Bytes& bytes) {
-        write_file(dir.Path("movie.mp4"), bytes);
+        dir.Write("movie.mp4", {bytes.begin(), bytes.end()});
         reader.SetPath(dir.Path("movie.mp4"));
         code = reader.Open();
     }
@@ -96,42 +90,32 @@ TEST(MovieReader, ChoosesTheFirstServedTrackOfEachKind) {
     const Bytes hevc = VisualEntry({.format = "hvc1"});
     const Bytes ac3 = AudioEntry({.format = "ac-3"});
     const Bytes sowt = AudioEntry({.format = "sowt"});
+    const MovieTrack hevc_video = with_entry(video, hevc), ac3_sound = with_entry(sound, ac3);
+    const MovieTrack elsewhere = with_refs(video, {Url("file:x")});
+    const MovieTrack here = with_refs(video, {FullAtom("url ", 0, 0, TextZ(""))});
+    const MovieTrack second = with_role(video, 2), main_video = with_role(video, 1);
+    const MovieTrack main_sound = with_role(sound, 1);
     const struct {
         const char* name;
         std::vector<MovieTrack> tracks;
-        bool camera;
         MovieCode code;
         uint32_t video, audio;
+        bool camera = false;
     } cases[] = {
-        {"both", {video, sound}, false, kMovieOk, 1, 2},
-        {"sound first", {sound, video}, false, kMovieOk, 2, 1},
-        {"two of a kind", {video, video, sound, sound}, false, kMovieOk, 1, 3},
-        {"sound alone", {sound}, false, kMovieOk, 0, 1},
-        {"PCM", {with_entry(sound, Twos())}, false, kMovieOk, 0, 1},
-        {"little-endian PCM", {with_entry(sound, sowt)}, false, kMovieOk, 0, 1},
-        {"nothing served",
-         {with_entry(video, hevc), with_entry(sound, ac3)},
-         false,
-         kMovieNoTrack,
-         0,
-         0},
-        {"a served one behind", {with_entry(video, hevc), video}, false, kMovieOk, 2, 0},
-        {"samples elsewhere", {with_refs(video, {Url("file:x")}), sound}, false, kMovieOk, 0, 2},
-        {"an empty location is here",
-         {with_refs(video, {FullAtom("url ", 0, 0, TextZ(""))})},
-         false,
-         kMovieOk,
-         1,
-         0},
-        {"no reference is here", {with_refs(video, {})}, false, kMovieOk, 1, 0},
-        {"camera: other roles are passed over",
-         {with_role(video, 2), with_role(video, 1), with_role(sound, 1)},
-         true,
-         kMovieOk,
-         2,
-         3},
-        {"camera: no role ends the choice", {with_role(sound, 1), video}, true, kMovieOk, 0, 1},
-        {"none", {}, false, kMovieNoTrack, 0, 0},
+        {"both", {video, sound}, kMovieOk, 1, 2},
+        {"sound first", {sound, video}, kMovieOk, 2, 1},
+        {"two of a kind", {video, video, sound, sound}, kMovieOk, 1, 3},
+        {"sound alone", {sound}, kMovieOk, 0, 1},
+        {"PCM", {with_entry(sound, Twos())}, kMovieOk, 0, 1},
+        {"little-endian PCM", {with_entry(sound, sowt)}, kMovieOk, 0, 1},
+        {"nothing served", {hevc_video, ac3_sound}, kMovieNoTrack, 0, 0},
+        {"a served one behind", {hevc_video, video}, kMovieOk, 2, 0},
+        {"samples elsewhere", {elsewhere, sound}, kMovieOk, 0, 2},
+        {"an empty location is here", {here}, kMovieOk, 1, 0},
+        {"no reference is here", {with_refs(video, {})}, kMovieOk, 1, 0},
+        {"other roles are passed over", {second, main_video, main_sound}, kMovieOk, 2, 3, true},
+        {"no role ends the choice", {main_sound, video}, kMovieOk, 0, 1, true},
+        {"none", {}, kMovieNoTrack, 0, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

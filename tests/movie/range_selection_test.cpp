@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <algorithm>
 
 #include "movie/movie_reader.h"
 #include "support/movie_builder.h"
@@ -26,11 +26,9 @@ struct Case {
     const char* name;
     std::vector<MovieTrack> tracks;
     uint64_t in, out;
-    bool at_end;
-    // first and end sample of the picture, then of the sound, and its start offset
-    uint32_t video_first, video_end, audio_first, audio_end;
-    int64_t video_offset, audio_offset;
-    uint64_t actual_in, actual_out;
+    uint32_t samples[4];  // first and end of the picture, then of the sound
+    int64_t offsets[2];   // where each starts
+    uint64_t actual[2];   // in, out
 };
 
 MovieTrack with_edits(MovieTrack track, std::vector<Edit> edits) {
@@ -40,167 +38,46 @@ MovieTrack with_edits(MovieTrack track, std::vector<Edit> edits) {
 
 TEST(RangeSelection, CutsOnSyncSamplesWithSoundInStep) {
     const MovieTrack sound = SoundTrack(188);  // 4.0107 s
+    const MovieTrack plain = pictures(100), reordered = pictures(100, 2);
+    const MovieTrack edited = with_edits(reordered, {{4000, 1000}});
+    const MovieTrack late = with_edits(sound, {{1000, -1}, {3000, 0}});
     const Case cases[] = {
-        {"all of it", {pictures(100), sound}, 0, 4010, true, 1, 101, 1, 189, 0, 0, 0, 4010},
+        {"all of it", {plain, sound}, 0, 4010, {1, 101, 1, 189}, {0, 0}, {0, 4010}},
         // Sound starts in the frame that holds 0.4 s: 19200 = 18 * 1024 + 768.
-        {"in point within a group",
-         {pictures(100), sound},
-         500,
-         1000,
-         false,
-         11,
-         31,
-         19,
-         57,
-         0,
-         768,
-         400,
-         1200},
-        {"points on sync samples",
-         {pictures(100), sound},
-         400,
-         1200,
-         false,
-         11,
-         31,
-         19,
-         57,
-         0,
-         768,
-         400,
-         1200},
-        {"equal points keep a group",
-         {pictures(100), sound},
-         400,
-         400,
-         false,
-         11,
-         21,
-         19,
-         39,
-         0,
-         768,
-         400,
-         800},
-        {"out point behind the last sync sample",
-         {pictures(100), sound},
-         3700,
-         3900,
-         false,
-         91,
-         101,
-         169,
-         189,
-         0,
-         768,
-         3600,
-         4000},
+        {"within a group", {plain, sound}, 500, 1000, {11, 31, 19, 57}, {0, 768}, {400, 1200}},
+        {"on sync samples", {plain, sound}, 400, 1200, {11, 31, 19, 57}, {0, 768}, {400, 1200}},
+        {"equal points", {plain, sound}, 400, 400, {11, 21, 19, 39}, {0, 768}, {400, 800}},
+        {"last group", {plain, sound}, 3700, 3900, {91, 101, 169, 189}, {0, 768}, {3600, 4000}},
         // With B pictures the first is shown a picture late, 40 ms, which the edit takes back.
-        {"reordered pictures, with their edit",
-         {with_edits(pictures(100, 2), {{4000, 1000}}), sound},
-         400,
-         800,
-         false,
-         11,
-         21,
-         19,
-         39,
-         0,
-         768,
-         400,
-         800},
+        {"B, edited", {edited, sound}, 400, 800, {11, 21, 19, 39}, {0, 768}, {400, 800}},
         // Without the edit the picture of sync sample 11 is shown at 440 ms.
-        {"reordered pictures without an edit",
-         {pictures(100, 2), sound},
-         440,
-         840,
-         false,
-         11,
-         21,
-         21,
-         40,
-         0,
-         640,
-         440,
-         840},
-        {"before the first picture is shown",
-         {pictures(100, 2), sound},
-         0,
-         440,
-         false,
-         1,
-         11,
-         1,
-         22,
-         -1000,
-         0,
-         0,
-         440},
+        {"B", {reordered, sound}, 440, 840, {11, 21, 21, 40}, {0, 640}, {440, 840}},
+        {"B, too early", {reordered, sound}, 0, 440, {1, 11, 1, 22}, {-1000, 0}, {0, 440}},
         // The sound comes a second late: nothing of it before, and its own delay kept.
-        {"late sound",
-         {pictures(100), with_edits(sound, {{1000, -1}, {3000, 0}})},
-         400,
-         1600,
-         false,
-         11,
-         41,
-         1,
-         29,
-         0,
-         -28800,
-         400,
-         1600},
-        {"sound that is over",
-         {pictures(200), sound},
-         6000,
-         6400,
-         false,
-         151,
-         161,
-         189,
-         189,
-         0,
-         0,
-         6000,
-         6400},
-        {"sound alone is cut by frames",
-         {sound},
-         500,
-         1000,
-         false,
-         1,
-         1,
-         24,
-         48,
-         0,
-         448,
-         500,
-         1000},
-        {"picture alone", {pictures(100)}, 500, 1000, false, 11, 31, 1, 1, 0, 0, 400, 1200},
+        {"late sound", {plain, late}, 400, 1600, {11, 41, 1, 29}, {0, -28800}, {400, 1600}},
+        {"over", {pictures(200), sound}, 6000, 6400, {151, 161, 189, 189}, {0, 0}, {6000, 6400}},
+        {"sound alone", {sound}, 500, 1000, {1, 1, 24, 48}, {0, 448}, {500, 1000}},
+        {"picture alone", {plain}, 500, 1000, {11, 31, 1, 1}, {0, 0}, {400, 1200}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         TempDir dir;
         const Bytes bytes = MovieBuilder{.tracks = c.tracks}.Build();
-        std::ofstream(dir.Path("m.mp4"), std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()),
-                   static_cast<std::streamsize>(bytes.size()));
+        dir.Write("m.mp4", {bytes.begin(), bytes.end()});
         CMP4MovieRead movie;
         movie.SetPath(dir.Path("m.mp4"));
         ASSERT_EQ(movie.Open(), kMovieOk);
         uint64_t in = c.in, out = c.out;
-        ASSERT_EQ(movie.SelectRange(&in, &out, c.at_end), kMovieOk);
-        const MovieRange& range = movie.GetRange();
-        EXPECT_EQ(range.video.first, c.video_first);
-        EXPECT_EQ(range.video.end, c.video_end);
-        EXPECT_EQ(range.audio.first, c.audio_first);
-        EXPECT_EQ(range.audio.end, c.audio_end);
-        EXPECT_EQ(range.video.startOffset, c.video_offset);
-        if (c.audio_first < c.audio_end) {
-            EXPECT_EQ(range.audio.startOffset, c.audio_offset);
+        ASSERT_EQ(movie.SelectRange(&in, &out, c.out == 4010), kMovieOk);
+        const TrackRange &video = movie.GetRange().video, &audio = movie.GetRange().audio;
+        const uint32_t samples[] = {video.first, video.end, audio.first, audio.end};
+        EXPECT_TRUE(std::ranges::equal(samples, c.samples)) << testing::PrintToString(samples);
+        EXPECT_EQ(video.startOffset, c.offsets[0]);
+        if (audio.first < audio.end) {
+            EXPECT_EQ(audio.startOffset, c.offsets[1]);
         }
-        EXPECT_EQ(in, c.actual_in);
-        EXPECT_EQ(out, c.actual_out);
+        EXPECT_EQ(in, c.actual[0]);
+        EXPECT_EQ(out, c.actual[1]);
     }
 }
 

@@ -8,10 +8,10 @@
 #include "movie/samples.h"
 #include "movie/track_selection.h"
 #include "movie/tracks.h"
+#include "support/fault_check.h"
 #include "support/long_clip.h"
 #include "support/movie_builder.h"
 #include "support/temp_dir.h"
-#include "support/test_host.h"
 
 namespace tarn {
 namespace {
@@ -166,29 +166,11 @@ Mp4Result visit_all(TestHost& host) {
 }
 
 TEST(Session, EveryFaultIsReportedAndNothingLeaks) {
-    const struct {
-        HostCall call;
-        Fault fault;
-        Mp4Result result;
-    } faults[] = {
-        {HostCall::kAlloc, Fault::kFail, FF4_RET_NOMEM},
-        {HostCall::kRead, Fault::kFail, FF4_RET_FILE},
-        {HostCall::kRead, Fault::kShort, FF4_RET_FILE},
-        {HostCall::kSeek, Fault::kFail, FF4_RET_FILE},
-        {HostCall::kSize, Fault::kFail, FF4_RET_FILE},
-    };
-    const Bytes rich = RichMovie(false).Build();
-    for (const auto& f : faults) {
-        const auto check = [&](const FaultRun& run) {
-            EXPECT_EQ(run.result, run.met ? f.result : FF4_RET_OK) << run.n;
-            EXPECT_EQ(run.live_blocks, 0u) << run.n;
-        };
-        EXPECT_GT(ForEachFault(f.call, f.fault, rich, visit_all, check), 0u);
-    }
+    ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead, HostCall::kSeek, HostCall::kSize},
+                     RichMovie(false).Build(), visit_all);
 }
 
 TEST(TrackSelection, AFailedReadLosesNoTrack) {
-    const Bytes rich = RichMovie(false).Build();
     const auto select = [](TestHost& host) {
         Mp4ReadSession* session = nullptr;
         uint32_t flags = 0, chosen = 0;
@@ -198,13 +180,8 @@ TEST(TrackSelection, AFailedReadLosesNoTrack) {
         FF4_TRY(mp4_close_read(host, session));
         return result == FF4_RET_OK && chosen != 2 ? FF4_RET_INTERNAL : result;
     };
-    for (const HostCall call : {HostCall::kRead, HostCall::kSeek, HostCall::kAlloc}) {
-        const auto check = [&](const FaultRun& run) {
-            const Mp4Result due = call == HostCall::kAlloc ? FF4_RET_NOMEM : FF4_RET_FILE;
-            EXPECT_EQ(run.result, run.met ? due : FF4_RET_OK) << run.n;
-        };
-        EXPECT_GT(ForEachFault(call, Fault::kFail, rich, select, check), 10u);
-    }
+    ExpectFaultsTold({HostCall::kRead, HostCall::kSeek, HostCall::kAlloc}, RichMovie(false).Build(),
+                     select, 10);
 }
 
 TEST(Session, OpeningTwentyGigabytesReadsHeadersOnly) {

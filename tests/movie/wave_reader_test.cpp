@@ -37,37 +37,24 @@ const std::string kSound =
     Le(0x017F, 2) + Le(0xFF7F, 2) + Le(0x0180, 2) + Le(0xFF80, 2) + Le(0x7F80, 2) + Le(0x7F7F, 2);
 
 TEST(WaveReader, TakesTheSoundThatIsThere) {
+    const Row left = {1, 2, -128}, right = {-1, 0, 127};
+    const Row twice = {1, 1, 2, 2, -128, -128}, twice_right = {-1, -1, 0, 0, 127, 127};
+    const std::string list = "LIST";
     const struct {
         const char* name;
         std::string file;
         bool opens;
         Row left, right;
     } cases[] = {
-        {"plain", Head({}) + kSound, true, {1, 2, -128}, {-1, 0, 127}},
-        {"a chunk before it",
-         Head({.chunks = "LIST" + Le(2) + "xy"}) + kSound,
-         true,
-         {1, 2, -128},
-         {-1, 0, 127}},
-        {"no pad byte behind an odd one",
-         Head({.chunks = "LIST" + Le(3) + "xyz"}) + kSound,
-         true,
-         {1, 2, -128},
-         {-1, 0, 127}},
-        {"'a' in second place is enough",
-         Head({.name = "fact"}) + kSound,
-         true,
-         {1, 2, -128},
-         {-1, 0, 127}},
+        {"plain", Head({}) + kSound, true, left, right},
+        {"a chunk before it", Head({.chunks = list + Le(2) + "xy"}) + kSound, true, left, right},
+        {"no pad byte", Head({.chunks = list + Le(3) + "xyz"}) + kSound, true, left, right},
+        {"'a' in second place is enough", Head({.name = "fact"}) + kSound, true, left, right},
         {"'d' in second place is not", Head({.name = "LdST"}) + kSound, false, {}, {}},
-        {"claims 4 GiB", Head({.claimed = 0xFFFFFFFF}) + kSound, true, {1, 2, -128}, {-1, 0, 127}},
+        {"claims 4 GiB", Head({.claimed = 0xFFFFFFFF}) + kSound, true, left, right},
         {"ends inside a frame", Head({.claimed = 10}) + kSound, true, {1, 2}, {-1, 0}},
         {"half the points", Head({.rate = 2240}) + kSound, true, {1}, {-1}},
-        {"twice the points",
-         Head({.rate = 560}) + kSound,
-         true,
-         {1, 1, 2, 2, -128, -128},
-         {-1, -1, 0, 0, 127, 127}},
+        {"twice the points", Head({.rate = 560}) + kSound, true, twice, twice_right},
         {"no sound", Head({.claimed = 0}), true, {}, {}},
         {"a rate of 0", Head({.rate = 0}) + kSound, false, {}, {}},
         {"a rate of no sound", Head({.rate = 1}) + kSound, false, {}, {}},

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/fault_check.h"
 #include "support/movie_builder.h"
-#include "support/test_host.h"
 
 namespace tarn {
 namespace {
@@ -117,27 +117,11 @@ TEST(FileIndex, AnAtomAtTheStartCountsAsAbsent) {
 }
 
 TEST(FileIndex, EveryFaultIsReportedAndNothingLeaks) {
-    const Bytes rich = RichMovie(true).Build();
-    const struct {
-        HostCall call;
-        Fault fault;
-        Mp4Result result;
-    } faults[] = {
-        {HostCall::kAlloc, Fault::kFail, FF4_RET_NOMEM},
-        {HostCall::kRead, Fault::kFail, FF4_RET_FILE},
-        {HostCall::kRead, Fault::kShort, FF4_RET_FILE},
-        {HostCall::kSeek, Fault::kFail, FF4_RET_FILE},
+    const auto step = [](TestHost& host) {
+        return scan(host, {true, true}, [](const Mp4FileIndex&) {});
     };
-    for (const auto& f : faults) {
-        const auto step = [](TestHost& host) {
-            return scan(host, {true, true}, [](const Mp4FileIndex&) {});
-        };
-        const auto check = [&](const FaultRun& run) {
-            EXPECT_EQ(run.result, run.met ? f.result : FF4_RET_OK) << run.n;
-            EXPECT_EQ(run.live_blocks, 0u) << run.n;
-        };
-        EXPECT_GT(ForEachFault(f.call, f.fault, rich, step, check), 15u);
-    }
+    ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead, HostCall::kSeek}, RichMovie(true).Build(),
+                     step, 15);
 }
 
 }  // namespace

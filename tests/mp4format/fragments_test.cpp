@@ -8,8 +8,8 @@
 #include <string>
 
 #include "mp4format/io.h"
+#include "support/fault_check.h"
 #include "support/movie_builder.h"
-#include "support/test_host.h"
 
 namespace tarn {
 namespace {
@@ -351,15 +351,7 @@ TEST(Fragments, EveryFaultIsToldAndNothingIsLost) {
         mp4_free_file_index(host, &index);
         return result;
     };
-    for (const auto& [call, expected] :
-         {std::pair{HostCall::kAlloc, FF4_RET_NOMEM}, {HostCall::kRead, FF4_RET_FILE}}) {
-        EXPECT_GT(ForEachFault(call, Fault::kFail, bytes, step,
-                               [&, code = expected](const FaultRun& run) {
-                                   EXPECT_EQ(run.result, run.met ? code : FF4_RET_OK) << run.n;
-                                   EXPECT_EQ(run.live_blocks, 0u) << run.n;
-                               }),
-                  10u);
-    }
+    ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead}, bytes, step, 11);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "support/atoms.h"
-#include "support/test_host.h"
+#include "support/fault_check.h"
 
 namespace tarn {
 namespace {
@@ -106,15 +106,7 @@ TEST(MetaItems, EveryFaultIsToldAndNothingIsLost) {
         mp4_free_meta_items(host, &items);
         return result;
     };
-    for (const auto& [call, expected] :
-         {std::pair{HostCall::kAlloc, FF4_RET_NOMEM}, {HostCall::kRead, FF4_RET_FILE}}) {
-        EXPECT_GT(ForEachFault(call, Fault::kFail, kTexts, step,
-                               [&, code = expected](const FaultRun& run) {
-                                   EXPECT_EQ(run.result, run.met ? code : FF4_RET_OK) << run.n;
-                                   EXPECT_EQ(run.live_blocks, 0u) << run.n;
-                               }),
-                  6u);
-    }
+    ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead}, kTexts, step, 7);
 }
 
 }  // namespace

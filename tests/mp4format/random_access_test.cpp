@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "support/atoms.h"
-#include "support/test_host.h"
+#include "support/fault_check.h"
 
 namespace tarn {
 namespace {
@@ -111,15 +111,7 @@ TEST(RandomAccess, EveryFaultIsToldAndNothingIsLost) {
         mp4_free_mfra(host, &access);
         return result;
     };
-    for (const auto& [call, expected] :
-         {std::pair{HostCall::kAlloc, FF4_RET_NOMEM}, {HostCall::kRead, FF4_RET_FILE}}) {
-        EXPECT_GE(ForEachFault(call, Fault::kFail, bytes, step,
-                               [&, code = expected](const FaultRun& run) {
-                                   EXPECT_EQ(run.result, run.met ? code : FF4_RET_OK) << run.n;
-                                   EXPECT_EQ(run.live_blocks, 0u) << run.n;
-                               }),
-                  4u);
-    }
+    ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead}, bytes, step, 4);
 }
 
 }  // namespace

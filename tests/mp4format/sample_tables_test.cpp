@@ -7,7 +7,7 @@
 
 #include "mp4format/table_budget.h"
 #include "mp4format/table_set.h"
-#include "support/test_host.h"
+#include "support/fault_check.h"
 
 namespace tarn {
 namespace {
@@ -325,22 +325,7 @@ TEST(SampleTables, EveryFaultIsReportedAndNothingLeaks) {
         mp4_free_track_caches(host, &list);
         return result;
     };
-    const struct {
-        HostCall call;
-        Fault fault;
-        Mp4Result result;
-    } cases[] = {{HostCall::kRead, Fault::kFail, FF4_RET_FILE},
-                 {HostCall::kRead, Fault::kShort, FF4_RET_FILE},
-                 {HostCall::kSeek, Fault::kFail, FF4_RET_FILE},
-                 {HostCall::kAlloc, Fault::kFail, FF4_RET_NOMEM}};
-    for (const auto& c : cases) {
-        const uint64_t met =
-            ForEachFault(c.call, c.fault, set.Write(), walk, [&](const FaultRun& run) {
-                EXPECT_EQ(run.result, run.met ? c.result : FF4_RET_OK) << run.n;
-                EXPECT_EQ(run.live_blocks, 0u) << run.n;
-            });
-        EXPECT_GT(met, 8u);
-    }
+    ExpectFaultsTold({HostCall::kRead, HostCall::kSeek, HostCall::kAlloc}, set.Write(), walk, 9);
 }
 
 // Bytes read, not time: a walk reads a table once, and a jump no more than a read or two.

@@ -133,16 +133,11 @@ TEST(TableBuild, ShiftsAllOrNothing) {
     Tables t(host);
     ASSERT_EQ(t.Add(100, {{1, 1, 1, 0, true}}, 1), FF4_RET_OK);
     ASSERT_EQ(t.Add(300, {{1, 1, 1, 0, true}}, 2), FF4_RET_OK);
-    ASSERT_EQ(t.Add(200, {{2, 1, 1, 0, true}}, 1), FF4_RET_OK);
     EXPECT_EQ(mp4_shift_chunks(&t.build, 0, 50), FF4_RET_OK);
-    EXPECT_EQ(t.Get(mp4_write_chunk_offsets), Stco({150, 350, 250}));
     EXPECT_EQ(mp4_shift_chunks(&t.build, 2, -350), FF4_RET_OK);
-    EXPECT_EQ(mp4_shift_chunks(&t.build, 1, 1), FF4_RET_OK);
-    EXPECT_EQ(t.Get(mp4_write_chunk_offsets), Stco({151, 0, 251}));
-
-    for (const int64_t amount : {int64_t{-152}, int64_t{-1}, INT64_MIN})
+    for (const int64_t amount : {int64_t{-151}, int64_t{-1}, INT64_MIN})
         EXPECT_EQ(mp4_shift_chunks(&t.build, 0, amount), FF4_RET_OVERFLOW);
-    EXPECT_EQ(t.Get(mp4_write_chunk_offsets), Stco({151, 0, 251})) << "nothing was moved";
+    EXPECT_EQ(t.Get(mp4_write_chunk_offsets), Stco({150, 0})) << "nothing was moved";
     EXPECT_EQ(mp4_shift_chunks(&t.build, 1, INT64_MAX), FF4_RET_OK);
     EXPECT_EQ(mp4_shift_chunks(&t.build, 1, INT64_MAX), FF4_RET_OVERFLOW);
 }

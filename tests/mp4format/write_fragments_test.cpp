@@ -34,20 +34,11 @@ TEST(WriteFragments, EveryFieldOfAMoof) {
              Trun({.row_flags = 0x200, .count = 3, .words = {7, 8, 9}}));
     EXPECT_EQ(Written(host, write), Moof(9, {first, second}));
 
-    for (const HostCall call : {HostCall::kWrite, HostCall::kAlloc}) {
-        ForEachFault(
-            call, Fault::kFail, {},
-            [&](TestHost& h) {
-                uint64_t total = 0;
-                return write(h, h.File(), 0, &total);
-            },
-            [&](const FaultRun& run) {
-                EXPECT_EQ(run.result, !run.met                   ? FF4_RET_OK
-                                      : call == HostCall::kWrite ? FF4_RET_FILE
-                                                                 : FF4_RET_NOMEM);
-                EXPECT_EQ(run.live_blocks, 0u);
-            });
-    }
+    const auto step = [&](TestHost& h) {
+        uint64_t total = 0;
+        return write(h, h.File(), 0, &total);
+    };
+    ExpectFaultsTold({HostCall::kWrite}, {}, step, 10);
 }
 
 TEST(WriteFragments, ExtendsTakeTheVersionTheyNeed) {
@@ -58,11 +49,48 @@ TEST(WriteFragments, ExtendsTakeTheVersionTheyNeed) {
         return mp4_write_mvex(h, kOptions, file, at, extends, size);
     };
     const Bytes defaults = Trex({2, 1, 1024, 6, 0x10000});
-    EXPECT_EQ(Written(host, write), Atom("mvex", Mehd(0x100000000, 1), defaults));
+    const Bytes written = Written(host, write);
+    EXPECT_EQ(written, Atom("mvex", Mehd(0x100000000, 1), defaults));
+    Mp4MovieExtends read{};
+    ASSERT_EQ(mp4_read_mvex(host, host.Add(written), {8, written.size() - 8}, &read), FF4_RET_OK);
+    EXPECT_EQ(read.fragment_duration, extends.fragment_duration);
+    const Mp4Trex* found = mp4_find_trex(read, 2);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->default_description_index, 1u);
+    EXPECT_EQ(found->default_duration, 1024u);
+    EXPECT_EQ(found->default_size, 6u);
+    EXPECT_EQ(found->default_flags, 0x10000u);
+    EXPECT_EQ(mp4_find_trex(read, 1), nullptr);
+    mp4_free_mvex(host, &read);
     uint64_t total = 0;
     EXPECT_EQ(mp4_write_mvex(host, {1, kVersion0, 1}, nullptr, 0, extends, &total), FF4_RET_STATE);
     extends.fragment_duration = 0;
     EXPECT_EQ(Written(host, write), Atom("mvex", defaults)) << "no duration, no mehd";
+}
+
+TEST(MovieExtends, ShortAndUnknownAtoms) {
+    const Bytes trex = Trex();
+    const struct {
+        const char* name;
+        Bytes bytes;
+        uint32_t tracks;
+    } cases[] = {
+        {"mehd of 7 bytes", Join(trex, Atom("mehd", Bytes(7, 0)), trex), 1},
+        {"mehd of version 1 and 8 bytes", FullAtom("mehd", 1, 0, Bytes(4, 0)), 0},
+        {"mehd of version 2", FullAtom("mehd", 2, 0, Bytes(8, 0)), 0},
+        {"trex of 23 bytes", Join(trex, trex, Atom("trex", Bytes(23, 0))), 2},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestHost host(c.bytes);
+        Mp4MovieExtends extends{};
+        EXPECT_EQ(mp4_read_mvex(host, host.File(), {0, c.bytes.size()}, &extends), FF4_RET_FORMAT);
+        uint32_t tracks = 0;
+        for (const Mp4Trex* at = extends.head; at; at = at->next)
+            ++tracks;
+        EXPECT_EQ(tracks, c.tracks);
+        mp4_free_mvex(host, &extends);
+    }
 }
 
 // The versions of this table follow a rule of their own.

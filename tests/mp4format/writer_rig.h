@@ -5,7 +5,7 @@
 
 #include "mp4format/write_options.h"
 #include "support/byte_builder.h"
-#include "support/test_host.h"
+#include "support/fault_check.h"
 
 namespace tarn {
 

@@ -1,55 +1,12 @@
 #include "support/long_clip.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <memory>
+#include <fstream>
 
 namespace tarn {
 namespace {
 
 const Bytes kHead = Ftyp("isom", 0x200, {"isom", "mp42"});
-
-// Appends to a file; the sizes of atoms are put in once they are known.
-class AtomStream {
-public:
-    explicit AtomStream(std::FILE* file) : m_file(file) {}
-
-    void Put(const Bytes& bytes) {
-        Append(&m_buffer, bytes);
-        if (m_buffer.size() > kEnough) Flush();
-    }
-    void Number(uint64_t value, int width) {
-        AppendBe(&m_buffer, value, width);
-        if (m_buffer.size() > kEnough) Flush();
-    }
-    template <typename Body>
-    void Nest(FourCC type, Body body) {
-        Flush();
-        const off_t start = ftello(m_file);
-        Put(Be32({0, type.value}));
-        body();
-        Flush();
-        const off_t end = ftello(m_file);
-        Number(static_cast<uint64_t>(end - start), 4);
-        m_good = m_good && fseeko(m_file, start, SEEK_SET) == 0;
-        Flush();
-        m_good = m_good && fseeko(m_file, end, SEEK_SET) == 0;
-    }
-    bool Good() const { return m_good; }
-
-private:
-    static constexpr size_t kEnough = 1 << 20;
-    void Flush() {
-        const size_t size = m_buffer.size();
-        if (size == 0) return;  // an empty vector may have no storage to point at
-        m_good = m_good && std::fwrite(m_buffer.data(), 1, size, m_file) == size;
-        m_buffer.clear();
-    }
-
-    std::FILE* m_file;
-    Bytes m_buffer;
-    bool m_good = true;
-};
 
 uint64_t ChunkRoom(const LongTrack& track) {
     return uint64_t{track.per_chunk} * (track.size + 6) + track.chunk_padding;
@@ -59,55 +16,38 @@ uint32_t ChunkCount(const LongTrack& track) {
     return (track.count + track.per_chunk - 1) / track.per_chunk;
 }
 
-void PutTables(const LongClip& clip, size_t index, AtomStream* out) {
+Bytes Tables(const LongClip& clip, size_t index) {
     const LongTrack& track = clip.tracks[index];
-    const uint32_t chunks = ChunkCount(track), rest = track.count % track.per_chunk;
-    // A table with a row for each `step`-th sample, from the first on.
-    const auto table = [&](FourCC type, const Bytes& head, uint32_t step, auto row) {
-        out->Nest(type, [&] {
-            out->Put(head);
-            for (uint64_t n = 1; n <= track.count; n += step)
-                row(clip.Sample(index, static_cast<uint32_t>(n)), static_cast<uint32_t>(n));
-        });
-    };
-    out->Put(Stsd({track.handler.value == fourcc("vide") ? Avc1() : Mp4a()}));
-    out->Put(Stts({{track.count, track.duration}}));
-    if (track.reordered) {
-        table("ctts", Be32({0, track.count}), 1, [&](const MovieSample& sample, uint32_t) {
-            out->Number(uint64_t{1} << 32 | static_cast<uint32_t>(sample.composition), 8);
-        });
+    std::vector<uint32_t> sizes, syncs;
+    std::vector<uint64_t> chunks;
+    std::vector<Run> compositions;
+    for (uint32_t n = 1; n <= track.count; ++n) {
+        const MovieSample sample = clip.Sample(index, n);
+        sizes.push_back(sample.size);
+        if (track.reordered) compositions.push_back({1, static_cast<uint32_t>(sample.composition)});
+        if (track.sync_every > 0 && sample.sync) syncs.push_back(n);
+        if ((n - 1) % track.per_chunk == 0) chunks.push_back(sample.offset);
     }
-    std::vector<ChunkRun> runs = {{1, track.per_chunk, 1}};
-    if (rest > 0 && chunks > 1) runs.push_back({chunks, rest, 1});
-    if (rest > 0 && chunks == 1) runs[0].samples = rest;
-    out->Put(Stsc(runs));
-    table("stsz", Be32({0, 0, track.count}), 1,
-          [&](const MovieSample& sample, uint32_t) { out->Number(sample.size, 4); });
-    table("co64", Be32({0, chunks}), track.per_chunk,
-          [&](const MovieSample& sample, uint32_t) { out->Number(sample.offset, 8); });
-    if (track.sync_every > 0) {
-        const uint32_t syncs = (track.count + track.sync_every - 1) / track.sync_every;
-        table("stss", Be32({0, syncs}), track.sync_every,
-              [&](const MovieSample&, uint32_t n) { out->Number(n, 4); });
-    }
+    std::vector<ChunkRun> runs = {{1, std::min(track.per_chunk, track.count), 1}};
+    const uint32_t rest = track.count % track.per_chunk;
+    if (rest > 0 && chunks.size() > 1) runs.push_back({ChunkCount(track), rest, 1});
+    return Atom("stbl", Stsd({track.handler.value == fourcc("vide") ? Avc1() : Mp4a()}),
+                Stts({{track.count, track.duration}}),
+                track.reordered ? Ctts(compositions) : Bytes(), Stsc(runs), Stsz(sizes),
+                Co64(chunks), track.sync_every ? Stss(syncs) : Bytes());
 }
 
-void PutTrack(const LongClip& clip, size_t index, AtomStream* out) {
+Bytes Trak(const LongClip& clip, size_t index) {
     const LongTrack& track = clip.tracks[index];
     const uint64_t duration = uint64_t{track.count} * track.duration;
-    out->Nest("trak", [&] {
-        out->Put(Tkhd({.version = 1,
-                       .track_id = static_cast<uint32_t>(index + 1),
-                       .duration = duration * 1000 / track.timescale}));
-        out->Nest("mdia", [&] {
-            out->Put(Join(Mdhd({.version = 1, .timescale = track.timescale, .duration = duration}),
-                          Hdlr(track.handler)));
-            out->Nest("minf", [&] {
-                out->Put(Join(MediaHeader(track.handler), Atom("dinf", Dref())));
-                out->Nest("stbl", [&] { PutTables(clip, index, out); });
-            });
-        });
-    });
+    return Atom(
+        "trak",
+        Tkhd({.version = 1,
+              .track_id = static_cast<uint32_t>(index + 1),
+              .duration = duration * 1000 / track.timescale}),
+        Atom("mdia", Mdhd({.version = 1, .timescale = track.timescale, .duration = duration}),
+             Hdlr(track.handler),
+             Atom("minf", MediaHeader(track.handler), Atom("dinf", Dref()), Tables(clip, index))));
 }
 
 }  // namespace
@@ -132,30 +72,30 @@ MovieSample LongClip::Sample(size_t track, uint32_t number) const {
 }
 
 bool LongClip::Write(const std::string& path) const {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "wb"),
-                                                               std::fclose);
-    if (!file) return false;
     uint64_t media = 0, turns = 0, duration = 0;
-    for (const LongTrack& track : tracks) {
+    Bytes traks;
+    for (size_t i = 0; i < tracks.size(); ++i) {
+        const LongTrack& track = tracks[i];
         media += ChunkRoom(track);
         turns = std::max<uint64_t>(turns, ChunkCount(track));
         duration =
             std::max(duration, uint64_t{track.count} * track.duration * 1000 / track.timescale);
+        Append(&traks, Trak(*this, i));
     }
     media *= turns;
-    const Bytes head = Join(kHead, Be32({1, fourcc("mdat")}), Be64({media + 16}));
-    if (std::fwrite(head.data(), 1, head.size(), file.get()) != head.size()) return false;
-    if (fseeko(file.get(), static_cast<off_t>(media), SEEK_CUR) != 0) return false;
-
-    AtomStream out(file.get());
-    out.Nest("moov", [&] {
-        out.Put(Mvhd({.version = 1,
-                      .duration = duration,
-                      .next_track_id = static_cast<uint32_t>(tracks.size() + 1)}));
-        for (size_t i = 0; i < tracks.size(); ++i)
-            PutTrack(*this, i, &out);
-    });
-    return out.Good() && std::fflush(file.get()) == 0;
+    std::ofstream file(path, std::ios::binary);
+    const auto put = [&](const Bytes& bytes) {
+        file.write(reinterpret_cast<const char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+    };
+    put(Join(kHead, Be32({1, fourcc("mdat")}), Be64({media + 16})));
+    file.seekp(static_cast<std::streamoff>(media), std::ios::cur);
+    put(Atom("moov",
+             Mvhd({.version = 1,
+                   .duration = duration,
+                   .next_track_id = static_cast<uint32_t>(tracks.size() + 1)}),
+             traks));
+    return static_cast<bool>(file.flush());
 }
 
 }  // namespace tarn
