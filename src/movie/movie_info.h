@@ -22,6 +22,7 @@ struct CVideoSampleDescriptionInfo {
     std::vector<uint8_t> extraData;  // payload of the '3DDS' block
     Mp4AvcInfo avc{};
     std::vector<uint8_t> avcConfig;            // the whole payload of 'avcC'
+    std::vector<uint8_t> hevcConfig;           // the payload of 'hvcC'
     std::vector<uint8_t> pixelAspect, colour;  // payloads of 'pasp' and 'colr'
 };
 

@@ -204,6 +204,7 @@ Mp4Result ReadVideoDescriptions(Mp4ReadSession* session, uint32_t track,
         FF4_TRY(mp4_get_sample_entry(session, entries.get(), index, &entry));
         copy_block(entry->visual.pasp, &info.pixelAspect);
         copy_block(entry->visual.colr, &info.colour);
+        copy_block(entry->visual.hvcc, &info.hevcConfig);
         if (entry->kind == kEntryMpeg4Visual) copy_block(entry->es.bytes, &info.decoderConfig);
         if (entry->kind != kEntryAvc) continue;
         FF4_TRY(mp4_get_avc_config_info(session, entries.get(), index, &info.avc));

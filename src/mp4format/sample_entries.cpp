@@ -162,6 +162,8 @@ private:
                 return ReadSinf(child.payload);
             case fourcc("pasp"):
                 return Keep(child.payload, &visual.pasp);
+            case fourcc("hvcC"):
+                return Keep(child.payload, &visual.hvcc);
             case fourcc("colr"):
                 return Keep(child.payload, &visual.colr);
             case fourcc("uuid"):
@@ -287,6 +289,7 @@ void mp4_free_sample_entry(Mp4Host* host, Mp4SampleEntry* entry) {
     if (!entry) return;
     mp4_free_block(host, &entry->visual.pasp);
     mp4_free_block(host, &entry->visual.colr);
+    mp4_free_block(host, &entry->visual.hvcc);
     mp4_free_block(host, &entry->visual.extra);
     mp4_free_es_descriptor(host, &entry->es);
     mp4_free_avc_config(host, &entry->avc);

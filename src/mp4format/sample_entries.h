@@ -52,6 +52,7 @@ struct Mp4VisualFields {
     uint32_t config_type;  // 'esds', 'avcC', or 0
     Mp4ByteBlock pasp;     // payloads
     Mp4ByteBlock colr;
+    Mp4ByteBlock hvcc;   // the configuration of HEVC, for showing; never written
     Mp4ByteBlock extra;  // what follows the name of the '3DDS' uuid
 };
 

@@ -42,7 +42,7 @@ Mp4Result copy_sinf(Mp4Host* host, const Mp4ProtectionList& from, Mp4ProtectionL
 // The plain fields of an entry, without what it owns.
 Mp4SampleEntry without_blocks(const Mp4SampleEntry& entry) {
     Mp4SampleEntry plain = entry;
-    plain.visual.pasp = plain.visual.colr = plain.visual.extra = {};
+    plain.visual.pasp = plain.visual.colr = plain.visual.hvcc = plain.visual.extra = {};
     plain.es.bytes = plain.es.url = plain.es.decoder_specific_info = {};
     plain.avc.bytes = {};
     plain.avc.sequence_sets = plain.avc.picture_sets = {};
@@ -62,6 +62,7 @@ Mp4Result mp4_copy_sample_entry(Mp4Host* host, const Mp4SampleEntry& entry,
     *copy = without_blocks(entry);
     FF4_TRY(own(host, entry.visual.pasp, &copy->visual.pasp));
     FF4_TRY(own(host, entry.visual.colr, &copy->visual.colr));
+    FF4_TRY(own(host, entry.visual.hvcc, &copy->visual.hvcc));
     FF4_TRY(own(host, entry.visual.extra, &copy->visual.extra));
     FF4_TRY(own(host, entry.es.bytes, &copy->es.bytes));
     FF4_TRY(own(host, entry.es.url, &copy->es.url));
