@@ -66,12 +66,26 @@ Verdict check(const std::string& path, bool strict, const GraphStep& graph) {
     if (!movie && !XpPath::HasExtension(path, ".wav"))
         return {kFileUnsupported, "neither an .mp4 nor a .wav file"};
     Verdict verdict = movie ? check_movie(path) : check_wave(path, strict);
-    if (verdict.status == kFileUsable && graph && !graph(path))
-        verdict = {kFileNoGraph, "no preview can be built for it"};
+    std::string why;
+    if (verdict.status == kFileUsable && graph && !graph(path, &why))
+        verdict = {kFileNoGraph, "no preview can be built for it: " + why};
     return verdict;
 }
 
 }  // namespace
+
+std::string MovieFileMessageKey(MovieFileStatus status) {
+    switch (status) {
+        case kFileUsable:
+            return {};
+        case kFileUnreadable:
+        case kFileNoGraph:
+            return "IDS_MSG_CANT_START_APP_BECAUSE_MODULE_FILE_IS_NOT_FOUND_OR_BROKEN";
+        case kFileUnsupported:
+            break;
+    }
+    return "IDS_MSG_CANT_OPEN_UNSUPPORTED_FILE_TYPE";
+}
 
 MovieFileStatus CheckMovieFile(const std::string& path, bool strict, const GraphStep& graph,
                                std::string* reason) {

@@ -14,14 +14,18 @@ enum MovieFileStatus : int {
     kFileUsable = 3,
 };
 
-// Builds a preview for the path and lets it go again; false when it can't. The caller brings it,
-// so that programs without a preview need no player.
-using GraphStep = std::function<bool(const std::string& path)>;
+// Builds a preview for the path and lets it go again; false, with a reason for people, when it
+// can't. The caller brings it, so that programs without a preview need no player.
+using GraphStep = std::function<bool(const std::string& path, std::string* reason)>;
 
 // Checks an .mp4 or .wav file. `strict` also refuses a WAV that is not two channels of 16 bits.
 // `reason`, where given, gets the status in words, for people. Without a graph step a good file is
 // usable.
 MovieFileStatus CheckMovieFile(const std::string& path, bool strict, const GraphStep& graph,
                                std::string* reason = nullptr);
+
+// The key of the text that tells the user why a file was not opened; its one argument is the
+// file's name. Empty for a usable file.
+std::string MovieFileMessageKey(MovieFileStatus status);
 
 }  // namespace tarn
