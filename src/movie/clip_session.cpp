@@ -1,8 +1,12 @@
 #include "movie/clip_session.h"
 
+#include <cerrno>
+#include <new>
+
 #include "movie/movie_text.h"
 #include "movie/track_selection.h"
 #include "mp4format/atom_tree.h"
+#include "mp4format/time_math.h"
 
 namespace tarn {
 namespace {
@@ -53,6 +57,28 @@ bool ClipSession::Open(const std::string& path, std::string* reason) {
     if (opened != FF4_RET_OK) return false;
     *reason = "the recording is cut short: it has no movie header";
     return (flags & kFileMovie) != 0;
+}
+
+uint64_t ClipSession::GetDurationMs() const {
+    uint64_t units = 0, ms = 0;
+    const bool known =
+        mp4_get_movie_duration(m_session, &units) == FF4_RET_OK &&
+        mp4_mul_div(units, 1000, m_session->index.movie.timescale, &ms) == FF4_RET_OK;
+    return known ? ms : 0;
+}
+
+MovieCode ClipSession::ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes,
+                                 int* systemError) {
+    if (offset > Size() || size > Size() - offset) return movie_code(FF4_RET_FORMAT);
+    try {
+        bytes->resize(size);
+    } catch (const std::bad_alloc&) {
+        return movie_code(FF4_RET_NOMEM);
+    }
+    uint64_t done = 0;
+    *systemError = m_file.ReadAt(offset, bytes->data(), size, &done);
+    if (*systemError == 0 && done < size) *systemError = EIO;  // the file has been cut
+    return *systemError == 0 ? kMovieOk : kMovieSystem;
 }
 
 ClipSession::Tracks ClipSession::ChooseTracks() const {

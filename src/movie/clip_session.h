@@ -3,7 +3,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "movie/movie_codes.h"
 #include "movie/movie_file.h"
 #include "movie/session.h"
 
@@ -20,6 +22,11 @@ public:
     bool Open(const std::string& path, std::string* reason);
     Mp4ReadSession* get() const { return m_session; }
     uint64_t Size() const { return m_file.Size(); }
+    uint64_t GetDurationMs() const;  // 0 where the movie does not say
+    // Bytes of a sample or a run of them. FF4_RET_FORMAT when they reach past the end of the file,
+    // which is looked at before any memory is taken.
+    MovieCode ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes,
+                        int* systemError);
 
     struct Tracks {
         uint32_t video = 0, audio = 0;  // 1-based; 0: none

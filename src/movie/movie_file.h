@@ -24,6 +24,9 @@ public:
     Mp4Host* Host() const { return m_host; }
     Mp4File* File() { return reinterpret_cast<Mp4File*>(&m_file); }
     uint64_t Size() const { return m_size; }
+    [[nodiscard]] int ReadAt(uint64_t offset, void* buffer, uint64_t size, uint64_t* done) {
+        return m_file.ReadAt(offset, buffer, size, done);
+    }
 
 private:
     XpFile m_file;

@@ -30,25 +30,6 @@ Mp4Result rescale(int64_t value, uint32_t from, uint32_t to, int64_t* out) {
     return FF4_RET_OK;
 }
 
-// The earliest presentation among a track's first samples, up to its second sync sample: what
-// reordered pictures are late by.
-Mp4Result presentation_start(const MovieTrackInfo& track, int64_t* start) {
-    *start = 0;
-    bool any = false;
-    for (uint32_t n = 1; n <= kPresentationLook && n <= track.sampleCount; ++n) {
-        uint64_t time = 0;
-        Mp4SampleInfo sample{};
-        FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, n, &time, &sample));
-        if (n > 1 && sample.isSync != 0) break;
-        int64_t shown = 0;
-        FF4_TRY(to_signed(time, &shown));
-        FF4_TRY(add(shown, sample.compositionOffset, &shown));
-        *start = any ? std::min(*start, shown) : shown;
-        any = true;
-    }
-    return FF4_RET_OK;
-}
-
 // A time of the movie in decoding time of the track.
 Mp4Result track_time(const MovieTrackInfo& track, uint32_t movieTimescale, uint64_t ms,
                      int64_t* time) {
@@ -100,15 +81,7 @@ Mp4Result start_video(const MovieTrackInfo& track, int64_t in, MovieRange* range
     video.startOffset = std::min<int64_t>(in, 0);
     if (in < 0) return FF4_RET_OK;
     SyncBounds bounds{};
-    FF4_TRY(FindSyncBounds(track, static_cast<uint64_t>(in), &bounds));
-    // Where pictures last unevenly one may be decoded before the point and shown behind it.
-    for (;;) {
-        int64_t offset = 0, lead = 0;
-        FF4_TRY(shown_after(track, bounds.prev, &offset));
-        FF4_TRY(to_signed(static_cast<uint64_t>(in) - bounds.prevTime, &lead));
-        if (offset - video.presentationStart <= lead || bounds.prevTime == 0) break;
-        FF4_TRY(FindSyncBounds(track, bounds.prevTime - 1, &bounds));
-    }
+    FF4_TRY(FindShownSync(track, static_cast<uint64_t>(in), video.presentationStart, &bounds));
     video.first = bounds.prev;
     video.firstTime = bounds.prevTime;
     range->leadIn = static_cast<uint64_t>(in) - bounds.prevTime;
@@ -245,7 +218,7 @@ Mp4Result choose_start(const CMovieInfoType& info, const Request& request, Movie
     Points in{};
     FF4_TRY(points_of(info, request.inMs, &in));
     if (video) {
-        FF4_TRY(presentation_start(info.video, &range->video.presentationStart));
+        FF4_TRY(GetPresentationStart(info.video, &range->video.presentationStart));
         FF4_TRY(start_video(info.video, in.video, range));
     }
     if (audio) {
@@ -325,6 +298,37 @@ Mp4Result FindSyncBounds(const MovieTrackInfo& track, uint64_t target, SyncBound
     return FF4_RET_OK;
 }
 
+Mp4Result GetPresentationStart(const MovieTrackInfo& track, int64_t* start) {
+    *start = 0;
+    bool any = false;
+    for (uint32_t n = 1; n <= kPresentationLook && n <= track.sampleCount; ++n) {
+        uint64_t time = 0;
+        Mp4SampleInfo sample{};
+        FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, n, &time, &sample));
+        if (n > 1 && sample.isSync != 0) break;
+        int64_t shown = 0;
+        FF4_TRY(to_signed(time, &shown));
+        FF4_TRY(add(shown, sample.compositionOffset, &shown));
+        *start = any ? std::min(*start, shown) : shown;
+        any = true;
+    }
+    return FF4_RET_OK;
+}
+
+Mp4Result FindShownSync(const MovieTrackInfo& track, uint64_t target, int64_t presentationStart,
+                        SyncBounds* bounds) {
+    FF4_TRY(FindSyncBounds(track, target, bounds));
+    // Where pictures last unevenly one may be decoded before the point and shown behind it.
+    while (bounds->prevTime > 0) {
+        int64_t offset = 0, lead = 0;
+        FF4_TRY(shown_after(track, bounds->prev, &offset));
+        FF4_TRY(to_signed(target - bounds->prevTime, &lead));
+        if (offset - presentationStart <= lead) break;
+        FF4_TRY(FindSyncBounds(track, bounds->prevTime - 1, bounds));
+    }
+    return FF4_RET_OK;
+}
+
 Mp4Result GetEditOffset(const MovieTrackInfo& track, uint32_t movieTimescale, int64_t* offset) {
     if (!offset) return FF4_RET_ARGS;
     uint64_t empty = 0;  // movie units
@@ -336,7 +340,7 @@ Mp4Result GetEditOffset(const MovieTrackInfo& track, uint32_t movieTimescale, in
         }
         FF4_TRY(mp4_add(empty, edit.segmentDuration, &empty));
     }
-    FF4_TRY(presentation_start(track, &start));
+    FF4_TRY(GetPresentationStart(track, &start));
     if (empty > 0) {
         uint64_t units = 0;
         FF4_TRY(mp4_mul_div(empty, track.timescale, movieTimescale, &units));

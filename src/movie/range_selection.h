@@ -45,6 +45,13 @@ struct SyncBounds {
 };
 Mp4Result FindSyncBounds(const MovieTrackInfo& track, uint64_t target, SyncBounds* bounds);
 
+// The earliest presentation among a track's first samples, up to its second sync sample: what
+// reordered pictures are late by, media units.
+Mp4Result GetPresentationStart(const MovieTrackInfo& track, int64_t* start);
+// As FindSyncBounds, but `prev` is also shown at or before the target, less that lateness.
+Mp4Result FindShownSync(const MovieTrackInfo& track, uint64_t target, int64_t presentationStart,
+                        SyncBounds* bounds);
+
 // What has to be added to a time of the movie, in media units, to get a decoding time of the
 // track. Negative where the track starts late.
 Mp4Result GetEditOffset(const MovieTrackInfo& track, uint32_t movieTimescale, int64_t* offset);
