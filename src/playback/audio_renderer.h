@@ -1,0 +1,22 @@
+// audio_renderer.h - the end of the sound's way: the default sound device, or none.
+#pragma once
+
+#include <string>
+
+#include "playback/gst_handles.h"
+
+namespace tarn {
+
+constexpr char kAudioRendererName[] = "Default DirectSound Device";
+constexpr char kAudioRendererPin[] = "Audio Input pin (rendered)";
+
+// How much treated sound waits in the device's buffer, milliseconds: a change of an effect is
+// heard that much later.
+constexpr int kAudioBufferMs = 60;
+
+// A bin with that pad and an element "volume". `sink` names the factory of the sink; empty takes
+// the platform's first one that can be opened. Without a device the sound is swallowed in its own
+// time, so the picture plays all the same. Null where elements are missing.
+[[nodiscard]] GstElementPtr MakeAudioRenderer(const std::string& sink);
+
+}  // namespace tarn

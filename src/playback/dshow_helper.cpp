@@ -1,0 +1,259 @@
+#include "playback/dshow_helper.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "playback/audio_renderer.h"
+#include "playback/gst_handles.h"
+#include "playback/sound_effect_element.h"
+
+namespace tarn {
+namespace {
+
+constexpr int64_t kUnit = 100;  // nanoseconds
+
+GstState to_gst(int32_t state) {
+    return state == 2 ? GST_STATE_PLAYING : state == 1 ? GST_STATE_PAUSED : GST_STATE_READY;
+}
+
+int32_t from_gst(GstState state) {
+    return state == GST_STATE_PLAYING ? 2 : state == GST_STATE_PAUSED ? 1 : 0;
+}
+
+bool concerns_us(const GstMessage* message) {
+    const GstMessageType types = static_cast<GstMessageType>(
+        GST_MESSAGE_EOS | GST_MESSAGE_ERROR | GST_MESSAGE_CLOCK_LOST | GST_MESSAGE_LATENCY);
+    return (GST_MESSAGE_TYPE(message) & types) != 0;
+}
+
+std::string error_text(GstMessage* message) {
+    GError* error = nullptr;
+    gst_message_parse_error(message, &error, nullptr);
+    std::string text = error->message;
+    g_error_free(error);
+    return text;
+}
+
+}  // namespace
+
+// Tells of events from the threads in which they come up.
+class DShowHelper::Notifier {
+public:
+    void Set(INotifyWindow* window, uint32_t message, intptr_t parameter) {
+        const std::lock_guard lock(m_mutex);
+        m_window = window;
+        m_message = message;
+        m_parameter = parameter;
+    }
+
+    static GstBusSyncReply Handle(GstBus*, GstMessage* message, gpointer data) {
+        // What nobody asks for must not pile up.
+        if (!concerns_us(message)) {
+            gst_message_unref(message);
+            return GST_BUS_DROP;
+        }
+        static_cast<Notifier*>(data)->Post();
+        return GST_BUS_PASS;
+    }
+
+private:
+    void Post() {
+        const std::lock_guard lock(m_mutex);
+        if (m_window) m_window->PostMessage(m_message, m_parameter);
+    }
+
+    std::mutex m_mutex;
+    INotifyWindow* m_window = nullptr;
+    uint32_t m_message = 0;
+    intptr_t m_parameter = 0;
+};
+
+DShowHelper::DShowHelper() : m_notifier(std::make_unique<Notifier>()) {}
+
+DShowHelper::~DShowHelper() {
+    DShowHelper::ReleaseGraph();
+}
+
+HRESULT DShowHelper::CreateGraph() {
+    if (m_pGraph) return E_ACCESSDENIED;
+    m_reason = "GStreamer can't be started";
+    if (!StartGst()) return E_FAIL;
+    m_reason.clear();
+    m_pGraph = gst_pipeline_new(nullptr);
+    gst_object_ref_sink(m_pGraph);
+    m_pEvent = gst_element_get_bus(m_pGraph);
+    gst_bus_set_sync_handler(m_pEvent, Notifier::Handle, m_notifier.get(), nullptr);
+    return S_OK;
+}
+
+HRESULT DShowHelper::ReleaseGraph() {
+    m_notifier->Set(nullptr, 0, 0);
+    if (!m_pGraph) return S_OK;
+    gst_element_set_state(m_pGraph, GST_STATE_NULL);
+    static_cast<void>(RemoveSoundFilter());
+    gst_bus_set_sync_handler(m_pEvent, nullptr, nullptr, nullptr);
+    gst_object_unref(std::exchange(m_pEvent, nullptr));
+    gst_object_unref(std::exchange(m_pGraph, nullptr));
+    m_events.clear();
+    m_asked = 0;
+    m_pending = -1;
+    m_position = m_duration = 0;
+    m_ended = false;
+    return S_OK;
+}
+
+HRESULT DShowHelper::SetNotifyWindow(INotifyWindow* window, uint32_t message, intptr_t parameter) {
+    if (!m_pGraph) return E_HANDLE;
+    m_notifier->Set(window, message, parameter);
+    return S_OK;
+}
+
+HRESULT DShowHelper::GetDuration(int64_t* duration) const {
+    if (!duration) return E_POINTER;
+    if (!m_pGraph) return E_HANDLE;
+    *duration = m_duration;
+    return S_OK;
+}
+
+HRESULT DShowHelper::GetPosition(int64_t* position) {
+    if (!position) return E_POINTER;
+    if (!m_pGraph) return E_HANDLE;
+    TakeMessages();
+    *position = AskPosition();
+    return S_OK;
+}
+
+int64_t DShowHelper::AskPosition() {
+    if (m_asked == 0) return std::max<int64_t>(m_pending, 0);
+    if (m_ended) return m_duration;
+    gint64 time = 0;
+    // In the middle of a seek nobody can tell; it will be where it was sought to.
+    if (gst_element_query_position(m_pGraph, GST_FORMAT_TIME, &time))
+        m_position = std::clamp<int64_t>(time / kUnit, 0, std::max<int64_t>(m_duration, 0));
+    return m_position;
+}
+
+HRESULT DShowHelper::SetState(int32_t state) {
+    if (!m_pGraph) return E_HANDLE;
+    const bool first = m_asked == 0 && state != 0;
+    // A place to start at can only be taken once the graph has got data.
+    const int64_t start = first ? std::exchange(m_pending, -1) : -1;
+    const GstState target = start > 0 ? GST_STATE_PAUSED : to_gst(state);
+    m_asked = state;
+    if (gst_element_set_state(m_pGraph, target) == GST_STATE_CHANGE_FAILURE) {
+        TakeMessages();
+        return E_FAIL;
+    }
+    if (start <= 0) return S_OK;
+    constexpr GstClockTime kPrerollTime = 10 * GST_SECOND;
+    gst_element_get_state(m_pGraph, nullptr, nullptr, kPrerollTime);
+    const HRESULT result = SetPositions(start, -1);
+    if (Failed(result) || state == 1) return result;
+    const bool failed = gst_element_set_state(m_pGraph, to_gst(state)) == GST_STATE_CHANGE_FAILURE;
+    return failed ? E_FAIL : S_OK;
+}
+
+HRESULT DShowHelper::GetState(int timeoutMs, int32_t* state) {
+    if (!state) return E_POINTER;
+    if (!m_pGraph) return E_HANDLE;
+    GstState current = GST_STATE_NULL;
+    const GstStateChangeReturn result = gst_element_get_state(
+        m_pGraph, &current, nullptr, static_cast<GstClockTime>(timeoutMs) * GST_MSECOND);
+    TakeMessages();
+    if (result == GST_STATE_CHANGE_FAILURE) {
+        *state = 0;
+        return E_FAIL;
+    }
+    *state = result == GST_STATE_CHANGE_ASYNC ? m_asked : from_gst(current);
+    return result == GST_STATE_CHANGE_ASYNC ? VFW_S_STATE_INTERMEDIATE : S_OK;
+}
+
+HRESULT DShowHelper::SetPositions(int64_t position, int64_t stop) {
+    if (!m_pGraph) return E_HANDLE;
+    // The very end has no picture any more.
+    const int64_t target = std::clamp<int64_t>(position, 0, std::max<int64_t>(m_duration - 1, 0));
+    if (m_asked == 0) {
+        m_pending = target;
+        return S_OK;
+    }
+    const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
+    const bool sought =
+        gst_element_seek(m_pGraph, 1.0, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, target * kUnit,
+                         stop < 0 ? GST_SEEK_TYPE_NONE : GST_SEEK_TYPE_SET,
+                         stop < 0 ? -1 : stop * kUnit) != FALSE;
+    if (!sought) return E_FAIL;
+    m_position = target;
+    m_ended = false;
+    return S_OK;
+}
+
+// Sorts what the graph has reported since the last look.
+void DShowHelper::TakeMessages() {
+    while (const GstMessagePtr message{gst_bus_pop(m_pEvent)}) {
+        switch (GST_MESSAGE_TYPE(message.get())) {
+            case GST_MESSAGE_EOS:
+                m_ended = true;
+                m_events.push_back({EC_COMPLETE, {}});
+                break;
+            case GST_MESSAGE_ERROR:
+                m_reason = error_text(message.get());
+                m_events.push_back({EC_ERRORABORT, m_reason});
+                break;
+            case GST_MESSAGE_LATENCY:
+                gst_bin_recalculate_latency(GST_BIN(m_pGraph));
+                break;
+            case GST_MESSAGE_CLOCK_LOST:
+                if (m_asked != 2) break;
+                gst_element_set_state(m_pGraph, GST_STATE_PAUSED);
+                gst_element_set_state(m_pGraph, GST_STATE_PLAYING);
+                break;
+            default:
+                break;
+        }
+    }
+}
+
+bool DShowHelper::NextEvent(GraphEvent* event) {
+    if (!m_pGraph) return false;
+    TakeMessages();
+    if (m_events.empty()) return false;
+    *event = std::move(m_events.front());
+    m_events.pop_front();
+    return true;
+}
+
+HRESULT DShowHelper::InsertSoundFilter() {
+    if (!m_pGraph) return E_HANDLE;
+    if (m_pSoundFilter) return S_FALSE;
+    const GstElementPtr device(gst_bin_get_by_name(GST_BIN(m_pGraph), kAudioRendererName));
+    if (!device) return E_FAIL;
+    const GstPadPtr input(gst_element_get_static_pad(device.get(), kAudioRendererPin));
+    const GstPadPtr upstream(gst_pad_get_peer(input.get()));
+    const GstElementPtr effect = MakeSoundEffect();
+    if (!upstream || !effect || !gst_bin_add(GST_BIN(m_pGraph), effect.get())) return E_FAIL;
+    const GstPadPtr in(gst_element_get_static_pad(effect.get(), "sink"));
+    const GstPadPtr out(gst_element_get_static_pad(effect.get(), "src"));
+    gst_pad_unlink(upstream.get(), input.get());
+    if (gst_pad_link(upstream.get(), in.get()) == GST_PAD_LINK_OK &&
+        gst_pad_link(out.get(), input.get()) == GST_PAD_LINK_OK) {
+        m_pSoundFilter = effect.get();
+        return S_OK;
+    }
+    RemoveElement(m_pGraph, effect.get());
+    gst_pad_link(upstream.get(), input.get());
+    return E_FAIL;
+}
+
+HRESULT DShowHelper::RemoveSoundFilter() {
+    if (!m_pGraph) return E_HANDLE;
+    if (!m_pSoundFilter) return S_FALSE;
+    GstElement* effect = std::exchange(m_pSoundFilter, nullptr);
+    const GstPadPtr in(gst_element_get_static_pad(effect, "sink"));
+    const GstPadPtr out(gst_element_get_static_pad(effect, "src"));
+    const GstPadPtr upstream(gst_pad_get_peer(in.get()));
+    const GstPadPtr input(gst_pad_get_peer(out.get()));
+    RemoveElement(m_pGraph, effect);
+    return gst_pad_link(upstream.get(), input.get()) == GST_PAD_LINK_OK ? S_OK : E_FAIL;
+}
+
+}  // namespace tarn

@@ -1,0 +1,90 @@
+// dshow_helper.h - a graph and its control: what the player and the frame extractor are built on.
+//
+// Main thread only. The graph's own threads call nothing here but the notification's posting.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "playback/result_codes.h"
+
+typedef struct _GstElement GstElement;
+typedef struct _GstBus GstBus;
+
+namespace tarn {
+
+// A window that hears of a graph's events. It outlives the graph or is taken away from it first.
+class INotifyWindow {
+public:
+    virtual ~INotifyWindow() = default;
+    // From a streaming thread: queue it and return.
+    virtual void PostMessage(uint32_t message, intptr_t parameter) = 0;
+};
+
+// An event of a graph; `text` says in words what an error was.
+struct GraphEvent {
+    int32_t code;  // EC_*
+    std::string text;
+};
+
+class DShowHelper {
+public:
+    DShowHelper();
+    virtual ~DShowHelper();
+    DShowHelper(const DShowHelper&) = delete;
+    DShowHelper& operator=(const DShowHelper&) = delete;
+
+    // E_ACCESSDENIED when there is a graph already, E_FAIL when GStreamer can't be started.
+    virtual HRESULT CreateGraph();
+    // Stops the graph and lets it go; without one nothing happens.
+    virtual HRESULT ReleaseGraph();
+
+    // Events are told there by this message; null ends it, and no call runs once this is back.
+    HRESULT SetNotifyWindow(INotifyWindow* window, uint32_t message, intptr_t parameter);
+
+    // 100-nanosecond units. E_HANDLE without a graph, E_POINTER without a place to put it.
+    HRESULT GetPosition(int64_t* position);
+    HRESULT GetDuration(int64_t* duration) const;
+
+    // Puts the sound effect in front of the sound device. The graph must be built and stopped. A
+    // graph without sound, or with one that the effect can't take, is left as it was: E_FAIL.
+    HRESULT InsertSoundFilter();
+    HRESULT RemoveSoundFilter();
+
+    // Why the last failure came about, for people; empty where there is nothing to say.
+    const std::string& Reason() const { return m_reason; }
+    GstElement* Graph() const { return m_pGraph; }
+
+protected:
+    // What IMediaControl and IMediaSeeking do; see PlayerController.
+    HRESULT SetState(int32_t state);
+    HRESULT GetState(int timeoutMs, int32_t* state);
+    HRESULT SetPositions(int64_t position, int64_t stop);
+    // The next event without waiting; false when none is left.
+    bool NextEvent(GraphEvent* event);
+    bool HasEnded() const { return m_ended; }
+
+    GstElement* m_pGraph = nullptr;
+    GstBus* m_pEvent = nullptr;
+    GstElement* m_pSoundFilter = nullptr;  // in the graph; null without sound treatment
+    int64_t m_duration = 0;                // 100-nanosecond units
+    std::string m_reason;
+
+private:
+    class Notifier;
+
+    void TakeMessages();
+    int64_t AskPosition();
+
+    std::unique_ptr<Notifier> m_notifier;
+    std::deque<GraphEvent> m_events;
+    int32_t m_asked = 0;     // the state that was last set
+    int64_t m_pending = -1;  // where to start once the graph has been started; -1 for nowhere
+    int64_t m_position = 0;  // the last that the graph told
+    bool m_ended = false;    // all has been played
+};
+
+}  // namespace tarn

@@ -1,0 +1,29 @@
+// movie_graph.h - the source side of a graph: from the file to decoded picture and sound.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "playback/decoder_bins.h"
+#include "playback/gst_handles.h"
+#include "playback/source_splitter.h"
+
+namespace tarn {
+
+// What a source side ends in. Pads are null where the clip has no such track.
+struct DecodedPins {
+    GstPadPtr video, audio;
+    int64_t duration = 0;  // 100-nanosecond units
+};
+
+// Adds "Source Splitter", "Kelo AVC Decoder Light" and "Audio Decoder" to the graph. False, with a
+// `reason` for people, when a part of it is missing or the clip can't be read; what was added then
+// stays until the graph is released.
+[[nodiscard]] bool AddMovieSource(GstElement* graph, const std::string& path, SourceTracks tracks,
+                                  DecoderMode mode, DecodedPins* pins, std::string* reason);
+
+// Adds a WAV file under the name "Source". A source that is there already gets the new path.
+[[nodiscard]] bool AddWaveSource(GstElement* graph, const std::string& path, DecodedPins* pins,
+                                 std::string* reason);
+
+}  // namespace tarn

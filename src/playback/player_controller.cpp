@@ -1,0 +1,154 @@
+#include "playback/player_controller.h"
+
+#include <utility>
+
+#include "app/reference_data.h"
+#include "base/xp_path.h"
+#include "playback/audio_renderer.h"
+#include "playback/gst_handles.h"
+#include "playback/movie_graph.h"
+
+namespace tarn {
+namespace {
+
+// A picture of a large clip may take longer than a pointer should wait for it.
+constexpr int kStateWaitMs = 500;
+
+DecoderMode decoder_mode() {
+    // The decoder's switch is the setting the other way round.
+    return ReferenceData::GetInstance()->m_useHardwareAcceleration ? DecoderMode::kHardware
+                                                                   : DecoderMode::kSoftware;
+}
+
+}  // namespace
+
+PlayerController::~PlayerController() {
+    PlayerController::ReleaseGraph();
+}
+
+HRESULT PlayerController::Open(const std::string& path, INotifyWindow* notifyWindow,
+                               uint32_t notifyMessage, intptr_t notifyParam,
+                               IVideoWindow* videoWindow, const VideoRect* videoRect) {
+    ReleaseGraph();
+    const bool movie = XpPath::HasExtension(path, ".mp4");
+    HRESULT result = CreateGraph();
+    if (!Failed(result)) result = RenderFile(path, movie);
+    if (Failed(result)) {
+        ReleaseGraph();
+        return result;
+    }
+    m_hNotifyWindow = notifyWindow;
+    if (notifyWindow) SetNotifyWindow(notifyWindow, notifyMessage, notifyParam);
+    return videoWindow && m_pRenderer ? SetVideoWindow(videoWindow, videoRect) : S_OK;
+}
+
+HRESULT PlayerController::ReleaseGraph() {
+    if (m_pGraph) DShowHelper::SetState(kStopped);
+    m_state = kStopped;
+    m_hNotifyWindow = nullptr;
+    m_hVideoWindow = nullptr;
+    if (m_pGraph) gst_element_set_state(m_pGraph, GST_STATE_NULL);
+    m_pRenderer.reset();
+    return DShowHelper::ReleaseGraph();
+}
+
+HRESULT PlayerController::CreateRenderer() {
+    if (!m_pGraph) return E_HANDLE;
+    HRESULT result = E_FAIL;
+    m_pRenderer = CreateVideoRenderer(m_pGraph, &result, m_devices.renderers);
+    return result;
+}
+
+HRESULT PlayerController::RenderFile(const std::string& path, bool isMovie) {
+    if (!m_pGraph) return E_HANDLE;
+    return isMovie ? RenderMovie(path) : RenderWave(path);
+}
+
+HRESULT PlayerController::RenderMovie(const std::string& path) {
+    if (Failed(CreateRenderer())) {
+        m_reason = "there is nothing to show pictures with";
+        return E_FAIL;
+    }
+    DecodedPins pins;
+    if (!AddMovieSource(m_pGraph, path, SourceTracks::kAll, decoder_mode(), &pins, &m_reason))
+        return E_FAIL;
+    m_duration = pins.duration;
+    if (pins.audio && Failed(RenderSound(pins.audio.get()))) return E_FAIL;
+    if (pins.video) {
+        const GstPadPtr screen(gst_element_get_static_pad(m_pRenderer->Filter(), "sink"));
+        if (gst_pad_link(pins.video.get(), screen.get()) != GST_PAD_LINK_OK) return E_FAIL;
+    }
+    const HRESULT result = m_pRenderer->FinishGraph(m_pGraph);
+    if (!m_pRenderer->Filter()) m_pRenderer.reset();  // a clip without a picture
+    return result;
+}
+
+HRESULT PlayerController::RenderWave(const std::string& path) {
+    DecodedPins pins;
+    if (!AddWaveSource(m_pGraph, path, &pins, &m_reason)) return E_FAIL;
+    m_duration = pins.duration;
+    return pins.audio ? RenderSound(pins.audio.get()) : S_OK;
+}
+
+HRESULT PlayerController::RenderSound(void* pin) {
+    const GstElementPtr device = MakeAudioRenderer(m_devices.audioSink);
+    m_reason = "no plug-in of GStreamer is there for this: playing sound";
+    if (!device || !gst_bin_add(GST_BIN(m_pGraph), device.get())) return E_FAIL;
+    const GstPadPtr input(gst_element_get_static_pad(device.get(), kAudioRendererPin));
+    if (gst_pad_link(static_cast<GstPad*>(pin), input.get()) != GST_PAD_LINK_OK) return E_FAIL;
+    m_reason.clear();
+    return S_OK;
+}
+
+HRESULT PlayerController::ReadState() {
+    return GetState(kStateWaitMs, &m_state);
+}
+
+HRESULT PlayerController::GetState(int timeoutMs, int32_t* state) {
+    return DShowHelper::GetState(timeoutMs, state);
+}
+
+HRESULT PlayerController::Run() {
+    // All has been played: once more from the start.
+    if (m_pGraph && HasEnded()) SetPositions(0, -1);
+    const HRESULT result = SetState(kRunning);
+    return Failed(result) ? result : ReadState();
+}
+
+HRESULT PlayerController::Pause() {
+    const HRESULT result = SetState(kPaused);
+    return Failed(result) ? result : ReadState();
+}
+
+HRESULT PlayerController::Seek(int64_t position, uint32_t flags, int64_t stop, uint32_t stopFlags) {
+    if (!m_pGraph) return E_HANDLE;
+    if (flags > kRelativePositioning || stopFlags > kAbsolutePositioning) return E_INVALIDARG;
+    int64_t now = 0;
+    if (flags != kAbsolutePositioning) GetPosition(&now);
+    const int64_t target = flags == kAbsolutePositioning   ? position
+                           : flags == kRelativePositioning ? now + position
+                                                           : now;
+    const HRESULT result = SetPositions(target, stopFlags == kAbsolutePositioning ? stop : -1);
+    return Failed(result) || m_state == kStopped ? result : ReadState();
+}
+
+HRESULT PlayerController::SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle) {
+    if (!m_pGraph) return E_HANDLE;
+    m_hVideoWindow = window;
+    return m_pRenderer ? m_pRenderer->SetVideoWindow(window, rectangle) : S_FALSE;
+}
+
+HRESULT PlayerController::ProcessEvents() {
+    if (!m_pGraph) return E_HANDLE;
+    for (GraphEvent event{}; NextEvent(&event);) {
+        if (m_pNotify) m_pNotify(event);
+        if (!m_pGraph) return E_ABORT;  // let go in the callback
+        // What has come to its end shows its last picture and waits for a seek.
+        SetState(kPaused);
+        m_state = kStopped;
+        return event.code == EC_COMPLETE ? S_OK : E_ABORT;
+    }
+    return S_FALSE;
+}
+
+}  // namespace tarn

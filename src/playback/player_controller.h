@@ -1,0 +1,85 @@
+// player_controller.h - a graph that plays a clip: picture into a window, sound to the device.
+//
+// Main thread only. Opening builds the graph and leaves it stopped; what is shown first comes with
+// Pause or Run.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "playback/dshow_helper.h"
+#include "playback/video_renderer.h"
+
+namespace tarn {
+
+enum PlayerState : int32_t { kStopped = 0, kPaused = 1, kRunning = 2 };
+
+// How a seek takes its times.
+enum SeekingFlags : uint32_t {
+    kNoPositioning = 0,
+    kAbsolutePositioning = 1,
+    kRelativePositioning = 2
+};
+
+// What the platform offers is taken unless this says otherwise.
+struct PlayerDevices {
+    std::string
+        audioSink;  // factory of the sound sink; empty: the default device; "fakesink": none
+    std::span<const VideoRendererForm> renderers = kAllRendererForms;
+};
+
+class PlayerController : public DShowHelper {
+public:
+    explicit PlayerController(PlayerDevices devices = {}) : m_devices(std::move(devices)) {}
+    ~PlayerController() override;
+
+    // Takes another clip; one that is open is let go first. Windows may be null and come later.
+    virtual HRESULT Open(const std::string& path, INotifyWindow* notifyWindow,
+                         uint32_t notifyMessage, intptr_t notifyParam, IVideoWindow* videoWindow,
+                         const VideoRect* videoRect);
+    // 100-nanosecond units, held within the clip. Accurate to the picture and the sample; while
+    // paused the picture of that time is shown when this returns, if that took no longer than half
+    // a second. E_INVALIDARG for flags that it does not know.
+    virtual HRESULT Seek(int64_t position, uint32_t flags, int64_t stop, uint32_t stopFlags);
+
+    HRESULT ReleaseGraph() override;
+    HRESULT CreateRenderer();
+    HRESULT RenderFile(const std::string& path, bool isMovie);
+
+    HRESULT Run();
+    HRESULT Pause();
+    // Waits for a change that is under way, so long at most. VFW_S_STATE_INTERMEDIATE when it
+    // still is.
+    HRESULT GetState(int timeoutMs, int32_t* state);
+    int32_t State() const { return m_state; }
+
+    HRESULT SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle);
+    CVideoRenderer* Renderer() const { return m_pRenderer.get(); }  // null without a picture
+
+    // Hears of each event in ProcessEvents.
+    using EventCallback = std::function<void(const GraphEvent&)>;
+    void SetEventCallback(EventCallback callback) { m_pNotify = std::move(callback); }
+    // S_OK at the end of the clip, E_ABORT after an error or when the user closed the window,
+    // S_FALSE when no event is left.
+    HRESULT ProcessEvents();
+
+protected:
+    int32_t m_state = kStopped;
+    std::unique_ptr<CVideoRenderer> m_pRenderer;
+    EventCallback m_pNotify;
+    INotifyWindow* m_hNotifyWindow = nullptr;
+    IVideoWindow* m_hVideoWindow = nullptr;
+
+private:
+    HRESULT RenderMovie(const std::string& path);
+    HRESULT RenderWave(const std::string& path);
+    HRESULT RenderSound(void* pin);
+    HRESULT ReadState();
+
+    PlayerDevices m_devices;
+};
+
+}  // namespace tarn

@@ -1,0 +1,212 @@
+#include "playback/track_feed.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+
+#include "movie/movie_text.h"
+#include "movie/range_selection.h"
+#include "movie/track_selection.h"
+
+namespace tarn {
+namespace {
+
+constexpr int64_t kSecond = 1'000'000'000;
+// Pictures are reordered within 16 frames at most (ISO/IEC 14496-10, A.3.1).
+constexpr size_t kReorder = 17;
+// What a sound decoder has to have heard before it gives a sample whole.
+constexpr uint32_t kWarmUpSamples = 2;
+// Times in media units stay within this, so that sums of a few of them fit.
+constexpr int64_t kFarthest = INT64_MAX / 8;
+constexpr uint32_t kPcmRun = 1024;  // frames handed on together, as AAC has it
+
+__extension__ typedef __int128 Wide;
+
+// value * mul / div, rounded down, held within 64 bits.
+int64_t scale_down(int64_t value, int64_t mul, int64_t div) {
+    const Wide product = Wide{value} * mul;
+    Wide quotient = product / div;
+    if (product % div < 0) --quotient;
+    return static_cast<int64_t>(std::clamp<Wide>(quotient, -kFarthest, kFarthest));
+}
+
+MovieCode described(MovieCode code, int systemError, std::string* reason) {
+    if (code != kMovieOk) *reason = MovieCodeText(code, systemError);
+    return code;
+}
+
+}  // namespace
+
+MovieCode TrackFeed::Open(const std::string& path, Kind kind, std::string* reason) {
+    m_kind = kind;
+    if (!m_clip.Open(path, reason)) return movie_code(FF4_RET_FORMAT);
+    const ClipSession::Tracks tracks = m_clip.ChooseTracks();
+    m_track.session = m_clip.get();
+    m_track.trackNumber = kind == Kind::kVideo ? tracks.video : tracks.audio;
+    if (m_track.trackNumber == 0) return described(kMovieNoTrack, 0, reason);
+    MOVIE_TRY(described(OpenTrack(), 0, reason));
+    return described(SeekTo(0, m_movieEnd), 0, reason);
+}
+
+MovieCode TrackFeed::OpenTrack() {
+    Mp4ReadSession* session = m_track.session;
+    MOVIE_TRY(mp4_open_track(session, m_track.trackNumber));
+    MOVIE_TRY(ReadTrackInfo(&m_track));
+    if (m_kind == Kind::kVideo)
+        MOVIE_TRY(ReadVideoDescriptions(session, m_track.trackNumber, &m_video));
+    else
+        MOVIE_TRY(ReadAudioDescriptions(session, m_track.trackNumber, &m_audio));
+    if (m_video.empty() && m_audio.empty()) return movie_code(FF4_RET_FORMAT);
+    m_movieEnd = scale_down(
+        static_cast<int64_t>(std::min<uint64_t>(m_clip.GetDurationMs(), INT64_MAX / kSecond)),
+        kSecond, 1000);
+    if (m_track.sampleCount == 0) return kMovieOk;
+    uint64_t start = 0;
+    Mp4SampleInfo first{};
+    MOVIE_TRY(mp4_get_numbered_sample(session, m_track.trackNumber, 1, &start, &first));
+    m_track.defaultDuration = first.duration;
+    MOVIE_TRY(GetPresentationStart(m_track, &m_presentationStart));
+    int64_t offset = 0;
+    MOVIE_TRY(GetEditOffset(m_track, session->index.movie.timescale, &offset));
+    if (__builtin_add_overflow(offset, m_presentationStart, &m_shift) || m_shift > kFarthest ||
+        m_shift < -kFarthest || std::abs(m_presentationStart) > kFarthest)
+        return movie_code(FF4_RET_OVERFLOW);
+    return kMovieOk;
+}
+
+int64_t TrackFeed::ToNs(int64_t units) const {
+    return scale_down(units - m_shift, kSecond, m_track.timescale);
+}
+
+int64_t TrackFeed::ToUnits(int64_t time) const {
+    return scale_down(time, m_track.timescale, kSecond) + m_shift;
+}
+
+void TrackFeed::GetFrameRate(uint32_t* numerator, uint32_t* denominator) const {
+    *numerator = 0;
+    *denominator = 1;
+    const uint64_t count = m_track.sampleCount, length = m_track.duration;
+    if (count == 0 || length / count > INT_MAX || length < count) return;
+    // Evenly spaced pictures have a rate of two small numbers.
+    if (length == count * m_track.defaultDuration && m_track.timescale <= INT_MAX) {
+        *numerator = m_track.timescale;
+        *denominator = static_cast<uint32_t>(m_track.defaultDuration);
+        return;
+    }
+    const double rate =
+        static_cast<double>(count) * m_track.timescale / static_cast<double>(length);
+    if (rate < 1 || rate > 1000) return;
+    *numerator = static_cast<uint32_t>(rate * 1000 + 0.5);
+    *denominator = 1000;
+}
+
+MovieCode TrackFeed::SeekTo(int64_t time, int64_t end) {
+    m_rows.clear();
+    m_next = 0;
+    m_looked = 1;
+    m_end = std::min(end, m_movieEnd);
+    // As a decoding time: what is shown then was decoded that much earlier.
+    const int64_t units = ToUnits(time) - m_presentationStart;
+    if (m_track.sampleCount == 0 || units <= 0) return kMovieOk;
+    return m_kind == Kind::kVideo ? SeekVideo(units) : SeekAudio(units);
+}
+
+MovieCode TrackFeed::SeekVideo(int64_t units) {
+    // Behind the last picture that one stays.
+    const uint64_t last = m_track.duration > 0 ? m_track.duration - 1 : 0;
+    SyncBounds bounds{};
+    MOVIE_TRY(FindShownSync(m_track, std::min(static_cast<uint64_t>(units), last),
+                            m_presentationStart, &bounds));
+    m_looked = bounds.prev;
+    return kMovieOk;
+}
+
+MovieCode TrackFeed::SeekAudio(int64_t units) {
+    const auto target = static_cast<uint64_t>(units);
+    if (target >= m_track.duration) {
+        m_looked = m_track.sampleCount + 1;
+        return kMovieOk;
+    }
+    uint32_t number = 1;
+    MOVIE_TRY(mp4_get_sample_number_at_time(m_track.session, m_track.trackNumber, target, &number));
+    const uint32_t back = IsPcm() ? 0 : kWarmUpSamples;
+    m_looked = number > back ? number - back : 1;
+    return kMovieOk;
+}
+
+bool TrackFeed::IsPcm() const {
+    return !m_audio.empty() &&
+           (m_audio[0].entry.format == fourcc("twos") || m_audio[0].entry.format == fourcc("sowt"));
+}
+
+// Looks up the samples that follow the next one, so that the time of the picture behind it is
+// known.
+MovieCode TrackFeed::Look(size_t ahead) {
+    while (m_rows.size() <= m_next + ahead && m_looked <= m_track.sampleCount) {
+        Row row{m_looked, 0, 0, {}};
+        uint64_t time = 0;
+        MOVIE_TRY(mp4_get_numbered_sample(m_track.session, m_track.trackNumber, row.number, &time,
+                                          &row.info));
+        if (time > static_cast<uint64_t>(kFarthest)) return movie_code(FF4_RET_OVERFLOW);
+        row.decoded = static_cast<int64_t>(time);
+        row.shown = row.decoded + row.info.compositionOffset;
+        m_rows.push_back(row);
+        ++m_looked;
+    }
+    for (; m_next > kReorder; --m_next)
+        m_rows.pop_front();
+    return kMovieOk;
+}
+
+// The earliest of the neighbours that are shown later; -1 behind the last picture.
+int64_t TrackFeed::NextShown(const Row& row) const {
+    int64_t next = INT64_MAX;
+    for (const Row& other : m_rows)
+        if (other.shown > row.shown) next = std::min(next, other.shown);
+    return next == INT64_MAX ? -1 : next;
+}
+
+// One sample, or as many frames of PCM as lie together.
+MovieCode TrackFeed::ReadRun(const Row& row, FeedSample* sample, uint32_t* count) {
+    *count = 1;
+    if (IsPcm()) {
+        MOVIE_TRY(mp4_get_alike_samples(m_track.session, m_track.trackNumber, row.number, count));
+        *count = std::clamp<uint32_t>(*count, 1, kPcmRun);
+    }
+    return m_clip.ReadBytes(row.info.offset, uint64_t{row.info.size} * *count, &sample->data,
+                            &m_systemError);
+}
+
+uint32_t TrackFeed::DescriptionOf(uint32_t index) const {
+    const size_t count = std::max(m_video.size(), m_audio.size());
+    return index >= 1 && index <= count ? index - 1 : 0;
+}
+
+MovieCode TrackFeed::Next(FeedSample* sample) {
+    const bool video = m_kind == Kind::kVideo;
+    MOVIE_TRY(Look(video ? kReorder : 0));
+    if (m_next >= m_rows.size()) return kMovieEndOfSamples;
+    const Row row = m_rows[m_next];
+    if (ToNs(row.decoded) >= m_end) return kMovieEndOfSamples;
+    uint32_t count = 1;
+    MOVIE_TRY(ReadRun(row, sample, &count));
+    sample->shown = ToNs(row.shown);
+    sample->decoded = ToNs(row.decoded);
+    sample->isSync = !video || row.info.isSync != 0;
+    sample->description = DescriptionOf(row.info.descriptionIndex);
+    int64_t until = row.shown + int64_t{row.info.duration} * count;
+    if (video && NextShown(row) >= 0) until = NextShown(row);
+    sample->duration = ToNs(until) - sample->shown;
+    if (video && NextShown(row) < 0)
+        sample->duration = std::max(sample->duration, m_movieEnd - sample->shown);
+    if (count > 1) {  // the rest of the run is done
+        m_rows.clear();
+        m_next = 0;
+        m_looked = row.number + count;
+    } else {
+        ++m_next;
+    }
+    return kMovieOk;
+}
+
+}  // namespace tarn

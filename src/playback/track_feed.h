@@ -1,0 +1,86 @@
+// track_feed.h - one track of a movie as a player wants it: samples in decoding order, from any
+// time on, with the times at which they are shown.
+//
+// Times are nanoseconds of the movie's own timeline, the one that cuts are made on: edit lists and
+// the delay of reordered pictures are taken into account. They are negative where a sample lies
+// before the movie's start. A feed has a session of its own; one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "movie/clip_session.h"
+#include "movie/movie_info.h"
+#include "movie/samples.h"
+
+namespace tarn {
+
+struct FeedSample {
+    std::vector<uint8_t> data;
+    int64_t shown = 0, decoded = 0;  // when
+    // Until the next picture is shown, or the sound goes on. The last picture lasts to the end of
+    // the movie at least.
+    int64_t duration = 0;
+    bool isSync = false;
+    uint32_t description = 0;  // position in the list of descriptions, from 0
+};
+
+class TrackFeed {
+public:
+    enum class Kind { kVideo, kAudio };
+
+    // kMovieNoTrack where the movie has no such track; other failures leave `reason` for people.
+    MovieCode Open(const std::string& path, Kind kind, std::string* reason);
+
+    Kind TrackKind() const { return m_kind; }
+    const std::vector<CVideoSampleDescriptionInfo>& Video() const { return m_video; }
+    const std::vector<CAudioSampleDescriptionInfo>& Audio() const { return m_audio; }
+    // Pictures a second, as a fraction of the track's length; 0 / 1 when it can't be told.
+    void GetFrameRate(uint32_t* numerator, uint32_t* denominator) const;
+    int64_t DurationNs() const { return m_movieEnd; }  // of the movie
+
+    // Goes to where decoding has to begin so that what is shown at `time` comes out whole: the
+    // sync sample before a picture, a few samples before a sound. `end`: nothing that is decoded
+    // at or behind it is given.
+    MovieCode SeekTo(int64_t time, int64_t end);
+    // kMovieEndOfSamples at the end, kMovieSystem when reading failed (SystemError tells).
+    MovieCode Next(FeedSample* sample);
+    int SystemError() const { return m_systemError; }
+
+private:
+    // A sample in the neighbourhood of the next one.
+    struct Row {
+        uint32_t number;
+        int64_t decoded, shown;  // media units
+        Mp4SampleInfo info;
+    };
+
+    MovieCode OpenTrack();
+    MovieCode SeekVideo(int64_t units);
+    MovieCode SeekAudio(int64_t units);
+    MovieCode Look(size_t ahead);
+    MovieCode ReadRun(const Row& row, FeedSample* sample, uint32_t* count);
+    uint32_t DescriptionOf(uint32_t index) const;
+    bool IsPcm() const;
+    int64_t NextShown(const Row& row) const;
+    int64_t ToNs(int64_t units) const;
+    int64_t ToUnits(int64_t time) const;
+
+    ClipSession m_clip;
+    Kind m_kind = Kind::kVideo;
+    MovieTrackInfo m_track;
+    std::vector<CVideoSampleDescriptionInfo> m_video;
+    std::vector<CAudioSampleDescriptionInfo> m_audio;
+    int64_t m_shift = 0;              // of a time in media units that is 0 in the movie
+    int64_t m_presentationStart = 0;  // media units
+    int64_t m_movieEnd = 0;
+    int64_t m_end = 0;
+    uint32_t m_looked = 1;   // the next number to be looked up
+    std::deque<Row> m_rows;  // passed ones, the next, and those that follow
+    size_t m_next = 0;       // of them, the one that is read next
+    int m_systemError = 0;
+};
+
+}  // namespace tarn

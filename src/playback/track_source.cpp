@@ -1,0 +1,162 @@
+#include "playback/track_source.h"
+
+#include <gst/base/gstpushsrc.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "base/xp_path.h"
+#include "movie/movie_text.h"
+
+namespace tarn {
+namespace {
+
+struct SourceState {
+    std::unique_ptr<TrackFeed> feed;
+    std::string path;
+    FeedSample sample;
+    uint32_t described = UINT32_MAX;  // the description that the caps tell of
+    bool jumped = true;               // the next sample follows a seek
+};
+
+// An instance of the element's class.
+struct TrackSource {
+    GstPushSrc parent;
+    SourceState* state;
+};
+
+GstBaseSrcClass* g_parentClass = nullptr;
+
+// Of all timestamps: what comes before the movie's start has a positive time, too.
+constexpr int64_t kTimeBase = int64_t{1000} * 3600 * GST_SECOND;
+
+TrackSource* self_of(void* object) {
+    return static_cast<TrackSource*>(object);
+}
+
+GstClockTime stamp(int64_t time) {
+    return static_cast<GstClockTime>(std::max<int64_t>(time + kTimeBase, 0));
+}
+
+GstFlowReturn fail(TrackSource* self, MovieCode code) {
+    const SourceState& state = *self->state;
+    const std::string reason =
+        XpPath::Printable(state.path) + ": " + MovieCodeText(code, state.feed->SystemError());
+    GST_ELEMENT_ERROR(self, RESOURCE, READ, ("%s", reason.c_str()), (nullptr));
+    return GST_FLOW_ERROR;
+}
+
+// Tells downstream the form of the samples when another description begins.
+bool describe(TrackSource* self, uint32_t index) {
+    SourceState& state = *self->state;
+    if (index == state.described) return true;
+    const GstCapsPtr caps = MakeTrackCaps(*state.feed, index);
+    state.described = index;
+    return caps && gst_base_src_set_caps(GST_BASE_SRC(self), caps.get());
+}
+
+GstBuffer* to_buffer(SourceState& state) {
+    const FeedSample& sample = state.sample;
+    GstBuffer* buffer = gst_buffer_new_memdup(sample.data.data(), sample.data.size());
+    GST_BUFFER_PTS(buffer) = stamp(sample.shown);
+    GST_BUFFER_DTS(buffer) = stamp(sample.decoded);
+    GST_BUFFER_DURATION(buffer) = static_cast<GstClockTime>(std::max<int64_t>(sample.duration, 0));
+    if (!sample.isSync) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
+    if (std::exchange(state.jumped, false)) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
+    return buffer;
+}
+
+GstFlowReturn create(GstPushSrc* source, GstBuffer** buffer) {
+    TrackSource* self = self_of(source);
+    const MovieCode code = self->state->feed->Next(&self->state->sample);
+    if (code == kMovieEndOfSamples) return GST_FLOW_EOS;
+    if (code != kMovieOk) return fail(self, code);
+    if (!describe(self, self->state->sample.description)) return GST_FLOW_NOT_NEGOTIATED;
+    *buffer = to_buffer(*self->state);
+    return GST_FLOW_OK;
+}
+
+// Called at the start and for each seek. The segment's stop is one that was asked for, or the last
+// one, which lies behind the movie's end by the offset.
+gboolean do_seek(GstBaseSrc* source, GstSegment* segment) {
+    TrackSource* self = self_of(source);
+    TrackFeed& feed = *self->state->feed;
+    if (segment->rate <= 0) return FALSE;
+    const auto target = static_cast<int64_t>(segment->time);
+    const guint64 length = static_cast<guint64>(feed.DurationNs());
+    const auto end = static_cast<int64_t>(std::min(segment->stop, length));
+    if (feed.SeekTo(target, end) != kMovieOk) return FALSE;
+    segment->start = segment->position = stamp(target);
+    segment->stop = stamp(std::max(end, target));
+    self->state->jumped = true;
+    return TRUE;
+}
+
+gboolean answer_query(GstBaseSrc* source, GstQuery* query) {
+    const int64_t length = self_of(source)->state->feed->DurationNs();
+    GstFormat format = GST_FORMAT_UNDEFINED;
+    switch (GST_QUERY_TYPE(query)) {
+        case GST_QUERY_DURATION:
+            gst_query_parse_duration(query, &format, nullptr);
+            if (format != GST_FORMAT_TIME) return FALSE;
+            gst_query_set_duration(query, format, length);
+            return TRUE;
+        case GST_QUERY_SEEKING:
+            gst_query_parse_seeking(query, &format, nullptr, nullptr, nullptr);
+            if (format != GST_FORMAT_TIME) return FALSE;
+            gst_query_set_seeking(query, format, TRUE, 0, length);
+            return TRUE;
+        default:
+            return g_parentClass->query(source, query);
+    }
+}
+
+gboolean always(GstBaseSrc*) {
+    return TRUE;
+}
+
+void finalize(GObject* object) {
+    delete self_of(object)->state;
+    G_OBJECT_CLASS(g_parentClass)->finalize(object);
+}
+
+void init_class(gpointer type, gpointer) {
+    g_parentClass = GST_BASE_SRC_CLASS(g_type_class_peek_parent(type));
+    G_OBJECT_CLASS(type)->finalize = finalize;
+    GstElementClass* element = GST_ELEMENT_CLASS(type);
+    gst_element_class_set_static_metadata(element, "Movie track", "Source/File",
+                                          "Gives one track of a movie", "Tarn studio");
+    gst_element_class_add_pad_template(element,
+                                       gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS,
+                                                            GstCapsPtr(gst_caps_new_any()).get()));
+    GstBaseSrcClass* source = GST_BASE_SRC_CLASS(type);
+    source->do_seek = do_seek;
+    source->is_seekable = always;
+    source->query = answer_query;
+    GST_PUSH_SRC_CLASS(type)->create = create;
+}
+
+void init_instance(GTypeInstance* instance, gpointer) {
+    gst_base_src_set_format(GST_BASE_SRC(instance), GST_FORMAT_TIME);
+    // Pictures come in the order of decoding: one that ends the movie isn't the last of all.
+    gst_base_src_set_automatic_eos(GST_BASE_SRC(instance), FALSE);
+}
+
+GType source_type() {
+    static const GType type =
+        g_type_register_static_simple(GST_TYPE_PUSH_SRC, "TarnTrackSource", sizeof(GstPushSrcClass),
+                                      init_class, sizeof(TrackSource), init_instance, GTypeFlags{});
+    return type;
+}
+
+}  // namespace
+
+GstElementPtr MakeTrackSource(std::unique_ptr<TrackFeed> feed, const std::string& path) {
+    if (!MakeTrackCaps(*feed, 0)) return nullptr;
+    auto* source = static_cast<GstElement*>(g_object_new(source_type(), nullptr));
+    gst_object_ref_sink(source);
+    self_of(source)->state = new SourceState{std::move(feed), path, {}};
+    return GstElementPtr(source);
+}
+
+}  // namespace tarn
