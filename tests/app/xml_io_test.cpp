@@ -1,7 +1,6 @@
 #include "app/xml_io.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -15,25 +14,22 @@ std::string table(const std::string& language, const std::string& more = "") {
            "</dict></plist>";
 }
 
-TEST(XMLIO, AnswersFromItsFile) {
+TEST(XMLIO, AnswersFromItsFiles) {
     const TempDir dir;
     EXPECT_EQ(XMLIO(dir.Path("")).GetString("Language"), "") << "no file";
-    dir.Write("Strings.xml", table("German",
-                                   "<key>A</key><string>first</string><key>A</key><string>second"
-                                   "</string><key>B</key><string></string><key>B</key><string>"
-                                   "<![CDATA[]]></string><key>C</key><string>a&amp;b</string>"));
-    const XMLIO strings(dir.Path(""));
-    EXPECT_EQ(strings.GetLanguage(), "German");
-    EXPECT_EQ(strings.GetLocaleName(), "de-DE");
-    EXPECT_EQ(strings.GetString("A"), "first");
-    EXPECT_EQ(strings.GetString("B"), "");
-    EXPECT_EQ(strings.GetString("C"), "a&b");
-    EXPECT_EQ(strings.GetString("a"), "") << "no key of that case";
-    EXPECT_EQ(strings.GetVersionText(), "");
+    dir.Write("Strings.xml",
+              table("German",
+                    "<key>A</key><string>a&amp;b</string><key>A</key><string>second</string>"
+                    "<key>B</key><string><![CDATA[]]></string><key>B</key><string>b</string>"));
     dir.Write("Version.txt", "1.2.3\r\nbuilt today\n");
+    const XMLIO strings(dir.Path(""));
+    EXPECT_EQ(strings.GetLocaleName(), "de-DE");
+    EXPECT_EQ(strings.GetString("A"), "a&b");
+    EXPECT_EQ(strings.GetString("B"), "b") << "an empty text is none";
+    EXPECT_EQ(strings.GetString("a"), "");
     EXPECT_EQ(strings.GetVersionText(), "1.2.3");
 
-    ASSERT_EQ(mkdir(dir.Path("a*b").c_str(), 0700), 0);
+    std::filesystem::create_directories(dir.Path("a*b"));
     dir.Write("a*b/Strings.xml", table("German"));
     EXPECT_EQ(XMLIO(dir.Path("a*b")).GetLanguage(), "");
 }
@@ -56,11 +52,9 @@ TEST(XMLIO, FontFollowsLanguageAndScreen) {
     EXPECT_EQ(strings.GetLocaleName(), "") << "locale names go by the letter, fonts don't";
     EXPECT_EQ(strings.MakeFont(96).face, "Meiryo");
     EXPECT_EQ(XMLIO(dir.Path("none")).MakeFont(96).face, "Segoe UI");
-    const struct {
-        int dpi, delta, height;
-    } cases[] = {{96, 0, -12}, {144, 0, -18}, {100, 0, -12}, {120, -2, -17}, {0, 5, -12}};
-    for (const auto& c : cases)
-        EXPECT_EQ(strings.MakeFont(c.dpi, c.delta).height, c.height);
+    const int cases[][3] = {{96, 0, -12}, {100, 0, -12}, {120, -2, -17}, {0, 5, -12}};
+    for (const auto& [dpi, delta, height] : cases)
+        EXPECT_EQ(strings.MakeFont(dpi, delta).height, height) << dpi;
 }
 
 }  // namespace
