@@ -44,11 +44,14 @@ std::shared_ptr<XMLIO> XMLIO::GetInstance() {
 
 XMLIO::XMLIO() : XMLIO(GetResourceFolder(), LanguageOfLocale(UserLocale())) {}
 
-XMLIO::XMLIO(const std::string& folder, std::string_view language) : m_folder(folder) {
+// Without /proc nobody knows where the program lies. An empty name must not become the current
+// folder, in which anybody's files may be.
+XMLIO::XMLIO(const std::string& folder, std::string_view language)
+    : m_folder(folder.empty() ? "/" : folder) {
     try {
         const std::string own = "strings/" + std::string(language) + "/" + kFileName;
-        m_loaded = (!language.empty() && Load(XpPath::Join(folder, own))) ||
-                   Load(XpPath::Join(folder, kFileName));
+        m_loaded = (!language.empty() && Load(XpPath::Join(m_folder, own))) ||
+                   Load(XpPath::Join(m_folder, kFileName));
         if (m_loaded) m_language = GetString("Language");
     } catch (const std::exception&) {
         m_loaded = false;  // no memory for the table
@@ -86,6 +89,7 @@ std::string XMLIO::GetModuleFolder() {
 
 std::string XMLIO::GetResourceFolder() {
     std::string program = GetModuleFolder();
+    if (program.empty()) return program;
     for (const char* place : kPlaces) {
         std::string folder = *place ? XpPath::Join(program, place) : program;
         if (can_read(XpPath::Join(folder, kFileName))) return folder;

@@ -40,7 +40,8 @@ public:
     static bool IsChineseLocale();
 
     // The folder of the running program, and the one with its texts, help and version: the first
-    // of the program's folder and its share folder with a Strings.xml. Without a closing slash.
+    // of the program's folder and its share folder with a Strings.xml. Without a closing slash;
+    // empty where the system doesn't say.
     static std::string GetModuleFolder();
     static std::string GetResourceFolder();
 

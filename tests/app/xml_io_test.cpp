@@ -29,6 +29,11 @@ TEST(XMLIO, AnswersFromItsFiles) {
     EXPECT_EQ(strings.GetString("a"), "");
     EXPECT_EQ(strings.GetVersionText(), "1.2.3");
 
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(dir.Path(""));
+    EXPECT_EQ(XMLIO("").GetLanguage() + XMLIO("").GetVersionText(), "") << "the current folder";
+    std::filesystem::current_path(before);
+
     std::filesystem::create_directories(dir.Path("a*b"));
     dir.Write("a*b/Strings.xml", table("German"));
     EXPECT_EQ(XMLIO(dir.Path("a*b")).GetLanguage(), "");
