@@ -1,8 +1,18 @@
 #include "playback/bin_renderer.h"
 
+#include <algorithm>
+#include <thread>
 #include <utility>
 
 namespace tarn {
+
+GstElement* AddConverter(GstElement* bin, const char* factory) {
+    constexpr unsigned kMaxThreads = 4;
+    GstElement* converter = AddElement(bin, factory);
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    if (converter) g_object_set(converter, "n-threads", std::min(cores, kMaxThreads), nullptr);
+    return converter;
+}
 
 BinRenderer::~BinRenderer() {
     RemoveFromGraph();

@@ -9,6 +9,9 @@
 
 namespace tarn {
 
+// A "videoconvert" or "videoscale" that works on several cores; null where there is none.
+[[nodiscard]] GstElement* AddConverter(GstElement* bin, const char* factory);
+
 class BinRenderer : public CVideoRenderer {
 public:
     ~BinRenderer() override;

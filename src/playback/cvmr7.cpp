@@ -3,9 +3,7 @@
 #include <gst/app/gstappsink.h>
 #include <gst/video/video.h>
 
-#include <algorithm>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include "playback/letterbox.h"
@@ -55,7 +53,6 @@ namespace {
 
 // A frame may come this late before it is left out, unless none was shown for a second.
 constexpr int64_t kMaxLateness = 20 * GST_MSECOND;
-constexpr unsigned kMaxConvertThreads = 4;
 
 // 100-nanosecond units, as the player counts; 0 where the frame bears no time.
 int64_t StreamTime(GstSample* sample, const GstBuffer* buffer) {
@@ -108,15 +105,13 @@ CVMR7::~CVMR7() {
 GstElementPtr CVMR7::Build(HRESULT* result) {
     using Keeper = std::shared_ptr<LatestFrame>;
     GstElementPtr bin = MakeBin(Name());
-    GstElement* convert = AddElement(bin.get(), "videoconvert");
+    GstElement* convert = AddConverter(bin.get(), "videoconvert");
     GstElement* sink = AddElement(bin.get(), "appsink");
     if (!convert || !sink || !gst_element_link(convert, sink) ||
         !AddGhostPad(bin.get(), convert, "sink", "sink")) {
         *result = E_FAIL;
         return nullptr;
     }
-    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-    g_object_set(convert, "n-threads", std::min(cores, kMaxConvertThreads), nullptr);
     SetUpSink(sink);
 
     m_latest = std::make_shared<LatestFrame>();

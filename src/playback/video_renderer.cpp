@@ -2,13 +2,19 @@
 
 #include <new>
 
+#include "playback/cevr.h"
 #include "playback/cvmr7.h"
+#include "playback/cvmr9.h"
 
 namespace tarn {
 namespace {
 
 std::unique_ptr<CVideoRenderer> MakeRenderer(VideoRendererForm form) {
     switch (form) {
+        case VideoRendererForm::CEVR:
+            return std::unique_ptr<CVideoRenderer>(new (std::nothrow) CEVR);
+        case VideoRendererForm::CVMR9:
+            return std::unique_ptr<CVideoRenderer>(new (std::nothrow) CVMR9);
         case VideoRendererForm::CVMR7:
             return std::unique_ptr<CVideoRenderer>(new (std::nothrow) CVMR7);
     }

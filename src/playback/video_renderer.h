@@ -92,8 +92,9 @@ protected:
     CVideoRenderer() = default;
 };
 
-enum class VideoRendererForm { CVMR7 };
-inline constexpr VideoRendererForm kAllRendererForms[] = {VideoRendererForm::CVMR7};
+enum class VideoRendererForm { CEVR, CVMR9, CVMR7 };
+inline constexpr VideoRendererForm kAllRendererForms[] = {
+    VideoRendererForm::CEVR, VideoRendererForm::CVMR9, VideoRendererForm::CVMR7};
 
 // The first of the forms, in the order given, that could be added to the graph. Null with the last
 // failure in `result` when none could. Where windows are no X windows (a Wayland session) the only

@@ -20,6 +20,7 @@ bool WaitFor(const std::function<bool()>& condition) {
 
 TestGraph::TestGraph() {
     if (!StartGst()) std::abort();
+    g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL));
     m_pipeline = gst_pipeline_new(nullptr);
     gst_object_ref_sink(m_pipeline);
 }
@@ -53,6 +54,12 @@ bool TestGraph::Seek(int64_t milliseconds) {
 bool TestGraph::HasError() const {
     const GstBusPtr bus(gst_element_get_bus(m_pipeline));
     return GstMessagePtr(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR)) != nullptr;
+}
+
+int64_t TestGraph::Position() const {
+    gint64 position = 0;
+    const bool known = gst_element_query_position(m_pipeline, GST_FORMAT_TIME, &position);
+    return known ? position / static_cast<int64_t>(GST_MSECOND) : 0;
 }
 
 void TestWindow::PictureChanged() {

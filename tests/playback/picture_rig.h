@@ -33,7 +33,10 @@ public:
     // Waits until the pipeline is there.
     [[nodiscard]] bool Reach(GstState state);
     [[nodiscard]] bool Seek(int64_t milliseconds);
+    // An error was reported since the last question.
     [[nodiscard]] bool HasError() const;
+    // Milliseconds; 0 where the graph has none.
+    int64_t Position() const;
 
 private:
     GstElement* m_pipeline;
