@@ -68,10 +68,14 @@ GstBuffer* to_buffer(SourceState& state) {
 
 GstFlowReturn create(GstPushSrc* source, GstBuffer** buffer) {
     TrackSource* self = self_of(source);
-    const MovieCode code = self->state->feed->Next(&self->state->sample);
+    FeedSample& sample = self->state->sample;
+    MovieCode code = kMovieOk;
+    do  // a sample without bytes has nothing to decode
+        code = self->state->feed->Next(&sample);
+    while (code == kMovieOk && sample.data.empty());
     if (code == kMovieEndOfSamples) return GST_FLOW_EOS;
     if (code != kMovieOk) return fail(self, code);
-    if (!describe(self, self->state->sample.description)) return GST_FLOW_NOT_NEGOTIATED;
+    if (!describe(self, sample.description)) return GST_FLOW_NOT_NEGOTIATED;
     *buffer = to_buffer(*self->state);
     return GST_FLOW_OK;
 }
