@@ -98,7 +98,7 @@ HRESULT DShowHelper::ReleaseGraph() {
     m_asked = 0;
     m_pending = -1;
     m_position = m_duration = 0;
-    m_ended = false;
+    m_ended = m_failed = false;
     return S_OK;
 }
 
@@ -183,7 +183,7 @@ HRESULT DShowHelper::SetPositions(int64_t position, int64_t stop) {
                          stop < 0 ? -1 : stop * kUnit) != FALSE;
     if (!sought) return E_FAIL;
     m_position = target;
-    m_ended = false;
+    m_ended = m_failed = false;
     return S_OK;
 }
 
@@ -196,6 +196,8 @@ void DShowHelper::TakeMessages() {
                 m_events.push_back({EC_COMPLETE, {}});
                 break;
             case GST_MESSAGE_ERROR:
+                // What follows the first one is only its echo.
+                if (std::exchange(m_failed, true)) break;
                 m_reason = error_text(message.get());
                 m_events.push_back({EC_ERRORABORT, m_reason});
                 break;

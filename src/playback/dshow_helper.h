@@ -85,6 +85,7 @@ private:
     int64_t m_pending = -1;  // where to start once the graph has been started; -1 for nowhere
     int64_t m_position = 0;  // the last that the graph told
     bool m_ended = false;    // all has been played
+    bool m_failed = false;   // an error has been told
 };
 
 }  // namespace tarn
