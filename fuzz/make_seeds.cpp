@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
     const auto movie = [&](const std::string& name, const Bytes& bytes) {
         write(root / "open", name, bytes);
         write(root / "samples", name, Join(Bytes{1}, bytes));
+        write(root / "track_feed", name, Join(Bytes(8, 0), bytes));
         write(root / "waveform", name, bytes);
     };
     movie("rich", RichMovie(false).Build());
