@@ -1,0 +1,117 @@
+// What is heard in the preview and what a save writes, sample by sample.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "../cli/run_tarn.h"
+#include "player_rig.h"
+#include "support/temp_dir.h"
+
+namespace tarn {
+namespace {
+
+constexpr size_t kWaveHead = 44;  // of a WAV file that a save wrote
+
+using Sound = std::vector<int16_t>;
+
+Sound Saved(const std::string& clip, std::vector<std::string> options) {
+    const TempDir dir;
+    std::vector<std::string> arguments{"export", clip, dir.Path("out.wav"), "--wav"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    EXPECT_EQ(RunTarn(arguments).status, 0);
+    const std::string bytes = dir.Read("out.wav");
+    Sound sound((bytes.size() - kWaveHead) / 2);
+    std::memcpy(sound.data(), bytes.data() + kWaveHead, sound.size() * 2);
+    return sound;
+}
+
+struct Heard {
+    Sound sound;
+    int64_t from;  // nanoseconds
+};
+
+// Plays to the end, from `seekMs` on where that is not negative.
+Heard Preview(const std::string& clip, const AMPEffectSettings& settings, int32_t outMs,
+              int64_t seekMs = -1) {
+    TestPlayer player;
+    EXPECT_EQ(player.OpenClip(clip), S_OK) << player.Reason();
+    player.PlayUnpaced();
+    const SoundCapture capture(&player);
+    EXPECT_EQ(player.SetEffects(settings), S_OK);
+    EXPECT_EQ(player.SetInPoint(0), S_OK);
+    EXPECT_EQ(player.SetOutPoint(outMs), S_OK);
+    EXPECT_GE(player.Pause(), 0);
+    if (seekMs >= 0) {
+        EXPECT_GE(player.SeekTo(seekMs * 10'000), 0);
+    }
+    EXPECT_GE(player.Run(), 0);
+    EXPECT_EQ(player.WaitForEnd(), S_OK) << player.Reason();
+    return {capture.Samples(), capture.FirstTime()};
+}
+
+// The first place where they differ, in frames, or -1; what is longer is cut.
+int64_t FirstDifference(const Sound& a, const Sound& b) {
+    for (size_t i = 0; i < std::min(a.size(), b.size()); ++i)
+        if (a[i] != b[i]) return static_cast<int64_t>(i / 2);
+    return -1;
+}
+
+TEST(PreviewAndSave, TreatTheSameSoundAlike) {
+    AMPEffectSettings all;
+    all.bass = 30, all.treble = -20, all.reverb = 5, all.compressor = 4, all.normalize = 2;
+    all.peak = 0.5f;
+    const std::vector<std::string> all_options{"--bass",      "30", "--treble",     "-20",
+                                               "--reverb",    "5",  "--compressor", "4",
+                                               "--normalize", "2",  "--peak",       "0.5"};
+    AMPEffectSettings fade;
+    fade.fade = 1;
+    const struct {
+        const char* name;
+        std::string clip;
+        AMPEffectSettings settings;
+        std::vector<std::string> options;
+        int32_t outMs;
+        size_t least;  // frames
+    } cases[] = {
+        {"AAC with an edit", ClipPath("cam_avc_2997_g12_b2_3s"), all, all_options, 3003, 143000},
+        {"AAC without one", ClipPath("cam_roles"), all, all_options, 0, 90000},
+        {"PCM", std::string(TARN_TEST_DATA) + "/playback/pcm.mp4", all, all_options, 0, 24000},
+        {"fades", ClipPath("cam_audio_only"), fade, {"--fade", "--out", "8000"}, 8000, 480000},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Sound saved = Saved(c.clip, c.options);
+        const Heard heard = Preview(c.clip, c.settings, c.outMs);
+        EXPECT_EQ(heard.from, 0);
+        EXPECT_GE(heard.sound.size() / 2, c.least);
+        EXPECT_GE(saved.size() / 2, std::min<size_t>(c.least, 384000));
+        EXPECT_EQ(FirstDifference(heard.sound, saved), -1);
+    }
+}
+
+TEST(PreviewAndSave, GoOnAlikeBehindASeek) {
+    constexpr int64_t kRate = 48000;
+    const std::string clip = ClipPath("cam_audio_only");
+    const Sound saved = Saved(clip, {});
+    AMPEffectSettings bass;
+    bass.bass = 30;
+    const Sound treated = Saved(clip, {"--bass", "30"});
+    for (const int64_t ms : {100, 1000, 3500, 7777}) {
+        SCOPED_TRACE(ms);
+        // The decoder is warm: not one sample is wrong.
+        const Heard plain = Preview(clip, {}, 0, ms);
+        const auto start =
+            static_cast<ptrdiff_t>((plain.from * kRate + 500'000'000) / 1'000'000'000);
+        EXPECT_NEAR(static_cast<double>(plain.from), static_cast<double>(ms * 1'000'000), 30'000);
+        EXPECT_EQ(FirstDifference(plain.sound, {saved.begin() + 2 * start, saved.end()}), -1);
+        // The equaliser has forgotten its past and finds back to it.
+        constexpr ptrdiff_t kForgotten = 16384;
+        const Heard heard = Preview(clip, bass, 0, ms);
+        EXPECT_EQ(FirstDifference({heard.sound.begin() + 2 * kForgotten, heard.sound.end()},
+                                  {treated.begin() + 2 * (start + kForgotten), treated.end()}),
+                  -1);
+    }
+}
+
+}  // namespace
+}  // namespace tarn
