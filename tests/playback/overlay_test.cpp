@@ -21,8 +21,9 @@ const char kWide[] =
 
 class OnXServer : public testing::Test {
 protected:
-    static void SetUpTestSuite() { s_server = std::make_unique<XServer>(); }
-    static void TearDownTestSuite() { s_server.reset(); }
+    static void SetUpTestSuite() {
+        if (!s_server) s_server = std::make_unique<XServer>();
+    }
     void SetUp() override {
         if (!s_server->IsInstalled()) GTEST_SKIP() << "there is no Xvfb";
         ASSERT_TRUE(s_server->Runs());

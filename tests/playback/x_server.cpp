@@ -18,7 +18,7 @@ namespace {
 constexpr int kNotInstalled = 127;
 
 [[noreturn]] void BecomeServer(int ready) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     dup2(nowhere, STDERR_FILENO);
     dup2(ready, 3);  // without close-on-exec
@@ -41,8 +41,8 @@ std::string ReadLine(int fd) {
 XServer::XServer() {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return;
-    m_pid = fork();
-    if (m_pid == 0) BecomeServer(ends[1]);
+    const pid_t child = fork();
+    if (child == 0) BecomeServer(ends[1]);
     close(ends[1]);
     const std::string number = ReadLine(ends[0]);
     close(ends[0]);
@@ -52,16 +52,8 @@ XServer::XServer() {
         return;
     }
     int status = 0;
-    waitpid(m_pid, &status, 0);
+    waitpid(child, &status, 0);
     m_installed = !WIFEXITED(status) || WEXITSTATUS(status) != kNotInstalled;
-    m_pid = -1;
-}
-
-XServer::~XServer() {
-    if (m_pid <= 0) return;
-    kill(m_pid, SIGKILL);
-    waitpid(m_pid, nullptr, 0);
-    unsetenv("DISPLAY");
 }
 
 struct XWindow::Connection {

@@ -2,8 +2,6 @@
 // test reads.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -12,11 +10,11 @@
 
 namespace tarn {
 
-// Runs while it lives, and is DISPLAY that long.
+// Is DISPLAY from now on, and ends with the test program: not before, since a graphics driver's
+// thread may still have a connection, and one that breaks ends the program.
 class XServer {
 public:
     XServer();
-    ~XServer();
     XServer(const XServer&) = delete;
     XServer& operator=(const XServer&) = delete;
 
@@ -26,7 +24,6 @@ public:
     const std::string& Name() const { return m_display; }
 
 private:
-    pid_t m_pid = -1;
     bool m_installed = true;
     std::string m_display;
 };
