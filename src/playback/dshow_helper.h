@@ -9,10 +9,8 @@
 #include <mutex>
 #include <string>
 
+#include "playback/gst_forward.h"
 #include "playback/result_codes.h"
-
-typedef struct _GstElement GstElement;
-typedef struct _GstBus GstBus;
 
 namespace tarn {
 

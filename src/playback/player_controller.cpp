@@ -90,12 +90,12 @@ HRESULT PlayerController::RenderWave(const std::string& path) {
     return pins.audio ? RenderSound(pins.audio.get()) : S_OK;
 }
 
-HRESULT PlayerController::RenderSound(void* pin) {
+HRESULT PlayerController::RenderSound(GstPad* pin) {
     const GstElementPtr device = MakeAudioRenderer(m_devices.audioSink);
     m_reason = "no plug-in of GStreamer is there for this: playing sound";
     if (!device || !gst_bin_add(GST_BIN(m_pGraph), device.get())) return E_FAIL;
     const GstPadPtr input(gst_element_get_static_pad(device.get(), kAudioRendererPin));
-    if (gst_pad_link(static_cast<GstPad*>(pin), input.get()) != GST_PAD_LINK_OK) return E_FAIL;
+    if (gst_pad_link(pin, input.get()) != GST_PAD_LINK_OK) return E_FAIL;
     m_reason.clear();
     return S_OK;
 }

@@ -76,7 +76,7 @@ protected:
 private:
     HRESULT RenderMovie(const std::string& path);
     HRESULT RenderWave(const std::string& path);
-    HRESULT RenderSound(void* pin);
+    HRESULT RenderSound(GstPad* pin);
     HRESULT ReadState();
 
     PlayerDevices m_devices;

@@ -73,7 +73,8 @@ std::unique_ptr<SoundEffectStream::Parcel> SoundEffectStream::Prepare(
         parcel->settings = settings;
         parcel->change.reset(AMPEffectPrepare(rate, from, settings,
                                               superseded ? superseded->change.get() : nullptr));
-        return parcel->change ? std::move(parcel) : nullptr;
+        if (!parcel->change) return nullptr;
+        return parcel;
     } catch (const std::bad_alloc&) {
         return nullptr;
     }

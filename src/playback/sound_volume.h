@@ -8,9 +8,8 @@
 #include <functional>
 #include <memory>
 
+#include "playback/gst_forward.h"
 #include "playback/result_codes.h"
-
-typedef struct _GstElement GstElement;
 
 namespace tarn {
 

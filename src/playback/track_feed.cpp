@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdlib>
 
 #include "movie/movie_text.h"
@@ -96,7 +97,7 @@ void TrackFeed::GetFrameRate(uint32_t* numerator, uint32_t* denominator) const {
     const double rate =
         static_cast<double>(count) * m_track.timescale / static_cast<double>(length);
     if (rate < 1 || rate > 1000) return;
-    *numerator = static_cast<uint32_t>(rate * 1000 + 0.5);
+    *numerator = static_cast<uint32_t>(std::lround(rate * 1000));
     *denominator = 1000;
 }
 

@@ -10,9 +10,8 @@
 #include <memory>
 #include <span>
 
+#include "playback/gst_forward.h"
 #include "playback/result_codes.h"
-
-typedef struct _GstElement GstElement;
 
 namespace tarn {
 

@@ -4,12 +4,18 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
+#include <ostream>
 
 #include "picture_rig.h"
 #include "playback/gst_handles.h"
 #include "x_server.h"
 
 namespace tarn {
+
+static void PrintTo(VideoRendererForm form, std::ostream* out) {
+    *out << (form == VideoRendererForm::CEVR ? "CEVR" : "CVMR9");
+}
+
 namespace {
 
 constexpr Colour kOrange{255, 128, 32}, kBlack{0, 0, 0}, kBare{0, 0, 255};
@@ -152,7 +158,7 @@ TEST_P(Overlay, ReportsAWindowThatWasDestroyedUnderIt) {
 INSTANTIATE_TEST_SUITE_P(Forms, Overlay,
                          testing::Values(VideoRendererForm::CVMR9, VideoRendererForm::CEVR),
                          [](const testing::TestParamInfo<VideoRendererForm>& form) {
-                             return form.param == VideoRendererForm::CEVR ? "CEVR" : "CVMR9";
+                             return testing::PrintToString(form.param);
                          });
 
 using RendererOrder = OnXServer;
