@@ -47,6 +47,7 @@ HRESULT PlayerController::ReleaseGraph() {
     m_state = kStopped;
     m_hNotifyWindow = nullptr;
     m_hVideoWindow = nullptr;
+    m_soundDevice = nullptr;
     if (m_pGraph) gst_element_set_state(m_pGraph, GST_STATE_NULL);
     m_pRenderer.reset();
     return DShowHelper::ReleaseGraph();
@@ -96,6 +97,7 @@ HRESULT PlayerController::RenderSound(GstPad* pin) {
     if (!device || !gst_bin_add(GST_BIN(m_pGraph), device.get())) return E_FAIL;
     const GstPadPtr input(gst_element_get_static_pad(device.get(), kAudioRendererPin));
     if (gst_pad_link(pin, input.get()) != GST_PAD_LINK_OK) return E_FAIL;
+    m_soundDevice = device.get();
     m_reason.clear();
     return S_OK;
 }

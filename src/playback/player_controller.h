@@ -58,6 +58,8 @@ public:
 
     HRESULT SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle);
     CVideoRenderer* Renderer() const { return m_pRenderer.get(); }  // null without a picture
+    // What SoundVolumeController opens, as long as the clip is open; null for one without sound.
+    GstElement* SoundDevice() const { return m_soundDevice; }
 
     // Hears of each event in ProcessEvents.
     using EventCallback = std::function<void(const GraphEvent&)>;
@@ -80,6 +82,7 @@ private:
     HRESULT ReadState();
 
     PlayerDevices m_devices;
+    GstElement* m_soundDevice = nullptr;  // of the graph
 };
 
 }  // namespace tarn

@@ -9,6 +9,7 @@
 
 #include "movie/clip_info.h"
 #include "picture_rig.h"
+#include "playback/sound_volume.h"
 #include "player_rig.h"
 #include "support/temp_dir.h"
 
@@ -168,6 +169,19 @@ TEST(Player, AnswersByNumber) {
     EXPECT_EQ(player.OpenClip(ClipPath("cam_texts"), false), S_OK);
     EXPECT_EQ(player.SetInPoint(0), S_FALSE);
     EXPECT_EQ(player.SetEffects({}), S_FALSE);
+}
+
+TEST(Player, IsAsLoudAsItsVolumeSays) {
+    TestPlayer player;
+    SoundVolumeController volume;
+    ASSERT_EQ(player.OpenClip(kData + "/playback/picture_alone.mp4"), S_OK);
+    EXPECT_EQ(volume.OpenVolume(player.SoundDevice()), E_POINTER);
+    ASSERT_EQ(player.OpenClip(ClipPath("cam_roles")), S_OK);
+    ASSERT_EQ(volume.OpenVolume(player.SoundDevice()), S_OK);
+    EXPECT_EQ(volume.SetVolume(kMaxVolume / 2), S_OK);
+    // A clip that is gone takes nothing along.
+    player.ReleaseGraph();
+    EXPECT_EQ(volume.SetMute(true), S_OK);
 }
 
 TEST(Player, SurvivesAnyOrderOfPlayPauseAndSeek) {
