@@ -27,7 +27,8 @@ public:
     // True when both lead to one existing file: the same device and inode.
     static bool IsSameFile(const std::string& a, const std::string& b);
 
-    // For messages and JSON: what is not UTF-8, and control characters, become U+FFFD.
+    // A path or another text of a file for a terminal or JSON: what is not UTF-8, and control
+    // characters, become U+FFFD.
     static std::string Printable(std::string_view path);
 };
 

@@ -117,7 +117,7 @@ private:
             const std::lock_guard lock(m_mutex);
             if (report.status != kExitDone) continue;
             m_documents.push_back(report.document);
-            if (!one.json) std::cout << Printable(one.output) << " saved" << std::endl;
+            if (!one.json) std::cout << XpPath::Printable(one.output) << " saved" << std::endl;
         }
     }
 

@@ -68,7 +68,7 @@ Json document_of(const MovieSegment& s) {
 }
 
 void say(const MovieSegment& s, bool wav) {
-    std::cout << Printable(s.target) << ": " << TimeText(s.actualInMs) << " to "
+    std::cout << XpPath::Printable(s.target) << ": " << TimeText(s.actualInMs) << " to "
               << TimeText(s.actualOutMs);
     if (wav) {
         std::cout << ", " << s.audioSamples << " sound frames made anew\n";

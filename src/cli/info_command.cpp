@@ -5,6 +5,7 @@
 #include <iostream>
 #include <memory>
 
+#include "base/xp_path.h"
 #include "cli/commands.h"
 #include "cli/report.h"
 #include "cli/times.h"
@@ -179,7 +180,7 @@ void print_profile(const ClipInfo& info) {
 }
 
 void print_info(const std::string& path, const ClipInfo& info) {
-    std::cout << Printable(path) << "\nsize        " << info.size << " bytes\nbrand       "
+    std::cout << XpPath::Printable(path) << "\nsize        " << info.size << " bytes\nbrand       "
               << CodeText(info.brand) << " (";
     for (size_t i = 0; i < info.compatible.size(); ++i)
         std::cout << (i ? ", " : "") << CodeText(info.compatible[i]);
@@ -190,7 +191,7 @@ void print_info(const std::string& path, const ClipInfo& info) {
     for (const CMetaDataInfo& item : info.metadata) {
         const auto text = MetaText(item);
         std::cout << "text        " << LanguageText(item.language) << ": "
-                  << (text ? Printable(*text) : std::to_string(item.data.size()) + " bytes")
+                  << (text ? XpPath::Printable(*text) : std::to_string(item.data.size()) + " bytes")
                   << '\n';
     }
     if (info.fragmented) std::cout << "fragmented  yes\n";

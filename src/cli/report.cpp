@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "base/xp_path.h"
 #include "cli/commands.h"
 
 namespace tarn {
@@ -14,18 +15,11 @@ int Fail(const std::string& file, const std::string& reason) {
 
 void Note(const std::string& file, const std::string& text) {
     std::cout.flush();
-    std::cerr << "tarn: " << Printable(file) << ": " << text << '\n';
+    std::cerr << "tarn: " << XpPath::Printable(file) << ": " << text << '\n';
 }
 
 void PrintJson(const nlohmann::ordered_json& document) {
     std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-}
-
-std::string Printable(const std::string& text) {
-    std::string shown = text;
-    for (char& c : shown)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-    return shown;
 }
 
 std::string CodeText(uint32_t code) {

@@ -17,9 +17,6 @@ void Note(const std::string& file, const std::string& text);
 // characters, never dropped.
 void PrintJson(const nlohmann::ordered_json& document);
 
-// Bytes of a file's own text for a terminal: control characters become '?'.
-std::string Printable(const std::string& text);
-
 // A four-character code as text: "mp4a"; bytes outside the printable range as \xNN.
 std::string CodeText(uint32_t code);
 
