@@ -76,47 +76,46 @@ struct Mp4TableHeader {
 Mp4Result mp4_read_table_header(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
                                 uint32_t max_version, Mp4TableHeader* header);
 
-// Calls visit(const Mp4AtomInfo&) for each child in file order. A failure ends the walk with that
-// result. Fewer than 8 bytes at the end are ignored.
-template <typename Visit>
-Mp4Result mp4_walk(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Visit visit) {
+// Calls visit(const Mp4AtomInfo&) for each child in file order, whose headers
+// read(offset, available, Mp4AtomInfo*) gives. A failure ends the walk with that result. Fewer than
+// `least` bytes at the end are ignored.
+template <typename Read, typename Visit>
+Mp4Result mp4_walk_by(uint64_t least, const Mp4Span& payload, Read read, Visit visit) {
     Mp4Span left = payload;
-    while (left.size >= kAtomHeader) {
+    while (left.size >= least) {
         Mp4AtomInfo info{};
-        FF4_TRY(mp4_read_atom_header(host, file, left.offset, left.size, &info));
+        FF4_TRY(read(left.offset, left.size, &info));
         FF4_TRY(visit(info));
         left.offset += info.atom.size;
         left.size -= info.atom.size;
     }
     return FF4_RET_OK;
+}
+
+template <typename Visit>
+Mp4Result mp4_walk(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Visit visit) {
+    const auto read = [=](uint64_t offset, uint64_t available, Mp4AtomInfo* info) {
+        return mp4_read_atom_header(host, file, offset, available, info);
+    };
+    return mp4_walk_by(kAtomHeader, payload, read, visit);
 }
 
 // The same over bytes in memory; spans index `buffer`.
 template <typename Visit>
 Mp4Result mp4_walk_mem(const uint8_t* buffer, const Mp4Span& payload, Visit visit) {
-    Mp4Span left = payload;
-    while (left.size >= kAtomHeader) {
-        Mp4AtomInfo info{};
-        FF4_TRY(mp4_read_atom_header_mem(buffer, left.offset, left.size, &info));
-        FF4_TRY(visit(info));
-        left.offset += info.atom.size;
-        left.size -= info.atom.size;
-    }
-    return FF4_RET_OK;
+    const auto read = [=](uint64_t offset, uint64_t available, Mp4AtomInfo* info) {
+        return mp4_read_atom_header_mem(buffer, offset, available, info);
+    };
+    return mp4_walk_by(kAtomHeader, payload, read, visit);
 }
 
 // The same over descriptors, down to 2 bytes.
 template <typename Visit>
 Mp4Result mp4_walk_descriptors(const uint8_t* buffer, const Mp4Span& payload, Visit visit) {
-    Mp4Span left = payload;
-    while (left.size >= kDescriptorHeader) {
-        Mp4AtomInfo info{};
-        FF4_TRY(mp4_read_descriptor_header_mem(buffer, left.offset, left.size, &info));
-        FF4_TRY(visit(info));
-        left.offset += info.atom.size;
-        left.size -= info.atom.size;
-    }
-    return FF4_RET_OK;
+    const auto read = [=](uint64_t offset, uint64_t available, Mp4AtomInfo* info) {
+        return mp4_read_descriptor_header_mem(buffer, offset, available, info);
+    };
+    return mp4_walk_by(kDescriptorHeader, payload, read, visit);
 }
 
 // Puts a node at the tail of a singly linked list.

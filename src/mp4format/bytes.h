@@ -2,6 +2,7 @@
 // machine's own byte order.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace tarn {
@@ -49,5 +50,32 @@ inline void put_be64(uint8_t* p, uint64_t value) {
     put_be32(p, static_cast<uint32_t>(value >> 32));
     put_be32(p + 4, static_cast<uint32_t>(value));
 }
+
+// The fields of a record, taken in order off bytes that were measured before.
+class Mp4FieldReader {
+public:
+    explicit Mp4FieldReader(const uint8_t* at) : m_at(at) {}
+    uint16_t U16() { return get_be16(Take(2)); }
+    uint32_t U32() { return get_be32(Take(4)); }
+    uint64_t U64() { return get_be64(Take(8)); }
+    // A time or duration: 32 bits in version 0, 64 in version 1.
+    uint64_t Time(uint32_t version) { return version == 1 ? U64() : U32(); }
+    // A number of 1 to 4 bytes.
+    uint32_t Number(uint32_t size) {
+        uint32_t value = 0;
+        while (size-- > 0)
+            value = value << 8 | *Take(1);
+        return value;
+    }
+    void Skip(size_t count) { m_at += count; }
+
+private:
+    const uint8_t* Take(size_t count) {
+        const uint8_t* at = m_at;
+        m_at += count;
+        return at;
+    }
+    const uint8_t* m_at;
+};
 
 }  // namespace tarn

@@ -30,11 +30,12 @@ Mp4Result read_trex(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom,
     auto trex = mp4_make<Mp4Trex>(host);
     if (!trex) return FF4_RET_NOMEM;
     trex->atom = atom.atom;
-    trex->track_id = get_be32(bytes + 4);
-    trex->default_description_index = get_be32(bytes + 8);
-    trex->default_duration = get_be32(bytes + 12);
-    trex->default_size = get_be32(bytes + 16);
-    trex->default_flags = get_be32(bytes + 20);
+    Mp4FieldReader fields(bytes + 4);
+    trex->track_id = fields.U32();
+    trex->default_description_index = fields.U32();
+    trex->default_duration = fields.U32();
+    trex->default_size = fields.U32();
+    trex->default_flags = fields.U32();
     mp4_append(extends, trex.release());
     return FF4_RET_OK;
 }

@@ -8,31 +8,6 @@ namespace {
 // The largest of these atoms, 'mvhd' of version 1; what lies behind is not looked at.
 constexpr uint64_t kMostHead = 112;
 
-// The bytes of a fixed atom, taken in order. The reader is given enough bytes for the version
-// before it takes any.
-class Fields {
-public:
-    explicit Fields(const uint8_t* at) : m_at(at) {}
-    uint16_t U16() { return get_be16(Take(2)); }
-    uint32_t U32() { return get_be32(Take(4)); }
-    uint64_t U64() { return get_be64(Take(8)); }
-    // A time or duration: 32 bits in version 0, 64 in version 1.
-    uint64_t Time(uint32_t version) { return version == 1 ? U64() : U32(); }
-    void Skip(size_t count) { m_at += count; }
-    void Matrix(uint32_t (&matrix)[9]) {
-        for (uint32_t& value : matrix)
-            value = U32();
-    }
-
-private:
-    const uint8_t* Take(size_t count) {
-        const uint8_t* at = m_at;
-        m_at += count;
-        return at;
-    }
-    const uint8_t* m_at;
-};
-
 // Reads the head of a fixed atom that needs `size_v0` bytes in version 0 and `size_v1` in
 // version 1.
 Mp4Result read_fixed(Mp4Host* host, Mp4File* file, const Mp4Span& payload, uint64_t size_v0,
@@ -45,23 +20,35 @@ Mp4Result read_fixed(Mp4Host* host, Mp4File* file, const Mp4Span& payload, uint6
     return FF4_RET_OK;
 }
 
+// What all three begin with: version and flags and both dates. Gives the version.
+template <typename Header>
+uint32_t take_head(Mp4FieldReader* fields, Header* out) {
+    out->version_flags = fields->U32();
+    const uint32_t version = full_version(out->version_flags);
+    out->creation_time = fields->Time(version);
+    out->modification_time = fields->Time(version);
+    return version;
+}
+
+void take_matrix(Mp4FieldReader* fields, uint32_t (&matrix)[9]) {
+    for (uint32_t& value : matrix)
+        value = fields->U32();
+}
+
 }  // namespace
 
 Mp4Result mp4_read_mvhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4MovieHeader* out) {
     if (!host || !file || !out) return FF4_RET_ARGS;
     uint8_t bytes[kMostHead];
     FF4_TRY(read_fixed(host, file, payload, 100, 112, bytes));
-    Fields fields(bytes);
-    out->version_flags = fields.U32();
-    const uint32_t version = full_version(out->version_flags);
-    out->creation_time = fields.Time(version);
-    out->modification_time = fields.Time(version);
+    Mp4FieldReader fields(bytes);
+    const uint32_t version = take_head(&fields, out);
     out->timescale = fields.U32();
     out->duration = fields.Time(version);
     out->rate = fields.U32();
     out->volume = fields.U16();
     fields.Skip(10);
-    fields.Matrix(out->matrix);
+    take_matrix(&fields, out->matrix);
     fields.Skip(24);
     out->next_track_id = fields.U32();
     return FF4_RET_OK;
@@ -71,11 +58,8 @@ Mp4Result mp4_read_tkhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp
     if (!host || !file || !out) return FF4_RET_ARGS;
     uint8_t bytes[kMostHead];
     FF4_TRY(read_fixed(host, file, payload, 84, 96, bytes));
-    Fields fields(bytes);
-    out->version_flags = fields.U32();
-    const uint32_t version = full_version(out->version_flags);
-    out->creation_time = fields.Time(version);
-    out->modification_time = fields.Time(version);
+    Mp4FieldReader fields(bytes);
+    const uint32_t version = take_head(&fields, out);
     out->track_id = fields.U32();
     fields.Skip(4);
     out->duration = fields.Time(version);
@@ -84,7 +68,7 @@ Mp4Result mp4_read_tkhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp
     out->alternate_group = fields.U16();
     out->volume = fields.U16();
     fields.Skip(2);
-    fields.Matrix(out->matrix);
+    take_matrix(&fields, out->matrix);
     out->width = fields.U32();
     out->height = fields.U32();
     return FF4_RET_OK;
@@ -94,11 +78,8 @@ Mp4Result mp4_read_mdhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp
     if (!host || !file || !out) return FF4_RET_ARGS;
     uint8_t bytes[kMostHead];
     FF4_TRY(read_fixed(host, file, payload, 24, 36, bytes));
-    Fields fields(bytes);
-    out->version_flags = fields.U32();
-    const uint32_t version = full_version(out->version_flags);
-    out->creation_time = fields.Time(version);
-    out->modification_time = fields.Time(version);
+    Mp4FieldReader fields(bytes);
+    const uint32_t version = take_head(&fields, out);
     out->timescale = fields.U32();
     out->duration = fields.Time(version);
     out->language = fields.U16() & 0x7FFF;

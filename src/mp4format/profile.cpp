@@ -16,6 +16,19 @@ Mp4Result read_record(Mp4Host* host, Mp4File* file, const Mp4UserAtomList& list,
     return mp4_read_at(host, file, record->payload.offset, bytes, size);
 }
 
+// What the records of picture and sound begin with, behind version and flags.
+template <typename Profile>
+Mp4FieldReader take_common(const uint8_t* bytes, Profile* profile) {
+    Mp4FieldReader fields(bytes + 4);
+    profile->track_id = fields.U32();
+    profile->codec = fields.U32();
+    profile->codec_detail = fields.U32();
+    profile->attributes = fields.U32();
+    profile->max_bitrate = fields.U32();
+    profile->average_bitrate = fields.U32();
+    return fields;
+}
+
 }  // namespace
 
 Mp4Result mp4_count_profiles(const Mp4UserAtomList& list, Mp4ProfileCounts* counts) {
@@ -47,18 +60,13 @@ Mp4Result mp4_read_video_profile(Mp4Host* host, Mp4File* file, const Mp4UserAtom
     if (!host || !file || !profile) return FF4_RET_ARGS;
     uint8_t bytes[kVideoRecord];
     FF4_TRY(read_record(host, file, list, fourcc("VPRF"), bytes, sizeof bytes));
-    profile->track_id = get_be32(bytes + 4);
-    profile->codec = get_be32(bytes + 8);
-    profile->codec_detail = get_be32(bytes + 12);
-    profile->attributes = get_be32(bytes + 16);
-    profile->max_bitrate = get_be32(bytes + 20);
-    profile->average_bitrate = get_be32(bytes + 24);
-    profile->max_frame_rate = get_be32(bytes + 28);
-    profile->average_frame_rate = get_be32(bytes + 32);
-    profile->width = get_be16(bytes + 36);
-    profile->height = get_be16(bytes + 38);
-    profile->aspect_horizontal = get_be16(bytes + 40);
-    profile->aspect_vertical = get_be16(bytes + 42);
+    Mp4FieldReader fields = take_common(bytes, profile);
+    profile->max_frame_rate = fields.U32();
+    profile->average_frame_rate = fields.U32();
+    profile->width = fields.U16();
+    profile->height = fields.U16();
+    profile->aspect_horizontal = fields.U16();
+    profile->aspect_vertical = fields.U16();
     return FF4_RET_OK;
 }
 
@@ -67,14 +75,9 @@ Mp4Result mp4_read_audio_profile(Mp4Host* host, Mp4File* file, const Mp4UserAtom
     if (!host || !file || !profile) return FF4_RET_ARGS;
     uint8_t bytes[kAudioRecord];
     FF4_TRY(read_record(host, file, list, fourcc("APRF"), bytes, sizeof bytes));
-    profile->track_id = get_be32(bytes + 4);
-    profile->codec = get_be32(bytes + 8);
-    profile->codec_detail = get_be32(bytes + 12);
-    profile->attributes = get_be32(bytes + 16);
-    profile->max_bitrate = get_be32(bytes + 20);
-    profile->average_bitrate = get_be32(bytes + 24);
-    profile->sampling_rate = get_be32(bytes + 28);
-    profile->channels = get_be32(bytes + 32);
+    Mp4FieldReader fields = take_common(bytes, profile);
+    profile->sampling_rate = fields.U32();
+    profile->channels = fields.U32();
     return FF4_RET_OK;
 }
 

@@ -37,28 +37,14 @@ Mp4Result read_tfra(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4Ran
     return FF4_RET_OK;
 }
 
-// A number of 1 to 4 bytes; moves `p` behind it.
-uint32_t take_number(const uint8_t** p, uint32_t size) {
-    uint32_t value = 0;
-    while (size-- > 0)
-        value = value << 8 | *(*p)++;
-    return value;
-}
-
 Mp4RandomAccessPoint decode_point(const Mp4TrackRandomAccess& table, const uint8_t* p) {
+    Mp4FieldReader fields(p);
     Mp4RandomAccessPoint point{};
-    if (table.version == 1) {
-        point.time = get_be64(p);
-        point.moof_offset = get_be64(p + 8);
-        p += 16;
-    } else {
-        point.time = get_be32(p);
-        point.moof_offset = get_be32(p + 4);
-        p += 8;
-    }
-    point.traf_number = take_number(&p, number_size(table.length_sizes, 4));
-    point.trun_number = take_number(&p, number_size(table.length_sizes, 2));
-    point.sample_number = take_number(&p, number_size(table.length_sizes, 0));
+    point.time = fields.Time(table.version);
+    point.moof_offset = fields.Time(table.version);
+    point.traf_number = fields.Number(number_size(table.length_sizes, 4));
+    point.trun_number = fields.Number(number_size(table.length_sizes, 2));
+    point.sample_number = fields.Number(number_size(table.length_sizes, 0));
     return point;
 }
 
