@@ -38,60 +38,59 @@ Json matrix(const uint32_t (&values)[9]) {
     return Json(std::vector<uint32_t>(values, values + 9));
 }
 
-// The fact of that name, compared with what was read.
-void expect(const Json& facts, const char* name, const Json& read) {
-    EXPECT_EQ(facts.at(name), read) << name;
+// The facts of these names, compared with what was read.
+void expect(const Json& facts, std::initializer_list<std::pair<const char*, Json>> read) {
+    for (const auto& [name, value] : read)
+        EXPECT_EQ(facts.at(name), value) << name;
 }
 
 void compare_movie(Mp4ReadSession* session, const Json& facts) {
     Mp4FileType type{};
     ASSERT_EQ(mp4_get_file_type(session, &type), FF4_RET_OK);
-    expect(facts["ftyp"], "major", code_text(type.major_brand));
-    expect(facts["ftyp"], "minor", type.minor_version);
+    expect(facts["ftyp"], {{"major", code_text(type.major_brand)}, {"minor", type.minor_version}});
     Json brands = Json::array();
     uint32_t brand = 0;
     for (uint32_t n = 1; mp4_get_compatible_brand(session, n, &brand) == FF4_RET_OK; ++n)
         brands.push_back(code_text(brand));
-    expect(facts["ftyp"], "compatible", brands);
+    expect(facts["ftyp"], {{"compatible", brands}});
 
     Mp4MovieHeaderInfo header{};
     ASSERT_EQ(mp4_get_movie_header(session, &header), FF4_RET_OK);
     const Json& mvhd = facts["mvhd"];
-    expect(mvhd, "creation", header.creation);
-    expect(mvhd, "modification", header.modification);
-    expect(mvhd, "timescale", header.timescale);
-    expect(mvhd, "duration", header.duration);
-    expect(mvhd, "rate", header.rate_integer << 16 | header.rate_fraction);
-    expect(mvhd, "volume", header.volume_integer << 8 | header.volume_fraction);
-    expect(mvhd, "matrix", matrix(header.matrix));
-    expect(mvhd, "next_track_id", header.next_track_id);
+    expect(mvhd, {{"creation", header.creation},
+                  {"modification", header.modification},
+                  {"timescale", header.timescale},
+                  {"duration", header.duration},
+                  {"rate", header.rate_integer << 16 | header.rate_fraction},
+                  {"volume", header.volume_integer << 8 | header.volume_fraction},
+                  {"matrix", matrix(header.matrix)},
+                  {"next_track_id", header.next_track_id}});
 }
 
 void compare_headers(Mp4ReadSession* session, uint32_t track, const Json& facts) {
     Mp4TrackHeaderInfo header{};
     ASSERT_EQ(mp4_get_track_header(session, track, &header), FF4_RET_OK);
     const Json& tkhd = facts["tkhd"];
-    expect(tkhd, "version", header.version);
-    expect(tkhd, "flags", header.flags);
-    expect(tkhd, "track_id", header.track_id);
-    expect(tkhd, "duration", header.duration);
-    expect(tkhd, "layer", header.layer);
-    expect(tkhd, "alternate_group", header.alternate_group);
-    expect(tkhd, "volume", header.volume);
-    expect(tkhd, "matrix", matrix(header.matrix));
-    expect(tkhd, "width", header.width_integer + header.width_fraction / 65536.0);
-    expect(tkhd, "height", header.height_integer + header.height_fraction / 65536.0);
+    expect(tkhd, {{"version", header.version},
+                  {"flags", header.flags},
+                  {"track_id", header.track_id},
+                  {"duration", header.duration},
+                  {"layer", header.layer},
+                  {"alternate_group", header.alternate_group},
+                  {"volume", header.volume},
+                  {"matrix", matrix(header.matrix)},
+                  {"width", header.width_integer + header.width_fraction / 65536.0},
+                  {"height", header.height_integer + header.height_fraction / 65536.0}});
 
     Mp4MediaHeaderInfo media{};
     ASSERT_EQ(mp4_get_media_header(session, track, &media), FF4_RET_OK);
     char language[8];
     std::snprintf(language, sizeof language, "0x%04X", media.language);
-    expect(facts["mdhd"], "timescale", media.timescale);
-    expect(facts["mdhd"], "duration", media.duration);
-    expect(facts["mdhd"], "language", language);
+    expect(facts["mdhd"],
+           {{"timescale", media.timescale}, {"duration", media.duration}, {"language", language}});
     Mp4HandlerInfo handler{};
     ASSERT_EQ(mp4_get_handler(session, track, &handler), FF4_RET_OK);
-    expect(facts, "handler", code_text(handler.type));
+    expect(facts, {{"handler", code_text(handler.type)}});
     EXPECT_EQ(handler.name.size, facts["handler_name"].get<std::string>().size());
 }
 
@@ -111,23 +110,23 @@ void compare_edits(Mp4ReadSession* session, uint32_t track, const Json& facts) {
 void compare_config(const Mp4SampleEntry& entry, const Json& facts) {
     if (facts.contains("avcC")) {
         const Json& avc = facts["avcC"];
-        expect(avc, "bytes", hex(entry.avc.bytes));
-        expect(avc, "profile", entry.avc.profile);
-        expect(avc, "level", entry.avc.level);
-        expect(avc, "length_size", entry.avc.length_size_minus_one + 1);
+        expect(avc, {{"bytes", hex(entry.avc.bytes)},
+                     {"profile", entry.avc.profile},
+                     {"level", entry.avc.level},
+                     {"length_size", entry.avc.length_size_minus_one + 1}});
         EXPECT_EQ(avc["sps"][0], hex(entry.avc.sequence_sets.head->data));
         EXPECT_EQ(avc["pps"][0], hex(entry.avc.picture_sets.head->data));
     }
     if (facts.contains("esds")) {
         const Json& es = facts["esds"];
-        expect(es, "bytes", "00000000" + hex(entry.es.bytes));
-        expect(es, "es_id", entry.es.es_id);
-        expect(es, "object_type_indication", entry.es.object_type_indication);
-        expect(es, "stream_type", entry.es.stream_type);
-        expect(es, "max_bitrate", entry.es.max_bitrate);
-        expect(es, "avg_bitrate", entry.es.avg_bitrate);
-        expect(es, "dsi", hex(entry.es.decoder_specific_info));
-        expect(es, "dsi_offset", entry.es.specific_info_offset);
+        expect(es, {{"bytes", "00000000" + hex(entry.es.bytes)},
+                    {"es_id", entry.es.es_id},
+                    {"object_type_indication", entry.es.object_type_indication},
+                    {"stream_type", entry.es.stream_type},
+                    {"max_bitrate", entry.es.max_bitrate},
+                    {"avg_bitrate", entry.es.avg_bitrate},
+                    {"dsi", hex(entry.es.decoder_specific_info)},
+                    {"dsi_offset", entry.es.specific_info_offset}});
     }
 }
 
@@ -141,22 +140,22 @@ void compare_entries(Mp4ReadSession* session, uint32_t track, const Json& facts)
         const Json& fact = facts["entries"][n - 1];
         const Mp4SampleEntry* entry = nullptr;
         ASSERT_EQ(mp4_get_sample_entry(session, entries, n, &entry), FF4_RET_OK);
-        expect(fact, "format", code_text(entry->format));
-        expect(fact, "kind", entry->kind);
-        expect(fact, "data_reference_index", entry->data_reference_index);
+        expect(fact, {{"format", code_text(entry->format)},
+                      {"kind", entry->kind},
+                      {"data_reference_index", entry->data_reference_index}});
         if (facts["handler"] == "vide") {
-            expect(fact, "width", entry->visual.width);
-            expect(fact, "height", entry->visual.height);
-            expect(fact, "hres", entry->visual.horizontal_resolution);
-            expect(fact, "vres", entry->visual.vertical_resolution);
-            expect(fact, "frame_count", entry->visual.frame_count);
-            expect(fact, "compressor_len", entry->visual.compressor_name[0]);
-            expect(fact, "depth", entry->visual.depth);
+            expect(fact, {{"width", entry->visual.width},
+                          {"height", entry->visual.height},
+                          {"hres", entry->visual.horizontal_resolution},
+                          {"vres", entry->visual.vertical_resolution},
+                          {"frame_count", entry->visual.frame_count},
+                          {"compressor_len", entry->visual.compressor_name[0]},
+                          {"depth", entry->visual.depth}});
         } else {
-            expect(fact, "channels", entry->audio.channel_count);
-            expect(fact, "sample_size", entry->audio.sample_size);
-            expect(fact, "sample_rate", entry->audio.sampling_rate);
-            expect(fact, "sample_rate_fixed", entry->audio.sample_rate);
+            expect(fact, {{"channels", entry->audio.channel_count},
+                          {"sample_size", entry->audio.sample_size},
+                          {"sample_rate", entry->audio.sampling_rate},
+                          {"sample_rate_fixed", entry->audio.sample_rate}});
         }
         compare_config(*entry, fact);
     }
@@ -184,10 +183,10 @@ void compare_samples(Mp4ReadSession* session, uint32_t track, const Json& facts)
         row.push_back(s.descriptionIndex);
         ASSERT_EQ(rows[n - 1], row);
     }
-    expect(facts, "sync_count", syncs);
-    expect(facts, "media_bytes", bytes);
-    expect(facts, "first_presented", first_presented);
-    expect(facts, "table_duration", durations);
+    expect(facts, {{"sync_count", syncs},
+                   {"media_bytes", bytes},
+                   {"first_presented", first_presented},
+                   {"table_duration", durations}});
     uint64_t total = 0;
     EXPECT_EQ(mp4_get_media_bytes(session, track, &total), FF4_RET_OK);
     EXPECT_EQ(total, bytes);
@@ -205,23 +204,23 @@ void compare_profile(Mp4ReadSession* session, const Json& facts) {
         if (record["type"] == "FPRF") {
             uint32_t value = 1;
             ASSERT_EQ(mp4_get_file_profile(session, &value), FF4_RET_OK);
-            expect(record, "value", value);
+            expect(record, {{"value", value}});
         } else if (record["type"] == "APRF") {
             Mp4AudioProfile a{};
             ASSERT_EQ(mp4_get_audio_profile(session, &a), FF4_RET_OK);
-            expect(record, "words",
-                   {a.track_id, a.codec, a.codec_detail, a.attributes, a.max_bitrate,
-                    a.average_bitrate, a.sampling_rate, a.channels});
+            expect(record, {{"words", Json::array({a.track_id, a.codec, a.codec_detail,
+                                                   a.attributes, a.max_bitrate, a.average_bitrate,
+                                                   a.sampling_rate, a.channels})}});
         } else {
             Mp4VideoProfile v{};
             ASSERT_EQ(mp4_get_video_profile(session, &v), FF4_RET_OK);
-            expect(record, "words",
-                   {v.track_id, v.codec, v.codec_detail, v.attributes, v.max_bitrate,
-                    v.average_bitrate});
-            expect(record, "halves",
-                   {v.max_frame_rate >> 16, v.max_frame_rate & 0xFFFF, v.average_frame_rate >> 16,
-                    v.average_frame_rate & 0xFFFF, v.width, v.height, v.aspect_horizontal,
-                    v.aspect_vertical});
+            expect(record,
+                   {{"words", Json::array({v.track_id, v.codec, v.codec_detail, v.attributes,
+                                           v.max_bitrate, v.average_bitrate})},
+                    {"halves",
+                     Json::array({v.max_frame_rate >> 16, v.max_frame_rate & 0xFFFF,
+                                  v.average_frame_rate >> 16, v.average_frame_rate & 0xFFFF,
+                                  v.width, v.height, v.aspect_horizontal, v.aspect_vertical})}});
         }
     }
 }
@@ -243,9 +242,9 @@ void compare_texts(Mp4ReadSession* session, uint32_t track, const Json& user) {
         ASSERT_EQ(mp4_get_meta_text(session, list, n, &entry), FF4_RET_OK);
         std::vector<uint8_t> data(entry.size + 1);
         ASSERT_EQ(mp4_get_meta_data(session, list, n, entry.size, data.data()), FF4_RET_OK);
-        expect(items[n - 1], "type", entry.type);
-        expect(items[n - 1], "encoding", entry.encoding);
-        expect(items[n - 1], "data", hex({data.data(), entry.size}));
+        expect(items[n - 1], {{"type", entry.type},
+                              {"encoding", entry.encoding},
+                              {"data", hex({data.data(), entry.size})}});
     }
     EXPECT_EQ(mp4_close_meta_list(session, list), FF4_RET_OK);
 }
