@@ -70,29 +70,6 @@ TEST(Session, FlagsTellWhatWasFound) {
     }
 }
 
-TEST(Session, AnEmptyFileAnswersPlainly) {
-    OpenMovie movie(Bytes{});
-    Mp4FileType type{};
-    Mp4MovieHeaderInfo header{};
-    Mp4MovieExtent extent{};
-    uint32_t number = 7;
-    uint64_t duration = 7;
-    EXPECT_EQ(mp4_get_file_type(movie, &type), FF4_RET_NOTFOUND);
-    EXPECT_EQ(mp4_has_compatible_brand(movie, fourcc("isom"), &number), FF4_RET_NOTFOUND);
-    EXPECT_EQ(mp4_get_movie_header(movie, &header), FF4_RET_NOTFOUND);
-    EXPECT_EQ(mp4_get_movie_extent(movie, &extent), FF4_RET_NOTFOUND);
-    EXPECT_EQ(mp4_get_track_count(movie, &number), FF4_RET_OK);
-    EXPECT_EQ(number, 0u);
-    EXPECT_EQ(mp4_get_movie_duration(movie, &duration), FF4_RET_OK);
-    EXPECT_EQ(duration, 0u);
-    EXPECT_EQ(mp4_open_track(movie, 1), FF4_RET_NOTFOUND);
-    EXPECT_EQ(mp4_open_track(movie, 0), FF4_RET_ARGS);
-
-    OpenMovie short_type(Atom("ftyp", Bytes(7, 1)));
-    EXPECT_EQ(mp4_get_file_type(short_type, &type), FF4_RET_FORMAT);
-    EXPECT_EQ(mp4_has_compatible_brand(short_type, 1, &number), FF4_RET_FORMAT);
-}
-
 TEST(Session, TracksOpenOnceAndCloseOnce) {
     OpenMovie movie(RichMovie().Build());
     ASSERT_EQ(mp4_open_track(movie, 1), FF4_RET_OK);

@@ -205,79 +205,6 @@ TEST(SampleTables, FiguresByHand) {
     }
 }
 
-// Four samples in two chunks of two, the first and the third of them sync.
-struct Broken : testing::Test {
-    Broken() {
-        set.stts = {{4, 10}};
-        set.stsc = {{1, 2, 1}};
-        set.sizes = {5, 6, 7, 8};
-        set.chunks = {100, 200};
-        set.stss = {1, 3};
-    }
-    Mp4Result Ask(Lookup lookup, uint64_t a) {
-        return OpenTables(set, kPool).Ask(lookup, a).result;
-    }
-    TableSet set;
-};
-
-TEST_F(Broken, Times) {
-    const struct {
-        const char* name;
-        std::vector<tarn::Run> stts;
-        Lookup lookup;
-        uint64_t a;
-        Mp4Result result;
-    } cases[] = {
-        {"a run of no samples", {{2, 1}, {0, 1}, {2, 1}}, Lookup::kTime, 3, FF4_RET_FORMAT},
-        {"samples in front of it", {{2, 1}, {0, 1}, {2, 1}}, Lookup::kTime, 2, FF4_RET_OK},
-        {"2^32 samples", {{1, 1}, {0xFFFFFFFF, 1}}, Lookup::kTime, 2, FF4_RET_FORMAT},
-        {"one fewer", {{1, 1}, {0xFFFFFFFE, 1}}, Lookup::kTime, 2, FF4_RET_OK},
-        {"the longest time there is",
-         {{0xFFFFFFFF, 0xFFFFFFFF}},
-         Lookup::kAtTime,
-         0xFFFFFFFE00000000,
-         FF4_RET_OK},
-        {"fewer times than samples", {{3, 1}}, Lookup::kTime, 4, FF4_RET_FORMAT},
-        {"then there is no duration", {{3, 1}}, Lookup::kDuration, 0, FF4_RET_FORMAT},
-        {"more times than samples", {{9, 1}}, Lookup::kDuration, 0, FF4_RET_OK},
-        {"no entries", {}, Lookup::kTime, 1, FF4_RET_NOTFOUND},
-    };
-    for (const auto& c : cases) {
-        set.stts = c.stts;
-        EXPECT_EQ(Ask(c.lookup, c.a), c.result) << c.name;
-    }
-}
-
-TEST_F(Broken, Chunks) {
-    const struct {
-        const char* name;
-        std::vector<ChunkRun> stsc;
-        uint64_t sample;
-        Mp4Result result;
-    } cases[] = {
-        {"chunk 0", {{0, 2, 1}}, 1, FF4_RET_FORMAT},
-        {"a first entry that is not chunk 1", {{2, 4, 1}}, 1, FF4_RET_OK},
-        {"chunks that fall", {{2, 2, 1}, {1, 2, 1}}, 1, FF4_RET_FORMAT},
-        {"no samples in a chunk", {{1, 0, 1}}, 1, FF4_RET_FORMAT},
-        {"a huge chunk", {{2, 0xFFFFFFFF, 1}}, 4, FF4_RET_OK},
-        {"two of them", {{1, 0xFFFFFFFF, 1}}, 1, FF4_RET_FORMAT},
-        {"runs past the chunks", {{1, 1, 1}, {3, 1, 1}}, 3, FF4_RET_FORMAT},
-    };
-    for (const auto& c : cases) {
-        set.stsc = c.stsc;
-        EXPECT_EQ(Ask(Lookup::kRun, c.sample), c.result) << c.name;
-    }
-}
-
-TEST_F(Broken, SyncSamples) {
-    set.stss = {1, 4, 3};
-    EXPECT_EQ(Ask(Lookup::kNext, 4), FF4_RET_FORMAT) << "numbers that fall";
-    set.stss = {0, 3};
-    EXPECT_EQ(Ask(Lookup::kNext, 0), FF4_RET_OK) << "sample 0 is never met";
-    set.has_stss = false;
-    EXPECT_EQ(Ask(Lookup::kSync, 1), FF4_RET_FORMAT) << "the caller's to say";
-}
-
 TEST(SampleTables, AFailedReadLeavesTheWindowAsItWas) {
     const TableSet set = LongTables(500);
     for (const Lookup lookup : kBySample) {
@@ -295,16 +222,6 @@ TEST(SampleTables, AFailedReadLeavesTheWindowAsItWas) {
             EXPECT_EQ(open.Ask(lookup, here), truth);
         }
     }
-}
-
-TEST(SampleTables, AFormatErrorEmptiesTheWindow) {
-    TableSet set = LongTables(300);
-    set.stts[200].count = 0;
-    OpenTables open(set, kPool);
-    EXPECT_EQ(open.Ask(Lookup::kTime, 200), set.Ask(Lookup::kTime, 200));
-    EXPECT_EQ(open.Ask(Lookup::kTime, 201), Answer{FF4_RET_FORMAT});
-    EXPECT_EQ(open.cache->windows[kTableStts].first, 0u);
-    EXPECT_EQ(open.Ask(Lookup::kTime, 200), set.Ask(Lookup::kTime, 200));
 }
 
 TEST(SampleTables, EveryFaultIsReportedAndNothingLeaks) {

@@ -57,15 +57,6 @@ TEST(TableBudget, SmallTablesFirstThenTheRestRises) {
     }
 }
 
-TEST(TableBudget, AConstantSizeTakesNothing) {
-    Mp4TrackTables tables{};
-    tables.sample_count = 1000000;
-    tables.sample_size = 4;
-    Mp4TableSpec specs[kTableCount];
-    mp4_make_table_specs(tables, specs);
-    EXPECT_EQ(specs[kTableSize].count, 0u);
-}
-
 // A track with 1000 chunk offsets of 8 bytes and nothing else.
 Mp4TrackTables ChunksOnly(uint32_t track_id) {
     Mp4TrackTables tables{};
