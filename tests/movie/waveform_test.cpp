@@ -112,11 +112,10 @@ TEST(Waveform, PcmFramesOfOneByteAreWhole) {
 
 TEST(Waveform, TheProfileSaysWhetherThereIsOne) {
     MovieTrack track = Sound(Twos(), 48000, 480, {4, 1});
-    MovieBuilder movie{.tracks = {VideoTrack(3), track},
-                       .top_extra = Prof({Aprf({.channels = 1})})};
+    MovieBuilder movie{.tracks = {VideoTrack(3), track}, .top_extra = Prof({Aprf(1)})};
     EXPECT_EQ(Waveform(movie, {}).left.size(), 0u);
     EXPECT_EQ(Waveform(movie, {}).reader.Fault(), WaveformFault::kNoSound);
-    movie.top_extra = Prof({Aprf({.channels = 2})});
+    movie.top_extra = Prof({Aprf(2)});
     EXPECT_EQ(Waveform(movie, {}).left.size(), 11u);
     movie.tracks.pop_back();
     EXPECT_EQ(Waveform(movie, {}).reader.Fault(), WaveformFault::kNoSound);

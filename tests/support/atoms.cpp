@@ -141,9 +141,9 @@ Bytes Avcc(const std::vector<Bytes>& sequence_sets, const std::vector<Bytes>& pi
 }
 
 Bytes Esds(const EsFields& f) {
-    const Bytes config = Join(Bytes{f.object_type, static_cast<uint8_t>(f.stream_type << 2 | 1)},
-                              Be24({f.buffer_size}), Be32({f.max_bitrate, f.average_bitrate}),
-                              Descriptor(5, f.specific_info, f.length_bytes));
+    const Bytes config =
+        Join(Bytes{f.object_type, static_cast<uint8_t>(f.stream_type << 2 | 1)}, Be24({6144}),
+             Be32({128000, 96000}), Descriptor(5, f.specific_info, f.length_bytes));
     const Bytes es =
         Join(Zeros(3), Descriptor(4, config, f.length_bytes), Descriptor(6, {2}, f.length_bytes));
     return FullAtom("esds", 0, 0, Descriptor(3, es, f.length_bytes));
@@ -237,17 +237,14 @@ Bytes Fprf(uint32_t profile) {
     return FullAtom("FPRF", 0, 0, Be32({profile, 0}));
 }
 
-Bytes Aprf(const AprfFields& f) {
-    return FullAtom("APRF", 0, 0,
-                    Be32({f.track_id, f.codec.value, f.detail, f.attributes, f.max_kbit,
-                          f.average_kbit, f.rate, f.channels}));
+Bytes Aprf(uint32_t channels) {
+    return FullAtom("APRF", 0, 0, Be32({2, fourcc("mp4a"), 0x20F, 0, 128, 96, 48000, channels}));
 }
 
-Bytes Vprf(const VprfFields& f) {
+Bytes Vprf() {
     return FullAtom("VPRF", 0, 0,
-                    Be32({f.track_id, f.codec.value, f.detail, f.attributes, f.max_kbit,
-                          f.average_kbit, f.max_rate, f.average_rate}),
-                    Be16({f.width, f.height, f.aspect_x, f.aspect_y}));
+                    Be32({1, fourcc("avc1"), 0x014D0015, 0, 4000, 3000, 0x1DF853, 0x1DF853}),
+                    Be16({320, 180, 1, 1}));
 }
 
 Bytes Prof(const std::vector<Bytes>& records) {

@@ -89,9 +89,8 @@ Bytes Avcc();
 Bytes Avcc(const std::vector<Bytes>& sequence_sets, const std::vector<Bytes>& picture_sets);
 
 struct EsFields {
-    uint8_t object_type = 0x40;  // AAC; 0x20 is MPEG-4 video
-    uint8_t stream_type = 5;     // sound; 4 is video
-    uint32_t buffer_size = 6144, max_bitrate = 128000, average_bitrate = 96000;
+    uint8_t object_type = 0x40;          // AAC; 0x20 is MPEG-4 video
+    uint8_t stream_type = 5;             // sound; 4 is video
     Bytes specific_info = {0x11, 0x90};  // AAC-LC, 48 kHz, stereo
     int length_bytes = 1;                // the camera's short form; 4 is usual elsewhere
 };
@@ -136,22 +135,8 @@ Bytes Mtdf(const std::vector<MetaItem>& items);
 Bytes RoleRecord(uint32_t role, uint32_t detail = 0);
 
 Bytes Fprf(uint32_t profile = 0);
-struct AprfFields {
-    uint32_t track_id = 2;
-    FourCC codec = "mp4a";
-    uint32_t detail = 0x20F, attributes = 0;
-    uint32_t max_kbit = 128, average_kbit = 96, rate = 48000, channels = 2;
-};
-Bytes Aprf(const AprfFields& fields = {});
-struct VprfFields {
-    uint32_t track_id = 1;
-    FourCC codec = "avc1";
-    uint32_t detail = 0x014D0015, attributes = 0;
-    uint32_t max_kbit = 4000, average_kbit = 3000;
-    uint32_t max_rate = 0x1DF853, average_rate = 0x1DF853;  // 16.16, 29.97
-    uint16_t width = 320, height = 180, aspect_x = 1, aspect_y = 1;
-};
-Bytes Vprf(const VprfFields& fields = {});
+Bytes Aprf(uint32_t channels = 2);
+Bytes Vprf();
 Bytes Prof(const std::vector<Bytes>& records = {Fprf(), Aprf(), Vprf()});
 
 // --- fragments

@@ -9,7 +9,7 @@ namespace {
 const Bytes kHead = Ftyp("isom", 0x200, {"isom", "mp42"});
 
 uint64_t ChunkRoom(const LongTrack& track) {
-    return uint64_t{track.per_chunk} * (track.size + 6) + track.chunk_padding;
+    return uint64_t{track.per_chunk} * (track.size + 6);
 }
 
 uint32_t ChunkCount(const LongTrack& track) {

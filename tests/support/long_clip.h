@@ -12,12 +12,11 @@ namespace tarn {
 struct LongTrack {
     FourCC handler = "vide";
     uint32_t timescale = 30000, duration = 1001;
-    uint32_t count = 0;          // samples
-    uint32_t size = 1000;        // of sample n (from 1): this and n % 7
-    uint32_t per_chunk = 15;     // samples
-    uint32_t sync_every = 15;    // 0: no sync table
-    bool reordered = false;      // a ctts with a run for each sample: n % 3 durations
-    uint64_t chunk_padding = 0;  // bytes that nobody uses behind each chunk
+    uint32_t count = 0;        // samples
+    uint32_t size = 1000;      // of sample n (from 1): this and n % 7
+    uint32_t per_chunk = 15;   // samples
+    uint32_t sync_every = 15;  // 0: no sync table
+    bool reordered = false;    // a ctts with a run for each sample: n % 3 durations
 };
 
 struct LongClip {
