@@ -31,6 +31,10 @@ TEST(MovieHeaders, TooShortOrOfAnotherVersion) {
     cut_after(mp4_read_tkhd, Tkhd({.version = 1}), 96);
     cut_after(mp4_read_mdhd, Mdhd(), 24);
     cut_after(mp4_read_hdlr, Hdlr("vide"), 24);
+    TestHost host(Mdhd({.language = 0x95C4}));
+    Mp4MediaHeader media{};
+    ASSERT_EQ(mp4_read_mdhd(host, host.File(), {8, 24}, &media), FF4_RET_OK);
+    EXPECT_EQ(media.language, 0x15C4) << "15 bits are kept";
 }
 
 }  // namespace

@@ -25,12 +25,20 @@ public:
     Mp4UserAtomList list{};
 };
 
-TEST(Profile, CountsEachKind) {
-    const Records records(Join(Fprf(), Aprf(), Vprf(), Aprf(), Atom("BPRF"), Atom("PPRF"),
-                               Atom("PPRF"), Atom("XPRF")));
+TEST(Profile, RecordsOfEachKind) {
+    Records records(Join(Fprf(), Aprf(), Vprf(), Aprf(), Atom("BPRF"), Atom("PPRF"), Atom("PPRF"),
+                         Atom("XPRF")));
     Mp4ProfileCounts c{};
     ASSERT_EQ(mp4_count_profiles(records.list, &c), FF4_RET_OK);
     const uint32_t counts[] = {c.fprf, c.vprf, c.aprf, c.bprf, c.pprf};
+    TestHost& host = records.host;
+    Mp4VideoProfile video{};
+    ASSERT_EQ(mp4_read_video_profile(host, host.File(), records.list, &video), FF4_RET_OK);
+    Mp4AudioProfile audio{};
+    ASSERT_EQ(mp4_read_audio_profile(host, host.File(), records.list, &audio), FF4_RET_OK);
+    const uint32_t rates[] = {video.max_bitrate, video.average_bitrate, audio.max_bitrate,
+                              audio.average_bitrate};
+    EXPECT_TRUE(std::ranges::equal(rates, std::array{4000u, 3000u, 128u, 96u}));
     EXPECT_TRUE(std::ranges::equal(counts, std::array{1u, 1u, 2u, 1u, 2u}));
 }
 

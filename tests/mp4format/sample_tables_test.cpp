@@ -205,6 +205,40 @@ TEST(SampleTables, FiguresByHand) {
     }
 }
 
+// Four samples in two chunks of two.
+TEST(SampleTables, WhatNoTableMaySay) {
+    const std::vector<tarn::Run> times = {{4, 10}};
+    const std::vector<ChunkRun> pairs = {{1, 2, 1}};
+    const struct {
+        const char* name;
+        std::vector<tarn::Run> stts;
+        std::vector<ChunkRun> stsc;
+        Lookup lookup;
+        uint64_t a;
+        Mp4Result result;
+    } cases[] = {
+        {"a run of none", {{2, 1}, {0, 1}, {2, 1}}, pairs, Lookup::kTime, 3, FF4_RET_FORMAT},
+        {"what is before it", {{2, 1}, {0, 1}, {2, 1}}, pairs, Lookup::kTime, 2, FF4_RET_OK},
+        {"2^32 samples", {{1, 1}, {0xFFFFFFFF, 1}}, pairs, Lookup::kTime, 2, FF4_RET_FORMAT},
+        {"fewer than samples", {{3, 1}}, pairs, Lookup::kDuration, 0, FF4_RET_FORMAT},
+        {"chunk 0", times, {{0, 2, 1}}, Lookup::kRun, 1, FF4_RET_FORMAT},
+        {"chunks that fall", times, {{2, 2, 1}, {1, 2, 1}}, Lookup::kRun, 1, FF4_RET_FORMAT},
+        {"chunks that stand", times, {{1, 2, 1}, {1, 2, 1}}, Lookup::kRun, 1, FF4_RET_FORMAT},
+        {"an empty chunk", times, {{1, 0, 1}}, Lookup::kRun, 1, FF4_RET_FORMAT},
+        {"a huge chunk", times, {{2, 0xFFFFFFFF, 1}}, Lookup::kRun, 4, FF4_RET_OK},
+        {"two of them", times, {{1, 0xFFFFFFFF, 1}}, Lookup::kRun, 1, FF4_RET_FORMAT},
+    };
+    for (const auto& c : cases) {
+        TableSet set;
+        set.stts = c.stts;
+        set.stsc = c.stsc;
+        set.sizes = {5, 6, 7, 8};
+        set.chunks = {100, 200};
+        set.has_ctts = set.has_stss = false;
+        EXPECT_EQ(OpenTables(set, kPool).Ask(c.lookup, c.a).result, c.result) << c.name;
+    }
+}
+
 TEST(SampleTables, AFailedReadLeavesTheWindowAsItWas) {
     const TableSet set = LongTables(500);
     for (const Lookup lookup : kBySample) {
