@@ -1,6 +1,10 @@
 #include "playback/audio_renderer.h"
 
+#include <gst/audio/gstaudiobasesink.h>
+
 #include <cstring>
+
+#include "playback/clock_guard.h"
 
 namespace tarn {
 namespace {
@@ -13,6 +17,12 @@ void shorten_buffer(GstElement* sink) {
     if (!has_property(sink, "buffer-time") || !has_property(sink, "latency-time")) return;
     g_object_set(sink, "buffer-time", gint64{kAudioBufferMs} * 1000, "latency-time", gint64{10000},
                  nullptr);
+}
+
+void guard_clock(GstElement* sink) {
+    if (!GST_IS_AUDIO_BASE_SINK(sink)) return;
+    GstClock* clock = GST_AUDIO_BASE_SINK(sink)->provided_clock;
+    if (clock && GST_IS_AUDIO_CLOCK(clock)) GuardClock(GST_AUDIO_CLOCK(clock));
 }
 
 // Opens the device once. What it reports on the way is nobody's business.
@@ -67,6 +77,7 @@ GstElementPtr MakeAudioRenderer(const std::string& sink_name) {
     GstElement* volume = AddElement(bin.get(), "volume", "volume");
     if (!sink || !convert || !resample || !volume) return nullptr;
     shorten_buffer(sink.get());
+    guard_clock(sink.get());
     if (!gst_bin_add(GST_BIN(bin.get()), sink.get()) ||
         !gst_element_link_many(convert, resample, volume, sink.get(), nullptr) ||
         !AddGhostPad(bin.get(), convert, "sink", kAudioRendererPin))
