@@ -11,6 +11,8 @@ namespace {
 
 constexpr char kVideoName[] = "Kelo AVC Decoder Light";
 constexpr char kAudioName[] = "Audio Decoder";
+// Decoded sound that waits: a decoder that is kept from the processor must not be heard.
+constexpr guint64 kSoundAhead = 300 * GST_MSECOND;
 
 bool is_hardware(GstElementFactory* factory) {
     return gst_element_factory_list_is_type(factory, GST_ELEMENT_FACTORY_TYPE_HARDWARE);
@@ -103,12 +105,16 @@ GstElementPtr MakeAudioDecoder(GstCaps* caps, std::string* reason) {
     // To floats in the order of time, whatever the decoder gives.
     const GstElementPtr converter = MakeElement("audioconvert");
     const GstElementPtr quantizer = MakeSampleQuantizer();
-    *reason = "GStreamer's audioconvert is missing";
-    if (!converter) return nullptr;
+    const GstElementPtr queue = MakeElement("queue");
+    *reason = "GStreamer's audioconvert or queue is missing";
+    if (!converter || !queue) return nullptr;
+    g_object_set(queue.get(), "max-size-buffers", 0u, "max-size-bytes", 0u, "max-size-time",
+                 kSoundAhead, nullptr);
     gst_util_set_object_arg(G_OBJECT(converter.get()), "dithering", "none");
     GstElementPtr bin = MakeBin(kAudioName);
     *reason = "the sound decoder can't be connected";
-    if (!chain(bin.get(), {decoder.get(), converter.get(), quantizer.get()})) return nullptr;
+    if (!chain(bin.get(), {decoder.get(), converter.get(), quantizer.get(), queue.get()}))
+        return nullptr;
     reason->clear();
     return bin;
 }
