@@ -8,6 +8,7 @@
 #include "movie/movie_text.h"
 #include "movie/range_selection.h"
 #include "movie/track_selection.h"
+#include "playback/avc_sample.h"
 
 namespace tarn {
 namespace {
@@ -19,6 +20,9 @@ constexpr size_t kReorder = 17;
 constexpr uint32_t kWarmUpSamples = 2;
 // Times in media units stay within this, so that sums of a few of them fit.
 constexpr int64_t kFarthest = INT64_MAX / 8;
+// Pictures before the place of a seek that are decoded in any case: a decoder learns from them how
+// far pictures are reordered.
+constexpr int64_t kRunUp = 6;
 constexpr uint32_t kPcmRun = 1024;  // frames handed on together, as AAC has it
 
 __extension__ typedef __int128 Wide;
@@ -105,6 +109,7 @@ MovieCode TrackFeed::SeekTo(int64_t time, int64_t end) {
     m_rows.clear();
     m_next = 0;
     m_looked = 1;
+    m_from = time;
     m_end = std::min(end, m_movieEnd);
     // As a decoding time: what is shown then was decoded that much earlier.
     const int64_t units = ToUnits(time) - m_presentationStart;
@@ -183,7 +188,22 @@ uint32_t TrackFeed::DescriptionOf(uint32_t index) const {
     return index >= 1 && index <= count ? index - 1 : 0;
 }
 
+// Decoding is what makes a seek long. A picture on the way that no other one needs is left out.
+bool TrackFeed::IsNeedless(const FeedSample& sample) const {
+    if (sample.description >= m_video.size() || sample.shown >= m_from) return false;
+    const CVideoSampleDescriptionInfo& form = m_video[sample.description];
+    return !form.avcConfig.empty() && (m_from - sample.shown) / kRunUp >= sample.duration &&
+           IsDisposableAvcSample(sample.data, form.avc.length_size);
+}
+
 MovieCode TrackFeed::Next(FeedSample* sample) {
+    do
+        MOVIE_TRY(Read(sample));
+    while (IsNeedless(*sample));
+    return kMovieOk;
+}
+
+MovieCode TrackFeed::Read(FeedSample* sample) {
     const bool video = m_kind == Kind::kVideo;
     MOVIE_TRY(Look(video ? kReorder : 0));
     if (m_next >= m_rows.size()) return kMovieEndOfSamples;

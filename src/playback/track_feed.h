@@ -45,6 +45,7 @@ public:
     // sync sample before a picture, a few samples before a sound. `end`: nothing that is decoded
     // at or behind it is given.
     MovieCode SeekTo(int64_t time, int64_t end);
+    // On the way to the place that was sought, pictures that no other one needs are left out.
     // kMovieEndOfSamples at the end, kMovieSystem when reading failed (SystemError tells).
     MovieCode Next(FeedSample* sample);
     int SystemError() const { return m_systemError; }
@@ -61,6 +62,8 @@ private:
     MovieCode SeekVideo(int64_t units);
     MovieCode SeekAudio(int64_t units);
     MovieCode Look(size_t ahead);
+    MovieCode Read(FeedSample* sample);
+    bool IsNeedless(const FeedSample& sample) const;
     MovieCode ReadRun(const Row& row, FeedSample* sample, uint32_t* count);
     uint32_t DescriptionOf(uint32_t index) const;
     bool IsPcm() const;
@@ -76,10 +79,10 @@ private:
     int64_t m_shift = 0;              // of a time in media units that is 0 in the movie
     int64_t m_presentationStart = 0;  // media units
     int64_t m_movieEnd = 0;
-    int64_t m_end = 0;
-    uint32_t m_looked = 1;   // the next number to be looked up
-    std::deque<Row> m_rows;  // passed ones, the next, and those that follow
-    size_t m_next = 0;       // of them, the one that is read next
+    int64_t m_from = 0, m_end = 0;  // of what is wanted
+    uint32_t m_looked = 1;          // the next number to be looked up
+    std::deque<Row> m_rows;         // passed ones, the next, and those that follow
+    size_t m_next = 0;              // of them, the one that is read next
     int m_systemError = 0;
 };
 
