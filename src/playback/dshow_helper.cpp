@@ -6,6 +6,7 @@
 #include "playback/audio_renderer.h"
 #include "playback/gst_handles.h"
 #include "playback/sound_effect_element.h"
+#include "playback/track_source.h"
 
 namespace tarn {
 namespace {
@@ -136,8 +137,10 @@ int64_t DShowHelper::AskPosition() {
 HRESULT DShowHelper::SetState(int32_t state) {
     if (!m_pGraph) return E_HANDLE;
     const bool first = m_asked == 0 && state != 0;
-    // A place to start at can only be taken once the graph has got data.
-    const int64_t start = first ? std::exchange(m_pending, -1) : -1;
+    int64_t start = first ? std::exchange(m_pending, -1) : -1;
+    if (start > 0) m_position = start;
+    // Sources of others can only be sent to a place once they have got data.
+    if (start > 0 && StartTracksAt(m_pGraph, start * kUnit)) start = -1;
     const GstState target = start > 0 ? GST_STATE_PAUSED : to_gst(state);
     m_asked = state;
     if (gst_element_set_state(m_pGraph, target) == GST_STATE_CHANGE_FAILURE) {

@@ -17,6 +17,7 @@ struct SourceState {
     FeedSample sample;
     uint32_t described = UINT32_MAX;  // the description that the caps tell of
     bool jumped = true;               // the next sample follows a seek
+    int64_t start = 0;                // where to begin, ns; good for the first start alone
 };
 
 // An instance of the element's class.
@@ -86,6 +87,8 @@ gboolean do_seek(GstBaseSrc* source, GstSegment* segment) {
     TrackSource* self = self_of(source);
     TrackFeed& feed = *self->state->feed;
     if (segment->rate <= 0) return FALSE;
+    const int64_t start = std::exchange(self->state->start, 0);
+    if (start > 0) segment->time = static_cast<guint64>(start);
     const auto target = static_cast<int64_t>(segment->time);
     const guint64 length = static_cast<guint64>(feed.DurationNs());
     const auto end = static_cast<int64_t>(std::min(segment->stop, length));
@@ -161,6 +164,23 @@ GstElementPtr MakeTrackSource(std::unique_ptr<TrackFeed> feed, const std::string
     gst_object_ref_sink(source);
     self_of(source)->state = new SourceState{std::move(feed), path, {}};
     return GstElementPtr(source);
+}
+
+bool StartTracksAt(GstElement* graph, int64_t time) {
+    bool found = false;
+    GstIterator* all = gst_bin_iterate_recurse(GST_BIN(graph));
+    GValue item = G_VALUE_INIT;
+    while (gst_iterator_next(all, &item) == GST_ITERATOR_OK) {
+        gpointer element = g_value_get_object(&item);
+        if (G_TYPE_CHECK_INSTANCE_TYPE(element, source_type())) {
+            self_of(element)->state->start = time;
+            found = true;
+        }
+        g_value_reset(&item);
+    }
+    g_value_unset(&item);
+    gst_iterator_free(all);
+    return found;
 }
 
 }  // namespace tarn

@@ -21,4 +21,8 @@ namespace tarn {
 // that has no name.
 [[nodiscard]] GstCapsPtr MakeTrackCaps(const TrackFeed& feed, uint32_t index);
 
+// Lets all tracks of a graph that was not started yet begin at `time`, in nanoseconds of the movie,
+// so that no seek has to follow. False for a graph without such sources.
+bool StartTracksAt(GstElement* graph, int64_t time);
+
 }  // namespace tarn
