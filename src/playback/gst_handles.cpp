@@ -19,9 +19,9 @@ GstElementPtr MakeBin(const char* name) {
 }
 
 GstElement* AddElement(GstElement* bin, const char* factory, const char* name) {
-    const GstElementPtr element = MakeElement(factory, name);
-    if (!element || !gst_bin_add(GST_BIN(bin), element.get())) return nullptr;
-    return element.get();
+    const GstElementPtr owner = MakeElement(factory, name);
+    GstElement* const element = owner.get();
+    return element && gst_bin_add(GST_BIN(bin), element) ? element : nullptr;
 }
 
 bool AddGhostPad(GstElement* bin, GstElement* inside, const char* pad, const char* name) {
