@@ -37,39 +37,58 @@ std::string error_text(GstMessage* message) {
 
 }  // namespace
 
-// Tells of events from the threads in which they come up.
-class DShowHelper::Notifier {
+// What the graph reports, from the threads in which it comes up to the main thread.
+class DShowHelper::Inbox {
 public:
-    void Set(INotifyWindow* window, uint32_t message, intptr_t parameter) {
-        const std::lock_guard lock(m_mutex);
+    void SetWindow(INotifyWindow* window, uint32_t message, intptr_t parameter) {
+        const std::lock_guard lock(m_windowLock);
         m_window = window;
         m_message = message;
         m_parameter = parameter;
     }
 
+    // In the place of the bus's own queue: a message gets into that only behind the handler, when
+    // the window has been told and may have looked in vain.
     static GstBusSyncReply Handle(GstBus*, GstMessage* message, gpointer data) {
+        GstMessagePtr owner(message);
         // What nobody asks for must not pile up.
-        if (!concerns_us(message)) {
-            gst_message_unref(message);
-            return GST_BUS_DROP;
-        }
-        static_cast<Notifier*>(data)->Post();
-        return GST_BUS_PASS;
+        if (concerns_us(message)) static_cast<Inbox*>(data)->Put(std::move(owner));
+        return GST_BUS_DROP;
+    }
+
+    // The oldest; null when there is none.
+    GstMessagePtr Take() {
+        const std::lock_guard lock(m_messageLock);
+        if (m_messages.empty()) return nullptr;
+        GstMessagePtr message = std::move(m_messages.front());
+        m_messages.pop_front();
+        return message;
+    }
+
+    void Clear() {
+        const std::lock_guard lock(m_messageLock);
+        m_messages.clear();
     }
 
 private:
-    void Post() {
-        const std::lock_guard lock(m_mutex);
+    void Put(GstMessagePtr message) {
+        {
+            const std::lock_guard lock(m_messageLock);
+            m_messages.push_back(std::move(message));
+        }
+        const std::lock_guard lock(m_windowLock);
         if (m_window) m_window->PostMessage(m_message, m_parameter);
     }
 
-    std::mutex m_mutex;
+    std::mutex m_messageLock;
+    std::deque<GstMessagePtr> m_messages;
+    std::mutex m_windowLock;  // held during a call, so that the last one ends before a null returns
     INotifyWindow* m_window = nullptr;
     uint32_t m_message = 0;
     intptr_t m_parameter = 0;
 };
 
-DShowHelper::DShowHelper() : m_notifier(std::make_unique<Notifier>()) {}
+DShowHelper::DShowHelper() : m_inbox(std::make_unique<Inbox>()) {}
 
 DShowHelper::~DShowHelper() {
     DShowHelper::ReleaseGraph();
@@ -83,21 +102,23 @@ HRESULT DShowHelper::CreateGraph() {
     m_pGraph = gst_pipeline_new(nullptr);
     gst_object_ref_sink(m_pGraph);
     m_pEvent = gst_element_get_bus(m_pGraph);
-    gst_bus_set_sync_handler(m_pEvent, Notifier::Handle, m_notifier.get(), nullptr);
+    gst_bus_set_sync_handler(m_pEvent, Inbox::Handle, m_inbox.get(), nullptr);
     return S_OK;
 }
 
 HRESULT DShowHelper::ReleaseGraph() {
-    m_notifier->Set(nullptr, 0, 0);
+    m_inbox->SetWindow(nullptr, 0, 0);
     if (!m_pGraph) return S_OK;
     gst_element_set_state(m_pGraph, GST_STATE_NULL);
     static_cast<void>(RemoveSoundFilter());
     gst_bus_set_sync_handler(m_pEvent, nullptr, nullptr, nullptr);
     gst_object_unref(std::exchange(m_pEvent, nullptr));
     gst_object_unref(std::exchange(m_pGraph, nullptr));
+    m_inbox->Clear();
     m_events.clear();
+    m_lastSeek = 0;
     m_asked = 0;
-    m_pending = -1;
+    m_pending = m_pendingStop = m_stop = -1;
     m_position = m_duration = 0;
     m_ended = m_failed = false;
     return S_OK;
@@ -105,7 +126,7 @@ HRESULT DShowHelper::ReleaseGraph() {
 
 HRESULT DShowHelper::SetNotifyWindow(INotifyWindow* window, uint32_t message, intptr_t parameter) {
     if (!m_pGraph) return E_HANDLE;
-    m_notifier->Set(window, message, parameter);
+    m_inbox->SetWindow(window, message, parameter);
     return S_OK;
 }
 
@@ -126,7 +147,7 @@ HRESULT DShowHelper::GetPosition(int64_t* position) {
 
 int64_t DShowHelper::AskPosition() {
     if (m_asked == 0) return std::max<int64_t>(m_pending, 0);
-    if (m_ended) return m_duration;
+    if (m_ended) return m_stop < 0 ? m_duration : m_stop;
     gint64 time = 0;
     // In the middle of a seek nobody can tell; it will be where it was sought to.
     if (gst_element_query_position(m_pGraph, GST_FORMAT_TIME, &time))
@@ -138,19 +159,21 @@ HRESULT DShowHelper::SetState(int32_t state) {
     if (!m_pGraph) return E_HANDLE;
     const bool first = m_asked == 0 && state != 0;
     int64_t start = first ? std::exchange(m_pending, -1) : -1;
+    const int64_t stop = first ? std::exchange(m_pendingStop, -1) : -1;
     if (start > 0) m_position = start;
-    // Sources of others can only be sent to a place once they have got data.
-    if (start > 0 && StartTracksAt(m_pGraph, start * kUnit)) start = -1;
-    const GstState target = start > 0 ? GST_STATE_PAUSED : to_gst(state);
+    // A stop, and a place in sources of others, can only be given once they have got data.
+    if (start > 0 && stop < 0 && StartTracksAt(m_pGraph, start * kUnit)) start = -1;
+    const bool seek = start > 0 || stop >= 0;
+    const GstState target = seek ? GST_STATE_PAUSED : to_gst(state);
     m_asked = state;
     if (gst_element_set_state(m_pGraph, target) == GST_STATE_CHANGE_FAILURE) {
         TakeMessages();
         return E_FAIL;
     }
-    if (start <= 0) return S_OK;
+    if (!seek) return S_OK;
     constexpr GstClockTime kPrerollTime = 10 * GST_SECOND;
     gst_element_get_state(m_pGraph, nullptr, nullptr, kPrerollTime);
-    const HRESULT result = SetPositions(start, -1);
+    const HRESULT result = SetPositions(start, stop);
     if (Failed(result) || state == 1) return result;
     const bool failed = gst_element_set_state(m_pGraph, to_gst(state)) == GST_STATE_CHANGE_FAILURE;
     return failed ? E_FAIL : S_OK;
@@ -175,26 +198,40 @@ HRESULT DShowHelper::SetPositions(int64_t position, int64_t stop) {
     if (!m_pGraph) return E_HANDLE;
     // The very end has no picture any more.
     const int64_t target = std::clamp<int64_t>(position, 0, std::max<int64_t>(m_duration - 1, 0));
+    if (stop >= 0 && stop < target) return E_INVALIDARG;
+    stop = std::min(stop, m_duration);
     if (m_asked == 0) {
         m_pending = target;
+        m_pendingStop = stop;
         return S_OK;
     }
     const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
-    const bool sought =
-        gst_element_seek(m_pGraph, 1.0, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, target * kUnit,
-                         stop < 0 ? GST_SEEK_TYPE_NONE : GST_SEEK_TYPE_SET,
-                         stop < 0 ? -1 : stop * kUnit) != FALSE;
-    if (!sought) return E_FAIL;
+    GstEvent* seek = gst_event_new_seek(
+        1.0, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, target * kUnit,
+        stop < 0 ? GST_SEEK_TYPE_NONE : GST_SEEK_TYPE_SET, stop < 0 ? -1 : stop * kUnit);
+    m_lastSeek = gst_event_get_seqnum(seek);
+    if (!gst_element_send_event(m_pGraph, seek)) {
+        m_lastSeek = 0;  // part of the graph may be there, and part may not
+        return E_FAIL;
+    }
     m_position = target;
+    m_stop = stop;
     m_ended = m_failed = false;
+    std::erase_if(m_events, [](const GraphEvent& event) { return event.code == EC_COMPLETE; });
     return S_OK;
+}
+
+// The end as it is after the last seek, not one that was reached before it.
+bool DShowHelper::IsPresentEnd(GstMessage* message) const {
+    return m_lastSeek == 0 || gst_message_get_seqnum(message) == m_lastSeek;
 }
 
 // Sorts what the graph has reported since the last look.
 void DShowHelper::TakeMessages() {
-    while (const GstMessagePtr message{gst_bus_pop(m_pEvent)}) {
+    while (const GstMessagePtr message = m_inbox->Take()) {
         switch (GST_MESSAGE_TYPE(message.get())) {
             case GST_MESSAGE_EOS:
+                if (!IsPresentEnd(message.get())) break;
                 m_ended = true;
                 m_events.push_back({EC_COMPLETE, {}});
                 break;

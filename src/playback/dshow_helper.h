@@ -72,16 +72,20 @@ protected:
     std::string m_reason;
 
 private:
-    class Notifier;
+    class Inbox;
 
     void TakeMessages();
+    bool IsPresentEnd(GstMessage* message) const;
     int64_t AskPosition();
 
-    std::unique_ptr<Notifier> m_notifier;
+    std::unique_ptr<Inbox> m_inbox;
     std::deque<GraphEvent> m_events;
-    int32_t m_asked = 0;     // the state that was last set
-    int64_t m_pending = -1;  // where to start once the graph has been started; -1 for nowhere
+    uint32_t m_lastSeek = 0;  // mark of the end that counts; 0: any
+    int32_t m_asked = 0;      // the state that was last set
+    // Where to start and stop once the graph has been started; -1 for nowhere.
+    int64_t m_pending = -1, m_pendingStop = -1;
     int64_t m_position = 0;  // the last that the graph told
+    int64_t m_stop = -1;     // where playing ends; -1 for the end of the clip
     bool m_ended = false;    // all has been played
     bool m_failed = false;   // an error has been told
 };

@@ -5,5 +5,6 @@
 // NOLINTBEGIN(bugprone-reserved-identifier)
 typedef struct _GstBus GstBus;
 typedef struct _GstElement GstElement;
+typedef struct _GstMessage GstMessage;
 typedef struct _GstPad GstPad;
 // NOLINTEND(bugprone-reserved-identifier)

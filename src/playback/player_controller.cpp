@@ -1,5 +1,6 @@
 #include "playback/player_controller.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "app/reference_data.h"
@@ -127,11 +128,12 @@ HRESULT PlayerController::Seek(int64_t position, uint32_t flags, int64_t stop, u
     if (flags > kRelativePositioning || stopFlags > kAbsolutePositioning) return E_INVALIDARG;
     int64_t now = 0;
     if (flags != kAbsolutePositioning) GetPosition(&now);
-    const int64_t target = flags == kAbsolutePositioning   ? position
-                           : flags == kRelativePositioning ? now + position
-                                                           : now;
+    const int64_t target = flags == kAbsolutePositioning ? position
+                           : flags == kRelativePositioning
+                               ? now + std::clamp(position, -now, m_duration)
+                               : now;
     const HRESULT result = SetPositions(target, stopFlags == kAbsolutePositioning ? stop : -1);
-    return Failed(result) || m_state == kStopped ? result : ReadState();
+    return Failed(result) ? result : ReadState();
 }
 
 HRESULT PlayerController::SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle) {

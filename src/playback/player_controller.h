@@ -42,7 +42,7 @@ public:
                          const VideoRect* videoRect);
     // 100-nanosecond units, held within the clip. Accurate to the picture and the sample; while
     // paused the picture of that time is shown when this returns, if that took no longer than half
-    // a second. E_INVALIDARG for flags that it does not know.
+    // a second. E_INVALIDARG for flags that it does not know and a stop before the position.
     virtual HRESULT Seek(int64_t position, uint32_t flags, int64_t stop, uint32_t stopFlags);
 
     HRESULT ReleaseGraph() override;

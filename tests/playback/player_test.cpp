@@ -1,3 +1,4 @@
+#include <gst/gst.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -148,6 +149,61 @@ TEST(Player, TellsItsWindowOfTheEnd) {
     ASSERT_GE(player.Run(), 0);
     EXPECT_TRUE(WaitFor([&] { return window.last == 0x7E9; }));
     EXPECT_EQ(player.WaitForEnd(), S_OK);
+}
+
+TEST(Player, TellsItsWindowOnceTheEventIsThere) {
+    struct Window : INotifyWindow {
+        void PostMessage(uint32_t, intptr_t) override { result = player.ProcessEvents(); }
+        TestPlayer player;
+        HRESULT result = S_FALSE;
+    } window;
+    TestPlayer& player = window.player;
+    ASSERT_EQ(player.Open(kData + "/playback/picture_alone.mp4", true, &window, 0, 0, nullptr,
+                          nullptr, true),
+              S_OK);
+    gst_element_post_message(player.Graph(), gst_message_new_eos(GST_OBJECT(player.Graph())));
+    EXPECT_EQ(window.result, S_OK);
+    player.SetNotifyWindow(nullptr, 0, 0);
+}
+
+TEST(Player, ForgetsTheEndThatASeekLeft) {
+    TestPlayer player;
+    ASSERT_EQ(player.OpenClip(ClipPath("cam_roles")), S_OK);
+    player.PlayUnpaced();
+    ASSERT_GE(player.Run(), 0);
+    ASSERT_TRUE(WaitFor([&] { return player.Position() == player.Duration(); }));
+    ASSERT_GE(player.Pause(), 0);
+    ASSERT_GE(player.SeekTo(kSecond), 0);
+    // And one that was on its way.
+    gst_element_post_message(player.Graph(), gst_message_new_eos(GST_OBJECT(player.Graph())));
+    EXPECT_EQ(player.ProcessEvents(), S_FALSE);
+    EXPECT_EQ(player.State(), kPaused);
+    EXPECT_EQ(player.Position(), kSecond);
+    ASSERT_GE(player.Run(), 0);
+    EXPECT_EQ(player.WaitForEnd(), S_OK);
+    // The next seek shows its picture and is paused again.
+    ASSERT_GE(player.SeekTo(kSecond), 0);
+    EXPECT_EQ(player.State(), kPaused);
+}
+
+TEST(Player, StopsWhereASeekSays) {
+    for (const bool running : {false, true}) {
+        SCOPED_TRACE(running);
+        TestPlayer player;
+        ASSERT_EQ(player.OpenClip(ClipPath("cam_roles")), S_OK);
+        player.PlayUnpaced();
+        if (running) {
+            ASSERT_GE(player.Pause(), 0);
+        }
+        const uint32_t set = kAbsolutePositioning;
+        EXPECT_EQ(player.Seek(kSecond, set, kSecond - 1, set), E_INVALIDARG);
+        EXPECT_GE(player.Seek(INT64_MAX, kRelativePositioning, INT64_MAX, set), 0);
+        EXPECT_EQ(player.Position(), player.Duration() - 1);
+        ASSERT_GE(player.Seek(0, set, kSecond, set), 0);
+        ASSERT_GE(player.Run(), 0);
+        EXPECT_EQ(player.WaitForEnd(), S_OK);
+        EXPECT_EQ(player.Position(), kSecond);
+    }
 }
 
 TEST(Player, AnswersByNumber) {
