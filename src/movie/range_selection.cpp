@@ -8,6 +8,8 @@ namespace tarn {
 namespace {
 
 constexpr uint32_t kPresentationLook = 3;  // samples looked at for a track's first presentation
+// Pictures are reordered within 16 frames at most (ISO/IEC 14496-10, A.3.1).
+constexpr uint32_t kReorder = 16;
 
 Mp4Result to_signed(uint64_t value, int64_t* out) {
     if (value > static_cast<uint64_t>(INT64_MAX)) return FF4_RET_OVERFLOW;
@@ -93,6 +95,7 @@ Mp4Result start_video(const MovieTrackInfo& track, int64_t in, MovieRange* range
 Mp4Result find_shown_start(const MovieTrackInfo& track, uint64_t inMs, MovieRange* range) {
     const TrackRange& video = range->video;
     int64_t wanted = 0, first = 0;
+    uint32_t later = 0;  // pictures decoded behind the point; one of them may be shown before it
     FF4_TRY(to_signed(range->leadIn, &wanted));
     FF4_TRY(add(wanted, video.presentationStart, &wanted));
     for (uint32_t n = video.first; n <= track.sampleCount; ++n) {
@@ -103,7 +106,7 @@ Mp4Result find_shown_start(const MovieTrackInfo& track, uint64_t inMs, MovieRang
         const int64_t shown = decoded + sample.compositionOffset;
         if (n == video.first) first = range->exactStart = shown;
         if (shown <= wanted) range->exactStart = std::max(range->exactStart, shown);
-        if (decoded > wanted) break;
+        if (decoded > wanted && ++later > kReorder) break;
     }
     // What is shown first, as it lies before the in point.
     const auto before = [&](int64_t shown) {
