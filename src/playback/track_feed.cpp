@@ -164,12 +164,15 @@ MovieCode TrackFeed::Look(size_t ahead) {
     return kMovieOk;
 }
 
-// The earliest of the neighbours that are shown later; -1 behind the last picture.
-int64_t TrackFeed::NextShown(const Row& row) const {
+// Until the earliest of the neighbours that are shown later; the last picture lasts to the end of
+// the movie at least.
+int64_t TrackFeed::ShownFor(const Row& row) const {
     int64_t next = INT64_MAX;
     for (const Row& other : m_rows)
         if (other.shown > row.shown) next = std::min(next, other.shown);
-    return next == INT64_MAX ? -1 : next;
+    const int64_t shown = ToNs(row.shown);
+    if (next != INT64_MAX) return ToNs(next) - shown;
+    return std::max(ToNs(row.shown + row.info.duration), m_movieEnd) - shown;
 }
 
 // One sample, or as many frames of PCM as lie together.
@@ -203,23 +206,26 @@ MovieCode TrackFeed::Next(FeedSample* sample) {
     return kMovieOk;
 }
 
+// Where pictures are shown before the time of their decoding, one behind the end of that time may
+// belong to what is shown.
+bool TrackFeed::IsOver() const {
+    return std::all_of(
+        m_rows.begin() + static_cast<ptrdiff_t>(m_next), m_rows.end(),
+        [this](const Row& row) { return ToNs(std::min(row.decoded, row.shown)) >= m_end; });
+}
+
 MovieCode TrackFeed::Read(FeedSample* sample) {
     const bool video = m_kind == Kind::kVideo;
     MOVIE_TRY(Look(video ? kReorder : 0));
-    if (m_next >= m_rows.size()) return kMovieEndOfSamples;
+    if (IsOver()) return kMovieEndOfSamples;
     const Row row = m_rows[m_next];
-    if (ToNs(row.decoded) >= m_end) return kMovieEndOfSamples;
     uint32_t count = 1;
     MOVIE_TRY(ReadRun(row, sample, &count));
     sample->shown = ToNs(row.shown);
     sample->decoded = ToNs(row.decoded);
     sample->isSync = !video || row.info.isSync != 0;
     sample->description = DescriptionOf(row.info.descriptionIndex);
-    int64_t until = row.shown + int64_t{row.info.duration} * count;
-    if (video && NextShown(row) >= 0) until = NextShown(row);
-    sample->duration = ToNs(until) - sample->shown;
-    if (video && NextShown(row) < 0)
-        sample->duration = std::max(sample->duration, m_movieEnd - sample->shown);
+    sample->duration = video ? ShownFor(row) : 0;
     if (count > 1) {  // the rest of the run is done
         m_rows.clear();
         m_next = 0;

@@ -20,8 +20,7 @@ namespace tarn {
 struct FeedSample {
     std::vector<uint8_t> data;
     int64_t shown = 0, decoded = 0;  // when
-    // Until the next picture is shown, or the sound goes on. The last picture lasts to the end of
-    // the movie at least.
+    // Of a picture, until the next one is shown. Sound lasts as long as what is decoded from it.
     int64_t duration = 0;
     bool isSync = false;
     uint32_t description = 0;  // position in the list of descriptions, from 0
@@ -43,7 +42,7 @@ public:
 
     // Goes to where decoding has to begin so that what is shown at `time` comes out whole: the
     // sync sample before a picture, a few samples before a sound. `end`: nothing that is decoded
-    // at or behind it is given.
+    // and shown at or behind it is given.
     MovieCode SeekTo(int64_t time, int64_t end);
     // On the way to the place that was sought, pictures that no other one needs are left out.
     // kMovieEndOfSamples at the end, kMovieSystem when reading failed (SystemError tells).
@@ -67,7 +66,8 @@ private:
     MovieCode ReadRun(const Row& row, FeedSample* sample, uint32_t* count);
     uint32_t DescriptionOf(uint32_t index) const;
     bool IsPcm() const;
-    int64_t NextShown(const Row& row) const;
+    int64_t ShownFor(const Row& row) const;
+    bool IsOver() const;
     int64_t ToNs(int64_t units) const;
     int64_t ToUnits(int64_t time) const;
 

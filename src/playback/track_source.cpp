@@ -61,7 +61,9 @@ GstBuffer* to_buffer(SourceState& state) {
     GstBuffer* buffer = gst_buffer_new_memdup(sample.data.data(), sample.data.size());
     GST_BUFFER_PTS(buffer) = stamp(sample.shown);
     GST_BUFFER_DTS(buffer) = stamp(sample.decoded);
-    GST_BUFFER_DURATION(buffer) = static_cast<GstClockTime>(std::max<int64_t>(sample.duration, 0));
+    // What a movie says of sound's length may be wrong: the bytes tell.
+    if (sample.duration > 0)
+        GST_BUFFER_DURATION(buffer) = static_cast<GstClockTime>(sample.duration);
     if (!sample.isSync) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
     if (std::exchange(state.jumped, false)) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
     return buffer;

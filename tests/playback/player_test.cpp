@@ -206,6 +206,20 @@ TEST(Player, StopsWhereASeekSays) {
     }
 }
 
+TEST(Player, ShowsWhatIsDecodedBehindTheEnd) {
+    TestPlayer player;
+    ASSERT_EQ(player.OpenClip(kData + "/playback/negative_offsets.mp4"), S_OK);
+    player.PlayUnpaced();
+    ASSERT_GE(player.SeekTo(kSecond + kSecond / 25), 0);
+    ASSERT_GE(player.Pause(), 0);
+    ASSERT_TRUE(player.Settle());
+    const std::vector<int> last = ShownThumbnail(player);  // is decoded 1.12 seconds from the start
+    ASSERT_GE(player.Seek(0, kAbsolutePositioning, kSecond * 53 / 50, kAbsolutePositioning), 0);
+    ASSERT_GE(player.Run(), 0);
+    ASSERT_EQ(player.WaitForEnd(), S_OK);
+    EXPECT_EQ(ShownThumbnail(player), last);
+}
+
 TEST(Player, AnswersByNumber) {
     TestPlayer player;
     int64_t time = 0;
@@ -324,6 +338,18 @@ TEST(Player, PlaysOnThroughDamagedSamples) {
     dir.Write("damaged.mp4", bytes);
     TestPlayer player;
     ASSERT_EQ(player.OpenClip(dir.Path("damaged.mp4")), S_OK) << player.Reason();
+    player.PlayUnpaced();
+    ASSERT_GE(player.Run(), 0);
+    EXPECT_EQ(player.WaitForEnd(), S_OK) << player.Reason();
+}
+
+TEST(Player, TakesTheLengthOfSoundFromItsBytes) {
+    std::string bytes = ReadFile(kData + "/playback/pcm.mp4");
+    bytes[bytes.find("mdhd") + 18] = 1;  // 24000 units a second become 448
+    const TempDir dir;
+    dir.Write("slow.mp4", bytes);
+    TestPlayer player;
+    ASSERT_EQ(player.OpenClip(dir.Path("slow.mp4")), S_OK) << player.Reason();
     player.PlayUnpaced();
     ASSERT_GE(player.Run(), 0);
     EXPECT_EQ(player.WaitForEnd(), S_OK) << player.Reason();
