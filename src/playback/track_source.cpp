@@ -16,6 +16,7 @@ struct SourceState {
     std::string path;
     FeedSample sample;
     uint32_t described = UINT32_MAX;  // the description that the caps tell of
+    MovieCode sought = kMovieOk;      // what came of the last seek
     bool jumped = true;               // the next sample follows a seek
     int64_t start = 0;                // where to begin, ns; good for the first start alone
 };
@@ -72,7 +73,8 @@ GstBuffer* to_buffer(SourceState& state) {
 GstFlowReturn create(GstPushSrc* source, GstBuffer** buffer) {
     TrackSource* self = self_of(source);
     FeedSample& sample = self->state->sample;
-    MovieCode code = kMovieOk;
+    MovieCode code = self->state->sought;
+    if (code != kMovieOk) return fail(self, code);
     do  // a sample without bytes has nothing to decode
         code = self->state->feed->Next(&sample);
     while (code == kMovieOk && sample.data.empty());
@@ -94,7 +96,8 @@ gboolean do_seek(GstBaseSrc* source, GstSegment* segment) {
     const auto target = static_cast<int64_t>(segment->time);
     const guint64 length = static_cast<guint64>(feed.DurationNs());
     const auto end = static_cast<int64_t>(std::min(segment->stop, length));
-    if (feed.SeekTo(target, end) != kMovieOk) return FALSE;
+    // A seek that fails would leave the stream without a segment: the next sample tells of it.
+    self->state->sought = feed.SeekTo(target, end);
     segment->start = segment->position = stamp(target);
     segment->stop = stamp(std::max(end, target));
     self->state->jumped = true;

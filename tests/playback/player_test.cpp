@@ -355,6 +355,21 @@ TEST(Player, TakesTheLengthOfSoundFromItsBytes) {
     EXPECT_EQ(player.WaitForEnd(), S_OK) << player.Reason();
 }
 
+TEST(Player, NamesTheFileWhoseTablesLackThePlace) {
+    std::string bytes = ReadFile(ClipPath("cam_audio_only"));
+    bytes[bytes.find("mvhd") + 21] = 1;     // the movie lasts far longer than its samples,
+    bytes[bytes.find("stts") + 12] = 0x7f;  // which claim to be more than there are
+    const TempDir dir;
+    dir.Write("claims.mp4", bytes);
+    TestPlayer player;
+    ASSERT_EQ(player.OpenClip(dir.Path("claims.mp4")), S_OK) << player.Reason();
+    ASSERT_GE(player.Pause(), 0);
+    ASSERT_TRUE(player.Settle());
+    player.SeekTo(player.Duration());
+    EXPECT_EQ(player.WaitForEnd(), E_ABORT);
+    EXPECT_NE(player.Reason().find("claims.mp4"), std::string::npos) << player.Reason();
+}
+
 TEST(Player, NamesTheFileThatCanNoLongerBeRead) {
     const TempDir dir;
     std::string bytes = ReadFile(ClipPath("cam_avc_2997_g12_b2_3s"));
