@@ -1,6 +1,7 @@
 #include "playback/dshow_helper.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "playback/audio_renderer.h"
@@ -27,12 +28,20 @@ bool concerns_us(const GstMessage* message) {
     return (GST_MESSAGE_TYPE(message) & types) != 0;
 }
 
+// A device speaks of its own calls; what the user can do about it is to look at the device.
+bool is_from_sound_device(const GstMessage* message) {
+    for (GstObjectPtr at(GST_OBJECT(gst_object_ref(GST_MESSAGE_SRC(message)))); at;
+         at.reset(gst_object_get_parent(at.get())))
+        if (std::string_view(GST_OBJECT_NAME(at.get())) == kAudioRendererName) return true;
+    return false;
+}
+
 std::string error_text(GstMessage* message) {
     GError* error = nullptr;
     gst_message_parse_error(message, &error, nullptr);
     std::string text = error->message;
     g_error_free(error);
-    return text;
+    return is_from_sound_device(message) ? "the sound device is gone: " + text : text;
 }
 
 }  // namespace

@@ -13,6 +13,7 @@ namespace tarn {
 struct GstObjectDeleter {
     void operator()(void* object) const { gst_object_unref(object); }
 };
+using GstObjectPtr = std::unique_ptr<GstObject, GstObjectDeleter>;
 using GstElementPtr = std::unique_ptr<GstElement, GstObjectDeleter>;
 using GstPadPtr = std::unique_ptr<GstPad, GstObjectDeleter>;
 using GstBusPtr = std::unique_ptr<GstBus, GstObjectDeleter>;

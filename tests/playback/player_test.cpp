@@ -10,6 +10,7 @@
 
 #include "movie/clip_info.h"
 #include "picture_rig.h"
+#include "playback/gst_handles.h"
 #include "playback/sound_volume.h"
 #include "player_rig.h"
 #include "support/temp_dir.h"
@@ -252,6 +253,16 @@ TEST(Player, IsAsLoudAsItsVolumeSays) {
     // A clip that is gone takes nothing along.
     player.ReleaseGraph();
     EXPECT_EQ(volume.SetMute(true), S_OK);
+}
+
+TEST(Player, SaysThatTheSoundDeviceIsGone) {
+    TestPlayer player;
+    ASSERT_EQ(player.OpenClip(ClipPath("cam_roles")), S_OK);
+    ASSERT_GE(player.Pause(), 0);
+    const GstElementPtr part(gst_bin_get_by_name(GST_BIN(player.SoundDevice()), "volume"));
+    GST_ELEMENT_ERROR(part.get(), RESOURCE, WRITE, ("no more"), (nullptr));
+    EXPECT_EQ(player.WaitForEnd(), E_ABORT);
+    EXPECT_EQ(player.Reason(), "the sound device is gone: no more");
 }
 
 TEST(Player, SurvivesAnyOrderOfPlayPauseAndSeek) {
