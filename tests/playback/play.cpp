@@ -102,7 +102,7 @@ int check(const std::string& path) {
     if (!key.empty())
         std::printf(
             "%s: %s\n", key.c_str(),
-            FormatText(XMLIO(TARN_STRINGS).GetString(key), {XpPath::FileName(path)}).c_str());
+            FormatText(XMLIO::GetInstance()->GetString(key), {XpPath::FileName(path)}).c_str());
     return status == kFileUsable ? 0 : 1;
 }
 
