@@ -20,10 +20,8 @@ bool IsDisposableAvcSample(std::span<const uint8_t> sample, uint32_t length_size
         sample = sample.subspan(length_size);
         if (size == 0 || size > sample.size()) return false;
         const uint8_t head = sample[0];
-        if (is_slice(head & 0x1F)) {
-            if ((head & 0x60) != 0) return false;
-            slices = true;
-        }
+        if ((head & 0x60) != 0) return false;
+        if (is_slice(head & 0x1F)) slices = true;
         sample = sample.subspan(size);
     }
     return slices && sample.empty();
