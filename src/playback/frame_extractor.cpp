@@ -50,10 +50,6 @@ bool copy_picture(GstSample* sample, StillPicture* picture) {
     for (ptrdiff_t y = 0; y < picture->height; ++y)
         picture->rgb.insert(picture->rgb.end(), rows + y * stride, rows + y * stride + row_size);
     gst_video_frame_unmap(&frame);
-    const GstClockTime time =
-        gst_segment_to_stream_time(gst_sample_get_segment(sample), GST_FORMAT_TIME,
-                                   GST_BUFFER_PTS(gst_sample_get_buffer(sample)));
-    picture->time = GST_CLOCK_TIME_IS_VALID(time) ? static_cast<int64_t>(time / 100) : 0;
     return true;
 }
 

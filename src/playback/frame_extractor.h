@@ -15,7 +15,6 @@ namespace tarn {
 struct StillPicture {
     int32_t width = 0, height = 0;
     std::vector<uint8_t> rgb;
-    int64_t time = 0;  // when it comes to the screen, 100-nanosecond units
 };
 
 class CFrameExtractor : public DShowHelper {
