@@ -7,6 +7,7 @@
 #include "base/xp_path.h"
 #include "effects/wave_header.h"
 #include "movie/movie_reader.h"
+#include "playback/audio_renderer.h"
 #include "playback/gst_handles.h"
 #include "playback/movie_graph.h"
 
@@ -15,7 +16,7 @@ namespace {
 
 constexpr int64_t kUnitsPerMs = 10'000;
 
-// The source side alone: no device is opened and nothing is decoded yet.
+// Builds what a player needs in any case: no device is opened and nothing is decoded.
 class GraphProbe : public DShowHelper {
 public:
     bool Builds(const std::string& path, std::string* reason) {
@@ -24,11 +25,26 @@ public:
             return false;
         }
         DecodedPins pins;
-        return XpPath::HasExtension(path, ".mp4")
-                   ? AddMovieSource(m_pGraph, path, SourceTracks::kAll, DecoderMode::kSoftware,
-                                    &pins, reason)
-                   : AddWaveSource(m_pGraph, path, &pins, reason);
+        const bool source = XpPath::HasExtension(path, ".mp4")
+                                ? AddMovieSource(m_pGraph, path, SourceTracks::kAll,
+                                                 DecoderMode::kSoftware, &pins, reason)
+                                : AddWaveSource(m_pGraph, path, &pins, reason);
+        return source && HasSinks(pins, reason);
     }
+
+private:
+    // The sinks that need neither a device nor a display.
+    bool HasSinks(const DecodedPins& pins, std::string* reason) {
+        *reason = "no plug-in of GStreamer is there for this: playing sound";
+        if (pins.audio && !MakeAudioRenderer("fakesink")) return false;
+        *reason = "there is nothing to show pictures with";
+        HRESULT result = S_OK;
+        if (pins.video && !CreateVideoRenderer(m_pGraph, &result, kPainted)) return false;
+        reason->clear();
+        return true;
+    }
+
+    static constexpr VideoRendererForm kPainted[] = {VideoRendererForm::CVMR7};
 };
 
 uint32_t wave_rate(const std::string& path) {
