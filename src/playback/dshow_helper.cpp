@@ -1,6 +1,7 @@
 #include "playback/dshow_helper.h"
 
 #include <algorithm>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -28,20 +29,24 @@ bool concerns_us(const GstMessage* message) {
     return (GST_MESSAGE_TYPE(message) & types) != 0;
 }
 
-// A device speaks of its own calls; what the user can do about it is to look at the device.
-bool is_from_sound_device(const GstMessage* message) {
+bool is_from(const GstMessage* message, std::span<const std::string_view> bins) {
     for (GstObjectPtr at(GST_OBJECT(gst_object_ref(GST_MESSAGE_SRC(message)))); at;
          at.reset(gst_object_get_parent(at.get())))
-        if (std::string_view(GST_OBJECT_NAME(at.get())) == kAudioRendererName) return true;
+        if (std::ranges::count(bins, GST_OBJECT_NAME(at.get())) > 0) return true;
     return false;
 }
 
-std::string error_text(GstMessage* message) {
+GraphEvent error_event(GstMessage* message) {
     GError* error = nullptr;
     gst_message_parse_error(message, &error, nullptr);
-    std::string text = error->message;
+    const bool lost = g_error_matches(error, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND);
+    const std::string text = error->message;
     g_error_free(error);
-    return is_from_sound_device(message) ? "the sound device is gone: " + text : text;
+    constexpr std::string_view kSound[] = {kAudioRendererName};
+    constexpr std::string_view kScreens[] = {"EVR", "VMR-9", "VMR-7"};
+    // A device speaks of its own calls; what the user can do about it is to look at the device.
+    if (is_from(message, kSound)) return {EC_ERRORABORT, "the sound device is gone: " + text};
+    return {lost && is_from(message, kScreens) ? EC_USERABORT : EC_ERRORABORT, text};
 }
 
 }  // namespace
@@ -247,8 +252,8 @@ void DShowHelper::TakeMessages() {
             case GST_MESSAGE_ERROR:
                 // What follows the first one is only its echo.
                 if (std::exchange(m_failed, true)) break;
-                m_reason = error_text(message.get());
-                m_events.push_back({EC_ERRORABORT, m_reason});
+                m_events.push_back(error_event(message.get()));
+                m_reason = m_events.back().text;
                 break;
             case GST_MESSAGE_LATENCY:
                 gst_bin_recalculate_latency(GST_BIN(m_pGraph));

@@ -255,14 +255,26 @@ TEST(Player, IsAsLoudAsItsVolumeSays) {
     EXPECT_EQ(volume.SetMute(true), S_OK);
 }
 
-TEST(Player, SaysThatTheSoundDeviceIsGone) {
-    TestPlayer player;
-    ASSERT_EQ(player.OpenClip(ClipPath("cam_roles")), S_OK);
-    ASSERT_GE(player.Pause(), 0);
-    const GstElementPtr part(gst_bin_get_by_name(GST_BIN(player.SoundDevice()), "volume"));
-    GST_ELEMENT_ERROR(part.get(), RESOURCE, WRITE, ("no more"), (nullptr));
-    EXPECT_EQ(player.WaitForEnd(), E_ABORT);
-    EXPECT_EQ(player.Reason(), "the sound device is gone: no more");
+TEST(Player, TellsALostDeviceFromAClosedWindow) {
+    const struct {
+        const char *bin, *text;
+        int32_t code;
+    } cases[] = {{"Default DirectSound Device", "the sound device is gone: no more", EC_ERRORABORT},
+                 {"VMR-7", "no more", EC_USERABORT},
+                 {"Audio Decoder", "no more", EC_ERRORABORT}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.bin);
+        TestPlayer player;
+        ASSERT_EQ(player.OpenClip(ClipPath("cam_roles")), S_OK);
+        ASSERT_GE(player.Pause(), 0);
+        int32_t code = 0;
+        player.SetEventCallback([&](const GraphEvent& event) { code = event.code; });
+        const GstElementPtr bin(gst_bin_get_by_name(GST_BIN(player.Graph()), c.bin));
+        GST_ELEMENT_ERROR(bin.get(), RESOURCE, NOT_FOUND, ("no more"), (nullptr));
+        EXPECT_EQ(player.WaitForEnd(), E_ABORT);
+        EXPECT_EQ(code, c.code);
+        EXPECT_EQ(player.Reason(), c.text);
+    }
 }
 
 TEST(Player, SurvivesAnyOrderOfPlayPauseAndSeek) {
