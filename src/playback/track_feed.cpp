@@ -224,6 +224,7 @@ MovieCode TrackFeed::Read(FeedSample* sample) {
     sample->shown = ToNs(row.shown);
     sample->decoded = ToNs(row.decoded);
     sample->isSync = !video || row.info.isSync != 0;
+    sample->number = row.number;
     sample->description = DescriptionOf(row.info.descriptionIndex);
     sample->duration = video ? ShownFor(row) : 0;
     if (count > 1) {  // the rest of the run is done

@@ -23,6 +23,7 @@ struct FeedSample {
     // Of a picture, until the next one is shown. Sound lasts as long as what is decoded from it.
     int64_t duration = 0;
     bool isSync = false;
+    uint32_t number = 0;       // 1-based
     uint32_t description = 0;  // position in the list of descriptions, from 0
 };
 
@@ -36,6 +37,7 @@ public:
     Kind TrackKind() const { return m_kind; }
     const std::vector<CVideoSampleDescriptionInfo>& Video() const { return m_video; }
     const std::vector<CAudioSampleDescriptionInfo>& Audio() const { return m_audio; }
+    bool IsPcm() const;  // sound that needs no decoder
     // Pictures a second, as a fraction of the track's length; 0 / 1 when it can't be told.
     void GetFrameRate(uint32_t* numerator, uint32_t* denominator) const;
     int64_t DurationNs() const { return m_movieEnd; }  // of the movie
@@ -65,7 +67,6 @@ private:
     bool IsNeedless(const FeedSample& sample) const;
     MovieCode ReadRun(const Row& row, FeedSample* sample, uint32_t* count);
     uint32_t DescriptionOf(uint32_t index) const;
-    bool IsPcm() const;
     int64_t ShownFor(const Row& row) const;
     bool IsOver() const;
     int64_t ToNs(int64_t units) const;

@@ -16,6 +16,7 @@ struct SourceState {
     std::string path;
     FeedSample sample;
     uint32_t described = UINT32_MAX;  // the description that the caps tell of
+    int beginnings = 0;               // of the sound's first sample
     MovieCode sought = kMovieOk;      // what came of the last seek
     bool jumped = true;               // the next sample follows a seek
     int64_t start = 0;                // where to begin, ns; good for the first start alone
@@ -54,6 +55,8 @@ bool describe(TrackSource* self, uint32_t index) {
     if (index == state.described) return true;
     const GstCapsPtr caps = MakeTrackCaps(*state.feed, index);
     state.described = index;
+    if (caps && state.beginnings > 1)
+        gst_caps_set_simple(caps.get(), "beginning", G_TYPE_INT, state.beginnings, nullptr);
     return caps && gst_base_src_set_caps(GST_BASE_SRC(self), caps.get());
 }
 
@@ -70,6 +73,18 @@ GstBuffer* to_buffer(SourceState& state) {
     return buffer;
 }
 
+bool begins_sound(const SourceState& state) {
+    return state.jumped && state.sample.number == 1 &&
+           state.feed->TrackKind() == TrackFeed::Kind::kAudio && !state.feed->IsPcm();
+}
+
+// A decoder that is flushed keeps the shape of its last window. Where a sound can't be warmed up,
+// at its very start, only a new decoder gives what a save has: one comes with other caps.
+void renew_decoder(SourceState& state) {
+    ++state.beginnings;
+    state.described = UINT32_MAX;
+}
+
 GstFlowReturn create(GstPushSrc* source, GstBuffer** buffer) {
     TrackSource* self = self_of(source);
     FeedSample& sample = self->state->sample;
@@ -80,6 +95,7 @@ GstFlowReturn create(GstPushSrc* source, GstBuffer** buffer) {
     while (code == kMovieOk && sample.data.empty());
     if (code == kMovieEndOfSamples) return GST_FLOW_EOS;
     if (code != kMovieOk) return fail(self, code);
+    if (begins_sound(*self->state)) renew_decoder(*self->state);
     if (!describe(self, sample.description)) return GST_FLOW_NOT_NEGOTIATED;
     *buffer = to_buffer(*self->state);
     return GST_FLOW_OK;
