@@ -24,15 +24,17 @@ bool connect(GstElement* graph, GstElement* source, const char* pin, GstElementP
     return *out != nullptr;
 }
 
-int64_t wave_duration(const std::string& path) {
+void read_wave_facts(const std::string& path, DecodedPins* pins) {
     XpFile file;
     WaveHeader header{};
     int error = 0;
     if (file.Open(path, XpFile::Mode::kRead) != 0 ||
         ReadWaveHeader(&file, &header, &error) != WaveHeaderFault::kNone)
-        return 0;
+        return;
     const uint64_t bytes = std::min<uint64_t>(header.data_size, header.data_available);
-    return static_cast<int64_t>(bytes / kWaveFrameSize * kUnitsPerSecond / header.sample_rate);
+    pins->duration =
+        static_cast<int64_t>(bytes / kWaveFrameSize * kUnitsPerSecond / header.sample_rate);
+    pins->soundRate = static_cast<int32_t>(std::min<uint32_t>(header.sample_rate, INT32_MAX));
 }
 
 // A bin with the file and its parser; the file is its element "file".
@@ -58,6 +60,10 @@ bool AddMovieSource(GstElement* graph, const std::string& path, SourceTracks tra
     gint64 duration = 0;
     if (gst_element_query_duration(source.get(), GST_FORMAT_TIME, &duration))
         pins->duration = duration / 100;
+    if (source_pins.audio) {
+        gst_structure_get_int(gst_caps_get_structure(source_pins.audio.get(), 0), "rate",
+                              &pins->soundRate);
+    }
     if (source_pins.video &&
         !connect(graph, source.get(), kVideoPin,
                  MakeVideoDecoder(source_pins.video.get(), mode, reason), &pins->video, reason))
@@ -75,7 +81,7 @@ bool AddWaveSource(GstElement* graph, const std::string& path, DecodedPins* pins
     if (!source || (is_new && !gst_bin_add(GST_BIN(graph), source.get()))) return false;
     const GstElementPtr file(gst_bin_get_by_name(GST_BIN(source.get()), "file"));
     g_object_set(file.get(), "location", path.c_str(), nullptr);
-    pins->duration = wave_duration(path);
+    read_wave_facts(path, pins);
     if (!is_new) return true;
     const GstCapsPtr raw(gst_caps_new_empty_simple("audio/x-raw"));
     return connect(graph, source.get(), kAudioPin, MakeAudioDecoder(raw.get(), reason),

@@ -13,7 +13,8 @@ namespace tarn {
 // What a source side ends in. Pads are null where the clip has no such track.
 struct DecodedPins {
     GstPadPtr video, audio;
-    int64_t duration = 0;  // 100-nanosecond units
+    int64_t duration = 0;   // 100-nanosecond units
+    int32_t soundRate = 0;  // Hz, as the clip says; 0: it doesn't
 };
 
 // Adds "Source Splitter", "Kelo AVC Decoder Light" and "Audio Decoder" to the graph. False, with a

@@ -44,11 +44,11 @@ HRESULT PlayerController::Open(const std::string& path, INotifyWindow* notifyWin
 }
 
 HRESULT PlayerController::ReleaseGraph() {
-    if (m_pGraph) DShowHelper::SetState(kStopped);
     m_state = kStopped;
     m_hNotifyWindow = nullptr;
     m_hVideoWindow = nullptr;
     m_soundDevice = nullptr;
+    m_soundRate = 0;
     if (m_pGraph) gst_element_set_state(m_pGraph, GST_STATE_NULL);
     m_pRenderer.reset();
     return DShowHelper::ReleaseGraph();
@@ -75,6 +75,7 @@ HRESULT PlayerController::RenderMovie(const std::string& path) {
     if (!AddMovieSource(m_pGraph, path, SourceTracks::kAll, decoder_mode(), &pins, &m_reason))
         return E_FAIL;
     m_duration = pins.duration;
+    m_soundRate = pins.soundRate;
     if (pins.audio && Failed(RenderSound(pins.audio.get()))) return E_FAIL;
     if (pins.video) {
         const GstPadPtr screen(gst_element_get_static_pad(m_pRenderer->Filter(), "sink"));
@@ -89,6 +90,7 @@ HRESULT PlayerController::RenderWave(const std::string& path) {
     DecodedPins pins;
     if (!AddWaveSource(m_pGraph, path, &pins, &m_reason)) return E_FAIL;
     m_duration = pins.duration;
+    m_soundRate = pins.soundRate;
     return pins.audio ? RenderSound(pins.audio.get()) : S_OK;
 }
 
@@ -105,10 +107,6 @@ HRESULT PlayerController::RenderSound(GstPad* pin) {
 
 HRESULT PlayerController::ReadState() {
     return GetState(kStateWaitMs, &m_state);
-}
-
-HRESULT PlayerController::GetState(int timeoutMs, int32_t* state) {
-    return DShowHelper::GetState(timeoutMs, state);
 }
 
 HRESULT PlayerController::Run() {

@@ -53,7 +53,7 @@ public:
     HRESULT Pause();
     // Waits for a change that is under way, so long at most. VFW_S_STATE_INTERMEDIATE when it
     // still is.
-    HRESULT GetState(int timeoutMs, int32_t* state);
+    using DShowHelper::GetState;
     int32_t State() const { return m_state; }
 
     HRESULT SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle);
@@ -69,6 +69,7 @@ public:
     HRESULT ProcessEvents();
 
 protected:
+    int32_t m_soundRate = 0;  // Hz, as the clip says; 0: it doesn't
     int32_t m_state = kStopped;
     std::unique_ptr<CVideoRenderer> m_pRenderer;
     EventCallback m_pNotify;

@@ -3,10 +3,7 @@
 #include <algorithm>
 #include <climits>
 
-#include "base/xp_file.h"
 #include "base/xp_path.h"
-#include "effects/wave_header.h"
-#include "movie/movie_reader.h"
 #include "playback/audio_renderer.h"
 #include "playback/gst_handles.h"
 #include "playback/movie_graph.h"
@@ -47,23 +44,6 @@ private:
     static constexpr VideoRendererForm kPainted[] = {VideoRendererForm::CVMR7};
 };
 
-uint32_t wave_rate(const std::string& path) {
-    XpFile file;
-    WaveHeader header{};
-    int error = 0;
-    if (file.Open(path, XpFile::Mode::kRead) != 0 ||
-        ReadWaveHeader(&file, &header, &error) != WaveHeaderFault::kNone)
-        return 0;
-    return header.sample_rate;
-}
-
-uint32_t movie_rate(const std::string& path) {
-    CMP4MovieReader reader;
-    reader.SetPath(path);
-    if (reader.Open() != kMovieOk || reader.GetInfo().audioDescriptions.empty()) return 0;
-    return reader.GetInfo().audioDescriptions[0].entry.sampling_rate;
-}
-
 }  // namespace
 
 TarnPlayerController::~TarnPlayerController() {
@@ -99,9 +79,7 @@ HRESULT TarnPlayerController::Open(const std::string& path, bool withSound,
                                                   movie ? videoWindow : nullptr, videoRect);
     // A clip that has no sound, or one that can't be treated, plays as it is.
     if (Failed(result) || !withSound || Failed(InsertSoundFilter())) return result;
-    const uint32_t rate = movie ? movie_rate(path) : wave_rate(path);
-    if (FindEffect() == S_OK && rate > 0 && rate <= INT32_MAX)
-        m_pEffect->SetSampleRate(static_cast<int32_t>(rate));
+    if (FindEffect() == S_OK && m_soundRate > 0) m_pEffect->SetSampleRate(m_soundRate);
     return result;
 }
 
