@@ -9,8 +9,8 @@
 #include <fstream>
 #include <random>
 
-#include "mp4format/file_index.h"
-#include "mp4format/sample_tables.h"
+#include "mp4format/movie/file_index.h"
+#include "mp4format/tables/sample_tables.h"
 #include "support/long_clip.h"
 #include "support/temp_dir.h"
 

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "movie/session.h"
+#include "movie/engine/session.h"
 #include "support/test_host.h"
 
 namespace tarn {

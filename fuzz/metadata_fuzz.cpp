@@ -1,7 +1,7 @@
 // metadata_fuzz - takes bytes as the camera's own records: texts, file records, roles, profiles.
 #include "fuzz_movie.h"
-#include "movie/meta_lists.h"
-#include "movie/tracks.h"
+#include "movie/engine/meta_lists.h"
+#include "movie/engine/tracks.h"
 #include "support/atoms.h"
 
 namespace tarn {

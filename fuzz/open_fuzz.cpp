@@ -1,7 +1,7 @@
 // open_fuzz - opens bytes as a movie, asks everything there is to ask and closes.
 #include "fuzz_movie.h"
-#include "movie/descriptions.h"
-#include "movie/tracks.h"
+#include "movie/engine/descriptions.h"
+#include "movie/engine/tracks.h"
 #include "mp4format/atom_tree.h"
 
 namespace tarn {

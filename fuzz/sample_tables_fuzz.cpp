@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "mp4format/table_set.h"
+#include "mp4format/tables/table_set.h"
 #include "support/test_host.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <random>
 
 #include "fuzz_movie.h"
-#include "movie/samples.h"
-#include "movie/tracks.h"
+#include "movie/engine/samples.h"
+#include "movie/engine/tracks.h"
 
 namespace tarn {
 namespace {

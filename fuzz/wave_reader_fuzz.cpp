@@ -1,7 +1,7 @@
 // Any bytes as a WAV file: the rows match, and hold no more points than the file has bytes.
 #include <cstdlib>
 
-#include "movie/wave_reader.h"
+#include "movie/waveform/wave_reader.h"
 #include "support/memory_path.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -2,8 +2,8 @@
 // shortest coded frames could make them.
 #include <cstdlib>
 
-#include "movie/peaks.h"
-#include "movie/waveform_movie.h"
+#include "movie/waveform/peaks.h"
+#include "movie/waveform/waveform_movie.h"
 #include "support/memory_path.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

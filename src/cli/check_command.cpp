@@ -5,7 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/report.h"
-#include "movie/check_movie_file.h"
+#include "movie/facts/check_movie_file.h"
 
 namespace tarn {
 namespace {

@@ -14,7 +14,7 @@
 #include "cli/export_job.h"
 #include "cli/report.h"
 #include "cli/times.h"
-#include "movie/clip_session.h"
+#include "movie/facts/clip_session.h"
 
 namespace tarn {
 namespace {

@@ -11,9 +11,9 @@
 #include "cli/png_file.h"
 #include "cli/progress.h"
 #include "cli/report.h"
-#include "movie/peaks.h"
-#include "movie/wave_reader.h"
-#include "movie/waveform_movie.h"
+#include "movie/waveform/peaks.h"
+#include "movie/waveform/wave_reader.h"
+#include "movie/waveform/waveform_movie.h"
 
 namespace tarn {
 namespace {

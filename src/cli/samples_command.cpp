@@ -8,8 +8,8 @@
 #include "cli/commands.h"
 #include "cli/report.h"
 #include "cli/times.h"
-#include "movie/movie_text.h"
-#include "movie/sample_list.h"
+#include "movie/facts/movie_text.h"
+#include "movie/facts/sample_list.h"
 
 namespace tarn {
 namespace {

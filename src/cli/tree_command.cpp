@@ -6,7 +6,7 @@
 
 #include "cli/commands.h"
 #include "cli/report.h"
-#include "movie/movie_file.h"
+#include "movie/engine/movie_file.h"
 #include "mp4format/atom_tree.h"
 
 namespace tarn {

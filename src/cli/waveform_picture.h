@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "movie/peaks.h"
+#include "movie/waveform/peaks.h"
 
 namespace tarn {
 

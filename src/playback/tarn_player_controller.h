@@ -6,7 +6,7 @@
 #include <string>
 
 #include "effects/effect_settings.h"
-#include "movie/check_movie_file.h"
+#include "movie/facts/check_movie_file.h"
 #include "playback/player_controller.h"
 #include "playback/sound_effect.h"
 

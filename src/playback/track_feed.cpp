@@ -5,9 +5,9 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "movie/movie_text.h"
-#include "movie/range_selection.h"
-#include "movie/track_selection.h"
+#include "movie/facts/movie_text.h"
+#include "movie/objects/range_selection.h"
+#include "movie/objects/track_selection.h"
 #include "playback/avc_sample.h"
 
 namespace tarn {

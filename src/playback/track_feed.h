@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "movie/clip_session.h"
-#include "movie/movie_info.h"
-#include "movie/samples.h"
+#include "movie/engine/samples.h"
+#include "movie/facts/clip_session.h"
+#include "movie/objects/movie_info.h"
 
 namespace tarn {
 

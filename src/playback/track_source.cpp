@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "base/xp_path.h"
-#include "movie/movie_text.h"
+#include "movie/facts/movie_text.h"
 
 namespace tarn {
 namespace {

@@ -15,7 +15,7 @@
 #include "base/xp_path.h"
 #include "cli/effect_options.h"
 #include "cli/times.h"
-#include "movie/peaks.h"
+#include "movie/waveform/peaks.h"
 #include "play_files.h"
 #include "play_window.h"
 #include "playback/audio_renderer.h"

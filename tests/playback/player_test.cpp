@@ -8,7 +8,7 @@
 #include <iterator>
 #include <random>
 
-#include "movie/clip_info.h"
+#include "movie/facts/clip_info.h"
 #include "picture_rig.h"
 #include "playback/gst_handles.h"
 #include "playback/sound_volume.h"

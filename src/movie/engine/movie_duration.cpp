@@ -1,0 +1,118 @@
+// movie_duration.cpp - how long a movie is: the longest of its tracks that count.
+#include <algorithm>
+
+#include "movie/engine/meta_lists.h"
+#include "movie/engine/session.h"
+#include "movie/engine/tracks.h"
+
+namespace tarn {
+namespace {
+
+// Opens a track for the time of one look, unless it is in use already.
+class TrackVisit {
+public:
+    TrackVisit(Mp4ReadSession* session, uint32_t track)
+        : m_session(session), m_track(track), m_wasOpen(mp4_find_open_track(session, track)) {}
+    ~TrackVisit() {
+        if (!m_wasOpen && mp4_find_open_track(m_session, m_track))
+            static_cast<void>(mp4_close_track(m_session, m_track));
+    }
+    TrackVisit(const TrackVisit&) = delete;
+    TrackVisit& operator=(const TrackVisit&) = delete;
+
+    Mp4Result Open() { return mp4_open_track(m_session, m_track); }
+
+private:
+    Mp4ReadSession* m_session;
+    uint32_t m_track;
+    bool m_wasOpen;
+};
+
+Mp4Result track_counts(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
+                       bool* counts) {
+    *counts = index.handler_type != fourcc("odsm");
+    if (index.handler_type != fourcc("vide")) return FF4_RET_OK;
+    Mp4TrackRole role{};
+    const Mp4Result result = mp4_get_track_role(session, track, &role);
+    if (result == FF4_RET_NOTFOUND) return FF4_RET_OK;
+    FF4_TRY(result);
+    *counts = role.role == kRoleMain;
+    return FF4_RET_OK;
+}
+
+// The sum of the edits, in movie units. False without an edit list.
+Mp4Result edited_length(Mp4ReadSession* session, uint32_t track, uint64_t* length, bool* edited) {
+    Mp4EditList* list = nullptr;
+    FF4_TRY(mp4_open_edit_list(session, track, &list));
+    *edited = list->count > 0;
+    *length = 0;
+    Mp4Result result = FF4_RET_OK;
+    for (const Mp4Edit* edit = list->head; edit && result == FF4_RET_OK; edit = edit->next)
+        result = mp4_add(*length, edit->segment_duration, length);
+    FF4_TRY(mp4_close_edit_list(session, list));
+    return result;
+}
+
+// Media units to movie units. A movie timescale of 0 gives 0.
+Mp4Result to_movie_units(Mp4ReadSession* session, const Mp4TrackIndex& index, uint64_t media,
+                         uint64_t* length) {
+    *length = 0;
+    if (media == 0) return FF4_RET_OK;
+    if (index.timescale == 0) return FF4_RET_FORMAT;
+    return mp4_mul_div(media, session->index.movie.timescale, index.timescale, length);
+}
+
+Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
+                       uint64_t* length) {
+    if (session->fragments && index.mdhd.offset == 0) return FF4_RET_FORMAT;
+    TrackVisit visit(session, track);
+    FF4_TRY(visit.Open());
+    bool edited = false;
+    uint64_t tables = 0;
+    FF4_TRY(edited_length(session, track, length, &edited));
+    if (!edited || session->fragments) FF4_TRY(mp4_get_tables_duration(session, track, &tables));
+    if (!edited) FF4_TRY(to_movie_units(session, index, tables, length));
+    if (!session->fragments) return FF4_RET_OK;
+    uint64_t end = 0, behind = 0;
+    FF4_TRY(mp4_get_track_duration(session, track, &end));
+    FF4_TRY(to_movie_units(session, index, end - tables, &behind));
+    return mp4_add(*length, behind, length);
+}
+
+Mp4Result longest_track(Mp4ReadSession* session, uint64_t* duration) {
+    *duration = 0;
+    uint32_t number = 0;
+    for (const Mp4TrackIndex* track = session->index.movie.tracks.head; track;
+         track = track->next) {
+        bool counts = false;
+        FF4_TRY(track_counts(session, ++number, *track, &counts));
+        if (!counts) continue;
+        uint64_t length = 0;
+        FF4_TRY(track_length(session, number, *track, &length));
+        *duration = std::max(*duration, length);
+    }
+    return FF4_RET_OK;
+}
+
+}  // namespace
+
+Mp4Result mp4_get_movie_duration(Mp4ReadSession* session, uint64_t* duration) {
+    if (!session || !duration) return FF4_RET_ARGS;
+    uint64_t* cached =
+        session->fragments ? &session->duration_fragmented : &session->duration_plain;
+    if (*cached == 0) {
+        const Mp4MovieExtends& extends = session->index.movie.extends;
+        if (session->fragments && extends.mehd.offset != 0) {
+            *cached = extends.fragment_duration;
+        } else {
+            // Into a value of its own: a failed look leaves nothing in the cache.
+            uint64_t longest = 0;
+            FF4_TRY(longest_track(session, &longest));
+            *cached = longest;
+        }
+    }
+    *duration = *cached;
+    return FF4_RET_OK;
+}
+
+}  // namespace tarn

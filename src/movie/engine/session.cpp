@@ -1,0 +1,173 @@
+#include "movie/engine/session.h"
+
+#include "mp4format/io.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint64_t kFileTypeHead = 8;  // major brand, minor version
+
+bool present(const Mp4Span& span) {
+    return span.offset != 0;
+}
+
+void free_session(Mp4ReadSession* session) {
+    Mp4Host* host = session->host;
+    if (session->fragments) mp4_close_fragments(session->fragments);
+    mp4_free_track_caches(host, &session->caches);
+    while (Mp4OpenTrack* track = session->tracks.head) {
+        session->tracks.head = track->next;
+        mp4_free(host, track);
+    }
+    mp4_free_file_index(host, &session->index);
+    mp4_free(host, session);
+}
+
+struct SessionDeleter {
+    void operator()(Mp4ReadSession* session) const { free_session(session); }
+};
+
+uint32_t file_flags(const Mp4FileIndex& index) {
+    const struct {
+        Mp4FileFlags flag;
+        bool found;
+    } flags[] = {
+        {kFileMovieExtends, present(index.movie.extends.mehd)},
+        {kFileTrackDefaults, index.movie.extends.head != nullptr},
+        {kFileFragments, index.moofs.head != nullptr},
+        {kFileRandomAccess, present(index.random_access.atom)},
+        {kFileType, present(index.ftyp)},
+        {kFileProfile, present(index.profile.atom)},
+        {kFileMovie, present(index.movie.atom)},
+        {kFileMovieUser, present(index.movie.user.atom)},
+        {kFileLicence, present(index.lici.atom)},
+        {kFileMtsd, present(index.mtsd_atom)},
+        {kFileExtra, present(index.extra_atom)},
+        {kFileMdri, present(index.mdri_atom)},
+    };
+    uint32_t bits = 0;
+    for (const auto& f : flags)
+        bits |= f.found ? f.flag : 0u;
+    return bits;
+}
+
+}  // namespace
+
+Mp4Result mp4_open_read(Mp4Host* host, Mp4File* file, const Mp4OpenParams& params,
+                        Mp4ReadSession** session, uint32_t* flags) {
+    if (!host || !file || !session || !flags) return FF4_RET_ARGS;
+    FF4_TRY(mp4_set_memory_limit(host, true, params.memoryLimit, params.memoryPercent, 0));
+    std::unique_ptr<Mp4ReadSession, SessionDeleter> made(mp4_make<Mp4ReadSession>(host).release());
+    if (!made) return FF4_RET_NOMEM;
+    made->host = host;
+    made->file = file;
+    made->params = params;
+    FF4_TRY(mp4_file_size(host, file, &made->file_size));
+
+    const bool all = params.parseAllFragments != 0;
+    FF4_TRY(mp4_scan_file(host, file, made->file_size, {all, all}, &made->index));
+    if (made->index.movie.extends.head) {
+        FF4_TRY(mp4_open_fragments(host, file, made->file_size, &made->index, &made->fragments));
+        made->caches.fragmented = 1;
+    }
+    *flags = file_flags(made->index);
+    *session = made.release();
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_close_read(Mp4Host* host, Mp4ReadSession* session) {
+    if (!host || !session || session->host != host) return FF4_RET_ARGS;
+    free_session(session);
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_get_file_type(Mp4ReadSession* session, Mp4FileType* out) {
+    if (!session || !out) return FF4_RET_ARGS;
+    *out = {};
+    if (!present(session->index.ftyp)) return FF4_RET_NOTFOUND;
+    if (session->index.ftyp.size < kFileTypeHead) return FF4_RET_FORMAT;
+    uint8_t head[kFileTypeHead];
+    FF4_TRY(
+        mp4_read_at(session->host, session->file, session->index.ftyp.offset, head, sizeof head));
+    *out = {get_be32(head), get_be32(head + 4)};
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_get_compatible_brand(Mp4ReadSession* session, uint32_t number, uint32_t* brand) {
+    if (!session || !brand || number == 0) return FF4_RET_ARGS;
+    const Mp4Span& ftyp = session->index.ftyp;
+    if (!present(ftyp)) return FF4_RET_NOTFOUND;
+    if (ftyp.size < kFileTypeHead) return FF4_RET_FORMAT;
+    if (number > (ftyp.size - kFileTypeHead) / 4) return FF4_RET_NOTFOUND;
+    FF4_TRY(mp4_seek(session->host, session->file,
+                     ftyp.offset + kFileTypeHead + uint64_t{4} * (number - 1)));
+    return mp4_read_be32(session->host, session->file, brand);
+}
+
+Mp4Result mp4_has_compatible_brand(Mp4ReadSession* session, uint32_t brand, uint32_t* flag) {
+    if (!session || !flag) return FF4_RET_ARGS;
+    *flag = 0;
+    for (uint32_t number = 1;; ++number) {
+        uint32_t listed = 0;
+        const Mp4Result result = mp4_get_compatible_brand(session, number, &listed);
+        if (result == FF4_RET_NOTFOUND && present(session->index.ftyp)) return FF4_RET_OK;
+        FF4_TRY(result);
+        if (listed != brand) continue;
+        *flag = 1;
+        return FF4_RET_OK;
+    }
+}
+
+Mp4Result mp4_get_movie_header(Mp4ReadSession* session, Mp4MovieHeaderInfo* out) {
+    if (!session || !out) return FF4_RET_ARGS;
+    *out = {};
+    if (!present(session->index.movie.mvhd)) return FF4_RET_NOTFOUND;
+    Mp4MovieHeader header{};
+    FF4_TRY(mp4_read_mvhd(session->host, session->file, session->index.movie.mvhd, &header));
+    out->creation = header.creation_time;
+    out->modification = header.modification_time;
+    out->timescale = header.timescale;
+    out->duration = header.duration;
+    out->rate_integer = static_cast<uint16_t>(header.rate >> 16);
+    out->rate_fraction = static_cast<uint16_t>(header.rate);
+    out->volume_integer = static_cast<uint8_t>(header.volume >> 8);
+    out->volume_fraction = static_cast<uint8_t>(header.volume);
+    for (int i = 0; i < 9; ++i)
+        out->matrix[i] = header.matrix[i];
+    out->next_track_id = header.next_track_id;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_get_movie_extent(Mp4ReadSession* session, Mp4MovieExtent* out) {
+    if (!session || !out) return FF4_RET_ARGS;
+    *out = {};
+    if (!present(session->index.movie.atom)) return FF4_RET_NOTFOUND;
+    *out = {session->index.movie.atom, session->index.movie.payload};
+    return FF4_RET_OK;
+}
+
+const char* mp4_result_name(Mp4Result result) {
+    switch (result) {
+        case FF4_RET_OK:
+            return "FF4_RET_OK";
+        case FF4_RET_ARGS:
+            return "FF4_RET_ARGS";
+        case FF4_RET_STATE:
+            return "FF4_RET_STATE";
+        case FF4_RET_NOMEM:
+            return "FF4_RET_NOMEM";
+        case FF4_RET_FILE:
+            return "FF4_RET_FILE";
+        case FF4_RET_NOTFOUND:
+            return "FF4_RET_NOTFOUND";
+        case FF4_RET_OVERFLOW:
+            return "FF4_RET_OVERFLOW";
+        case FF4_RET_FORMAT:
+            return "FF4_RET_FORMAT";
+        case FF4_RET_INTERNAL:
+            return "FF4_RET_INTERNAL";
+    }
+    return "UNKNOWN RETURN CODE TYPE(ERROR!!)";
+}
+
+}  // namespace tarn

@@ -1,0 +1,238 @@
+#include "movie/engine/tracks.h"
+
+#include "mp4format/tables/sample_tables.h"
+
+namespace tarn {
+namespace {
+
+// The engine record behind a list handle, in a block of its own.
+template <typename List, typename Read>
+Mp4Result open_list(Mp4Host* host, List** out, Read read, void (*free_entries)(Mp4Host*, List*)) {
+    auto list = mp4_make<List>(host);
+    if (!list) return FF4_RET_NOMEM;
+    const Mp4Result result = read(list.get());
+    if (result != FF4_RET_OK) {
+        free_entries(host, list.get());
+        return result;
+    }
+    *out = list.release();
+    return FF4_RET_OK;
+}
+
+// The 1-based entry of a linked list, or null.
+template <typename Node>
+const Node* nth(const Node* node, uint32_t index) {
+    for (; node && index > 1; --index)
+        node = node->next;
+    return index == 0 ? nullptr : node;
+}
+
+// Takes a track out of the list of open ones.
+void unlink(Mp4ReadSession* session, Mp4OpenTrack* gone) {
+    Mp4OpenTrack* before = nullptr;
+    for (Mp4OpenTrack* track = session->tracks.head; track != gone; track = track->next)
+        before = track;
+    (before ? before->next : session->tracks.head) = gone->next;
+    if (session->tracks.tail == gone) session->tracks.tail = before;
+    mp4_free(session->host, gone);
+}
+
+}  // namespace
+
+Mp4Result mp4_get_track_count(Mp4ReadSession* session, uint32_t* count) {
+    if (!session || !count) return FF4_RET_ARGS;
+    *count = 0;
+    for (const Mp4TrackIndex* t = session->index.movie.tracks.head; t; t = t->next)
+        ++*count;
+    return FF4_RET_OK;
+}
+
+const Mp4TrackIndex* mp4_find_track_index(const Mp4ReadSession* session, uint32_t track) {
+    return nth(session->index.movie.tracks.head, track);
+}
+
+Mp4OpenTrack* mp4_find_open_track(Mp4ReadSession* session, uint32_t track) {
+    Mp4OpenTrack* open = session->tracks.head;
+    while (open && open->number != track)
+        open = open->next;
+    return open;
+}
+
+Mp4Result mp4_open_track(Mp4ReadSession* session, uint32_t track) {
+    if (!session || track == 0) return FF4_RET_ARGS;
+    if (mp4_find_open_track(session, track)) return FF4_RET_OK;
+    const Mp4TrackIndex* index = mp4_find_track_index(session, track);
+    if (!index) return FF4_RET_NOTFOUND;
+
+    auto open = mp4_make<Mp4OpenTrack>(session->host);
+    if (!open) return FF4_RET_NOMEM;
+    open->number = track;
+    open->index = index;
+    open->tables.track_id = index->track_id;
+    FF4_TRY(mp4_read_track_tables(session->host, session->file, index->payload, session->file_size,
+                                  &open->tables));
+    FF4_TRY(mp4_add_track_cache(session->host, &session->caches, open->tables, &open->cache));
+    mp4_append(&session->tracks, open.release());
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_close_track(Mp4ReadSession* session, uint32_t track) {
+    if (!session || track == 0) return FF4_RET_ARGS;
+    Mp4OpenTrack* open = mp4_find_open_track(session, track);
+    if (!open) return FF4_RET_STATE;
+    if (session->fragments) mp4_end_fragment_track(session->fragments, open->tables.track_id);
+    const Mp4Result result = mp4_remove_track_cache(session->host, &session->caches, open->cache);
+    unlink(session, open);
+    return result;
+}
+
+Mp4Result mp4_get_track_header(Mp4ReadSession* session, uint32_t track, Mp4TrackHeaderInfo* out) {
+    if (!session || !out || track == 0) return FF4_RET_ARGS;
+    *out = {};
+    const Mp4TrackIndex* index = mp4_find_track_index(session, track);
+    if (!index || index->tkhd.offset == 0) return FF4_RET_NOTFOUND;
+    Mp4TrackHeader header{};
+    FF4_TRY(mp4_read_tkhd(session->host, session->file, index->tkhd, &header));
+    out->flags = full_flags(header.version_flags);
+    out->creation = header.creation_time;
+    out->modification = header.modification_time;
+    out->track_id = header.track_id;
+    out->duration = header.duration;
+    out->layer = header.layer;
+    out->alternate_group = header.alternate_group;
+    out->volume = header.volume;
+    for (int i = 0; i < 9; ++i)
+        out->matrix[i] = header.matrix[i];
+    out->width_integer = static_cast<uint16_t>(header.width >> 16);
+    out->width_fraction = static_cast<uint16_t>(header.width);
+    out->height_integer = static_cast<uint16_t>(header.height >> 16);
+    out->height_fraction = static_cast<uint16_t>(header.height);
+    out->version = static_cast<uint8_t>(full_version(header.version_flags));
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_get_media_header(Mp4ReadSession* session, uint32_t track, Mp4MediaHeaderInfo* out) {
+    if (!session || !out || track == 0) return FF4_RET_ARGS;
+    *out = {};
+    const Mp4TrackIndex* index = mp4_find_track_index(session, track);
+    if (!index || index->mdhd.offset == 0) return FF4_RET_NOTFOUND;
+    Mp4MediaHeader header{};
+    FF4_TRY(mp4_read_mdhd(session->host, session->file, index->mdhd, &header));
+    *out = {header.creation_time, header.modification_time, header.timescale, header.duration,
+            header.language};
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_get_handler(Mp4ReadSession* session, uint32_t track, Mp4HandlerInfo* out) {
+    if (!session || !out || track == 0) return FF4_RET_ARGS;
+    *out = {};
+    const Mp4TrackIndex* index = mp4_find_track_index(session, track);
+    if (!index || index->hdlr.offset == 0) return FF4_RET_NOTFOUND;
+    *out = {index->handler_type, index->handler_name};
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_get_tables_duration(Mp4ReadSession* session, uint32_t track, uint64_t* duration) {
+    if (!session || !duration || track == 0) return FF4_RET_ARGS;
+    Mp4OpenTrack* open = mp4_find_open_track(session, track);
+    if (!open) return FF4_RET_STATE;
+    return mp4_lookup_media_duration(session->host, session->file, open->tables, open->cache,
+                                     duration);
+}
+
+Mp4Result mp4_use_track_fragments(Mp4ReadSession* session, uint32_t track) {
+    if (!session || track == 0) return FF4_RET_ARGS;
+    const Mp4OpenTrack* open = mp4_find_open_track(session, track);
+    if (!open || !session->fragments) return FF4_RET_STATE;
+    uint64_t tables_end = 0;
+    FF4_TRY(mp4_get_tables_duration(session, track, &tables_end));
+    return mp4_begin_fragment_track(session->fragments, open->tables.track_id,
+                                    open->tables.sample_count, tables_end);
+}
+
+Mp4Result mp4_get_track_duration(Mp4ReadSession* session, uint32_t track, uint64_t* duration) {
+    if (!session || !duration || track == 0) return FF4_RET_ARGS;
+    Mp4OpenTrack* open = mp4_find_open_track(session, track);
+    if (!open) return FF4_RET_STATE;
+    if (open->duration == 0) {
+        FF4_TRY(mp4_get_tables_duration(session, track, &open->duration));
+        uint64_t end = 0;
+        if (session->fragments) {
+            FF4_TRY(mp4_use_track_fragments(session, track));
+            FF4_TRY(mp4_get_fragment_end(session->fragments, open->tables.track_id, &end));
+        }
+        if (end > open->duration) open->duration = end;
+    }
+    *duration = open->duration;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_open_edit_list(Mp4ReadSession* session, uint32_t track, Mp4EditList** list) {
+    if (!session || !list || track == 0) return FF4_RET_ARGS;
+    const Mp4OpenTrack* open = mp4_find_open_track(session, track);
+    if (!open) return FF4_RET_STATE;
+    const Mp4TrackTables& t = open->tables;
+    return open_list<Mp4EditList>(
+        session->host, list,
+        [&](Mp4EditList* made) {
+            return mp4_read_edits(session->host, session->file, t.elst_entries, t.elst_count,
+                                  t.elst_version_flags, made);
+        },
+        mp4_free_edits);
+}
+
+Mp4Result mp4_get_edit_count(Mp4ReadSession* session, const Mp4EditList* list, uint32_t* count) {
+    if (!session || !list || !count) return FF4_RET_ARGS;
+    *count = list->count;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_get_edit_entry(Mp4ReadSession* session, const Mp4EditList* list, uint32_t index,
+                             Mp4EditEntry* out) {
+    if (!session || !list || !out) return FF4_RET_ARGS;
+    *out = {};
+    const Mp4Edit* edit = nth(list->head, index);
+    if (!edit) return FF4_RET_NOTFOUND;
+    *out = {edit->segment_duration, edit->media_time, edit->rate_integer, edit->rate_fraction};
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_close_edit_list(Mp4ReadSession* session, Mp4EditList* list) {
+    if (!session || !list) return FF4_RET_ARGS;
+    mp4_free_edits(session->host, list);
+    mp4_free(session->host, list);
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_open_data_refs(Mp4ReadSession* session, uint32_t track, Mp4DataRefs** list) {
+    if (!session || !list || track == 0) return FF4_RET_ARGS;
+    const Mp4OpenTrack* open = mp4_find_open_track(session, track);
+    if (!open) return FF4_RET_STATE;
+    if (open->tables.dref_entries.offset == 0) return FF4_RET_NOTFOUND;
+    return open_list<Mp4DataRefs>(
+        session->host, list,
+        [&](Mp4DataRefs* made) {
+            return mp4_read_data_refs(session->host, session->file, open->tables.dref_entries,
+                                      open->tables.dref_count, made);
+        },
+        mp4_free_data_refs);
+}
+
+Mp4Result mp4_get_data_ref(Mp4ReadSession* session, const Mp4DataRefs* list, uint32_t index,
+                           Mp4DataRefEntry* out) {
+    if (!session || !list || !out) return FF4_RET_ARGS;
+    *out = {};
+    const Mp4DataRef* ref = nth(list->head, index);
+    if (!ref) return FF4_RET_NOTFOUND;
+    *out = {ref->type, ref->location, ref->name};
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_close_data_refs(Mp4ReadSession* session, Mp4DataRefs* list) {
+    if (!session || !list) return FF4_RET_ARGS;
+    mp4_free_data_refs(session->host, list);
+    mp4_free(session->host, list);
+    return FF4_RET_OK;
+}
+
+}  // namespace tarn

@@ -1,0 +1,42 @@
+// clip_session.h - a file with a read session on it, and the choice of its tracks, for looking at
+// clips that the movie objects may refuse.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "movie/engine/movie_file.h"
+#include "movie/engine/session.h"
+#include "movie/movie_codes.h"
+
+namespace tarn {
+
+class ClipSession {
+public:
+    ClipSession() = default;
+    ~ClipSession();
+    ClipSession(const ClipSession&) = delete;
+    ClipSession& operator=(const ClipSession&) = delete;
+
+    // False when the file is no movie; `reason` then says why, for people.
+    bool Open(const std::string& path, std::string* reason);
+    Mp4ReadSession* get() const { return m_session; }
+    uint64_t Size() const { return m_file.Size(); }
+    uint64_t GetDurationMs() const;  // 0 where the movie does not say
+    // Bytes of a sample or a run of them. FF4_RET_FORMAT when they reach past the end of the file,
+    // which is looked at before any memory is taken.
+    MovieCode ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes,
+                        int* systemError);
+
+    struct Tracks {
+        uint32_t video = 0, audio = 0;  // 1-based; 0: none
+    };
+    // The tracks that would be edited, else the first of their kind.
+    Tracks ChooseTracks() const;
+
+private:
+    MovieFile m_file;
+    Mp4ReadSession* m_session = nullptr;
+};
+
+}  // namespace tarn

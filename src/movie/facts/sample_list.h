@@ -1,0 +1,41 @@
+// sample_list.h - the samples of one track of a file, for listing.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "movie/engine/samples.h"
+
+namespace tarn {
+
+struct SampleRow {
+    uint32_t number = 0;  // 1-based
+    uint64_t time = 0;    // decoding time, media units
+    Mp4SampleInfo info{};
+};
+
+class SampleList {
+public:
+    SampleList();
+    ~SampleList();
+
+    // `track` is "video", "audio" (the tracks that would be edited, else the first of their kind)
+    // or a track number. False with a reason for people.
+    bool Open(const std::string& path, const std::string& track, std::string* reason);
+
+    // Samples of the track, fragments included.
+    uint32_t Count() const { return m_count; }
+    // FF4_RET_NOTFOUND past the last.
+    Mp4Result Row(uint32_t number, SampleRow* row);
+    // The sample being decoded at a time in milliseconds of the track's own timeline.
+    Mp4Result AtMs(uint64_t ms, SampleRow* row);
+    // The first sync sample behind `number`, which may be 0.
+    Mp4Result NextSync(uint32_t number, SampleRow* row);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+    uint32_t m_count = 0;
+};
+
+}  // namespace tarn

@@ -1,0 +1,59 @@
+// movie_base.h - what every movie object has: a path, the engine's handles, the language that new
+// tracks get. One thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <string>
+
+#include "movie/engine/session.h"
+#include "movie/movie_codes.h"
+#include "mp4format/atoms/meta_items.h"
+
+namespace tarn {
+
+// A language of the desktop ("de", "pt_BR.UTF-8") as the file format packs it: three letters of
+// ISO 639-2/T, 5 bits each. Anything that is not in the list of languages is English.
+uint16_t PackedLanguage(const std::string& locale);
+
+// What a movie object holds of the engine. All of it is let go by CloseEngine.
+struct MovieEngineHandles {
+    Mp4Host* context = nullptr;
+    int32_t descriptor = -1;
+    std::unique_ptr<int32_t> descriptorBlock;  // what the host's userData points at
+    Mp4ReadSession* readSession = nullptr;
+    Mp4MetaList* metaTextList = nullptr;
+    Mp4MetaList* metaFileList = nullptr;
+};
+
+class CMP4MovieBase {
+public:
+    CMP4MovieBase();
+    virtual ~CMP4MovieBase();
+    CMP4MovieBase(const CMP4MovieBase&) = delete;
+    CMP4MovieBase& operator=(const CMP4MovieBase&) = delete;
+
+    void SetPath(const std::string& path) { m_path = path; }
+    const std::string& Path() const { return m_path; }
+    // The system's error behind a kMovieSystem, 0 when there is none.
+    int32_t LastError() const { return m_lastError; }
+    uint16_t Language() const { return m_language; }
+    // The length of the file, -1 without a path or when it can't be had.
+    int64_t GetFileSize() const;
+
+protected:
+    // Opens the path and the read session on it.
+    MovieCode OpenEngine(uint32_t* fileFlags);
+    // May run on a half-open object, and twice.
+    void CloseEngine();
+
+    int32_t m_lastError = 0;
+    std::string m_path;
+    uint16_t m_language;
+    MovieEngineHandles m_engine;
+    timespec m_opened{};      // when the file had last been changed as it was opened
+    int64_t m_sizeLimit = 0;  // bytes that a selection may take, 0 for no limit
+};
+
+}  // namespace tarn

@@ -1,0 +1,306 @@
+#include "movie/objects/movie_reader.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+#include "base/xp_file.h"
+#include "movie/objects/movie_metadata.h"
+#include "movie/objects/track_selection.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint32_t kMostTracks = 2;
+
+template <typename Description>
+uint32_t position_of(const std::vector<Description>& list, uint32_t index) {
+    for (size_t i = 0; i < list.size(); ++i)
+        if (list[i].index == index) return static_cast<uint32_t>(i + 1);
+    return 0;
+}
+
+// Puts a track's cursor at the start of a range.
+void place(const TrackRange& range, MovieTrackInfo* track) {
+    if (track->trackNumber == 0) return;
+    track->currentSample = range.first;
+    track->currentTime = range.firstTime;
+    track->endSample = range.end;
+    track->endTime = range.endTime;
+    // 32 bits in the record; the range has the whole figure.
+    track->startOffset =
+        static_cast<int32_t>(std::clamp<int64_t>(range.startOffset, INT32_MIN, INT32_MAX));
+}
+
+}  // namespace
+
+CMP4MovieInput::~CMP4MovieInput() {
+    Close();
+}
+CMP4MovieReader::~CMP4MovieReader() = default;
+CMP4MovieRead::~CMP4MovieRead() = default;
+
+MovieCode CMP4MovieInput::Open() {
+    MOVIE_TRY(OpenEngine(&m_fileFlags));
+    MovieCode code = kMovieSystem;
+    try {
+        code = LoadAll();
+    } catch (const std::bad_alloc&) {
+        code = movie_code(FF4_RET_NOMEM);
+    }
+    if (code != kMovieOk) Close();
+    return code;
+}
+
+MovieCode CMP4MovieInput::LoadAll() {
+    MOVIE_TRY(LoadInfo());
+    return LoadDescriptions();
+}
+
+void CMP4MovieInput::Close() {
+    m_loaded = false;
+    m_info.video.edits.clear();
+    m_info.audio.edits.clear();
+    m_info.video.session = m_info.audio.session = nullptr;
+    CloseEngine();
+}
+
+MovieCode CMP4MovieInput::LoadInfo() {
+    if (m_loaded) return kMovieOk;
+    m_info = {};
+    m_selectedBytes = 0;
+    Mp4ReadSession* session = m_engine.readSession;
+    if (mp4_open_meta_texts(session, 0, &m_engine.metaTextList) == FF4_RET_OK)
+        LoadMetaData(session, m_engine.metaTextList, &m_info.metaData);
+    if (mp4_open_meta_files(session, 0, &m_engine.metaFileList) == FF4_RET_OK)
+        LoadMetaTypes(session, m_engine.metaFileList, &m_info.metaTypes);
+
+    Mp4FileType type{};
+    MOVIE_TRY(mp4_get_file_type(session, &type));
+    m_info.majorBrand = type.major_brand;
+    m_info.minorVersion = type.minor_version;
+    MOVIE_TRY(mp4_has_compatible_brand(session, fourcc("MSNV"), &m_info.hasBrandMsnv));
+    MOVIE_TRY(mp4_has_compatible_brand(session, fourcc("isom"), &m_info.hasBrandIsom));
+    MOVIE_TRY(mp4_has_compatible_brand(session, fourcc("mp42"), &m_info.hasBrandMp42));
+    if (m_info.hasBrandMsnv) MOVIE_TRY(LoadProfiles());
+    MOVIE_TRY(LoadTimes());
+    MOVIE_TRY(LoadTracks());
+
+    Mp4MovieExtent extent{};
+    MOVIE_TRY(mp4_get_movie_extent(session, &extent));
+    m_selectedBytes += static_cast<int64_t>(extent.atom.size);
+    m_loaded = true;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieInput::LoadProfiles() {
+    Mp4ReadSession* session = m_engine.readSession;
+    Mp4ProfileCounts counts{};
+    MOVIE_TRY(mp4_get_profile_counts(session, &counts));
+    MOVIE_TRY(mp4_get_file_profile(session, &m_info.fileProfile));
+    MOVIE_TRY(mp4_get_video_profile(session, &m_info.videoProfile));
+    m_info.video.averageBitRate = m_info.videoProfile.average_bitrate;
+    m_info.video.maximumBitRate = m_info.videoProfile.max_bitrate;
+    MOVIE_TRY(mp4_get_audio_profile(session, &m_info.audioProfile));
+    m_info.audio.averageBitRate = m_info.audioProfile.average_bitrate;
+    m_info.audio.maximumBitRate = m_info.audioProfile.max_bitrate;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieInput::LoadTimes() {
+    Mp4ReadSession* session = m_engine.readSession;
+    Mp4MovieHeaderInfo header{};
+    // Without a movie header there are no tracks either: the choice of tracks reports that.
+    const Mp4Result read = mp4_get_movie_header(session, &header);
+    if (read == FF4_RET_FILE || read == FF4_RET_NOMEM) return movie_code(read);
+    if (read != FF4_RET_OK) return kMovieOk;
+    MOVIE_TRY(mp4_seconds_to_date(session->host, header.creation, &m_info.creationDate));
+    MOVIE_TRY(mp4_seconds_to_date(session->host, header.modification, &m_info.modificationDate));
+    m_info.timescale = m_info.editTimescale = header.timescale;
+    MOVIE_TRY(mp4_get_movie_duration(session, &m_info.duration));
+    m_info.editDuration = m_info.duration;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieInput::LoadTracks() {
+    uint32_t chosen = 0;
+    MOVIE_TRY(SelectTracks(m_engine.readSession, m_info.hasBrandMsnv != 0, &m_info, &chosen));
+    if (chosen == 0 || chosen > kMostTracks) return kMovieNoTrack;
+    if (m_loading == Loading::kReport) return kMovieOk;
+    if (HasVideo()) {
+        MOVIE_TRY(mp4_get_track_duration(m_engine.readSession, m_info.video.trackNumber,
+                                         &m_info.videoDurationMovie));
+        MOVIE_TRY(ReadTrackInfo(&m_info.video));
+    }
+    if (HasAudio()) {
+        MOVIE_TRY(ReadTrackInfo(&m_info.audio));
+        Mp4TrackHeaderInfo header{};
+        MOVIE_TRY(mp4_get_track_header(m_engine.readSession, m_info.audio.trackNumber, &header));
+        m_info.audio.width = header.width_integer;
+        m_info.audio.height = header.height_integer;
+    }
+    // Until a range is selected, all of it is.
+    for (MovieTrackInfo* track : {&m_info.video, &m_info.audio}) {
+        track->endSample = track->sampleCount + 1;
+        track->endTime = track->duration;
+    }
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieInput::LoadDescriptions() {
+    Mp4ReadSession* session = m_engine.readSession;
+    if (HasVideo()) {
+        MOVIE_TRY(
+            ReadVideoDescriptions(session, m_info.video.trackNumber, &m_info.videoDescriptions));
+    }
+    if (HasAudio()) {
+        MOVIE_TRY(
+            ReadAudioDescriptions(session, m_info.audio.trackNumber, &m_info.audioDescriptions));
+    }
+    return kMovieOk;
+}
+
+uint64_t CMP4MovieInput::GetDurationMs() const {
+    uint64_t ms = 0;
+    if (mp4_mul_div(m_info.duration, 1000, m_info.timescale, &ms) != FF4_RET_OK) return 0;
+    return ms;
+}
+
+uint32_t CMP4MovieInput::FindVideoDescription(uint32_t index) const {
+    return position_of(m_info.videoDescriptions, index);
+}
+
+uint32_t CMP4MovieInput::FindAudioDescription(uint32_t index) const {
+    return position_of(m_info.audioDescriptions, index);
+}
+
+std::string CMP4MovieReader::AudioProfileTag() const {
+    Mp4AudioProfile profile{};
+    if (!Session() || mp4_get_audio_profile(Session(), &profile) != FF4_RET_OK) return {};
+    std::string tag;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        tag += static_cast<char>(profile.codec >> shift & 0xFF);
+    return tag;
+}
+
+MovieCode CMP4MovieRead::SelectRange(uint64_t* inMs, uint64_t* outMs, bool atEnd) {
+    if (!m_loaded || !inMs || !outMs) return movie_code(FF4_RET_STATE);
+    const auto limit = static_cast<uint64_t>(std::max<int64_t>(m_sizeLimit, 0));
+    MOVIE_TRY(ChooseRange(m_info, *inMs, *outMs, atEnd, limit, &m_range));
+    place(m_range.video, &m_info.video);
+    place(m_range.audio, &m_info.audio);
+    m_selectedBytes += static_cast<int64_t>(m_range.video.bytes + m_range.audio.bytes);
+    *inMs = m_range.actualInMs;
+    *outMs = m_range.actualOutMs;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieRead::FindSample(const MovieTrackInfo& track, Mp4SampleInfo* sample) {
+    uint64_t start = 0;
+    return movie_code(mp4_get_numbered_sample(track.session, track.trackNumber, track.currentSample,
+                                              &start, sample));
+}
+
+// The bytes of `count` samples of one size that lie behind each other.
+MovieCode CMP4MovieRead::ReadBytes(const Mp4SampleInfo& sample, uint32_t count,
+                                   CReadBuffer* buffer) {
+    const uint64_t length = m_engine.readSession->file_size;
+    const uint64_t size = uint64_t{sample.size} * count;
+    if (sample.offset > length || size > length - sample.offset) return movie_code(FF4_RET_FORMAT);
+    try {
+        buffer->data.resize(size);
+    } catch (const std::bad_alloc&) {
+        return movie_code(FF4_RET_NOMEM);
+    }
+    uint64_t done = 0;
+    m_lastError = XpReadAt(m_engine.descriptor, sample.offset, buffer->data.data(), size, &done);
+    if (m_lastError == 0 && done < size) m_lastError = EIO;  // the file has been cut
+    return m_lastError == 0 ? kMovieOk : kMovieSystem;
+}
+
+MovieCode CMP4MovieRead::ReadSample(MovieTrackInfo* track, CReadBuffer* buffer,
+                                    ReadSampleInfo* info) {
+    if (!m_loaded || track->trackNumber == 0) return movie_code(FF4_RET_STATE);
+    Mp4SampleInfo sample{};
+    const MovieCode found = FindSample(*track, &sample);
+    if (found != kMovieOk) {
+        Close();
+        return found == movie_code(FF4_RET_NOTFOUND) ? kMovieEndOfSamples : found;
+    }
+    *info = {sample.duration, sample.compositionOffset, sample.isSync != 0,
+             sample.descriptionIndex};
+    MOVIE_TRY(ReadBytes(sample, 1, buffer));
+    ++track->currentSample;
+    track->currentTime += sample.duration;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieRead::ReadVideoSample(CReadBuffer* buffer, ReadSampleInfo* info) {
+    if (m_info.video.currentSample >= m_info.video.endSample) return kMovieEndOfSamples;
+    MOVIE_TRY(ReadSample(&m_info.video, buffer, info));
+    info->description = FindVideoDescription(info->description);
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieRead::ReadAudioSample(CReadBuffer* buffer, ReadSampleInfo* info) {
+    if (m_info.audio.currentSample >= m_info.audio.endSample) return kMovieEndOfSamples;
+    MOVIE_TRY(ReadSample(&m_info.audio, buffer, info));
+    info->description = FindAudioDescription(info->description);
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieRead::ReadAudioRun(uint32_t most, uint64_t units, CReadBuffer* buffer,
+                                      ReadSampleInfo* info, uint32_t* count) {
+    MovieTrackInfo& audio = m_info.audio;
+    *count = 0;
+    if (audio.currentSample >= audio.endSample) return kMovieEndOfSamples;
+    Mp4SampleInfo sample{};
+    MOVIE_TRY(FindSample(audio, &sample));
+    if (sample.duration > units) return kMovieOk;
+    uint32_t alike = 1;
+    if (most > 1) {
+        MOVIE_TRY(
+            mp4_get_alike_samples(audio.session, audio.trackNumber, audio.currentSample, &alike));
+    }
+    uint64_t run = std::min<uint64_t>({alike, most, audio.endSample - audio.currentSample});
+    if (sample.duration > 0) run = std::min<uint64_t>(run, units / sample.duration);
+    MOVIE_TRY(ReadBytes(sample, static_cast<uint32_t>(run), buffer));
+    *info = {sample.duration, sample.compositionOffset, true,
+             FindAudioDescription(sample.descriptionIndex)};
+    *count = static_cast<uint32_t>(run);
+    audio.currentSample += *count;
+    audio.currentTime += run * sample.duration;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieRead::PeekAudioSample(uint32_t back, CReadBuffer* buffer) {
+    if (back >= m_info.audio.currentSample) return movie_code(FF4_RET_ARGS);
+    MovieTrackInfo earlier;
+    earlier.session = m_info.audio.session;
+    earlier.trackNumber = m_info.audio.trackNumber;
+    earlier.currentSample = m_info.audio.currentSample - back;
+    Mp4SampleInfo sample{};
+    MOVIE_TRY(FindSample(earlier, &sample));
+    return ReadBytes(sample, 1, buffer);
+}
+
+bool CMP4MovieRead::IsUnchanged() const {
+    struct stat now {};
+    return m_engine.descriptor >= 0 && fstat(m_engine.descriptor, &now) == 0 && now.st_nlink > 0 &&
+           static_cast<uint64_t>(now.st_size) == m_engine.readSession->file_size &&
+           now.st_mtim.tv_sec == m_opened.tv_sec && now.st_mtim.tv_nsec == m_opened.tv_nsec;
+}
+
+void CMP4MovieRead::UnreadSample(Track track) {
+    MovieTrackInfo& info = track == Track::kVideo ? m_info.video : m_info.audio;
+    if (info.currentSample > 1) --info.currentSample;
+}
+
+uint32_t CMP4MovieRead::GetSelectedSampleCount() const {
+    const MovieTrackInfo& track = HasVideo() ? m_info.video : m_info.audio;
+    return track.endSample > track.currentSample ? track.endSample - track.currentSample : 0;
+}
+
+}  // namespace tarn

@@ -1,0 +1,388 @@
+#include "movie/objects/movie_writer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <utility>
+
+#include "movie/engine/descriptions.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint32_t kStagingBytes = 1000000;
+constexpr uint32_t kMinorVersion = 0x146008A;
+// A chunk of AVC is a second at most, of any other picture five. Intended to differ.
+constexpr uint64_t kAvcChunkMs = 1000;
+constexpr uint64_t kOtherChunkMs = 5000;
+constexpr uint64_t kSoundChunkMs = 1000;  // of a movie without picture
+constexpr uint64_t kSecondsFrom1904To1970 = 2082844800;
+
+// value * to / from to the nearest; an overflow is clamped, as no real duration comes near.
+int64_t rescale(int64_t value, uint32_t from, uint32_t to) {
+    if (from == 0) return 0;
+    const uint64_t magnitude =
+        value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    uint64_t doubled = 0;
+    if (mp4_mul_div(magnitude, uint64_t{to} * 2, from, &doubled) != FF4_RET_OK)
+        return INT64_MAX / 4;
+    const auto nearest = static_cast<int64_t>((doubled / 2) + (doubled % 2));
+    return value < 0 ? -nearest : nearest;
+}
+
+void add_run(const Mp4SampleRun& run, std::vector<Mp4SampleRun>* runs) {
+    if (!runs->empty()) {
+        Mp4SampleRun& last = runs->back();
+        if (last.size == run.size && last.duration == run.duration &&
+            last.composition_offset == run.composition_offset && last.is_sync == run.is_sync) {
+            last.count += run.count;
+            return;
+        }
+    }
+    runs->push_back(run);
+}
+
+}  // namespace
+
+CMP4MovieWrite::~CMP4MovieWrite() {
+    if (m_session) static_cast<void>(mp4_close_write(m_host, m_session));
+    mp4_free_host(m_host);
+}
+
+MovieCode CMP4MovieWrite::Failed(int error) {
+    m_lastError = error != 0 ? error : EIO;
+    return kMovieSystem;
+}
+
+// A failed file call of the engine becomes the system's own error.
+MovieCode CMP4MovieWrite::FromEngine(Mp4Result result) {
+    if (result == FF4_RET_FILE) return Failed(m_output.File().LastError());
+    return movie_code(result);
+}
+
+MovieCode CMP4MovieWrite::Open(XpSharedPtr<CMP4MovieRead> reader, Mp4Layout layout,
+                               uint64_t totalBytes) {
+    if (!reader || m_path.empty()) return movie_code(FF4_RET_ARGS);
+    if (!m_stagingBuffer.Allocate(kStagingBytes)) return kMovieBuffer;
+    m_reader = std::move(reader);
+    if (const int error = m_output.Create(m_path)) return Failed(error);
+    MOVIE_TRY(OpenSession());
+    MOVIE_TRY(AddHead());
+    if (m_reader->HasVideo()) MOVIE_TRY(AddTrack(Source().video, fourcc("vide"), &m_video));
+    if (m_reader->HasAudio()) MOVIE_TRY(AddTrack(Source().audio, fourcc("soun"), &m_audio));
+    if (Source().hasBrandMsnv) MOVIE_TRY(AddProfile());
+    return FromEngine(mp4_begin_media(m_session, layout, totalBytes, &m_dataOffset));
+}
+
+MovieCode CMP4MovieWrite::OpenSession() {
+    Mp4HostCallbacks callbacks{};
+    mp4_init_file_callbacks(&callbacks);
+    callbacks.userData = &m_output.File();
+    MOVIE_TRY(mp4_create_host(callbacks, &m_host));
+    return movie_code(mp4_open_write(m_host, reinterpret_cast<Mp4File*>(&m_output.File()),
+                                     kWriteAsNeeded, &m_session));
+}
+
+MovieCode CMP4MovieWrite::AddHead() {
+    const CMovieInfoType& source = Source();
+    if (source.timescale == 0) return movie_code(FF4_RET_FORMAT);
+    Mp4MovieHeader header{};
+    header.timescale = source.timescale;
+    MOVIE_TRY(mp4_create_movie(m_session, kFieldTimescale, header));
+
+    std::vector<uint32_t> brands;
+    if (source.hasBrandMsnv) brands.push_back(fourcc("MSNV"));
+    if (source.hasBrandIsom) brands.push_back(fourcc("isom"));
+    if (source.hasBrandMp42) brands.push_back(fourcc("mp42"));
+    MOVIE_TRY(mp4_set_file_type(m_session, source.majorBrand, kMinorVersion, brands.data(),
+                                static_cast<uint32_t>(brands.size())));
+    return AddMetadata();
+}
+
+MovieCode CMP4MovieWrite::AddMetadata() {
+    for (const CMetaDataInfo& text : Source().metaData) {
+        Mp4MetaItem item{};
+        item.type = text.type;
+        item.flag = text.flag;
+        item.language = text.language;
+        item.encoding = text.encoding;
+        item.loaded = true;
+        // The engine copies what it is handed.
+        item.data = {const_cast<uint8_t*>(text.data.data()),
+                     static_cast<uint32_t>(text.data.size())};
+        MOVIE_TRY(mp4_add_meta_text(m_session, 0, item));
+    }
+    for (const CMetaTypeDefinition& type : Source().metaTypes) {
+        Mp4MetaItem item{};
+        item.type = type.type;
+        item.language = type.field1;
+        item.encoding = type.field2;
+        item.loaded = true;
+        // Intended: the name goes along, the payload does not.
+        item.data = {const_cast<uint8_t*>(type.name), sizeof type.name};
+        MOVIE_TRY(mp4_add_meta_file(m_session, 0, item));
+    }
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieWrite::AddTrack(const MovieTrackInfo& source, uint32_t handler,
+                                   WrittenTrack* track) {
+    Mp4TrackHeaderInfo header{};
+    MOVIE_TRY(mp4_get_track_header(source.session, source.trackNumber, &header));
+    const Mp4OpenTrack* open = mp4_find_open_track(source.session, source.trackNumber);
+    Mp4NewTrack made{};
+    made.handler_type = handler;
+    made.timescale = source.timescale;
+    made.visibility = 1;
+    made.language = m_language;
+    made.layer = header.layer;
+    made.alternate_group = header.alternate_group;
+    made.width_integer = header.width_integer;
+    made.width_fraction = header.width_fraction;
+    made.height_integer = header.height_integer;
+    made.height_fraction = header.height_fraction;
+    std::copy(std::begin(header.matrix), std::end(header.matrix), made.matrix);
+    const bool pcm = handler == fourcc("soun") && !Source().audioDescriptions.empty() &&
+                     Source().audioDescriptions[0].entry.format != fourcc("mp4a");
+    if (pcm && open) made.constant_size = open->tables.sample_size;
+    MOVIE_TRY(mp4_add_track(m_session, made, &track->number, &track->id));
+    MOVIE_TRY(mp4_add_track_data_ref(m_session, track->number, fourcc("url "), nullptr, nullptr));
+    if (Source().hasBrandMsnv)
+        MOVIE_TRY(mp4_add_track_role(m_session, track->number, kRoleMain, source.roleDetail));
+    if (handler == fourcc("soun")) return DescribeSound();
+    return CopyDescriptions(source, track->number);
+}
+
+// All descriptions of a source track with their indexes.
+MovieCode CMP4MovieWrite::CopyDescriptions(const MovieTrackInfo& source, uint32_t track) {
+    Mp4SampleEntries* entries = nullptr;
+    MOVIE_TRY(mp4_open_sample_entries(source.session, source.trackNumber, &entries));
+    Mp4Result result = FF4_RET_OK;
+    uint32_t index = 0;
+    for (const Mp4SampleEntry* e = entries->list.head; e && result == FF4_RET_OK; e = e->next) {
+        Mp4SampleEntry copy = *e;  // shallow: only the reference is changed
+        copy.data_reference_index = 1;
+        result = mp4_add_track_description(m_session, track, copy, &index);
+    }
+    MOVIE_TRY(mp4_close_sample_entries(source.session, entries));
+    return movie_code(result);
+}
+
+MovieCode CMP4MovieWrite::DescribeSound() {
+    return CopyDescriptions(Source().audio, m_audio.number);
+}
+
+MovieCode CMP4MovieWrite::AddProfile() {
+    Mp4ProfileBuild profile{};
+    profile.has_file = profile.has_video = profile.has_audio = true;
+    profile.file_profile = Source().fileProfile;
+    profile.video = Source().videoProfile;
+    profile.video.track_id = m_video.id;
+    profile.audio = Source().audioProfile;
+    profile.audio.track_id = m_audio.id;
+    AdjustProfile(&profile);
+    return movie_code(mp4_set_profile(m_session, profile));
+}
+
+MovieCode CMP4MovieWrite::Store(const void* data, uint64_t size, const Mp4SampleRun& run,
+                                Chunk* chunk) {
+    if (chunk->runs.empty()) chunk->offset = m_dataOffset + m_dataWritten;
+    if (const int error = m_stagingBuffer.Append(&m_output.File(), data, size))
+        return Failed(error);
+    m_dataWritten += size;
+    chunk->bytes += size;
+    chunk->duration += uint64_t{run.duration} * run.count;
+    add_run(run, &chunk->runs);
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieWrite::AddChunk(WrittenTrack* track, const Chunk& chunk) {
+    if (chunk.runs.empty()) return kMovieOk;
+    const Mp4NewChunk added{chunk.offset, chunk.description, chunk.runs.data(),
+                            static_cast<uint32_t>(chunk.runs.size())};
+    MOVIE_TRY(mp4_add_track_chunk(m_session, track->number, added));
+    for (const Mp4SampleRun& run : chunk.runs)
+        track->samples += run.count;
+    track->bytes += chunk.bytes;
+    track->duration += chunk.duration;
+    return kMovieOk;
+}
+
+// The test is made before a sample is added, in whole milliseconds.
+bool CMP4MovieWrite::IsChunkFull(const Chunk& chunk) const {
+    const auto& list = Source().videoDescriptions;
+    const bool avc = !list.empty() && list[0].entry.kind == kEntryAvc;
+    uint64_t ms = 0;
+    static_cast<void>(mp4_mul_div(chunk.duration, 1000, Source().video.timescale, &ms));
+    return ms >= (avc ? kAvcChunkMs : kOtherChunkMs);
+}
+
+MovieCode CMP4MovieWrite::AddVideoSample(const CReadBuffer& sample, const ReadSampleInfo& info,
+                                         Chunk* chunk) {
+    if (m_video.samples == 0) {
+        const int64_t shown = static_cast<int64_t>(chunk->duration) + info.compositionOffset;
+        // Pictures that are shown before the sync sample they follow can't be decoded: the output
+        // starts with the sync sample then.
+        if (!m_hasFirstVideo) m_firstVideoTime = shown;
+        m_hasFirstVideo = true;
+    }
+    return Store(sample.data.data(), sample.size(),
+                 {1, sample.size(), info.duration, info.compositionOffset, info.isSync}, chunk);
+}
+
+MovieCode CMP4MovieWrite::WriteVideoChunk(bool* ended) {
+    Chunk chunk;
+    CReadBuffer sample;
+    ReadSampleInfo info;
+    *ended = false;
+    for (;;) {
+        const MovieCode code = m_reader->ReadVideoSample(&sample, &info);
+        *ended = code == kMovieEndOfSamples;
+        if (*ended) break;
+        if (code == kMovieSystem) return Failed(m_reader->LastError());
+        MOVIE_TRY(code);
+        const bool another = !chunk.runs.empty() && (info.isSync || IsChunkFull(chunk) ||
+                                                     info.description != chunk.description);
+        if (another) {
+            m_reader->UnreadSample(CMP4MovieRead::Track::kVideo);
+            break;
+        }
+        chunk.description = info.description;
+        MOVIE_TRY(AddVideoSample(sample, info, &chunk));
+    }
+    return AddChunk(&m_video, chunk);
+}
+
+// How much of the source's sound the next chunk is to take, in media units.
+uint64_t CMP4MovieWrite::SoundTarget(bool final) const {
+    const MovieTrackInfo& audio = Source().audio;
+    // What is left behind the pictures goes in steps too: a save can be ended between them.
+    if (final || m_video.number == 0) {
+        uint64_t units = 0;
+        static_cast<void>(mp4_mul_div(kSoundChunkMs, audio.timescale, 1000, &units));
+        return std::max<uint64_t>(units, 1);
+    }
+    const MovieRange& range = m_reader->GetRange();
+    const int64_t written = static_cast<int64_t>(m_video.duration) - range.video.startOffset;
+    const int64_t target = rescale(written, Source().video.timescale, audio.timescale) +
+                           range.audio.startOffset - static_cast<int64_t>(m_soundTaken);
+    return target > 0 ? static_cast<uint64_t>(target) : 0;
+}
+
+MovieCode CMP4MovieWrite::WriteAudioChunk(bool final) {
+    Chunk chunk;
+    uint64_t left = SoundTarget(final);
+    MovieCode code = kMovieOk;
+    while (left > 0 && code == kMovieOk) {
+        uint64_t taken = 0;
+        // Nothing but the sound itself moves these rounds on, so that each takes one sample at
+        // least.
+        const bool alone = final || m_video.number == 0;
+        code = TakeSound(alone && chunk.runs.empty() ? UINT64_MAX : left, &chunk, &taken);
+        if (code == kMovieOk && taken == 0) break;  // the next sample would pass the target
+        m_soundTaken += taken;
+        left -= std::min(left, taken);
+    }
+    if (code == kMovieSystem && m_lastError == 0) return Failed(m_reader->LastError());
+    if (code != kMovieOk && code != kMovieEndOfSamples) return code;
+    if (code == kMovieEndOfSamples && !m_soundFinished) {
+        m_soundFinished = true;
+        MOVIE_TRY(FinishSound(&chunk));
+    }
+    MOVIE_TRY(AddChunk(&m_audio, chunk));
+    return code;
+}
+
+MovieCode CMP4MovieWrite::TakeSound(uint64_t most, Chunk* chunk, uint64_t* taken) {
+    CReadBuffer sample;
+    ReadSampleInfo info;
+    MOVIE_TRY(m_reader->ReadAudioSample(&sample, &info));
+    if (info.duration > most || (!chunk->runs.empty() && chunk->description != info.description)) {
+        m_reader->UnreadSample(CMP4MovieRead::Track::kAudio);
+        return kMovieOk;
+    }
+    *taken = info.duration;
+    chunk->description = info.description;
+    return Store(sample.data.data(), sample.size(),
+                 {1, sample.size(), info.duration, info.compositionOffset, true}, chunk);
+}
+
+MovieCode CMP4MovieWrite::FinishSound(Chunk* /*chunk*/) {
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieWrite::WriteNext() {
+    if (!m_session) return kMovieBuffer;
+    bool video_ended = true;
+    if (m_video.number != 0) MOVIE_TRY(WriteVideoChunk(&video_ended));
+    if (m_audio.number == 0) return video_ended ? kMovieDone : kMovieOk;
+    const bool final = video_ended && m_video.number != 0;
+    const MovieCode code = WriteAudioChunk(final);
+    if (code == kMovieEndOfSamples) return video_ended ? kMovieDone : kMovieOk;
+    return code;
+}
+
+// Media time of the picture that the output begins with.
+int64_t CMP4MovieWrite::ShownFrom() const {
+    return m_options.exact ? m_reader->GetRange().exactStart : m_firstVideoTime;
+}
+
+int64_t CMP4MovieWrite::SoundStart() const {
+    const MovieRange& range = m_reader->GetRange();
+    // The sound goes with the picture that is really shown first.
+    if (m_video.number == 0 || !m_hasFirstVideo) return range.audio.startOffset;
+    return range.audio.startOffset + rescale(ShownFrom() - range.video.presentationStart,
+                                             Source().video.timescale, Source().audio.timescale);
+}
+
+// `start` is the media time that is shown first, after a wait of so many media units; `hidden` of
+// the track's length are not shown.
+MovieCode CMP4MovieWrite::AddEdit(const WrittenTrack& track, uint32_t timescale, uint64_t wait,
+                                  uint64_t start, uint64_t hidden) {
+    if (track.number == 0 || track.samples == 0) return kMovieOk;
+    const auto to_movie = [&](uint64_t units) {
+        return static_cast<uint64_t>(
+            rescale(static_cast<int64_t>(units), timescale, Source().timescale));
+    };
+    if (wait > 0) {
+        const Mp4Edit empty{to_movie(wait), -1, 1, 0, nullptr};
+        MOVIE_TRY(mp4_add_track_edit(m_session, track.number, empty));
+    }
+    const uint64_t length = track.duration - std::min(track.duration, hidden);
+    const Mp4Edit main{to_movie(length), static_cast<int64_t>(start), 1, 0, nullptr};
+    return movie_code(mp4_add_track_edit(m_session, track.number, main));
+}
+
+MovieCode CMP4MovieWrite::AddEdits() {
+    const auto above_zero = [](int64_t value) {
+        return value > 0 ? static_cast<uint64_t>(value) : 0;
+    };
+    const MovieRange& range = m_reader->GetRange();
+    // Reordered pictures are shown late by the first one's delay: none of that is hidden.
+    MOVIE_TRY(AddEdit(m_video, Source().video.timescale, above_zero(-range.video.startOffset),
+                      above_zero(ShownFrom()), above_zero(ShownFrom() - m_firstVideoTime)));
+    const int64_t sound = SoundStart();
+    const uint64_t start = above_zero(sound) + SoundDelay();
+    return AddEdit(m_audio, Source().audio.timescale, above_zero(-sound), start, start);
+}
+
+MovieCode CMP4MovieWrite::Finish() {
+    if (!m_session) return kMovieBuffer;
+    if (const int error = m_stagingBuffer.Flush(&m_output.File())) return Failed(error);
+    MOVIE_TRY(AddEdits());
+    const uint64_t now = static_cast<uint64_t>(std::time(nullptr)) + kSecondsFrom1904To1970;
+    MOVIE_TRY(mp4_set_times(m_session, now, now));
+    uint64_t file_size = 0;
+    MOVIE_TRY(FromEngine(mp4_finish_write(m_session, m_dataWritten, &file_size)));
+    MOVIE_TRY(mp4_close_write(m_host, std::exchange(m_session, nullptr)));
+    m_finished = true;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieWrite::Close() {
+    if (!m_finished) return kMovieBuffer;
+    if (const int error = m_output.Commit()) return Failed(error);
+    return kMovieOk;
+}
+
+}  // namespace tarn

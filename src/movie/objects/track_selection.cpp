@@ -1,0 +1,241 @@
+#include "movie/objects/track_selection.h"
+
+#include "movie/engine/samples.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint32_t kTrackEnabled = 1;
+
+// Lists opened for one look.
+class Entries {
+public:
+    explicit Entries(Mp4ReadSession* session) : m_session(session) {}
+    ~Entries() {
+        if (m_entries) static_cast<void>(mp4_close_sample_entries(m_session, m_entries));
+    }
+    Entries(const Entries&) = delete;
+    Entries& operator=(const Entries&) = delete;
+    Mp4Result Open(uint32_t track) { return mp4_open_sample_entries(m_session, track, &m_entries); }
+    const Mp4SampleEntries* get() const { return m_entries; }
+    uint32_t count() const { return m_entries ? m_entries->list.count : 0; }
+
+private:
+    Mp4ReadSession* m_session;
+    Mp4SampleEntries* m_entries = nullptr;
+};
+
+bool can_decode(uint32_t format) {
+    return format == fourcc("mp4a") || format == fourcc("twos") || format == fourcc("sowt");
+}
+
+// Whether the first entry is of a kind that this program serves.
+Mp4Result is_served(Mp4ReadSession* session, uint32_t track, uint32_t handler, bool* served) {
+    *served = false;
+    if (handler != fourcc("vide") && handler != fourcc("soun")) return FF4_RET_OK;
+    Entries entries(session);
+    FF4_TRY(entries.Open(track));
+    if (handler == fourcc("vide")) {
+        Mp4VideoEntry entry{};
+        FF4_TRY(mp4_get_video_entry(session, entries.get(), 1, &entry));
+        *served = entry.kind == kEntryMpeg4Visual || entry.kind == kEntryAvc;
+    } else {
+        Mp4AudioEntry entry{};
+        FF4_TRY(mp4_get_audio_entry(session, entries.get(), 1, &entry));
+        *served = can_decode(entry.format);
+    }
+    return FF4_RET_OK;
+}
+
+// Whether the samples lie in this file. A track without references, or an empty location, counts
+// as the same file.
+Mp4Result is_in_this_file(Mp4ReadSession* session, uint32_t track, bool* inside) {
+    *inside = true;
+    Mp4DataRefs* refs = nullptr;
+    const Mp4Result result = mp4_open_data_refs(session, track, &refs);
+    if (result == FF4_RET_NOTFOUND) return FF4_RET_OK;
+    FF4_TRY(result);
+    Mp4DataRefEntry ref{};
+    if (mp4_get_data_ref(session, refs, 1, &ref) == FF4_RET_OK)
+        *inside = !ref.location || ref.location[0] == '\0';
+    return mp4_close_data_refs(session, refs);
+}
+
+Mp4Result first_sample(Mp4ReadSession* session, uint32_t track, Mp4SampleInfo* sample) {
+    const Mp4Result result = mp4_get_sample_info(session, track, 1, sample);
+    if (result != FF4_RET_NOTFOUND || !session->fragments) return result;
+    uint64_t start = 0;
+    return mp4_get_sample_info_at_time(session, track, 0, &start, sample);
+}
+
+// Failures that say nothing about the file.
+bool is_of_the_machine(Mp4Result result) {
+    return result == FF4_RET_FILE || result == FF4_RET_NOMEM;
+}
+
+struct Candidate {
+    uint32_t handler;
+    Mp4TrackRole role;
+    Mp4SampleInfo first;
+    bool served, inside;
+    bool IsGood() const { return served && inside; }
+};
+
+Mp4Result look_at_track(Mp4ReadSession* session, uint32_t track, Candidate* candidate) {
+    Mp4TrackHeaderInfo header{};
+    FF4_TRY(mp4_get_track_header(session, track, &header));
+    if ((header.flags & kTrackEnabled) == 0) return FF4_RET_OK;
+    Mp4HandlerInfo handler{};
+    FF4_TRY(mp4_get_handler(session, track, &handler));
+    candidate->handler = handler.type;
+    FF4_TRY(is_served(session, track, handler.type, &candidate->served));
+    if (!candidate->served) return FF4_RET_OK;
+    FF4_TRY(first_sample(session, track, &candidate->first));
+    return is_in_this_file(session, track, &candidate->inside);
+}
+
+// Takes the track unless there is one of its kind. True when it was taken.
+bool take(Mp4ReadSession* session, uint32_t track, const Candidate& candidate,
+          CMovieInfoType* info) {
+    MovieTrackInfo& chosen = candidate.handler == fourcc("vide") ? info->video : info->audio;
+    if (chosen.trackNumber != 0) return false;
+    chosen.session = session;
+    chosen.trackNumber = track;
+    chosen.defaultDuration = candidate.first.duration;
+    chosen.compositionSigned = candidate.first.compositionSigned;
+    chosen.role = candidate.role.role;
+    chosen.roleDetail = static_cast<uint16_t>(candidate.role.detail);
+    return true;
+}
+
+void copy_block(const Mp4ByteBlock& block, std::vector<uint8_t>* out) {
+    out->assign(block.data, block.data + block.size);
+}
+
+}  // namespace
+
+Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info,
+                       uint32_t* chosen) {
+    uint32_t count = 0;
+    *chosen = 0;
+    FF4_TRY(mp4_get_track_count(session, &count));
+    for (uint32_t track = 1; track <= count; ++track) {
+        Candidate candidate{};
+        Mp4Result result = mp4_open_track(session, track);
+        const bool opened = result == FF4_RET_OK;
+        if (opened && camera) {
+            result = mp4_get_track_role(session, track, &candidate.role);
+            if (result != FF4_RET_OK) {
+                FF4_TRY(mp4_close_track(session, track));
+                return is_of_the_machine(result) ? result : FF4_RET_OK;
+            }
+        }
+        const bool main = !camera || candidate.role.role == kRoleMain;
+        if (opened && main) result = look_at_track(session, track, &candidate);
+        if (is_of_the_machine(result)) return result;
+        if (opened && main && result == FF4_RET_OK && candidate.IsGood() &&
+            take(session, track, candidate, info)) {
+            ++*chosen;
+        } else if (opened) {
+            FF4_TRY(mp4_close_track(session, track));
+        }
+    }
+    return FF4_RET_OK;
+}
+
+TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* code) {
+    uint32_t count = 0;
+    *code = 0;
+    static_cast<void>(mp4_get_track_count(session, &count));
+    for (uint32_t track = 1; track <= count; ++track) {
+        Mp4HandlerInfo found{};
+        Mp4TrackHeaderInfo header{};
+        if (mp4_get_handler(session, track, &found) != FF4_RET_OK || found.type != handler)
+            continue;
+        if (mp4_get_track_header(session, track, &header) != FF4_RET_OK)
+            return TrackFault::kDamaged;
+        if ((header.flags & kTrackEnabled) == 0) continue;
+
+        Candidate candidate{};
+        Entries entries(session);
+        const Mp4SampleEntry* entry = nullptr;
+        if (mp4_open_track(session, track) != FF4_RET_OK || entries.Open(track) != FF4_RET_OK ||
+            mp4_get_sample_entry(session, entries.get(), 1, &entry) != FF4_RET_OK)
+            return TrackFault::kDamaged;
+        *code = entry->format;
+        if (look_at_track(session, track, &candidate) != FF4_RET_OK) return TrackFault::kDamaged;
+        if (!candidate.served) return TrackFault::kKind;
+        return candidate.inside ? TrackFault::kRole : TrackFault::kElsewhere;
+    }
+    return TrackFault::kNone;
+}
+
+Mp4Result ReadTrackInfo(MovieTrackInfo* track) {
+    Mp4ReadSession* session = track->session;
+    Mp4MediaHeaderInfo header{};
+    FF4_TRY(mp4_get_media_header(session, track->trackNumber, &header));
+    if (header.timescale == 0) return FF4_RET_FORMAT;
+    track->timescale = header.timescale;
+    FF4_TRY(mp4_get_track_duration(session, track->trackNumber, &track->duration));
+    FF4_TRY(mp4_get_total_sample_count(session, track->trackNumber, &track->sampleCount));
+
+    Mp4EditList* edits = nullptr;
+    FF4_TRY(mp4_open_edit_list(session, track->trackNumber, &edits));
+    track->edits.clear();
+    for (const Mp4Edit* edit = edits->head; edit; edit = edit->next) {
+        track->edits.push_back(
+            {edit->segment_duration, edit->media_time,
+             static_cast<uint32_t>(edit->rate_integer) << 16 | edit->rate_fraction});
+    }
+    return mp4_close_edit_list(session, edits);
+}
+
+Mp4Result ReadVideoDescriptions(Mp4ReadSession* session, uint32_t track,
+                                std::vector<CVideoSampleDescriptionInfo>* list) {
+    Entries entries(session);
+    const Mp4Result opened = entries.Open(track);
+    if (opened == FF4_RET_NOTFOUND) return FF4_RET_OK;
+    FF4_TRY(opened);
+    for (uint32_t index = 1; index <= entries.count(); ++index) {
+        CVideoSampleDescriptionInfo& info = list->emplace_back();
+        info.index = index;
+        FF4_TRY(mp4_get_video_entry(session, entries.get(), index, &info.entry));
+        const Mp4SampleEntry* entry = nullptr;
+        FF4_TRY(mp4_get_sample_entry(session, entries.get(), index, &entry));
+        copy_block(entry->visual.pasp, &info.pixelAspect);
+        copy_block(entry->visual.colr, &info.colour);
+        copy_block(entry->visual.hvcc, &info.hevcConfig);
+        if (entry->kind == kEntryMpeg4Visual) copy_block(entry->es.bytes, &info.decoderConfig);
+        if (entry->kind != kEntryAvc) continue;
+        FF4_TRY(mp4_get_avc_config_info(session, entries.get(), index, &info.avc));
+        copy_block(entry->visual.extra, &info.extraData);
+        copy_block(entry->avc.bytes, &info.avcConfig);
+        for (const Mp4ParameterSet* s = entry->avc.sequence_sets.head; s; s = s->next)
+            copy_block(s->data, &info.spsData);
+        for (const Mp4ParameterSet* s = entry->avc.picture_sets.head; s; s = s->next)
+            copy_block(s->data, &info.ppsData);
+    }
+    return FF4_RET_OK;
+}
+
+Mp4Result ReadAudioDescriptions(Mp4ReadSession* session, uint32_t track,
+                                std::vector<CAudioSampleDescriptionInfo>* list) {
+    Entries entries(session);
+    const Mp4Result opened = entries.Open(track);
+    if (opened == FF4_RET_NOTFOUND) return FF4_RET_OK;
+    FF4_TRY(opened);
+    for (uint32_t index = 1; index <= entries.count(); ++index) {
+        CAudioSampleDescriptionInfo& info = list->emplace_back();
+        info.index = index;
+        FF4_TRY(mp4_get_audio_entry(session, entries.get(), index, &info.entry));
+        const Mp4SampleEntry* entry = nullptr;
+        FF4_TRY(mp4_get_sample_entry(session, entries.get(), index, &entry));
+        copy_block(entry->es.bytes, &info.decoderConfig);
+        info.objectType = entry->es.object_type_indication;
+        info.averageBitRate = entry->es.avg_bitrate;
+        info.maximumBitRate = entry->es.max_bitrate;
+    }
+    return FF4_RET_OK;
+}
+
+}  // namespace tarn

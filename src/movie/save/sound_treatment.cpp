@@ -1,0 +1,129 @@
+#include "movie/save/sound_treatment.h"
+
+#include "movie/facts/clip_info.h"
+#include "movie/facts/movie_text.h"
+#include "movie/umc/aac_config.h"
+#include "movie/umc/aac_encoder.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint32_t kFrameBytes = 4;  // 16-bit left and right
+constexpr uint32_t kMostAacSample = 65536;
+constexpr uint32_t kMostAacFrames = 2048;  // of a sample, with band replication
+
+UMC::AacConfig config_of(const CAudioSampleDescriptionInfo& sound, bool* good) {
+    UMC::AacConfig config;
+    const auto bytes = UMC::FindDecoderSpecificInfo(sound.decoderConfig);
+    *good = !bytes.empty() && UMC::ParseAacConfig(bytes, &config) == UMC::kStatusOk;
+    return config;
+}
+
+}  // namespace
+
+std::string WhySoundCannotBeSaved(const CAudioSampleDescriptionInfo& sound, bool encode) {
+    if (const std::string other = ObjectTypeName(sound.objectType); !other.empty())
+        return "the sound is " + other + ", which can't be decoded here; only AAC and PCM can";
+    const uint32_t channels = SoundChannels(sound);
+    if (channels != 2) {
+        return "the sound has " + std::to_string(channels) + " channel" +
+               (channels == 1 ? "" : "s") + "; only stereo can be treated";
+    }
+    if (sound.entry.format != fourcc("mp4a")) {
+        if (sound.entry.sample_size == 16) return {};
+        return "the sound has " + std::to_string(sound.entry.sample_size) +
+               " bits a sample; only 16 can be treated";
+    }
+    bool good = false;
+    const UMC::AacConfig config = config_of(sound, &good);
+    if (!good) return "the sound's AAC configuration is missing or broken";
+    if (!encode) return {};
+    if (config.sbr || config.ps)
+        return "the sound is AAC with band replication, which can't be made anew; save it as WAV";
+    if (config.frameLength != static_cast<int32_t>(UMC::AACEncoder::kBlockFrames))
+        return "the sound has AAC frames of an unusual length; save it as WAV";
+    if (!UMC::AACEncoder::CanEncode(config.sampleRate, 2)) {
+        return "the sound has " + std::to_string(config.sampleRate) +
+               " samples a second, which AAC can't hold; save it as WAV";
+    }
+    return {};
+}
+
+MovieCode SoundTreatment::Open(const CAudioSampleDescriptionInfo& sound,
+                               const AMPEffectSettings& settings, uint32_t startMs,
+                               uint32_t endMs) {
+    if (!WhySoundCannotBeSaved(sound, false).empty()) return movie_code(FF4_RET_FORMAT);
+    switch (sound.entry.format) {
+        case fourcc("twos"):
+            m_swap = Swap::kBigEndian;
+            break;
+        case fourcc("sowt"):
+            m_swap = Swap::kLittleEndian;
+            break;
+        default:
+            m_swap = Swap::kNone;
+    }
+    m_rate = sound.entry.sampling_rate;
+    if (!IsPcm()) MOVIE_TRY(OpenDecoder(sound));
+    m_chain.reset(AMPEffectCreate(m_rate));
+    if (!m_chain) return movie_code(FF4_RET_FORMAT);
+    AMPEffectSetRange(m_chain.get(), startMs, endMs);
+    return AMPEffectSetParameters(m_chain.get(), settings) ? kMovieOk : movie_code(FF4_RET_NOMEM);
+}
+
+uint64_t SoundTreatment::MostFrames(uint64_t samples, uint64_t bytes) const {
+    return IsPcm() ? bytes / kFrameBytes : samples * kMostAacFrames;
+}
+
+MovieCode SoundTreatment::OpenDecoder(const CAudioSampleDescriptionInfo& sound) {
+    bool good = false;
+    const UMC::AacConfig config = config_of(sound, &good);
+    if (!good) return kMovieCodec;
+    m_rate = static_cast<uint32_t>(config.outputRate != 0 ? config.outputRate : config.sampleRate);
+    return m_decoder.Init(sound, m_rate, true) ? kMovieOk : kMovieCodec;
+}
+
+MovieCode SoundTreatment::Decode(const std::vector<uint8_t>& samples) {
+    if (IsPcm()) {
+        const bool big = m_swap == Swap::kBigEndian;
+        m_pcm.resize(samples.size() / kFrameBytes * 2);
+        for (size_t i = 0; i < m_pcm.size(); ++i) {
+            const uint8_t high = samples[2 * i + (big ? 0 : 1)];
+            const uint8_t low = samples[2 * i + (big ? 1 : 0)];
+            m_pcm[i] = static_cast<int16_t>(high << 8 | low);
+        }
+        return kMovieOk;
+    }
+    m_pcm.clear();
+    if (samples.empty() || samples.size() > kMostAacSample) return kMovieCodec;
+    m_sample.data = samples;
+    std::span<const int16_t> pcm;
+    if (!m_decoder.Decode(&m_sample, &pcm)) return kMovieCodec;
+    m_pcm.assign(pcm.begin(), pcm.end());
+    // Not what the configuration said: another channel count in the frames.
+    return m_decoder.Channels() == 2 ? kMovieOk : kMovieCodec;
+}
+
+MovieCode SoundTreatment::WarmUp(const std::vector<uint8_t>& samples) {
+    return IsPcm() ? kMovieOk : Decode(samples);
+}
+
+MovieCode SoundTreatment::Treat(const std::vector<uint8_t>& samples, uint32_t positionMs) {
+    MOVIE_TRY(Decode(samples));
+    if (!m_pcm.empty())
+        AMPEffectProcess(m_chain.get(), m_pcm.data(), m_pcm.data(), Frames(), positionMs);
+    return kMovieOk;
+}
+
+const std::vector<uint8_t>& SoundTreatment::AsSource() {
+    const bool big = m_swap == Swap::kBigEndian;
+    m_bytes.resize(m_pcm.size() * 2);
+    for (size_t i = 0; i < m_pcm.size(); ++i) {
+        const auto value = static_cast<uint16_t>(m_pcm[i]);
+        m_bytes[2 * i + (big ? 0 : 1)] = static_cast<uint8_t>(value >> 8);
+        m_bytes[2 * i + (big ? 1 : 0)] = static_cast<uint8_t>(value);
+    }
+    return m_bytes;
+}
+
+}  // namespace tarn

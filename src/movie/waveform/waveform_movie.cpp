@@ -1,0 +1,196 @@
+#include "movie/waveform/waveform_movie.h"
+
+#include <algorithm>
+#include <new>
+
+#include "movie/facts/movie_text.h"
+#include "movie/waveform/waveform_aac.h"
+#include "movie/waveform/waveform_pcm.h"
+#include "movie/waveform/waveform_picker.h"
+#include "mp4format/atoms/profile.h"
+#include "mp4format/time_math.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint32_t kAac = fourcc("mp4a");
+constexpr uint32_t kLittleEndian = fourcc("sowt");  // the other PCM, 'twos', is big-endian
+constexpr uint64_t kLongestAacFrame = 2048;         // sample frames, with band replication
+constexpr uint32_t kLowestAacRate = 7350;           // hertz
+
+int8_t high_byte(int16_t sample) {
+    return static_cast<int8_t>(sample >> 8);
+}
+
+// value * mul / div, at most the largest number.
+uint64_t scale(uint64_t value, uint64_t mul, uint64_t div) {
+    uint64_t out = UINT64_MAX;
+    if (mp4_mul_div(value, mul, div, &out) != FF4_RET_OK) out = UINT64_MAX;
+    return out;
+}
+
+// The first frame at or behind a time of the track.
+uint64_t frame_at(uint64_t time, uint32_t rate, uint32_t timescale) {
+    if (rate == timescale) return time;
+    const uint64_t frames = scale(time, rate, timescale);
+    return scale(frames, timescale, rate) < time ? frames + 1 : frames;
+}
+
+// The points from frame `first` up to `end`, of which the frames in `pcm` are the first ones.
+void pick(std::span<const int16_t> pcm, uint32_t channels, uint64_t first, uint64_t end,
+          WaveformPicker* picker) {
+    picker->SkipTo(first);  // a stream that changes its rate may have left one behind
+    const uint64_t held = channels > 0 ? pcm.size() / channels : 0;
+    const size_t right = channels > 1 ? 1 : 0;
+    while (!picker->Full() && picker->NextFrame() < std::min(end, first + held)) {
+        const size_t at = static_cast<size_t>(picker->NextFrame() - first) * channels;
+        picker->Put(high_byte(pcm[at]), high_byte(pcm[at + right]));
+    }
+    picker->SkipTo(end);
+}
+
+}  // namespace
+
+MovieWaveform::MovieWaveform() = default;
+MovieWaveform::~MovieWaveform() = default;
+
+bool MovieWaveform::Read(const std::string& path, uint32_t pointsPerSecond,
+                         const WaveformProgress& progress) {
+    try {
+        if (!Open(path) || !IsAllowed() || !MakeRows(pointsPerSecond)) return false;
+        WaveformPicker picker(&points, pointsPerSecond, progress);
+        const bool done = Sound().entry.format == kAac ? ReadAac(&picker) : ReadPcm(&picker);
+        m_movie->Close();
+        return done;
+    } catch (const std::bad_alloc&) {
+        points = {};
+        return Stop(WaveformFault::kFile, "not enough memory");
+    }
+}
+
+bool MovieWaveform::Open(const std::string& path) {
+    m_movie = std::make_unique<CMP4MovieRead>();
+    m_movie->SetPath(path);
+    const MovieCode code = m_movie->Open();
+    if (code != kMovieOk)
+        return Stop(WaveformFault::kFile, MovieCodeText(code, m_movie->LastError()));
+    if (!m_movie->HasAudio() || m_movie->GetInfo().audioDescriptions.empty())
+        return Stop(WaveformFault::kNoSound, "the clip has no sound that can be shown");
+    Mp4AudioProfile profile{};
+    m_hasProfile = mp4_get_audio_profile(m_movie->Session(), &profile) == FF4_RET_OK;
+    m_profileChannels = profile.channels;
+    m_profileRate = profile.sampling_rate;
+    return true;
+}
+
+const CAudioSampleDescriptionInfo& MovieWaveform::Sound() const {
+    return m_movie->GetInfo().audioDescriptions.front();
+}
+
+// A camera clip goes by its profile record alone; others by what their sound entry says.
+bool MovieWaveform::IsAllowed() {
+    if (m_hasProfile) {
+        if (m_profileChannels == 2) return true;
+        return Stop(WaveformFault::kNoSound, "the clip's profile does not say stereo sound");
+    }
+    const Mp4AudioEntry& entry = Sound().entry;
+    if (entry.format == kAac || (entry.sample_size == 16 && entry.channel_count > 0)) return true;
+    return Stop(WaveformFault::kNoSound, "only PCM sound of 16 bits can be shown");
+}
+
+uint32_t MovieWaveform::PcmChannels() const {
+    return m_hasProfile ? 2 : Sound().entry.channel_count;
+}
+
+// Of the sound entry. It has no room for a rate above 65535.
+uint32_t MovieWaveform::EntryRate() const {
+    const uint32_t rate = Sound().entry.sampling_rate;
+    return rate != 0 ? rate : m_movie->GetInfo().audio.timescale;
+}
+
+// The tables say how long the sound is, but no longer than the file can hold.
+bool MovieWaveform::MakeRows(uint32_t pointsPerSecond) {
+    const MovieTrackInfo& track = m_movie->GetInfo().audio;
+    const uint64_t length = m_movie->Session()->file_size;
+    uint64_t most = 0;
+    if (Sound().entry.format == kAac) {
+        most = scale(track.sampleCount, kLongestAacFrame * pointsPerSecond, kLowestAacRate);
+    } else {
+        const uint64_t frames = length / (2 * PcmChannels());
+        most = std::min(scale(frames, pointsPerSecond, EntryRate()), length);
+    }
+    uint64_t count = std::min(scale(track.duration, pointsPerSecond, track.timescale), most);
+    count = std::min<uint64_t>(count, UINT32_MAX);
+    points.left.assign(count, 0);
+    points.right.assign(count, 0);
+    return true;
+}
+
+bool MovieWaveform::ReadAac(WaveformPicker* picker) {
+    AacSound sound;
+    const uint32_t timescale = m_movie->GetInfo().audio.timescale;
+    if (!sound.Init(Sound(), m_hasProfile ? m_profileRate : EntryRate(), !m_hasProfile))
+        return Stop(WaveformFault::kCutShort, "the sound can't be decoded");
+    CReadBuffer sample;
+    ReadSampleInfo info;
+    uint64_t time = 0;  // of the next sample, media units
+    while (!picker->Full()) {
+        if (!picker->Report()) return Stop(WaveformFault::kCancelled, "cancelled");
+        const MovieCode code = m_movie->ReadAudioSample(&sample, &info);
+        if (code == kMovieEndOfSamples) return StopAt(time, "the sound ends early");
+        if (code != kMovieOk) return StopAt(time, MovieCodeText(code, m_movie->LastError()));
+        std::span<const int16_t> pcm;
+        if (!sound.Decode(&sample, &pcm)) return StopAt(time, "the sound can't be decoded");
+        picker->SetRate(sound.Rate());
+        const uint64_t first = frame_at(time, sound.Rate(), timescale);
+        time += info.duration;
+        pick(pcm, sound.Channels(), first, frame_at(time, sound.Rate(), timescale), picker);
+    }
+    return true;
+}
+
+bool MovieWaveform::ReadPcm(WaveformPicker* picker) {
+    const MovieTrackInfo& track = m_movie->GetInfo().audio;
+    const uint32_t channels = PcmChannels(), rate = EntryRate();
+    const size_t left = Sound().entry.format == kLittleEndian ? 1 : 0;  // of the high byte
+    const size_t right = left + (channels > 1 ? 2 : 0);
+    PcmFrames frames(track, channels);
+    picker->SetRate(rate);
+    while (!picker->Full()) {
+        if (!picker->Report()) return Stop(WaveformFault::kCancelled, "cancelled");
+        const uint64_t frame = picker->NextFrame();
+        const uint8_t* bytes = nullptr;
+        const Mp4Result result = frames.At(frame, &bytes);
+        if (result != FF4_RET_OK) {
+            return StopAt(scale(frame, track.timescale, rate),
+                          result == FF4_RET_NOTFOUND ? "the sound ends early"
+                                                     : MovieCodeText(movie_code(result), 0));
+        }
+        picker->Put(static_cast<int8_t>(bytes[left]), static_cast<int8_t>(bytes[right]));
+    }
+    return true;
+}
+
+bool MovieWaveform::Stop(WaveformFault fault, const std::string& reason) {
+    m_fault = fault;
+    m_reason = reason;
+    return false;
+}
+
+// `time` in the track's units.
+bool MovieWaveform::StopAt(uint64_t time, const std::string& reason) {
+    const uint64_t ms = scale(time, 1000, m_movie->GetInfo().audio.timescale);
+    return Stop(WaveformFault::kCutShort,
+                reason + "; the waveform ends at " + std::to_string(ms) + " ms");
+}
+
+bool WFMP4Reader::Open(const std::string& path, uint32_t pointsPerSecond) {
+    MovieWaveform movie;
+    static_cast<void>(movie.Read(path, pointsPerSecond, m_progress));
+    m_points = std::move(movie.points);
+    m_fault = movie.Fault();
+    m_reason = movie.Reason();
+    return true;
+}
+
+}  // namespace tarn

@@ -1,0 +1,55 @@
+// waveform_movie.h - the waveform of a movie's sound: AAC through the decoder, PCM as it lies.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "movie/objects/movie_reader.h"
+#include "movie/waveform/waveform.h"
+
+namespace tarn {
+
+class WaveformPicker;
+
+// Makes the points of one movie. A clip with a profile record needs two channels there; of other
+// clips, a mono sound goes to both rows and of more channels the front pair is taken.
+class MovieWaveform {
+public:
+    MovieWaveform();
+    ~MovieWaveform();
+
+    // True when every point could be read. Otherwise Fault and Reason tell; the points that were
+    // read stay and the others are 0. Where the sound can't be decoded, reading ends.
+    bool Read(const std::string& path, uint32_t pointsPerSecond, const WaveformProgress& progress);
+
+    WaveformPoints points;
+    WaveformFault Fault() const { return m_fault; }
+    const std::string& Reason() const { return m_reason; }
+
+private:
+    bool Open(const std::string& path);
+    bool IsAllowed();
+    bool MakeRows(uint32_t pointsPerSecond);
+    bool ReadAac(WaveformPicker* picker);
+    bool ReadPcm(WaveformPicker* picker);
+    const CAudioSampleDescriptionInfo& Sound() const;
+    uint32_t PcmChannels() const;
+    uint32_t EntryRate() const;
+    bool Stop(WaveformFault fault, const std::string& reason);
+    bool StopAt(uint64_t time, const std::string& reason);
+
+    std::unique_ptr<CMP4MovieRead> m_movie;
+    bool m_hasProfile = false;
+    uint32_t m_profileChannels = 0, m_profileRate = 0;
+    WaveformFault m_fault = WaveformFault::kNone;
+    std::string m_reason;
+};
+
+class WFMP4Reader final : public WFFileReader {
+public:
+    // Always true: a movie that can't be read has no points.
+    bool Open(const std::string& path, uint32_t pointsPerSecond) override;
+};
+
+}  // namespace tarn

@@ -1,0 +1,80 @@
+#include "mp4format/atoms/data_refs.h"
+
+#include "mp4format/io.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint32_t kSameFile = 1;  // the flags of an entry whose data is in this file
+
+struct RefDeleter {
+    Mp4Host* host;
+    void operator()(Mp4DataRef* ref) const {
+        mp4_free(host, ref->location);
+        mp4_free(host, ref->name);
+        mp4_free(host, ref);
+    }
+};
+using RefPtr = std::unique_ptr<Mp4DataRef, RefDeleter>;
+
+// Takes a text off the front of `left`, up to its closing zero or the end.
+Mp4Result take_text(Mp4Host* host, const uint8_t* buffer, Mp4Span* left, char** text) {
+    const uint64_t length = mp4_text_length(buffer + left->offset, left->size);
+    HostPtr<char> copy(nullptr, {host});
+    FF4_TRY(mp4_copy_text(host, buffer + left->offset, length, &copy));
+    *text = copy.release();
+    const uint64_t taken = length < left->size ? length + 1 : length;
+    left->offset += taken;
+    left->size -= taken;
+    return FF4_RET_OK;
+}
+
+Mp4Result read_entry(Mp4Host* host, const uint8_t* buffer, const Mp4AtomInfo& atom,
+                     Mp4DataRef* ref) {
+    ref->type = atom.type;
+    const bool url = atom.type == fourcc("url "), urn = atom.type == fourcc("urn ");
+    if (!url && !urn) return FF4_RET_OK;
+    if (atom.payload.size < kFullHead + (urn ? 1 : 0)) return FF4_RET_FORMAT;
+    ref->version_flags = get_be32(buffer + atom.payload.offset);
+    if (full_version(ref->version_flags) != 0) return FF4_RET_FORMAT;
+
+    Mp4Span left = {atom.payload.offset + kFullHead, atom.payload.size - kFullHead};
+    if (url) {
+        if (full_flags(ref->version_flags) == kSameFile) return FF4_RET_OK;
+        return take_text(host, buffer, &left, &ref->location);
+    }
+    FF4_TRY(take_text(host, buffer, &left, &ref->name));
+    return left.size > 0 ? take_text(host, buffer, &left, &ref->location) : FF4_RET_OK;
+}
+
+}  // namespace
+
+Mp4Result mp4_read_data_refs(Mp4Host* host, Mp4File* file, const Mp4Span& entries, uint32_t count,
+                             Mp4DataRefs* refs) {
+    if (!host || !file || !refs) return FF4_RET_ARGS;
+    HostPtr<uint8_t> bytes(nullptr, {host});
+    FF4_TRY(mp4_read_block(host, file, entries.offset, entries.size, &bytes));
+    Mp4Span left = {0, entries.size};
+    while (refs->count < count && left.size >= kAtomHeader) {
+        Mp4AtomInfo atom{};
+        FF4_TRY(mp4_read_atom_header_mem(bytes.get(), left.offset, left.size, &atom));
+        RefPtr ref(mp4_make<Mp4DataRef>(host).release(), {host});
+        if (!ref) return FF4_RET_NOMEM;
+        FF4_TRY(read_entry(host, bytes.get(), atom, ref.get()));
+        mp4_append(refs, ref.release());
+        ++refs->count;
+        left.offset += atom.atom.size;
+        left.size -= atom.atom.size;
+    }
+    return FF4_RET_OK;
+}
+
+void mp4_free_data_refs(Mp4Host* host, Mp4DataRefs* refs) {
+    while (Mp4DataRef* ref = refs->head) {
+        refs->head = ref->next;
+        RefDeleter{host}(ref);
+    }
+    *refs = {};
+}
+
+}  // namespace tarn

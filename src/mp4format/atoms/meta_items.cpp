@@ -1,0 +1,95 @@
+#include "mp4format/atoms/meta_items.h"
+
+#include "mp4format/io.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint64_t kItemHead = 4;  // language and encoding
+
+Mp4Result read_item(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom, uint64_t limit,
+                    Mp4MetaList* list) {
+    if (atom.payload.size < kItemHead) return FF4_RET_FORMAT;
+    uint8_t head[kItemHead];
+    FF4_TRY(mp4_read_at(host, file, atom.payload.offset, head, sizeof head));
+
+    auto item = mp4_make<Mp4MetaItem>(host);
+    if (!item) return FF4_RET_NOMEM;
+    item->type = atom.type;
+    item->flag = head[0] >> 7;
+    item->language = get_be16(head) & 0x7FFF;
+    item->encoding = get_be16(head + 2);
+    item->payload = {atom.payload.offset + kItemHead, atom.payload.size - kItemHead};
+    if (item->payload.size <= limit) {
+        HostPtr<uint8_t> data(nullptr, {host});
+        FF4_TRY(mp4_read_block(host, file, item->payload.offset, item->payload.size, &data));
+        item->data = {data.release(), static_cast<uint32_t>(item->payload.size)};
+        item->loaded = true;
+    }
+    mp4_append(list, item.release());
+    ++list->count;
+    return FF4_RET_OK;
+}
+
+}  // namespace
+
+Mp4Result mp4_read_meta_items(Mp4Host* host, Mp4File* file, const Mp4UserAtom& atom, uint64_t limit,
+                              Mp4MetaList* list) {
+    if (!host || !file || !list) return FF4_RET_ARGS;
+    if (atom.item_count < 0) return FF4_RET_ARGS;
+    if (atom.type == fourcc("MTDF")) limit = UINT64_MAX;
+
+    Mp4Span left = atom.entries;
+    for (int32_t n = 0; n < atom.item_count && left.size >= kSmallAtomHeader; ++n) {
+        Mp4AtomInfo info{};
+        FF4_TRY(mp4_read_small_atom_header(host, file, left.offset, left.size, &info));
+        FF4_TRY(read_item(host, file, info, limit, list));
+        left.offset += info.atom.size;
+        left.size -= info.atom.size;
+    }
+    return FF4_RET_OK;
+}
+
+void mp4_free_meta_items(Mp4Host* host, Mp4MetaList* list) {
+    while (Mp4MetaItem* item = list->head) {
+        list->head = item->next;
+        mp4_free_block(host, &item->data);
+        mp4_free(host, item);
+    }
+    *list = {};
+}
+
+const Mp4MetaItem* mp4_meta_item_at(const Mp4MetaList& list, uint32_t n) {
+    const Mp4MetaItem* item = n > 0 ? list.head : nullptr;
+    while (item && --n > 0)
+        item = item->next;
+    return item;
+}
+
+Mp4Result mp4_get_meta_payload(Mp4Host* host, Mp4File* file, const Mp4MetaItem& item,
+                               uint64_t capacity, uint8_t* buffer) {
+    if (!host || !file || !buffer || capacity < item.payload.size) return FF4_RET_ARGS;
+    if (item.payload.size == 0) return FF4_RET_OK;
+    if (!item.loaded)
+        return mp4_read_at(host, file, item.payload.offset, buffer, item.payload.size);
+    host->callbacks.memcpy(host->callbacks.userData, buffer, capacity, item.data.data,
+                           item.data.size);
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_find_meta_item(const Mp4MetaList& list, uint32_t* index, const Mp4MetaItem** item) {
+    constexpr uint32_t kType = 10;
+    constexpr uint16_t kLanguageUndetermined = 0x55C4;
+    if (!index || !item) return FF4_RET_ARGS;
+    uint32_t n = 1;
+    for (const Mp4MetaItem* at = list.head; at; at = at->next, ++n) {
+        if (at->type != kType || at->language != kLanguageUndetermined || at->encoding != 0)
+            continue;
+        *index = n;
+        *item = at;
+        return FF4_RET_OK;
+    }
+    return FF4_RET_NOTFOUND;
+}
+
+}  // namespace tarn

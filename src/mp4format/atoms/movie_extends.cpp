@@ -1,0 +1,71 @@
+#include "mp4format/atoms/movie_extends.h"
+
+#include "mp4format/io.h"
+
+namespace tarn {
+namespace {
+
+Mp4Result read_mehd(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
+                    Mp4MovieExtends* extends) {
+    constexpr uint64_t kVersion0 = 8, kVersion1 = 12;
+    if (payload.size < kVersion0) return FF4_RET_FORMAT;
+    uint8_t bytes[kVersion1];
+    FF4_TRY(mp4_read_at(host, file, payload.offset, bytes, kVersion0));
+    const uint32_t version = full_version(get_be32(bytes));
+    if (version > 1 || (version == 1 && payload.size < kVersion1)) return FF4_RET_FORMAT;
+    if (version == 1) FF4_TRY(mp4_read(host, file, bytes + kVersion0, kVersion1 - kVersion0));
+
+    extends->fragment_duration = version == 1 ? get_be64(bytes + 4) : get_be32(bytes + 4);
+    extends->mehd = payload;
+    return FF4_RET_OK;
+}
+
+Mp4Result read_trex(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom,
+                    Mp4MovieExtends* extends) {
+    constexpr uint64_t kTrex = 24;
+    if (atom.payload.size < kTrex) return FF4_RET_FORMAT;
+    uint8_t bytes[kTrex];
+    FF4_TRY(mp4_read_at(host, file, atom.payload.offset, bytes, sizeof bytes));
+
+    auto trex = mp4_make<Mp4Trex>(host);
+    if (!trex) return FF4_RET_NOMEM;
+    trex->atom = atom.atom;
+    Mp4FieldReader fields(bytes + 4);
+    trex->track_id = fields.U32();
+    trex->default_description_index = fields.U32();
+    trex->default_duration = fields.U32();
+    trex->default_size = fields.U32();
+    trex->default_flags = fields.U32();
+    mp4_append(extends, trex.release());
+    return FF4_RET_OK;
+}
+
+}  // namespace
+
+Mp4Result mp4_read_mvex(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
+                        Mp4MovieExtends* extends) {
+    if (!host || !file || !extends) return FF4_RET_ARGS;
+    return mp4_walk(host, file, payload, [&](const Mp4AtomInfo& child) -> Mp4Result {
+        if (child.type == fourcc("mehd") && extends->mehd.offset == 0)
+            return read_mehd(host, file, child.payload, extends);
+        if (child.type == fourcc("trex")) return read_trex(host, file, child, extends);
+        return FF4_RET_OK;
+    });
+}
+
+void mp4_free_mvex(Mp4Host* host, Mp4MovieExtends* extends) {
+    while (Mp4Trex* trex = extends->head) {
+        extends->head = trex->next;
+        mp4_free(host, trex);
+    }
+    *extends = {};
+}
+
+const Mp4Trex* mp4_find_trex(const Mp4MovieExtends& extends, uint32_t track_id) {
+    const Mp4Trex* trex = extends.head;
+    while (trex && trex->track_id != track_id)
+        trex = trex->next;
+    return trex;
+}
+
+}  // namespace tarn

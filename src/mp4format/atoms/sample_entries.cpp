@@ -1,0 +1,319 @@
+#include "mp4format/atoms/sample_entries.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "mp4format/atoms/user_atoms.h"
+#include "mp4format/io.h"
+
+namespace tarn {
+namespace {
+
+enum class Layout { kNone, kVisual, kAudio, kStream, kBookmark, kMetadata, kPacked, kGraphics };
+
+struct LayoutRule {
+    uint32_t kind;
+    uint64_t fixed;  // bytes of payload in front of the children
+};
+
+constexpr LayoutRule kRules[] = {
+    {kEntryUnknown, 0},   {kEntryUnknown, 78}, {kEntryAudio, 28},      {kEntryStream, 8},
+    {kEntryBookmark, 12}, {kEntryMetadata, 8}, {kEntryPackedData, 12}, {kEntryGraphics, 32},
+};
+
+Layout layout_of_format(uint32_t format) {
+    switch (format) {
+        case fourcc("encv"):
+        case fourcc("mp4v"):
+        case fourcc("PNG "):
+            return Layout::kVisual;
+        case fourcc("encm"):
+        case fourcc("LBIN"):
+            return Layout::kMetadata;
+        default:
+            return Layout::kNone;
+    }
+}
+
+Layout layout_of(uint32_t handler, uint32_t format) {
+    switch (handler) {
+        case fourcc("vide"):
+            return Layout::kVisual;
+        case fourcc("soun"):
+            return Layout::kAudio;
+        case fourcc("odsm"):
+            return Layout::kStream;
+        case fourcc("BKDT"):
+            return Layout::kBookmark;
+        case fourcc("meta"):
+            return Layout::kMetadata;
+        case fourcc("PKDT"):
+            return Layout::kPacked;
+        case fourcc("GRAP"):
+            return Layout::kGraphics;
+        case kHandlerByFormat:
+            return layout_of_format(format);
+        default:
+            return Layout::kNone;
+    }
+}
+
+// One entry under construction. `m_bytes` holds the whole table; spans index it.
+class EntryReader {
+public:
+    EntryReader(Mp4Host* host, const uint8_t* bytes, Layout layout, Mp4SampleEntry* entry)
+        : m_host(host), m_bytes(bytes), m_layout(layout), m_entry(entry) {}
+
+    Mp4Result Read(const Mp4Span& payload) {
+        if (m_layout == Layout::kNone) return FF4_RET_OK;
+        const LayoutRule& rule = kRules[static_cast<int>(m_layout)];
+        if (payload.size < rule.fixed) return FF4_RET_FORMAT;
+        const uint8_t* p = m_bytes + payload.offset;
+        m_entry->kind = rule.kind;
+        m_entry->data_reference_index = get_be16(p + 6);
+        uint64_t fixed = rule.fixed;
+        if (m_layout == Layout::kVisual) ReadVisual(p);
+        if (m_layout == Layout::kGraphics) std::memcpy(m_entry->graphics.numbers, p + 8, 24);
+        if (m_layout == Layout::kAudio) FF4_TRY(ReadAudio(p, payload.size, &fixed));
+        return Walk({payload.offset + fixed, payload.size - fixed});
+    }
+
+private:
+    void ReadVisual(const uint8_t* p) {
+        Mp4VisualFields& visual = m_entry->visual;
+        visual.width = get_be16(p + 24);
+        visual.height = get_be16(p + 26);
+        visual.horizontal_resolution = get_be32(p + 28);
+        visual.vertical_resolution = get_be32(p + 32);
+        visual.frame_count = get_be16(p + 40);
+        std::memcpy(visual.compressor_name, p + 42, sizeof visual.compressor_name);
+        visual.depth = get_be16(p + 74);
+    }
+
+    // `fixed` comes as the size of version 0 and grows by what the QuickTime versions add.
+    Mp4Result ReadAudio(const uint8_t* p, uint64_t size, uint64_t* fixed) {
+        constexpr uint64_t kVersion1Extra = 16, kVersion2Extra = 36;
+        Mp4AudioFields& audio = m_entry->audio;
+        audio.version = get_be16(p + 8);
+        audio.channel_count = get_be16(p + 16);
+        audio.sample_size = get_be16(p + 18);
+        audio.sample_rate = get_be32(p + 24);
+        audio.sampling_rate = audio.sample_rate >> 16;
+        const uint64_t extra = audio.version == 1   ? kVersion1Extra
+                               : audio.version == 2 ? kVersion2Extra
+                                                    : 0;
+        if (size - *fixed < extra) return FF4_RET_FORMAT;
+        if (audio.version == 2) ReadAudioVersion2(p + *fixed);
+        *fixed += extra;
+        return FF4_RET_OK;
+    }
+
+    // u32 size, f64 rate, u32 channels, u32 0x7F000000, u32 bits, three more; the numbers of
+    // version 0 in front are fillers there.
+    void ReadAudioVersion2(const uint8_t* p) {
+        Mp4AudioFields& audio = m_entry->audio;
+        const uint64_t bits = get_be64(p + 4);
+        double rate = 0;
+        std::memcpy(&rate, &bits, sizeof rate);
+        audio.sampling_rate =
+            rate >= 0 && rate < UINT32_MAX ? static_cast<uint32_t>(std::lround(rate)) : 0;
+        audio.sample_rate = audio.sampling_rate <= UINT16_MAX ? audio.sampling_rate << 16 : 0;
+        audio.channel_count =
+            static_cast<uint16_t>(std::min<uint32_t>(get_be32(p + 12), UINT16_MAX));
+        const uint32_t sample_bits = get_be32(p + 20);
+        if (sample_bits > 0 && sample_bits <= UINT16_MAX)
+            audio.sample_size = static_cast<uint16_t>(sample_bits);
+    }
+
+    Mp4Result Walk(const Mp4Span& children) {
+        return mp4_walk_mem(m_bytes, children,
+                            [&](const Mp4AtomInfo& child) { return Visit(child); });
+    }
+
+    Mp4Result Visit(const Mp4AtomInfo& child) {
+        switch (m_layout) {
+            case Layout::kVisual:
+                return VisitVisual(child);
+            case Layout::kAudio:
+                // QuickTime hides the descriptors one level deeper.
+                if (child.type == fourcc("wave")) return VisitWave(child.payload);
+                if (child.type == fourcc("sinf")) return ReadSinf(child.payload);
+                return child.type == fourcc("esds") ? ReadEsds(child.payload) : FF4_RET_OK;
+            case Layout::kStream:
+                return child.type == fourcc("esds") ? ReadEsds(child.payload) : FF4_RET_OK;
+            case Layout::kMetadata:
+                return child.type == fourcc("sinf") ? ReadSinf(child.payload) : FF4_RET_OK;
+            case Layout::kGraphics:
+                return child.type == fourcc("3STP") ? ReadStereo(child.payload) : FF4_RET_OK;
+            default:
+                return FF4_RET_OK;
+        }
+    }
+
+    Mp4Result VisitVisual(const Mp4AtomInfo& child) {
+        Mp4VisualFields& visual = m_entry->visual;
+        switch (child.type) {
+            case fourcc("esds"):
+                return ReadEsds(child.payload);
+            case fourcc("avcC"):
+                return ReadAvcc(child.payload);
+            case fourcc("sinf"):
+                return ReadSinf(child.payload);
+            case fourcc("pasp"):
+                return Keep(child.payload, &visual.pasp);
+            case fourcc("hvcC"):
+                return Keep(child.payload, &visual.hvcc);
+            case fourcc("colr"):
+                return Keep(child.payload, &visual.colr);
+            case fourcc("uuid"):
+                return ReadExtra(child.payload);
+            default:
+                return FF4_RET_OK;
+        }
+    }
+
+    Mp4Result VisitWave(const Mp4Span& payload) {
+        return mp4_walk_mem(m_bytes, payload, [&](const Mp4AtomInfo& child) -> Mp4Result {
+            return child.type == fourcc("esds") ? ReadEsds(child.payload) : FF4_RET_OK;
+        });
+    }
+
+    Mp4Result ReadEsds(const Mp4Span& payload) {
+        if (m_has_config) return FF4_RET_OK;
+        if (payload.size < kFullHead) return FF4_RET_FORMAT;
+        if (full_version(get_be32(m_bytes + payload.offset)) != 0) return FF4_RET_FORMAT;
+        m_has_config = true;
+        if (m_layout == Layout::kVisual) {
+            m_entry->kind = kEntryMpeg4Visual;
+            m_entry->visual.config_type = fourcc("esds");
+        }
+        return mp4_read_es_descriptor(m_host, m_bytes + payload.offset + kFullHead,
+                                      payload.size - kFullHead, &m_entry->es);
+    }
+
+    Mp4Result ReadAvcc(const Mp4Span& payload) {
+        if (m_has_config) return FF4_RET_OK;
+        m_has_config = true;
+        m_entry->kind = kEntryAvc;
+        m_entry->visual.config_type = fourcc("avcC");
+        return mp4_read_avc_config(m_host, m_bytes + payload.offset, payload.size, &m_entry->avc);
+    }
+
+    Mp4Result ReadSinf(const Mp4Span& payload) {
+        auto info = mp4_make<Mp4ProtectionInfo>(m_host);
+        if (!info) return FF4_RET_NOMEM;
+        bool has_format = false;
+        FF4_TRY(mp4_walk_mem(m_bytes, payload, [&](const Mp4AtomInfo& child) -> Mp4Result {
+            if (child.type != fourcc("frma") || has_format) return FF4_RET_OK;
+            if (child.payload.size < 4) return FF4_RET_FORMAT;
+            has_format = true;
+            info->original_format = get_be32(m_bytes + child.payload.offset);
+            return FF4_RET_OK;
+        }));
+        FF4_TRY(Keep(payload, &info->payload));
+        mp4_append(&m_entry->sinf, info.release());
+        return FF4_RET_OK;
+    }
+
+    Mp4Result ReadExtra(const Mp4Span& payload) {
+        Mp4ExtendedType type{};
+        FF4_TRY(mp4_read_extended_type_mem(m_bytes, payload, &type));
+        if (!type.family || type.words[0] != fourcc("3DDS")) return FF4_RET_OK;
+        return Keep(type.rest, &m_entry->visual.extra);
+    }
+
+    Mp4Result ReadStereo(const Mp4Span& payload) {
+        if (m_entry->kind == kEntryGraphicsStereo) return FF4_RET_OK;
+        Mp4GraphicsFields& graphics = m_entry->graphics;
+        if (payload.size < 1 + sizeof graphics.stereo_numbers) return FF4_RET_FORMAT;
+        const uint8_t* p = m_bytes + payload.offset;
+        if (p[0] > 1) return FF4_RET_FORMAT;
+        m_entry->kind = kEntryGraphicsStereo;
+        graphics.stereo_version = p[0];
+        std::memcpy(graphics.stereo_numbers, p + 1, sizeof graphics.stereo_numbers);
+        return FF4_RET_OK;
+    }
+
+    // Copies the first payload of its kind; later ones are stepped over.
+    Mp4Result Keep(const Mp4Span& payload, Mp4ByteBlock* block) {
+        return block->data ? FF4_RET_OK
+                           : mp4_copy_block(m_host, m_bytes + payload.offset, payload.size, block);
+    }
+
+    Mp4Host* m_host;
+    const uint8_t* m_bytes;
+    Layout m_layout;
+    Mp4SampleEntry* m_entry;
+    bool m_has_config = false;
+};
+
+struct EntryDeleter {
+    Mp4Host* host;
+    void operator()(Mp4SampleEntry* entry) const { mp4_free_sample_entry(host, entry); }
+};
+
+Mp4Result read_entry(Mp4Host* host, const uint8_t* bytes, const Mp4AtomInfo& atom, uint32_t handler,
+                     Mp4SampleEntryList* list) {
+    std::unique_ptr<Mp4SampleEntry, EntryDeleter> entry(mp4_make<Mp4SampleEntry>(host).release(),
+                                                        {host});
+    if (!entry) return FF4_RET_NOMEM;
+    entry->format = atom.type;
+    EntryReader reader(host, bytes, layout_of(handler, atom.type), entry.get());
+    FF4_TRY(reader.Read(atom.payload));
+    mp4_append(list, entry.release());
+    ++list->count;
+    return FF4_RET_OK;
+}
+
+}  // namespace
+
+Mp4Result mp4_read_sample_entries(Mp4Host* host, Mp4File* file, const Mp4Span& entries,
+                                  uint32_t count, uint32_t handler, Mp4SampleEntryList* list) {
+    if (!host || !file || !list) return FF4_RET_ARGS;
+    HostPtr<uint8_t> bytes(nullptr, {host});
+    FF4_TRY(mp4_read_block(host, file, entries.offset, entries.size, &bytes));
+
+    Mp4Span left{0, entries.size};
+    for (uint32_t n = 0; n < count && left.size >= kAtomHeader; ++n) {
+        Mp4AtomInfo atom{};
+        FF4_TRY(mp4_read_atom_header_mem(bytes.get(), left.offset, left.size, &atom));
+        FF4_TRY(read_entry(host, bytes.get(), atom, handler, list));
+        left.offset += atom.atom.size;
+        left.size -= atom.atom.size;
+    }
+    return FF4_RET_OK;
+}
+
+void mp4_free_sample_entry(Mp4Host* host, Mp4SampleEntry* entry) {
+    if (!entry) return;
+    mp4_free_block(host, &entry->visual.pasp);
+    mp4_free_block(host, &entry->visual.colr);
+    mp4_free_block(host, &entry->visual.hvcc);
+    mp4_free_block(host, &entry->visual.extra);
+    mp4_free_es_descriptor(host, &entry->es);
+    mp4_free_avc_config(host, &entry->avc);
+    while (Mp4ProtectionInfo* info = entry->sinf.head) {
+        entry->sinf.head = info->next;
+        mp4_free_block(host, &info->payload);
+        mp4_free(host, info);
+    }
+    mp4_free(host, entry);
+}
+
+void mp4_free_sample_entries(Mp4Host* host, Mp4SampleEntryList* list) {
+    while (Mp4SampleEntry* entry = list->head) {
+        list->head = entry->next;
+        mp4_free_sample_entry(host, entry);
+    }
+    *list = {};
+}
+
+const Mp4SampleEntry* mp4_sample_entry_at(const Mp4SampleEntryList& list, uint32_t n) {
+    const Mp4SampleEntry* entry = n > 0 ? list.head : nullptr;
+    while (entry && --n > 0)
+        entry = entry->next;
+    return entry;
+}
+
+}  // namespace tarn

@@ -1,0 +1,277 @@
+#include "mp4format/movie/file_index.h"
+
+#include "mp4format/atoms/movie_headers.h"
+
+namespace tarn {
+namespace {
+
+struct Walker {
+    Mp4Host* host;
+    Mp4File* file;
+};
+
+bool present(const Mp4Span& span) {
+    return span.offset != 0;
+}
+
+void free_track(Mp4Host* host, Mp4TrackIndex* track) {
+    mp4_free_user_atoms(host, &track->user);
+    mp4_free(host, track);
+}
+
+struct TrackDeleter {
+    Mp4Host* host;
+    void operator()(Mp4TrackIndex* track) const { free_track(host, track); }
+};
+
+// A 'uuid' of moov or trak: the first user metadata list is kept.
+Mp4Result read_user_uuid(const Walker& w, const Mp4AtomInfo& atom, Mp4UserAtomList* user) {
+    Mp4ExtendedType type{};
+    FF4_TRY(mp4_read_extended_type(w.host, w.file, atom.payload, &type));
+    if (!type.family || type.words[0] != fourcc("USMT") || present(user->atom)) return FF4_RET_OK;
+    user->atom = atom.atom;
+    user->payload = type.rest;
+    return mp4_read_user_atoms(w.host, w.file, type.rest, kNoAtomLimit, user);
+}
+
+Mp4Result read_track_hdlr(const Walker& w, const Mp4Span& payload, Mp4TrackIndex* track) {
+    if (present(track->hdlr)) return FF4_RET_OK;
+    Mp4Handler handler{};
+    FF4_TRY(mp4_read_hdlr(w.host, w.file, payload, &handler));
+    track->hdlr = payload;
+    track->handler_type = handler.handler_type;
+    track->handler_name = handler.name;
+    return FF4_RET_OK;
+}
+
+Mp4Result read_track_mdhd(const Walker& w, const Mp4Span& payload, Mp4TrackIndex* track) {
+    if (present(track->mdhd)) return FF4_RET_OK;
+    Mp4MediaHeader header{};
+    FF4_TRY(mp4_read_mdhd(w.host, w.file, payload, &header));
+    track->mdhd = payload;
+    track->timescale = header.timescale;
+    track->duration = header.duration;
+    return FF4_RET_OK;
+}
+
+Mp4Result read_track_tkhd(const Walker& w, const Mp4Span& payload, Mp4TrackIndex* track) {
+    if (present(track->tkhd)) return FF4_RET_OK;
+    Mp4TrackHeader header{};
+    FF4_TRY(mp4_read_tkhd(w.host, w.file, payload, &header));
+    track->tkhd = payload;
+    track->track_id = header.track_id;
+    return FF4_RET_OK;
+}
+
+Mp4Result walk_mdia(const Walker& w, const Mp4Span& mdia, Mp4TrackIndex* track) {
+    return mp4_walk(w.host, w.file, mdia, [&](const Mp4AtomInfo& atom) {
+        switch (atom.type) {
+            case fourcc("hdlr"):
+                return read_track_hdlr(w, atom.payload, track);
+            case fourcc("mdhd"):
+                return read_track_mdhd(w, atom.payload, track);
+            default:
+                return FF4_RET_OK;
+        }
+    });
+}
+
+Mp4Result walk_trak(const Walker& w, const Mp4Span& trak, Mp4TrackIndex* track) {
+    Mp4Span mdia{};
+    return mp4_walk(w.host, w.file, trak, [&](const Mp4AtomInfo& atom) {
+        switch (atom.type) {
+            case fourcc("tkhd"):
+                return read_track_tkhd(w, atom.payload, track);
+            case fourcc("uuid"):
+                return read_user_uuid(w, atom, &track->user);
+            case fourcc("mdia"):
+                if (present(mdia)) return FF4_RET_OK;
+                mdia = atom.atom;
+                return walk_mdia(w, atom.payload, track);
+            default:
+                return FF4_RET_OK;
+        }
+    });
+}
+
+Mp4Result read_trak(const Walker& w, const Mp4AtomInfo& atom, Mp4MovieIndex* movie) {
+    std::unique_ptr<Mp4TrackIndex, TrackDeleter> track(mp4_make<Mp4TrackIndex>(w.host).release(),
+                                                       {w.host});
+    if (!track) return FF4_RET_NOMEM;
+    FF4_TRY(walk_trak(w, atom.payload, track.get()));
+    track->atom = atom.atom;
+    track->payload = atom.payload;
+    mp4_append(&movie->tracks, track.release());
+    return FF4_RET_OK;
+}
+
+Mp4Result read_movie_mvhd(const Walker& w, const Mp4Span& payload, Mp4MovieIndex* movie) {
+    if (present(movie->mvhd)) return FF4_RET_OK;
+    Mp4MovieHeader header{};
+    FF4_TRY(mp4_read_mvhd(w.host, w.file, payload, &header));
+    movie->mvhd = payload;
+    movie->timescale = header.timescale;
+    return FF4_RET_OK;
+}
+
+Mp4Result read_iods(const Walker& w, const Mp4Span& payload, Mp4MovieIndex* movie) {
+    if (present(movie->iods)) return FF4_RET_OK;
+    Mp4Span descriptor{};
+    FF4_TRY(mp4_read_full_header(w.host, w.file, payload, 0, &descriptor));
+    movie->iods = payload;
+    movie->iods_descriptor = descriptor;
+    return FF4_RET_OK;
+}
+
+Mp4Result walk_moov(const Walker& w, const Mp4Span& moov, Mp4MovieIndex* movie) {
+    Mp4Span mvex{};
+    return mp4_walk(w.host, w.file, moov, [&](const Mp4AtomInfo& atom) {
+        switch (atom.type) {
+            case fourcc("mvhd"):
+                return read_movie_mvhd(w, atom.payload, movie);
+            case fourcc("iods"):
+                return read_iods(w, atom.payload, movie);
+            case fourcc("trak"):
+                return read_trak(w, atom, movie);
+            case fourcc("uuid"):
+                return read_user_uuid(w, atom, &movie->user);
+            case fourcc("mvex"):
+                if (present(mvex)) return FF4_RET_OK;
+                mvex = atom.atom;
+                return mp4_read_mvex(w.host, w.file, atom.payload, &movie->extends);
+            default:
+                return FF4_RET_OK;
+        }
+    });
+}
+
+// The top-level list of profiles has its own head: version, flags and the number of records.
+Mp4Result read_profile(const Walker& w, const Mp4AtomInfo& atom, const Mp4Span& rest,
+                       Mp4UserAtomList* profile) {
+    if (present(profile->atom)) return FF4_RET_OK;
+    Mp4TableHeader head{};
+    FF4_TRY(mp4_read_table_header(w.host, w.file, rest, UINT8_MAX, &head));
+    profile->atom = atom.atom;
+    profile->payload = rest;
+    return mp4_read_user_atoms(w.host, w.file, head.entries, head.count, profile);
+}
+
+Mp4Result read_licence(const Walker& w, const Mp4AtomInfo& atom, const Mp4Span& rest,
+                       Mp4UserAtomList* lici) {
+    if (present(lici->atom)) return FF4_RET_OK;
+    lici->atom = atom.atom;
+    lici->payload = rest;
+    return mp4_read_user_atoms(w.host, w.file, rest, kNoAtomLimit, lici);
+}
+
+void keep_first(const Mp4AtomInfo& atom, const Mp4Span& payload, Mp4Span* kept_atom,
+                Mp4Span* kept_payload) {
+    if (present(*kept_atom)) return;
+    *kept_atom = atom.atom;
+    *kept_payload = payload;
+}
+
+// 508E0CF1-2186-4CCF-AAB2-6344D2498006, the one extended type outside the family.
+bool is_extra(const Mp4ExtendedType& type) {
+    return type.words[0] == 0x508E0CF1 && type.words[1] == 0x21864CCF &&
+           type.words[2] == 0xAAB26344 && type.words[3] == 0xD2498006;
+}
+
+Mp4Result read_top_uuid(const Walker& w, const Mp4AtomInfo& atom, Mp4FileIndex* index) {
+    Mp4ExtendedType type{};
+    FF4_TRY(mp4_read_extended_type(w.host, w.file, atom.payload, &type));
+    if (is_extra(type)) keep_first(atom, type.rest, &index->extra_atom, &index->extra_payload);
+    if (!type.family) return FF4_RET_OK;
+    switch (type.words[0]) {
+        case fourcc("PROF"):
+            return read_profile(w, atom, type.rest, &index->profile);
+        case fourcc("LICI"):
+            return read_licence(w, atom, type.rest, &index->lici);
+        case fourcc("MTSD"):
+            keep_first(atom, type.rest, &index->mtsd_atom, &index->mtsd_payload);
+            return FF4_RET_OK;
+        default:
+            return FF4_RET_OK;
+    }
+}
+
+Mp4Result keep_moof(const Walker& w, const Mp4AtomInfo& atom, bool keep_all, Mp4MoofList* moofs) {
+    if (moofs->head && !keep_all) return FF4_RET_OK;
+    auto node = mp4_make<Mp4MoofSpan>(w.host);
+    if (!node) return FF4_RET_NOMEM;
+    node->atom = atom.atom;
+    mp4_append(moofs, node.release());
+    return FF4_RET_OK;
+}
+
+Mp4Result read_moov(const Walker& w, const Mp4AtomInfo& atom, Mp4MovieIndex* movie) {
+    if (present(movie->atom)) return FF4_RET_OK;
+    FF4_TRY(walk_moov(w, atom.payload, movie));
+    movie->atom = atom.atom;
+    movie->payload = atom.payload;
+    return FF4_RET_OK;
+}
+
+Mp4Result read_top_atom(const Walker& w, const Mp4AtomInfo& atom, const Mp4ScanOptions& options,
+                        Mp4FileIndex* index) {
+    switch (atom.type) {
+        case fourcc("ftyp"):
+            if (!present(index->ftyp)) index->ftyp = atom.payload;
+            return FF4_RET_OK;
+        case fourcc("moov"):
+            return read_moov(w, atom, &index->movie);
+        case fourcc("moof"):
+            return keep_moof(w, atom, options.keep_all_moof, &index->moofs);
+        case fourcc("mfra"):
+            if (present(index->random_access.atom)) return FF4_RET_OK;
+            return mp4_read_mfra(w.host, w.file, atom, &index->random_access);
+        case fourcc("mdri"):
+            keep_first(atom, atom.payload, &index->mdri_atom, &index->mdri_payload);
+            return FF4_RET_OK;
+        case fourcc("uuid"):
+            return read_top_uuid(w, atom, index);
+        default:
+            return FF4_RET_OK;
+    }
+}
+
+}  // namespace
+
+Mp4Result mp4_scan_file(Mp4Host* host, Mp4File* file, uint64_t file_size,
+                        const Mp4ScanOptions& options, Mp4FileIndex* index) {
+    if (!host || !file || !index) return FF4_RET_ARGS;
+    const Walker w{host, file};
+    Mp4Span left = {0, file_size};
+    while (left.size >= kAtomHeader) {
+        Mp4AtomInfo atom{};
+        FF4_TRY(mp4_read_atom_header(host, file, left.offset, left.size, &atom));
+        FF4_TRY(read_top_atom(w, atom, options, index));
+        if (!options.scan_past_moof && index->moofs.head) break;
+        left.offset += atom.atom.size;
+        left.size -= atom.atom.size;
+    }
+    if (index->moofs.head && !present(index->random_access.atom)) {
+        // A help for seeking only: a broken one is as good as none.
+        static_cast<void>(mp4_find_mfra(host, file, file_size, &index->random_access));
+    }
+    return FF4_RET_OK;
+}
+
+void mp4_free_file_index(Mp4Host* host, Mp4FileIndex* index) {
+    mp4_free_user_atoms(host, &index->profile);
+    mp4_free_user_atoms(host, &index->lici);
+    mp4_free_user_atoms(host, &index->movie.user);
+    while (Mp4TrackIndex* track = index->movie.tracks.head) {
+        index->movie.tracks.head = track->next;
+        free_track(host, track);
+    }
+    while (Mp4MoofSpan* moof = index->moofs.head) {
+        index->moofs.head = moof->next;
+        mp4_free(host, moof);
+    }
+    mp4_free_mvex(host, &index->movie.extends);
+    mp4_free_mfra(host, &index->random_access);
+    *index = {};
+}
+
+}  // namespace tarn

@@ -1,0 +1,246 @@
+#include "mp4format/tables/sample_tables.h"
+
+#include <algorithm>
+
+namespace tarn {
+namespace {
+
+constexpr uint32_t kMaxSumBlocks = 512;  // 4 KB for a track
+constexpr uint32_t kMinSumSpacing = 256;
+
+bool present(const Mp4Span& table) {
+    return table.offset != 0;
+}
+
+// The entry that covers `target`, with its window.
+Mp4Result find(Mp4Host* host, Mp4File* file, Mp4TrackCache* cache, Mp4TableId table,
+               Mp4TableAxis axis, uint64_t target, uint32_t* entry) {
+    FF4_TRY(mp4_load_track_cache(host, cache));
+    return mp4_find_entry(host, file, &cache->windows[table], axis, target, entry);
+}
+
+// The same for a sample that the size table counts: a table that ends before it contradicts that.
+Mp4Result find_counted(Mp4Host* host, Mp4File* file, Mp4TrackCache* cache, Mp4TableId table,
+                       uint32_t sample, uint32_t* entry) {
+    const Mp4Result result = find(host, file, cache, table, kByNumber, sample, entry);
+    if (result != FF4_RET_NOTFOUND) return result;
+    mp4_clear_window(&cache->windows[table]);
+    return FF4_RET_FORMAT;
+}
+
+Mp4Result check_sample(const Mp4TrackTables& tables, uint32_t sample) {
+    if (sample == 0) return FF4_RET_ARGS;
+    return sample > tables.sample_count ? FF4_RET_NOTFOUND : FF4_RET_OK;
+}
+
+Mp4Result check_times(const Mp4TrackTables& tables) {
+    if (!present(tables.stts) || !present(tables.size_table)) return FF4_RET_FORMAT;
+    return tables.stts_count == 0 || tables.sample_count == 0 ? FF4_RET_NOTFOUND : FF4_RET_OK;
+}
+
+Mp4TimeRun time_run(const Mp4TrackCache& cache, uint32_t entry) {
+    const auto& e = mp4_entry<Mp4SttsEntry>(cache.windows[kTableStts], entry);
+    return {e.first_time, e.first_sample, e.sample_count, e.sample_delta};
+}
+
+// --- sums of sizes
+
+// The sizes of `count` entries from `first` on, which the table has.
+Mp4Result sum_entries(Mp4Host* host, Mp4File* file, Mp4TrackCache* cache, uint32_t first,
+                      uint32_t count, uint64_t* sum) {
+    const Mp4TableWindow& window = cache->windows[kTableSize];
+    while (count > 0) {
+        uint32_t entry = 0;
+        FF4_TRY(find(host, file, cache, kTableSize, kByNumber, first, &entry));
+        const uint32_t n = std::min(count, window.end - entry);
+        const Mp4SizeEntry* sizes = &mp4_entry<Mp4SizeEntry>(window, entry);
+        for (uint32_t i = 0; i < n; ++i)
+            *sum += sizes[i].size;
+        first += n;
+        count -= n;
+    }
+    return FF4_RET_OK;
+}
+
+Mp4Result make_sum_blocks(Mp4Host* host, uint32_t sample_count, Mp4SizeSums* sums) {
+    if (sums->blocks) return FF4_RET_OK;
+    auto blocks = mp4_make<uint64_t>(host, kMaxSumBlocks + 1);
+    if (!blocks) return FF4_RET_NOMEM;
+    sums->blocks = blocks.release();
+    sums->spacing = std::max(kMinSumSpacing, sample_count / kMaxSumBlocks + 1);
+    sums->used = 1;  // no bytes before the first entry
+    return FF4_RET_OK;
+}
+
+// Makes sure of blocks[block]; each builds on the one before.
+Mp4Result reach_sum_block(Mp4Host* host, Mp4File* file, Mp4TrackCache* cache, uint32_t block) {
+    Mp4SizeSums& sums = cache->sums;
+    for (; sums.used <= block; ++sums.used) {
+        uint64_t sum = sums.blocks[sums.used - 1];
+        const uint32_t first = 1 + (sums.used - 1) * sums.spacing;
+        FF4_TRY(sum_entries(host, file, cache, first, sums.spacing, &sum));
+        sums.blocks[sums.used] = sum;
+    }
+    return FF4_RET_OK;
+}
+
+// A long run takes the whole blocks inside it from the running sums.
+Mp4Result sum_run(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables, Mp4TrackCache* cache,
+                  uint32_t first, uint32_t count, uint64_t* sum) {
+    constexpr uint32_t kLongRun = 4 * kMinSumSpacing;
+    if (count < kLongRun) return sum_entries(host, file, cache, first, count, sum);
+    Mp4SizeSums& sums = cache->sums;
+    FF4_TRY(make_sum_blocks(host, tables.sample_count, &sums));
+    const uint32_t skipped = first - 1, end = skipped + count;
+    const uint32_t low = skipped / sums.spacing + 1, high = end / sums.spacing;
+    if (low >= high) return sum_entries(host, file, cache, first, count, sum);
+
+    FF4_TRY(reach_sum_block(host, file, cache, high));
+    *sum += sums.blocks[high] - sums.blocks[low];
+    FF4_TRY(sum_entries(host, file, cache, first, low * sums.spacing - skipped, sum));
+    return sum_entries(host, file, cache, 1 + high * sums.spacing, end - high * sums.spacing, sum);
+}
+
+}  // namespace
+
+Mp4Result mp4_lookup_sample_time(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                                 Mp4TrackCache* cache, uint32_t sample, Mp4TimeRun* out) {
+    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
+    FF4_TRY(check_times(tables));
+    FF4_TRY(check_sample(tables, sample));
+    uint32_t entry = 0;
+    FF4_TRY(find_counted(host, file, cache, kTableStts, sample, &entry));
+    *out = time_run(*cache, entry);
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_time_sample(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                                 Mp4TrackCache* cache, uint64_t time, Mp4TimeRun* out) {
+    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
+    FF4_TRY(check_times(tables));
+    uint32_t entry = 0;
+    FF4_TRY(find(host, file, cache, kTableStts, kByTime, time, &entry));
+    *out = time_run(*cache, entry);
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_media_duration(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                                    Mp4TrackCache* cache, uint64_t* out) {
+    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
+    if (!present(tables.stts) || !present(tables.size_table)) return FF4_RET_FORMAT;
+    if (tables.sample_count == 0) {
+        *out = 0;
+        return FF4_RET_OK;
+    }
+    Mp4TimeRun last{};
+    FF4_TRY(mp4_lookup_sample_time(host, file, tables, cache, tables.sample_count, &last));
+    // The window has added the same up without a wrap.
+    *out = last.first_time + uint64_t{last.sample_count} * last.sample_delta;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_composition_offset(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                                        Mp4TrackCache* cache, uint32_t sample, int32_t* out) {
+    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
+    if (!present(tables.size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(check_sample(tables, sample));
+    *out = 0;
+    if (!present(tables.ctts)) return FF4_RET_OK;
+    uint32_t entry = 0;
+    FF4_TRY(find_counted(host, file, cache, kTableCtts, sample, &entry));
+    *out = static_cast<int32_t>(
+        mp4_entry<Mp4CttsEntry>(cache->windows[kTableCtts], entry).sample_offset);
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_chunk_run(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                               Mp4TrackCache* cache, uint32_t sample, Mp4ChunkRun* out) {
+    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
+    if (!present(tables.stsc) || !present(tables.size_table) || !present(tables.chunk_table))
+        return FF4_RET_FORMAT;
+    if (tables.stsc_count == 0 || tables.sample_count == 0 || tables.chunk_count == 0)
+        return FF4_RET_NOTFOUND;
+    FF4_TRY(check_sample(tables, sample));
+    uint32_t entry = 0;
+    FF4_TRY(find_counted(host, file, cache, kTableStsc, sample, &entry));
+
+    const Mp4TableWindow& window = cache->windows[kTableStsc];
+    const auto& e = mp4_entry<Mp4StscEntry>(window, entry);
+    // The entry covers the sample, so that it has samples, and whole chunks of them.
+    const uint64_t samples =
+        mp4_entry_start(window, entry + 1).number - mp4_entry_start(window, entry).number;
+    *out = {e.first_sample, e.first_chunk, e.samples_per_chunk, e.description_index,
+            static_cast<uint32_t>(samples / e.samples_per_chunk)};
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_chunk_offset(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                                  Mp4TrackCache* cache, uint32_t chunk, uint64_t* out) {
+    if (!host || !file || !cache || !out || chunk == 0) return FF4_RET_ARGS;
+    if (!present(tables.chunk_table)) return FF4_RET_FORMAT;
+    uint32_t entry = 0;
+    FF4_TRY(find(host, file, cache, kTableChunk, kByNumber, chunk, &entry));
+    *out = mp4_entry<Mp4ChunkEntry>(cache->windows[kTableChunk], entry).offset;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_sample_size(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                                 Mp4TrackCache* cache, uint32_t sample, uint32_t* out) {
+    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
+    if (!present(tables.size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(check_sample(tables, sample));
+    if (tables.sample_size != 0) {
+        *out = tables.sample_size;
+        return FF4_RET_OK;
+    }
+    uint32_t entry = 0;
+    FF4_TRY(find(host, file, cache, kTableSize, kByNumber, sample, &entry));
+    *out = mp4_entry<Mp4SizeEntry>(cache->windows[kTableSize], entry).size;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_size_sum(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                              Mp4TrackCache* cache, uint32_t sample, uint32_t count,
+                              uint64_t* out) {
+    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
+    if (!present(tables.size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(check_sample(tables, sample));
+    if (count > tables.sample_count - sample + 1) return FF4_RET_FORMAT;
+    if (tables.sample_size != 0) {
+        *out = uint64_t{count} * tables.sample_size;
+        return FF4_RET_OK;
+    }
+    Mp4SizeSums& last = cache->sums;
+    const bool grown = last.first == sample && count >= last.count;
+    const uint32_t done = grown ? last.count : 0;
+    uint64_t sum = grown ? last.sum : 0;
+    FF4_TRY(sum_run(host, file, tables, cache, sample + done, count - done, &sum));
+    last.first = sample;
+    last.count = count;
+    *out = last.sum = sum;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_is_sync(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                             Mp4TrackCache* cache, uint32_t sample, bool* out) {
+    if (!host || !file || !cache || !out || sample == 0) return FF4_RET_ARGS;
+    if (!present(tables.stss) || !present(tables.size_table)) return FF4_RET_FORMAT;
+    uint32_t entry = 0;
+    const Mp4Result result = find(host, file, cache, kTableStss, kByNumber, sample, &entry);
+    if (result != FF4_RET_OK && result != FF4_RET_NOTFOUND) return result;
+    *out = result == FF4_RET_OK &&
+           mp4_entry<Mp4StssEntry>(cache->windows[kTableStss], entry).sample_number == sample;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_next_sync(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
+                               Mp4TrackCache* cache, uint32_t sample, uint32_t* out) {
+    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
+    if (!present(tables.stss) || !present(tables.size_table)) return FF4_RET_FORMAT;
+    uint32_t entry = 0;
+    FF4_TRY(find(host, file, cache, kTableStss, kByNumber, uint64_t{sample} + 1, &entry));
+    *out = mp4_entry<Mp4StssEntry>(cache->windows[kTableStss], entry).sample_number;
+    return FF4_RET_OK;
+}
+
+}  // namespace tarn

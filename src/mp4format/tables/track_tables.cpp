@@ -1,0 +1,209 @@
+#include "mp4format/tables/track_tables.h"
+
+#include <algorithm>
+
+#include "mp4format/io.h"
+
+namespace tarn {
+namespace {
+
+// What every walk below hands on.
+struct Walker {
+    Mp4Host* host;
+    Mp4File* file;
+    uint64_t file_size;
+    Mp4TrackTables* tables;
+};
+
+bool present(const Mp4Span& span) {
+    return span.offset != 0;
+}
+
+uint32_t clamp(uint64_t count, uint64_t room) {
+    return static_cast<uint32_t>(std::min(count, room));
+}
+
+// A table of fixed entries: keeps the first of its kind, its count cut to the entries that fit.
+Mp4Result read_table(const Walker& w, const Mp4AtomInfo& atom, uint32_t max_version,
+                     uint64_t entry_size, Mp4Span* table, uint32_t* count, Mp4Span* entries,
+                     uint32_t* version = nullptr) {
+    if (present(*table)) return FF4_RET_OK;
+    Mp4TableHeader head{};
+    FF4_TRY(mp4_read_table_header(w.host, w.file, atom.payload, max_version, &head));
+    *table = atom.payload;
+    *count = clamp(head.count, head.entries.size / entry_size);
+    *entries = head.entries;
+    if (version) *version = full_version(head.version_flags);
+    return FF4_RET_OK;
+}
+
+// The 12-byte head that 'stsz' and 'stz2' share: version and flags, then a word that is the
+// constant size or holds the field size in its low byte, then the count.
+Mp4Result read_size_table(const Walker& w, const Mp4AtomInfo& atom) {
+    Mp4TrackTables* t = w.tables;
+    if (present(t->size_table)) return FF4_RET_OK;
+    constexpr uint64_t kSizeHead = 12;
+    if (atom.payload.size < kSizeHead) return FF4_RET_FORMAT;
+    uint8_t head[kSizeHead];
+    FF4_TRY(mp4_read_at(w.host, w.file, atom.payload.offset, head, sizeof head));
+    if (head[0] != 0) return FF4_RET_FORMAT;
+
+    const uint64_t room = atom.payload.size - kSizeHead;
+    const uint32_t count = get_be32(head + 8);
+    if (atom.type == fourcc("stz2")) {
+        const uint32_t bits = head[7];
+        if (bits != 4 && bits != 8 && bits != 16) return FF4_RET_FORMAT;
+        t->field_size = bits;
+        t->sample_count = clamp(count, bits == 4 ? room * 2 : room / (bits / 8));
+    } else {
+        t->field_size = 32;
+        t->sample_size = get_be32(head + 4);
+        // A constant size has no entries to measure: no file holds more samples than bytes.
+        t->sample_count = clamp(count, t->sample_size == 0 ? room / 4 : w.file_size);
+    }
+    t->size_type = atom.type;
+    t->size_table = atom.payload;
+    t->size_entries = {atom.payload.offset + kSizeHead, room};
+    return FF4_RET_OK;
+}
+
+Mp4Result read_chunk_table(const Walker& w, const Mp4AtomInfo& atom) {
+    Mp4TrackTables* t = w.tables;
+    if (present(t->chunk_table)) return FF4_RET_OK;
+    const uint64_t entry_size = atom.type == fourcc("co64") ? 8 : 4;
+    FF4_TRY(
+        read_table(w, atom, 0, entry_size, &t->chunk_table, &t->chunk_count, &t->chunk_entries));
+    t->chunk_type = atom.type;
+    return FF4_RET_OK;
+}
+
+Mp4Result read_stsd(const Walker& w, const Mp4AtomInfo& atom) {
+    Mp4TrackTables* t = w.tables;
+    if (present(t->stsd)) return FF4_RET_OK;
+    Mp4TableHeader head{};
+    FF4_TRY(mp4_read_table_header(w.host, w.file, atom.payload, 0, &head));
+    t->stsd = head.entries;
+    t->stsd_count = head.count;
+    return FF4_RET_OK;
+}
+
+Mp4Result walk_stbl(const Walker& w, const Mp4Span& stbl) {
+    Mp4TrackTables* t = w.tables;
+    return mp4_walk(w.host, w.file, stbl, [&](const Mp4AtomInfo& atom) {
+        switch (atom.type) {
+            case fourcc("stsd"):
+                return read_stsd(w, atom);
+            case fourcc("stts"):
+                return read_table(w, atom, 0, 8, &t->stts, &t->stts_count, &t->stts_entries);
+            case fourcc("ctts"):
+                return read_table(w, atom, 1, 8, &t->ctts, &t->ctts_count, &t->ctts_entries,
+                                  &t->ctts_version);
+            case fourcc("stsc"):
+                return read_table(w, atom, 0, 12, &t->stsc, &t->stsc_count, &t->stsc_entries);
+            case fourcc("stsz"):
+            case fourcc("stz2"):
+                return read_size_table(w, atom);
+            case fourcc("stco"):
+            case fourcc("co64"):
+                return read_chunk_table(w, atom);
+            case fourcc("stss"):
+                return read_table(w, atom, 0, 4, &t->stss, &t->stss_count, &t->stss_entries);
+            default:
+                return FF4_RET_OK;
+        }
+    });
+}
+
+Mp4Result walk_dinf(const Walker& w, const Mp4Span& dinf) {
+    return mp4_walk(w.host, w.file, dinf, [&](const Mp4AtomInfo& atom) {
+        if (atom.type != fourcc("dref") || present(w.tables->dref_entries)) return FF4_RET_OK;
+        Mp4TableHeader head{};
+        FF4_TRY(mp4_read_table_header(w.host, w.file, atom.payload, 0, &head));
+        w.tables->dref_count = head.count;
+        w.tables->dref_entries = head.entries;
+        return FF4_RET_OK;
+    });
+}
+
+Mp4Result read_media_header(const Walker& w, const Mp4AtomInfo& atom) {
+    if (present(w.tables->media_header)) return FF4_RET_OK;
+    if (atom.type == fourcc("nmhd")) {
+        Mp4Span rest{};
+        FF4_TRY(mp4_read_full_header(w.host, w.file, atom.payload, 0, &rest));
+    }
+    w.tables->media_header_type = atom.type;
+    w.tables->media_header = atom.payload;
+    return FF4_RET_OK;
+}
+
+Mp4Result walk_minf(const Walker& w, const Mp4Span& minf) {
+    Mp4Span dinf{}, stbl{};
+    return mp4_walk(w.host, w.file, minf, [&](const Mp4AtomInfo& atom) {
+        switch (atom.type) {
+            case fourcc("dinf"):
+                if (present(dinf)) return FF4_RET_OK;
+                dinf = atom.atom;
+                return walk_dinf(w, atom.payload);
+            case fourcc("stbl"):
+                if (present(stbl)) return FF4_RET_OK;
+                stbl = atom.atom;
+                return walk_stbl(w, atom.payload);
+            case fourcc("vmhd"):
+            case fourcc("smhd"):
+            case fourcc("hmhd"):
+            case fourcc("nmhd"):
+                return read_media_header(w, atom);
+            default:
+                return FF4_RET_OK;
+        }
+    });
+}
+
+Mp4Result walk_mdia(const Walker& w, const Mp4Span& mdia) {
+    Mp4Span minf{};
+    return mp4_walk(w.host, w.file, mdia, [&](const Mp4AtomInfo& atom) {
+        if (atom.type != fourcc("minf") || present(minf)) return FF4_RET_OK;
+        minf = atom.atom;
+        return walk_minf(w, atom.payload);
+    });
+}
+
+Mp4Result walk_edts(const Walker& w, const Mp4Span& edts) {
+    return mp4_walk(w.host, w.file, edts, [&](const Mp4AtomInfo& atom) {
+        if (atom.type != fourcc("elst") || present(w.tables->elst_entries)) return FF4_RET_OK;
+        Mp4TableHeader head{};
+        FF4_TRY(mp4_read_table_header(w.host, w.file, atom.payload, 1, &head));
+        w.tables->elst_version_flags = head.version_flags;
+        w.tables->elst_count = head.count;
+        w.tables->elst_entries = head.entries;
+        return FF4_RET_OK;
+    });
+}
+
+}  // namespace
+
+Mp4Result mp4_read_track_tables(Mp4Host* host, Mp4File* file, const Mp4Span& trak,
+                                uint64_t file_size, Mp4TrackTables* tables) {
+    if (!host || !file || !tables) return FF4_RET_ARGS;
+    const Walker w{host, file, file_size, tables};
+    Mp4Span edts{}, mdia{};
+    return mp4_walk(host, file, trak, [&](const Mp4AtomInfo& atom) {
+        switch (atom.type) {
+            case fourcc("tref"):
+                if (!present(tables->tref)) tables->tref = atom.payload;
+                return FF4_RET_OK;
+            case fourcc("edts"):
+                if (present(edts)) return FF4_RET_OK;
+                edts = atom.atom;
+                return walk_edts(w, atom.payload);
+            case fourcc("mdia"):
+                if (present(mdia)) return FF4_RET_OK;
+                mdia = atom.atom;
+                return walk_mdia(w, atom.payload);
+            default:
+                return FF4_RET_OK;
+        }
+    });
+}
+
+}  // namespace tarn

@@ -1,0 +1,186 @@
+#include "movie/engine/session.h"
+
+#include <gtest/gtest.h>
+
+#include "base/xp_file.h"
+#include "movie/engine/descriptions.h"
+#include "movie/engine/meta_lists.h"
+#include "movie/engine/samples.h"
+#include "movie/engine/tracks.h"
+#include "movie/objects/track_selection.h"
+#include "support/fault_check.h"
+#include "support/long_clip.h"
+#include "support/movie_builder.h"
+#include "support/temp_dir.h"
+
+namespace tarn {
+namespace {
+
+Mp4Result open_on(TestHost& host, Mp4ReadSession** session, uint32_t* flags) {
+    return mp4_open_read(host, host.File(), {0, 50, 0}, session, flags);
+}
+
+// A session on bytes, for the length of a test.
+class OpenMovie {
+public:
+    explicit OpenMovie(Bytes bytes) : m_host(std::move(bytes)) {
+        m_result = open_on(m_host, &m_session, &m_flags);
+    }
+    ~OpenMovie() {
+        if (m_session) {
+            EXPECT_EQ(mp4_close_read(m_host, m_session), FF4_RET_OK);
+        }
+    }
+    operator Mp4ReadSession*() { return m_session; }
+    Mp4Result result() const { return m_result; }
+    uint32_t flags() const { return m_flags; }
+    TestHost& host() { return m_host; }
+
+private:
+    TestHost m_host;
+    Mp4ReadSession* m_session = nullptr;
+    Mp4Result m_result;
+    uint32_t m_flags = 0;
+};
+
+TEST(Session, FlagsTellWhatWasFound) {
+    const struct {
+        const char* name;
+        Bytes bytes;
+        uint32_t flags;
+    } cases[] = {
+        {"nothing", {}, 0},
+        {"a type alone", Ftyp("isom", 0, {}), kFileType},
+        {"an empty movie", Join(Atom("free"), Atom("moov")), kFileMovie},
+        {"defaults and overall length",
+         Join(Atom("free"), Atom("moov", Mvhd(), Atom("mvex", Mehd(9), Trex()))),
+         kFileMovie | kFileMovieExtends | kFileTrackDefaults},
+        {"the rest",
+         Join(Atom("free"), Prof(), Uuid("LICI"), Uuid("MTSD"), Atom("mdri"),
+              Atom("uuid", Be32({0x508E0CF1, 0x21864CCF, 0xAAB26344, 0xD2498006}))),
+         kFileProfile | kFileLicence | kFileMtsd | kFileMdri | kFileExtra},
+        {"user data of the movie", Join(Atom("free"), Atom("moov", Uuid("USMT"))),
+         kFileMovie | kFileMovieUser},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        OpenMovie movie(c.bytes);
+        EXPECT_EQ(movie.result(), FF4_RET_OK);
+        EXPECT_EQ(movie.flags(), c.flags);
+    }
+}
+
+TEST(Session, TracksOpenOnceAndCloseOnce) {
+    OpenMovie movie(RichMovie().Build());
+    ASSERT_EQ(mp4_open_track(movie, 1), FF4_RET_OK);
+    ASSERT_EQ(mp4_open_track(movie, 1), FF4_RET_OK);
+    ASSERT_EQ(mp4_open_track(movie, 2), FF4_RET_OK);
+    EXPECT_EQ(mp4_close_track(movie, 1), FF4_RET_OK);
+    EXPECT_EQ(mp4_close_track(movie, 1), FF4_RET_STATE);
+    Mp4SampleInfo sample{};
+    EXPECT_EQ(mp4_get_sample_info(movie, 1, 1, &sample), FF4_RET_STATE);
+    EXPECT_EQ(mp4_get_sample_info(movie, 2, 1, &sample), FF4_RET_OK);
+    ASSERT_EQ(mp4_open_track(movie, 1), FF4_RET_OK);
+    EXPECT_EQ(mp4_get_sample_info(movie, 1, 1, &sample), FF4_RET_OK);
+}
+
+TEST(Session, DurationIsTheLongestCountingTrack) {
+    MovieTrack video = VideoTrack(30);  // 1.001 s
+    MovieTrack sound = SoundTrack(94);  // 94 * 1024 / 48000 = 2.005 s
+    const auto duration_of = [](MovieBuilder builder) {
+        OpenMovie movie(builder.Build());
+        uint64_t duration = 0;
+        EXPECT_EQ(mp4_get_movie_duration(movie, &duration), FF4_RET_OK);
+        return duration;
+    };
+    EXPECT_EQ(duration_of({.tracks = {video, sound}}), 2005u);
+    EXPECT_EQ(duration_of({.tracks = {video, sound}, .timescale = 0}), 0u);
+    video.edits = {{500, -1}, {2500, 0}};
+    EXPECT_EQ(duration_of({.tracks = {video, sound}}), 3000u) << "edits come before the tables";
+    video.role = 2;
+    EXPECT_EQ(duration_of({.tracks = {video, sound}}), 2005u) << "not the main picture";
+    video.role = 1;
+    EXPECT_EQ(duration_of({.tracks = {video, sound}}), 3000u);
+}
+
+// Everything that can be asked of a session, once.
+Mp4Result visit_track(Mp4ReadSession* session, uint32_t track) {
+    FF4_TRY(mp4_open_track(session, track));
+    Mp4EditList* edits = nullptr;
+    FF4_TRY(mp4_open_edit_list(session, track, &edits));
+    FF4_TRY(mp4_close_edit_list(session, edits));
+    Mp4DataRefs* refs = nullptr;
+    FF4_TRY(mp4_open_data_refs(session, track, &refs));
+    FF4_TRY(mp4_close_data_refs(session, refs));
+    Mp4SampleEntries* entries = nullptr;
+    FF4_TRY(mp4_open_sample_entries(session, track, &entries));
+    FF4_TRY(mp4_close_sample_entries(session, entries));
+    Mp4MetaList* texts = nullptr;
+    const Mp4Result opened = mp4_open_meta_texts(session, track, &texts);
+    if (opened == FF4_RET_OK) FF4_TRY(mp4_close_meta_list(session, texts));
+    if (opened != FF4_RET_OK && opened != FF4_RET_NOTFOUND) return opened;
+    uint32_t count = 0;
+    FF4_TRY(mp4_get_total_sample_count(session, track, &count));
+    for (const uint32_t number : {1u, count}) {
+        uint64_t start = 0;
+        Mp4SampleInfo info{};
+        FF4_TRY(mp4_get_numbered_sample(session, track, number, &start, &info));
+    }
+    return FF4_RET_OK;
+}
+
+Mp4Result visit_all(TestHost& host) {
+    Mp4ReadSession* session = nullptr;
+    uint32_t flags = 0, tracks = 0;
+    uint64_t duration = 0;
+    FF4_TRY(open_on(host, &session, &flags));
+    Mp4Result result = mp4_get_movie_duration(session, &duration);
+    FF4_TRY(mp4_get_track_count(session, &tracks));
+    for (uint32_t track = 1; track <= tracks && result == FF4_RET_OK; ++track)
+        result = visit_track(session, track);
+    FF4_TRY(mp4_close_read(host, session));
+    return result;
+}
+
+TEST(Session, EveryFaultIsReportedAndNothingLeaks) {
+    ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead, HostCall::kSeek, HostCall::kSize},
+                     RichMovie(false).Build(), visit_all);
+}
+
+TEST(TrackSelection, AFailedReadLosesNoTrack) {
+    const auto select = [](TestHost& host) {
+        Mp4ReadSession* session = nullptr;
+        uint32_t flags = 0, chosen = 0;
+        FF4_TRY(open_on(host, &session, &flags));
+        CMovieInfoType info;
+        const Mp4Result result = SelectTracks(session, true, &info, &chosen);
+        FF4_TRY(mp4_close_read(host, session));
+        return result == FF4_RET_OK && chosen != 2 ? FF4_RET_INTERNAL : result;
+    };
+    ExpectFaultsTold({HostCall::kRead, HostCall::kSeek, HostCall::kAlloc}, RichMovie(false).Build(),
+                     select, 10);
+}
+
+TEST(Session, OpeningTwentyGigabytesReadsHeadersOnly) {
+    TempDir dir;
+    LongClip clip{.tracks = {{.count = 2000, .size = 10'900'000}, {.handler = "soun"}}};
+    ASSERT_TRUE(clip.Write(dir.Path("long.mp4")));
+    XpFile file;
+    ASSERT_EQ(file.Open(dir.Path("long.mp4"), XpFile::Mode::kRead), 0);
+    uint64_t length = 0;
+    ASSERT_EQ(file.GetLength(&length), 0);
+    ASSERT_GT(length, uint64_t{20} << 30);
+
+    TestHost host;
+    host.AddDescriptor(file.Descriptor());
+    Mp4ReadSession* session = nullptr;
+    uint32_t flags = 0;
+    ASSERT_EQ(open_on(host, &session, &flags), FF4_RET_OK);
+    EXPECT_LT(host.Calls(HostCall::kRead), 200u);
+    EXPECT_LT(host.PeakBytes(), 1u << 20);
+    EXPECT_LT(host.BytesRead(), 4096u) << "no table is read";
+    EXPECT_EQ(mp4_close_read(host, session), FF4_RET_OK);
+}
+
+}  // namespace
+}  // namespace tarn

@@ -1,0 +1,258 @@
+#include "movie/objects/movie_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "support/movie_builder.h"
+#include "support/temp_dir.h"
+
+namespace tarn {
+namespace {
+
+// A movie on disk and a reader on it.
+template <typename Reader>
+struct Opened {
+    explicit Opened(const Bytes& bytes) {
+        dir.Write("movie.mp4", {bytes.begin(), bytes.end()});
+        reader.SetPath(dir.Path("movie.mp4"));
+        code = reader.Open();
+    }
+    TempDir dir;
+    Reader reader;
+    MovieCode code;
+};
+
+TEST(MovieReader, DamagedFilesAnswerAsExpected) {
+    std::ifstream lines(TARN_TEST_DATA "/broken/expected.jsonl");
+    std::string line;
+    int files = 0;
+    while (std::getline(lines, line)) {
+        const auto expected = nlohmann::json::parse(line);
+        SCOPED_TRACE(line);
+        CMP4MovieReader reader;
+        reader.SetPath(TARN_TEST_DATA "/broken/" + expected["file"].get<std::string>());
+        const MovieCode code = reader.Open();
+        ++files;
+        if (!expected["load"].is_null()) {
+            EXPECT_EQ(code, expected["load"].get<uint32_t>());
+        }
+        if (code == kMovieOk && !expected["tracks"].is_null()) {
+            EXPECT_EQ(reader.GetInfo().video.trackNumber, expected["tracks"][0]);
+            EXPECT_EQ(reader.GetInfo().audio.trackNumber, expected["tracks"][1]);
+            EXPECT_EQ(reader.FileFlags(),
+                      std::stoul(expected["flags"].get<std::string>(), nullptr, 16));
+        }
+    }
+    EXPECT_GT(files, 80);
+}
+
+TEST(MovieReader, SystemErrorsAreKept) {
+    TempDir dir;
+    const struct {
+        const char* name;
+        std::string path;
+        int error;
+    } cases[] = {
+        {"missing", dir.Path("none.mp4"), ENOENT},
+        {"folder", dir.Path(""), EISDIR},
+        {"no path", "", ENOENT},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        CMP4MovieReader reader;
+        reader.SetPath(c.path);
+        EXPECT_EQ(reader.Open(), kMovieSystem);
+        EXPECT_EQ(reader.LastError(), c.error);
+        reader.Close();  // a closed object may be closed again
+    }
+}
+
+MovieTrack with_entry(MovieTrack track, const Bytes& entry) {
+    track.entries = {entry};
+    return track;
+}
+
+MovieTrack with_refs(MovieTrack track, std::vector<Bytes> refs) {
+    track.refs = std::move(refs);
+    return track;
+}
+
+MovieTrack with_role(MovieTrack track, uint32_t role) {
+    track.role = role;
+    return track;
+}
+
+TEST(MovieReader, ChoosesTheFirstServedTrackOfEachKind) {
+    const MovieTrack video = VideoTrack(10), sound = SoundTrack(10);
+    const Bytes hevc = VisualEntry({.format = "hvc1"});
+    const Bytes ac3 = AudioEntry({.format = "ac-3"});
+    const Bytes sowt = AudioEntry({.format = "sowt"});
+    const MovieTrack hevc_video = with_entry(video, hevc), ac3_sound = with_entry(sound, ac3);
+    const MovieTrack elsewhere = with_refs(video, {Url("file:x")});
+    const MovieTrack here = with_refs(video, {FullAtom("url ", 0, 0, TextZ(""))});
+    const MovieTrack second = with_role(video, 2), main_video = with_role(video, 1);
+    const MovieTrack main_sound = with_role(sound, 1);
+    const struct {
+        const char* name;
+        std::vector<MovieTrack> tracks;
+        MovieCode code;
+        uint32_t video, audio;
+        bool camera = false;
+    } cases[] = {
+        {"both", {video, sound}, kMovieOk, 1, 2},
+        {"sound first", {sound, video}, kMovieOk, 2, 1},
+        {"two of a kind", {video, video, sound, sound}, kMovieOk, 1, 3},
+        {"sound alone", {sound}, kMovieOk, 0, 1},
+        {"PCM", {with_entry(sound, Twos())}, kMovieOk, 0, 1},
+        {"little-endian PCM", {with_entry(sound, sowt)}, kMovieOk, 0, 1},
+        {"nothing served", {hevc_video, ac3_sound}, kMovieNoTrack, 0, 0},
+        {"a served one behind", {hevc_video, video}, kMovieOk, 2, 0},
+        {"samples elsewhere", {elsewhere, sound}, kMovieOk, 0, 2},
+        {"an empty location is here", {here}, kMovieOk, 1, 0},
+        {"no reference is here", {with_refs(video, {})}, kMovieOk, 1, 0},
+        {"other roles are passed over", {second, main_video, main_sound}, kMovieOk, 2, 3, true},
+        {"no role ends the choice", {main_sound, video}, kMovieOk, 0, 1, true},
+        {"none", {}, kMovieNoTrack, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Opened<CMP4MovieReader> movie(
+            MovieBuilder{.tracks = c.tracks, .camera = c.camera}.Build());
+        EXPECT_EQ(movie.code, c.code);
+        if (movie.code != kMovieOk) continue;
+        EXPECT_EQ(movie.reader.GetInfo().video.trackNumber, c.video);
+        EXPECT_EQ(movie.reader.GetInfo().audio.trackNumber, c.audio);
+    }
+}
+
+TEST(MovieReader, ZeroTimescales) {
+    MovieTrack video = VideoTrack(10);
+    video.edits = {{1000, 0}};
+    Bytes movie = MovieBuilder{.tracks = {video}, .timescale = 0}.Build();
+    const Opened<CMP4MovieRead> without_movie_scale(movie);
+    EXPECT_EQ(without_movie_scale.code, kMovieOk);
+    EXPECT_EQ(without_movie_scale.reader.GetDurationMs(), 0u);
+
+    movie = MovieBuilder{.tracks = {video}}.Build();
+    put_be32(&movie[AtomAt(movie, "moov/trak/mdia/mdhd") + 20], 0);
+    const Opened<CMP4MovieRead> without_media_scale(movie);
+    EXPECT_EQ(without_media_scale.code, movie_code(FF4_RET_FORMAT));
+}
+
+TEST(MovieRead, WalksEverySampleOfBothKindsOfFile) {
+    for (const uint32_t fragment : {0u, 7u}) {
+        SCOPED_TRACE(fragment);
+        MovieBuilder builder{.tracks = {VideoTrack(40, 12, 2), SoundTrack(50)}};
+        builder.fragment_samples = fragment;
+        Opened<CMP4MovieRead> movie(builder.Build());
+        ASSERT_EQ(movie.code, kMovieOk);
+        EXPECT_EQ(movie.reader.GetSelectedSampleCount(), 40u);
+        CReadBuffer buffer;
+        ReadSampleInfo info;
+        const auto& truth = builder.tracks[0].samples;
+        for (size_t i = 0; i < truth.size(); ++i) {
+            ASSERT_EQ(movie.reader.ReadVideoSample(&buffer, &info), kMovieOk) << i;
+            EXPECT_EQ(buffer.data, SampleContent(1, i + 1, truth[i].size));
+            EXPECT_EQ(info.duration, truth[i].duration);
+            EXPECT_EQ(info.compositionOffset, truth[i].composition);
+            EXPECT_EQ(info.isSync, truth[i].sync);
+            EXPECT_EQ(info.description, 1u);
+        }
+        EXPECT_EQ(movie.reader.ReadVideoSample(&buffer, &info), kMovieEndOfSamples);
+        EXPECT_EQ(movie.reader.ReadAudioSample(&buffer, &info), kMovieOk)
+            << "the tracks have cursors of their own";
+        movie.reader.UnreadSample(CMP4MovieRead::Track::kAudio);
+        EXPECT_EQ(movie.reader.ReadAudioSample(&buffer, &info), kMovieOk);
+        EXPECT_EQ(buffer.data, SampleContent(2, 1, buffer.size())) << "given back, read again";
+    }
+}
+
+TEST(MovieRead, ASamplePastTheEndOfTheFileIsRefused) {
+    Bytes bytes = MovieBuilder{.tracks = {VideoTrack(5)}, .moov_first = true}.Build();
+    put_be32(&bytes[AtomAt(bytes, "moov/trak/mdia/minf/stbl/stsz") + 20 + 4 * 4], 0x7FFFFFFF);
+    Opened<CMP4MovieRead> movie(bytes);
+    ASSERT_EQ(movie.code, kMovieOk);
+    CReadBuffer buffer;
+    ReadSampleInfo info;
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(movie.reader.ReadVideoSample(&buffer, &info), kMovieOk);
+    EXPECT_EQ(movie.reader.ReadVideoSample(&buffer, &info), movie_code(FF4_RET_FORMAT));
+    EXPECT_LT(buffer.data.capacity(), 1u << 20);
+}
+
+TEST(Samples, SyncRules) {
+    const struct {
+        const char* name;
+        SyncTable table;
+        bool all, none;             // which samples are sync
+        uint32_t first, next_of_1;  // isSync of sample 2; the next sync behind 1, 0 for none
+    } cases[] = {
+        {"no table: all are", SyncTable::kNever, false, false, 1, 2},
+        {"an empty table: none is", SyncTable::kAlways, false, true, 0, 0},
+        {"as the table says", SyncTable::kAlways, false, false, 0, 13},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        MovieTrack track = VideoTrack(24, 12);
+        track.sync_table = c.table;
+        if (c.none)
+            for (MovieSample& sample : track.samples)
+                sample.sync = false;
+        Opened<CMP4MovieRead> movie(MovieBuilder{.tracks = {track}}.Build());
+        ASSERT_EQ(movie.code, kMovieOk);
+        Mp4ReadSession* session = movie.reader.Session();
+        Mp4SampleInfo info{};
+        EXPECT_EQ(mp4_get_sample_info(session, 1, 2, &info), FF4_RET_OK);
+        EXPECT_EQ(info.isSync, c.first);
+        uint32_t next = 0;
+        uint64_t time = 0;
+        EXPECT_EQ(mp4_next_sync_sample(session, 1, 1, &next, &time),
+                  c.next_of_1 ? FF4_RET_OK : FF4_RET_NOTFOUND);
+        EXPECT_EQ(next, c.next_of_1);
+        if (c.next_of_1) {
+            EXPECT_EQ(time, (c.next_of_1 - 1) * 1001u);
+        }
+        EXPECT_EQ(mp4_next_sync_sample(session, 1, 24, &next, &time), FF4_RET_NOTFOUND);
+    }
+}
+
+TEST(Samples, ByTimeInTablesAndFragments) {
+    for (const uint32_t fragment : {0u, 7u}) {
+        SCOPED_TRACE(fragment);
+        MovieBuilder builder{.tracks = {VideoTrack(24, 12)}};
+        builder.fragment_samples = fragment;
+        Opened<CMP4MovieRead> movie(builder.Build());
+        ASSERT_EQ(movie.code, kMovieOk);
+        Mp4ReadSession* session = movie.reader.Session();
+        const uint64_t end = 24 * 1001;
+        uint64_t start = 0, sync = 0;
+        Mp4SampleInfo info{};
+        for (const uint64_t time : {uint64_t{0}, uint64_t{1000}, uint64_t{1001}, end - 1}) {
+            ASSERT_EQ(mp4_get_sample_info_at_time(session, 1, time, &start, &info), FF4_RET_OK);
+            EXPECT_EQ(start, time / 1001 * 1001);
+            EXPECT_EQ(info.offset, builder.tracks[0].samples[time / 1001].offset);
+        }
+        EXPECT_EQ(mp4_get_sample_info_at_time(session, 1, end, &start, &info), FF4_RET_NOTFOUND);
+        ASSERT_EQ(mp4_find_sync_after_time(session, 1, 0, &sync), FF4_RET_OK);
+        EXPECT_EQ(sync, 12 * 1001u) << "the sync sample at the time itself does not count";
+        EXPECT_EQ(mp4_find_sync_after_time(session, 1, 12 * 1001, &sync), FF4_RET_NOTFOUND);
+    }
+}
+
+TEST(Language, OfNewTracks) {
+    const struct {
+        const char* locale;
+        uint16_t packed;
+    } cases[] = {
+        {"ja_JP.UTF-8", 0x2A0E}, {"de", 0x10B5}, {"pt-BR", 0x41F2},  {"sv_SE@euro", 0x4EE5},
+        {"C", 0x15C7},           {"", 0x15C7},   {"dex_XX", 0x15C7}, {"zh_TW", 0x690F},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(PackedLanguage(c.locale), c.packed) << c.locale;
+}
+
+}  // namespace
+}  // namespace tarn

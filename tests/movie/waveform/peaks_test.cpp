@@ -1,0 +1,129 @@
+#include "movie/waveform/peaks.h"
+
+#include <gtest/gtest.h>
+
+#include "support/temp_dir.h"
+
+namespace tarn {
+namespace {
+
+using Row = std::vector<int8_t>;
+using Pairs = std::vector<PeakPair>;
+
+class RowReader final : public WFFileReader {
+public:
+    RowReader(const Row& left, const Row& right) { m_points = {left, right}; }
+};
+
+std::unique_ptr<PeakSource> Peaks(const Row& left, const Row& right, int32_t columns) {
+    RowReader reader(left, right);
+    return PeakSource::Create(&reader, columns);
+}
+
+Pairs Columns(const PeakSource& peaks, int channel) {
+    const PeakPair* first = peaks.GetColumns(channel);
+    return {first, first + peaks.GetColumnCount()};
+}
+
+TEST(PeakSource, ColumnsReachFromZero) {
+    const auto peaks = Peaks({5, 3, -7, -2, 9, -9, 100}, {-1, -2, -3, -4, -5, -6, -7}, 3);
+    EXPECT_EQ(Columns(*peaks, 0), (Pairs{{5, 0}, {0, -7}, {9, -9}}));
+    EXPECT_EQ(Columns(*peaks, 1), (Pairs{{0, -2}, {0, -4}, {0, -6}}));
+    // 7 points in 2 columns of 3, the second from point 3 on; 7 are too few for 8.
+    EXPECT_EQ(Columns(*Peaks({1, 2, 3, 4, 5, 6, 7}, Row(7), 2), 0), (Pairs{{3, 0}, {6, 0}}));
+    EXPECT_EQ(Columns(*Peaks({1, 2, 3, 4, 5, 6, 7}, Row(7), 8), 0), Pairs(8));
+    EXPECT_EQ(Columns(*Peaks({}, {}, 2), 1), Pairs(2));
+    EXPECT_EQ(Peaks({}, {}, -1)->GetColumnCount(), 0);
+}
+
+// Eight points a pair, 1.12 points a millisecond.
+TEST(PeakSource, PairsOfACloseUp) {
+    Row left(20), right(20, -3);
+    left[7] = 1, left[8] = 2, left[16] = -4, left[19] = 8;
+    const auto peaks = Peaks(left, right, 1);
+    const struct {
+        const char* name;
+        int channel;
+        int32_t start;
+        Pairs pairs;
+    } cases[] = {
+        {"from the start", 0, 0, {{1, 0}, {2, 0}, {8, -4}, {0, 0}}},
+        {"8 ms is point 8", 0, 8, {{2, 0}, {8, -4}, {0, 0}}},
+        {"right", 1, 8, {{0, -3}, {0, -3}, {0, 0}}},
+        {"behind the end", 0, 2000000000, {{0, 0}}},
+        {"before the start", 0, -8, {{0, 0}, {1, 0}, {2, 0}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Pairs pairs(c.pairs.size(), {99, 99});
+        EXPECT_TRUE(
+            peaks->ReadPeaks(c.channel, pairs.data(), static_cast<int32_t>(pairs.size()), c.start));
+        EXPECT_EQ(pairs, c.pairs);
+    }
+}
+
+TEST(PeakSource, LargestMagnitude) {
+    const struct {
+        const char* name;
+        Row left, right;
+        int8_t largest;
+    } cases[] = {
+        {"of both channels", {1, -90}, {80, 7}, 90},
+        {"-128 is replaced", {-128, 3}, {100, 2}, 3},
+        {"-128 at the end", {1, -128}, {100, 2}, -128},
+        {"the left point follows", {1, 5}, {100, -128}, 5},
+        {"nothing", {}, {}, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto peaks = Peaks(c.left, c.right, 1);
+        EXPECT_EQ(peaks->GetMaxAbsolute(), c.largest);
+        EXPECT_EQ(peaks->GetPeak(), c.largest / 128.0f);
+    }
+}
+
+// To -6 dB with a peak of 0.5: 12000 / 16300 of each level, rounded towards 0; 46.875 at most.
+TEST(PeakSource, TreatedSoundTakesTheRawOnesPlace) {
+    const auto peaks = Peaks({64, -64, 10, 127}, {-128, 0, 1, -10}, 2);
+    AMPEffectSettings settings;
+    settings.normalize = 3;
+    settings.peak = 0.5f;
+    peaks->ApplyEffects(settings);
+    EXPECT_EQ(peaks->GetPoints(0), (Row{46, -46, 7, 46}));
+    EXPECT_EQ(peaks->GetPoints(1), (Row{-46, 0, 0, -7}));
+    EXPECT_EQ(Columns(*peaks, 0), (Pairs{{46, -46}, {46, 0}}));
+    EXPECT_EQ(peaks->GetRaw(0), (Row{64, -64, 10, 127}));
+    PeakPair pair;
+    peaks->ReadPeaks(1, &pair, 1, 0);
+    EXPECT_EQ(pair, (PeakPair{0, -46}));
+    // Always from the raw points, never from the treated ones.
+    peaks->ApplyEffects(settings);
+    EXPECT_EQ(peaks->GetPoints(0), (Row{46, -46, 7, 46}));
+}
+
+TEST(PeakSource, FilesByTheirNames) {
+    const std::string wave(
+        "RIFF\0\0\0\0WAVEfmt \x10\0\0\0\1\0\2\0\x60\4\0\0\0\0\0\0\4\0\x10\0"
+        "data\4\0\0\0\0\x20\0\x10",
+        48);
+    TempDir dir;
+    for (const char* name : {"a.WAV", "b.Mp4", "c.mov"})
+        dir.Write(name, wave);
+    dir.Write("d.wav", "RIFF");
+    const auto peaks = PeakSource::Create(dir.Path("a.WAV"), 1);
+    ASSERT_NE(peaks, nullptr);
+    EXPECT_EQ(Columns(*peaks, 0), (Pairs{{0x20, 0}}));
+    EXPECT_EQ(Columns(*peaks, 1), (Pairs{{0x10, 0}}));
+    EXPECT_EQ(PeakSource::Create(dir.Path("c.mov"), 1), nullptr);
+    EXPECT_EQ(PeakSource::Create(dir.Path("d.wav"), 1), nullptr);
+    // A movie that can't be read is an empty one.
+    for (const char* name : {"b.Mp4", "none.mp4"}) {
+        const auto empty = PeakSource::Create(dir.Path(name), 3);
+        ASSERT_NE(empty, nullptr);
+        EXPECT_EQ(empty->GetCount(), 0u);
+        EXPECT_EQ(Columns(*empty, 0), Pairs(3));
+    }
+}
+
+}  // namespace
+}  // namespace tarn

@@ -1,0 +1,110 @@
+#include "mp4format/tables/track_tables.h"
+
+#include <gtest/gtest.h>
+
+#include "support/atoms.h"
+#include "support/test_host.h"
+
+namespace tarn {
+namespace {
+
+// The tables of a track whose 'stbl' has these children.
+struct Read {
+    Mp4Result result;
+    Mp4TrackTables tables;
+};
+
+Read read_track(const Bytes& trak, uint64_t file_size) {
+    // Behind something, as in a file: offset 0 means "not there".
+    const Bytes bytes = Join(Atom("free"), trak);
+    TestHost host(bytes);
+    Read read{};
+    read.result =
+        mp4_read_track_tables(host, host.File(), {8, trak.size()}, file_size, &read.tables);
+    return read;
+}
+
+Read read_stbl(const Bytes& children, uint64_t file_size = 1000) {
+    return read_track(Atom("mdia", Atom("minf", Atom("stbl", children))), file_size);
+}
+
+TEST(TrackTables, CountsAreCutToTheBytes) {
+    constexpr int64_t kLie = 1000000;
+    const struct {
+        const char* name;
+        Bytes table;
+        uint32_t Mp4TrackTables::*count;
+        uint32_t expected;
+    } cases[] = {
+        {"stts", FullAtom("stts", 0, 0, Be32({kLie, 1, 1, 2, 2})), &Mp4TrackTables::stts_count, 2},
+        {"ctts", FullAtom("ctts", 1, 0, Be32({kLie, 1, 1, 2})), &Mp4TrackTables::ctts_count, 1},
+        {"stsc", FullAtom("stsc", 0, 0, Be32({kLie, 1, 1, 1, 2})), &Mp4TrackTables::stsc_count, 1},
+        {"stsz", FullAtom("stsz", 0, 0, Be32({0, kLie, 1, 2, 3})), &Mp4TrackTables::sample_count,
+         3},
+        {"stsz of a constant size: a byte a sample", FullAtom("stsz", 0, 0, Be32({7, kLie})),
+         &Mp4TrackTables::sample_count, 1000},
+        {"stz2 of 4 bits", FullAtom("stz2", 0, 0, Be32({4, kLie}), Bytes(3, 0)),
+         &Mp4TrackTables::sample_count, 6},
+        {"stz2 of 8 bits", FullAtom("stz2", 0, 0, Be32({8, kLie}), Bytes(3, 0)),
+         &Mp4TrackTables::sample_count, 3},
+        {"stz2 of 16 bits", FullAtom("stz2", 0, 0, Be32({16, kLie}), Bytes(3, 0)),
+         &Mp4TrackTables::sample_count, 1},
+        {"stco", FullAtom("stco", 0, 0, Be32({kLie, 1, 2})), &Mp4TrackTables::chunk_count, 2},
+        {"co64", FullAtom("co64", 0, 0, Be32({kLie, 1, 2, 3})), &Mp4TrackTables::chunk_count, 1},
+        {"stss", FullAtom("stss", 0, 0, Be32({kLie, 1, 2})), &Mp4TrackTables::stss_count, 2},
+        {"an honest count", Stss({1, 2, 3}), &Mp4TrackTables::stss_count, 3},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Read read = read_stbl(c.table);
+        EXPECT_EQ(read.result, FF4_RET_OK);
+        EXPECT_EQ(read.tables.*c.count, c.expected);
+    }
+}
+
+TEST(TrackTables, WhatIsRefused) {
+    const struct {
+        const char* name;
+        Bytes children;
+    } cases[] = {
+        {"stsd of 7 bytes", Atom("stsd", Bytes(7, 0))},
+        {"stsd of version 1", FullAtom("stsd", 1, 0, Be32({0}))},
+        {"stts of version 1", FullAtom("stts", 1, 0, Be32({0}))},
+        {"ctts of version 2", FullAtom("ctts", 2, 0, Be32({0}))},
+        {"stsz of 11 bytes", Atom("stsz", Bytes(11, 0))},
+        {"stz2 of 12 bits", FullAtom("stz2", 0, 0, Be32({12, 0}))},
+        {"stco of 4 bytes", FullAtom("stco", 0, 0)},
+        {"a child of size 5", Be32({5, 0})},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(read_stbl(c.children).result, FF4_RET_FORMAT);
+    }
+}
+
+TEST(TrackTables, FirstOfEachSlot) {
+    const Read sizes = read_stbl(Join(Stz2(8, {1, 2}), Stsz({1, 2, 3})));
+    EXPECT_EQ(sizes.tables.size_type, fourcc("stz2"));
+    EXPECT_EQ(sizes.tables.sample_count, 2u);
+    const Read chunks = read_stbl(Join(Co64({1}), Stco({1, 2})));
+    EXPECT_EQ(chunks.tables.chunk_type, fourcc("co64"));
+    EXPECT_EQ(chunks.tables.chunk_count, 1u);
+
+    const Bytes minf = Atom("minf", MediaHeader("soun"), MediaHeader("vide"),
+                            Atom("dinf", Dref({Url(), Url()})), Atom("dinf", Dref()));
+    const Read track = read_track(
+        Join(Atom("tref", Bytes(4, 1)), Atom("edts", Elst({{1, 2}}, 1)),
+             Atom("edts", Elst({{1, 2}, {3, 4}})), Atom("mdia", minf), Atom("mdia", Be32({5, 0}))),
+        1000);
+    EXPECT_EQ(track.result, FF4_RET_OK) << "a second 'mdia' is not walked";
+    EXPECT_EQ(track.tables.tref.size, 4u);
+    EXPECT_EQ(track.tables.elst_count, 1u);
+    EXPECT_EQ(full_version(track.tables.elst_version_flags), 1u);
+    EXPECT_EQ(track.tables.media_header_type, fourcc("smhd"));
+    EXPECT_EQ(track.tables.dref_count, 2u);
+    EXPECT_EQ(read_track(Atom("edts", FullAtom("elst", 2, 0, Be32({0}))), 9).result,
+              FF4_RET_FORMAT);
+}
+
+}  // namespace
+}  // namespace tarn
