@@ -1,15 +1,15 @@
 // export_movie.cpp - `tarn export IN.mp4 OUT.mp4` and `tarn export IN.mp4 OUT.wav`.
 #include <iostream>
 
+#include "base/reason.h"
 #include "base/xp_output_file.h"
 #include "base/xp_path.h"
 #include "cli/commands.h"
 #include "cli/export_job.h"
 #include "cli/progress.h"
 #include "cli/report.h"
-#include "cli/times.h"
-#include "movie/peaks.h"
-#include "movie/trimming.h"
+#include "movie/save/trimming.h"
+#include "movie/waveform/peaks.h"
 
 namespace tarn {
 namespace {

@@ -2,12 +2,12 @@
 #include <chrono>
 #include <string>
 
+#include "base/reason.h"
 #include "base/xp_output_file.h"
 #include "cli/commands.h"
 #include "cli/export_job.h"
 #include "cli/progress.h"
 #include "cli/report.h"
-#include "cli/times.h"
 #include "effects/wave_file.h"
 #include "effects/wave_peak.h"
 

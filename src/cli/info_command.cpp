@@ -5,12 +5,12 @@
 #include <iostream>
 #include <memory>
 
+#include "base/reason.h"
 #include "base/xp_path.h"
 #include "cli/commands.h"
 #include "cli/report.h"
-#include "cli/times.h"
-#include "movie/clip_info.h"
-#include "movie/movie_text.h"
+#include "movie/facts/clip_info.h"
+#include "movie/facts/movie_text.h"
 
 namespace tarn {
 namespace {

@@ -1,7 +1,6 @@
 #include "cli/times.h"
 
 #include <charconv>
-#include <cstdio>
 
 namespace tarn {
 namespace {
@@ -71,15 +70,5 @@ const CLI::Validator kIsTime(
                    : "'" + text + "' is no time: give milliseconds or [H:]MM:SS[.mmm]";
     },
     "TIME");
-
-std::string TimeText(uint64_t ms) {
-    char text[48];
-    std::snprintf(text, sizeof text, "%llu:%02llu:%02llu.%03llu",
-                  static_cast<unsigned long long>(ms / 3600000),
-                  static_cast<unsigned long long>(ms / 60000 % 60),
-                  static_cast<unsigned long long>(ms / 1000 % 60),
-                  static_cast<unsigned long long>(ms % 1000));
-    return text;
-}
 
 }  // namespace tarn

@@ -13,7 +13,4 @@ bool ParseTime(const std::string& text, uint32_t* ms);
 // For options that take a time.
 extern const CLI::Validator kIsTime;
 
-// "0:00:12.500"
-std::string TimeText(uint64_t ms);
-
 }  // namespace tarn

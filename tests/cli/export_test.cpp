@@ -6,6 +6,7 @@
 #include <csignal>
 #include <filesystem>
 
+#include "base/reason.h"
 #include "cli/run_tarn.h"
 #include "cli/times.h"
 #include "support/temp_dir.h"
