@@ -18,7 +18,7 @@ enum class ReasonCode : uint16_t {
     kNone,  // no failure
 
     // Anything
-    kUnexpected,   // none of the others: a fault of the program
+    kUnexpected,  // none of the others: a fault of the program
     kOutOfMemory,
     kCancelled,
 
@@ -48,7 +48,7 @@ enum class ReasonCode : uint16_t {
     kDamagedPictureAtom,  // the atom, of the picture's track
     kDamagedSoundAtom,    // the atom, of the sound's track
     kNoTimescale,
-    kNoTrack,        // neither picture nor sound that can be edited
+    kNoTrack,  // neither picture nor sound that can be edited
     kNoVideoTrack,
     kNoAudioTrack,
     kNoSuchTrack,  // its number
@@ -58,7 +58,7 @@ enum class ReasonCode : uint16_t {
     kAtomHeader,     // byte at which a broken atom header stands
 
     // Points
-    kInPastEnd,  // the end
+    kInPastEnd,    // the end
     kInPastEndAt,  // the in point, the end
     kOutBeforeIn,
     kOutsideMovie,
@@ -75,22 +75,22 @@ enum class ReasonCode : uint16_t {
     kSoundElsewhere,
     kSoundNotMain,
     kSoundUnknown,
-    kSoundKind,         // the codec's name
-    kSoundNotDecoded,   // the codec's name
+    kSoundKind,        // the codec's name
+    kSoundNotDecoded,  // the codec's name
     kSoundMono,
-    kSoundChannels,     // their number
-    kSoundBits,         // bits a sample
+    kSoundChannels,  // their number
+    kSoundBits,      // bits a sample
     kSoundConfiguration,
-    kSoundReplicated,   // AAC with band replication
+    kSoundReplicated,  // AAC with band replication
     kSoundFrameLength,
-    kSoundRate,         // samples a second
+    kSoundRate,  // samples a second
     kNoSound,
-    kNoSoundShown,      // nothing that the waveform can show
+    kNoSoundShown,  // nothing that the waveform can show
     kProfileNotStereo,
-    kSoundNotShown,     // only 16-bit PCM can be shown
-    kSoundBroken,       // a decoder refuses it
+    kSoundNotShown,  // only 16-bit PCM can be shown
+    kSoundBroken,    // a decoder refuses it
     kSoundEndsEarly,
-    kCodec,             // decoding or encoding failed
+    kCodec,  // decoding or encoding failed
     kPeakUnknown,
 
     // Reading back what was saved
@@ -99,9 +99,9 @@ enum class ReasonCode : uint16_t {
 
     // WAV
     kWaveFormat,
-    kWaveHeader,     // not two channels of 16 bits
+    kWaveHeader,  // not two channels of 16 bits
     kWaveNoSound,
-    kWaveRate,       // samples a second
+    kWaveRate,  // samples a second
     kWaveTooLarge,
     kWaveOutTooLarge,  // more sound than a WAV file can hold
     kWaveRange,
@@ -109,15 +109,15 @@ enum class ReasonCode : uint16_t {
     kWaveShrank,
 
     // Preview
-    kNoPlugin,           // what it would have done
-    kNoStart,            // GStreamer can't be started
-    kNoScreen,           // nothing to show pictures with
-    kPictureNoDecoder,   // it can't be connected
+    kNoPlugin,          // what it would have done
+    kNoStart,           // GStreamer can't be started
+    kNoScreen,          // nothing to show pictures with
+    kPictureNoDecoder,  // it can't be connected
     kSoundNoDecoder,
-    kNoGraphPart,        // the elements' names
-    kSoundDevice,        // the device's words
+    kNoGraphPart,  // the elements' names
+    kSoundDevice,  // the device's words
     kNoPictureThere,
-    kPlayback,           // the player's words
+    kPlayback,  // the player's words
 
     kCount
 };

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "writer_rig.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {

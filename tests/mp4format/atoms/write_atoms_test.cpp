@@ -8,7 +8,7 @@
 #include "mp4format/movie/track_ids.h"
 #include "mp4format/tables/track_tables.h"
 #include "support/atoms.h"
-#include "writer_rig.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {

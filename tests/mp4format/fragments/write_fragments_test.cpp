@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "support/atoms.h"
-#include "writer_rig.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {

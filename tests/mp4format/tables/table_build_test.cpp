@@ -5,7 +5,7 @@
 #include "mp4format/atoms/sample_entry_copy.h"
 #include "mp4format/atoms/write_atoms.h"
 #include "support/atoms.h"
-#include "writer_rig.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {
