@@ -13,6 +13,11 @@ int Fail(const std::string& file, const std::string& reason) {
     return kExitFailed;
 }
 
+int Fail(const Reason& reason, bool json) {
+    if (json) PrintJson({{"error", ReasonJson(reason)}});
+    return Fail(reason.file, ReasonText(reason));
+}
+
 void Note(const std::string& file, const std::string& text) {
     std::cout.flush();
     std::cerr << "tarn: " << XpPath::Printable(file) << ": " << text << '\n';
@@ -20,6 +25,13 @@ void Note(const std::string& file, const std::string& text) {
 
 void PrintJson(const nlohmann::ordered_json& document) {
     std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+nlohmann::ordered_json ReasonJson(const Reason& reason) {
+    return {{"code", ReasonName(reason.code)},
+            {"side", ReasonSideName(reason.side)},
+            {"file", reason.file},
+            {"text", ReasonText(reason)}};
 }
 
 std::string CodeText(uint32_t code) {
