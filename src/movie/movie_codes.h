@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
+#include "base/reason.h"
 #include "mp4format/host.h"
 
 namespace tarn {
@@ -29,6 +31,10 @@ enum MovieCode : uint32_t {
 constexpr MovieCode movie_code(Mp4Result result) {
     return static_cast<MovieCode>(result);
 }
+
+// What a code alone says of a file; whoever knows more makes a better reason. `systemError` (errno)
+// belongs to kMovieSystem.
+Reason MovieReason(MovieCode code, ReasonSide side, const std::string& file, int systemError = 0);
 
 // Leaves the function with the callee's code unless it is success; takes engine results too.
 #define MOVIE_TRY(call)                                                               \
