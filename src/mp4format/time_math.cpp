@@ -1,9 +1,12 @@
 #include "mp4format/time_math.h"
 
+#include <algorithm>
+
 namespace tarn {
 namespace {
 
 __extension__ using Wide = unsigned __int128;
+__extension__ using SignedWide = __int128;
 
 constexpr uint64_t kSecondsPerDay = 86400;
 constexpr uint64_t kDaysPerCycle = 146097;  // 400 Gregorian years
@@ -28,6 +31,10 @@ bool is_date(const Mp4Date& d) {
            d.day <= days_of_month(d.year, d.month) && d.hour < 24 && d.minute < 60 && d.second < 61;
 }
 
+int64_t within_reach(SignedWide time) {
+    return static_cast<int64_t>(std::clamp<SignedWide>(time, -kFarthestTime, kFarthestTime));
+}
+
 }  // namespace
 
 Mp4Result mp4_mul_div(uint64_t value, uint64_t mul, uint64_t div, uint64_t* out) {
@@ -35,6 +42,32 @@ Mp4Result mp4_mul_div(uint64_t value, uint64_t mul, uint64_t div, uint64_t* out)
     const Wide quotient = static_cast<Wide>(value) * mul / div;
     if (quotient > UINT64_MAX) return FF4_RET_OVERFLOW;
     *out = static_cast<uint64_t>(quotient);
+    return FF4_RET_OK;
+}
+
+uint64_t mp4_mul_div_or(uint64_t value, uint64_t mul, uint64_t div, uint64_t otherwise) {
+    uint64_t out = 0;
+    return mp4_mul_div(value, mul, div, &out) == FF4_RET_OK ? out : otherwise;
+}
+
+int64_t mp4_scale_floor(int64_t value, uint32_t mul, uint32_t div) {
+    if (div == 0) return 0;
+    const SignedWide product = SignedWide{value} * mul;
+    return within_reach(product / div - (product % div < 0 ? 1 : 0));
+}
+
+int64_t mp4_scale_nearest(int64_t value, uint32_t mul, uint32_t div) {
+    if (div == 0) return 0;
+    const SignedWide product = SignedWide{value} * mul * 2;
+    return within_reach((product + (value < 0 ? -SignedWide{div} : SignedWide{div})) /
+                        (SignedWide{div} * 2));
+}
+
+Mp4Result mp4_scale_toward_zero(int64_t value, uint32_t mul, uint32_t div, int64_t* out) {
+    if (!out || div == 0) return FF4_RET_ARGS;
+    const SignedWide quotient = SignedWide{value} * mul / div;
+    if (quotient > INT64_MAX || quotient < -INT64_MAX) return FF4_RET_OVERFLOW;
+    *out = static_cast<int64_t>(quotient);
     return FF4_RET_OK;
 }
 

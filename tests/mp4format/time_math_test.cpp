@@ -25,6 +25,36 @@ TEST(MulDiv, GoesThrough128Bits) {
         uint64_t out = 77;
         EXPECT_EQ(mp4_mul_div(c.value, c.mul, c.div, &out), c.result);
         EXPECT_EQ(out, c.out);
+        EXPECT_EQ(mp4_mul_div_or(c.value, c.mul, c.div, 77), c.out);
+    }
+}
+
+TEST(Scaling, RoundsAsTheNameSays) {
+    const struct {
+        const char* name;
+        int64_t value;
+        uint32_t mul, div;
+        int64_t floor, nearest, toward_zero;
+    } cases[] = {
+        {"exact", -6, 3, 2, -9, -9, -9},
+        {"below the half", 7, 1, 3, 2, 2, 2},
+        {"the half", 5, 1, 2, 2, 3, 2},
+        {"below zero", -7, 1, 3, -3, -2, -2},
+        {"half below zero", -5, 1, 2, -3, -3, -2},
+        {"product past 64 bits", -(int64_t{1} << 59), 90000, 90000, -(int64_t{1} << 59),
+         -(int64_t{1} << 59), -(int64_t{1} << 59)},
+        {"farther than counts", INT64_MAX, 1, 1, kFarthestTime, kFarthestTime, INT64_MAX},
+        {"past 64 bits", -INT64_MAX, UINT32_MAX, 1, -kFarthestTime, -kFarthestTime, 77},
+        {"by zero", 9, 1, 0, 0, 0, 77},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(mp4_scale_floor(c.value, c.mul, c.div), c.floor);
+        EXPECT_EQ(mp4_scale_nearest(c.value, c.mul, c.div), c.nearest);
+        int64_t out = 77;
+        const Mp4Result result = mp4_scale_toward_zero(c.value, c.mul, c.div, &out);
+        EXPECT_EQ(out, c.toward_zero);
+        EXPECT_EQ(result == FF4_RET_OK, c.toward_zero != 77);
     }
 }
 
