@@ -56,7 +56,7 @@ constexpr Row kRows[] = {
     {kNoSuchSample, "NO_SUCH_SAMPLE", "no such sample"},
     {kNoMoreSamples, "NO_MORE_SAMPLES", "the movie has no further samples"},
     {kDamagedSample, "DAMAGED_SAMPLE", "sample %1 is damaged"},
-    {kAtomHeader, "ATOM_HEADER", "broken atom header at byte %1"},
+    {kBrokenHeader, "BROKEN_HEADER", "broken atom header at byte %1"},
 
     {kInPastEnd, "IN_PAST_END", "the in point lies at or after the end, %1"},
     {kInPastEndAt, "IN_PAST_END_AT", "the in point %1 is not before the end, which is at %2"},

@@ -2,7 +2,7 @@
 //
 // Whoever meets a failure makes the record and says which side it was on. Words are made of it by
 // the program that shows it: the command line by ReasonText, the desktop application from its table
-// of texts, where the text of a code stands under "IDS_REASON_" and the code's name, with the same
+// of texts, where the text of a code stands under IDS_REASON_ and the code's name, with the same
 // arguments.
 #pragma once
 
@@ -55,7 +55,7 @@ enum class ReasonCode : uint16_t {
     kNoSuchSample,
     kNoMoreSamples,
     kDamagedSample,  // its number
-    kAtomHeader,     // byte at which a broken atom header stands
+    kBrokenHeader,   // byte at which a broken atom header stands
 
     // Points
     kInPastEnd,    // the end

@@ -12,6 +12,7 @@
 
 #include "app/plist_file.h"
 #include "app/xml_io.h"
+#include "base/reason.h"
 
 namespace tarn {
 namespace {
@@ -19,7 +20,8 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path kSource = TARN_SOURCE_DIR;
-constexpr size_t kKeys = 115;  // the language's own name among them
+constexpr size_t kKeys = 115;  // without the reasons; the language's own name among them
+const std::string kReason = "IDS_REASON_";
 
 using Table = std::map<std::string, std::string>;
 
@@ -29,13 +31,16 @@ std::map<std::string, Table> all_tables() {
         if (!entry.is_directory()) continue;
         PlistPairs pairs;
         EXPECT_TRUE(ReadPlist(entry.path() / "Strings.xml", &pairs)) << entry.path();
-        EXPECT_EQ(pairs.size(), kKeys) << entry.path();
+        const auto reasons = std::count_if(pairs.begin(), pairs.end(), [](const auto& pair) {
+            return pair.first.starts_with(kReason);
+        });
+        EXPECT_EQ(pairs.size() - static_cast<size_t>(reasons), kKeys) << entry.path();
         tables[entry.path().filename()] = Table(pairs.begin(), pairs.end());
     }
     return tables;
 }
 
-// Every `mark` with the character behind it, sorted.
+// Every `mark` with the character after it, sorted.
 std::vector<std::string> marks(const std::string& text, char mark) {
     std::vector<std::string> found;
     for (size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1))
@@ -67,6 +72,25 @@ TEST(Strings, LanguagesAgree) {
             EXPECT_TRUE(!text.empty() && !has_stray_blanks(text)) << text;
         }
     }
+}
+
+// The other tables have the keys and arguments of the English one.
+TEST(Strings, EveryReasonHasItsText) {
+    using Arguments = std::map<std::string, std::vector<std::string>>;
+    Arguments codes, texts;
+    for (int code = 1; code < static_cast<int>(ReasonCode::kCount); ++code) {
+        const auto reason = static_cast<ReasonCode>(code);
+        const bool fresh =
+            codes.emplace(kReason + ReasonName(reason), marks(ReasonPattern(reason), '%')).second;
+        EXPECT_TRUE(fresh) << "two codes are named " << ReasonName(reason);
+    }
+    const Table english = all_tables().at("EnglishUS");
+    for (const auto& [key, text] : english)
+        if (key.starts_with(kReason)) texts[key] = marks(text, '%');
+    for (const auto& [key, arguments] : codes)
+        EXPECT_EQ(texts.count(key), 1u) << key << " has no text";
+    for (const auto& [key, arguments] : texts)
+        EXPECT_TRUE(codes.count(key) == 1 && codes[key] == arguments) << key;
 }
 
 TEST(Strings, MnemonicsAreUniqueInTheirMenu) {

@@ -1,0 +1,74 @@
+#include "base/reason.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+namespace tarn {
+namespace {
+
+using enum ReasonCode;
+constexpr auto kSource = ReasonSide::kSource, kTarget = ReasonSide::kTarget,
+               kDevice = ReasonSide::kDevice;
+
+constexpr uint32_t kStsz = 0x7374737A, kUuid = 0x75756964;
+
+TEST(Reason, ReadsAsASentence) {
+    const struct {
+        Reason reason;
+        const char* text;
+    } cases[] = {
+        {{}, ""},
+        {{kEmptyFile, kSource, "", {}}, "the file is empty"},
+        {{kTooLittleRoom, kTarget, "out.mp4", {uint64_t{700}, uint64_t{12}}},
+         "not enough room on the disk: 700 MB are needed, 12 MB are free"},
+        {{kCantOpen, kSource, "clip", {ReasonError{ENOENT}}},
+         "can't be opened: No such file or directory"},
+        {{kDamagedSoundAtom, kSource, "", {ReasonAtom{kStsz}}},
+         "the file is damaged: the sound's sample sizes (stsz)"},
+        {{kDamagedAtom, kSource, "", {ReasonAtom{kUuid}}}, "the file is damaged: uuid"},
+        {{kInPastEndAt, kSource, "", {ReasonTime{3661001}, ReasonTime{59999}}},
+         "the in point 1:01:01.001 is not before the end, which is at 0:00:59.999"},
+        {{kPlayback, kDevice, "", {"100 %1 full"}}, "the player says: 100 %1 full"},
+        {{kNoSuchTrack, kSource, "", {}}, "there is no track "},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(ReasonText(c.reason), c.text);
+        EXPECT_EQ(static_cast<bool>(c.reason), *c.text != '\0');
+    }
+}
+
+TEST(Reason, TellsWhatUsersCanMendFromTheSystemsError) {
+    const struct {
+        ReasonSide side;
+        int error;
+        ReasonCode code;
+    } cases[] = {
+        {kTarget, EACCES, kCantWrite},   {kTarget, EEXIST, kExists},
+        {kSource, EEXIST, kCantWrite},   {kTarget, ENOSPC, kNoRoom},
+        {kTarget, EFBIG, kNoRoom},       {kSource, ENOSPC, kCantWrite},
+        {kSource, ESPIPE, kNotAFile},    {kTarget, ESPIPE, kCantWrite},
+        {kSource, ENOMEM, kOutOfMemory},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.error) + ReasonSideName(c.side));
+        const Reason reason = SystemReason(kCantWrite, c.side, "clip.mp4", c.error);
+        EXPECT_EQ(reason.code, c.code);
+        EXPECT_EQ(reason.side, c.side);
+        EXPECT_EQ(reason.file, "clip.mp4");
+        EXPECT_EQ(reason.SystemError(), c.error);
+    }
+    EXPECT_EQ((Reason{kDamagedSample, kSource, "", {uint64_t{7}}}.SystemError()), 0);
+}
+
+TEST(Reason, NamesAreForScripts) {
+    EXPECT_STREQ(ReasonName(kNone), "NONE");
+    EXPECT_STREQ(ReasonName(kSoundChannels), "SOUND_CHANNELS");
+    EXPECT_STREQ(ReasonSideName(ReasonSide::kNone), "");
+    EXPECT_STREQ(ReasonSideName(kSource), "source");
+    EXPECT_STREQ(ReasonSideName(kTarget), "target");
+    EXPECT_STREQ(ReasonSideName(kDevice), "device");
+}
+
+}  // namespace
+}  // namespace tarn
