@@ -3,8 +3,8 @@
 #include <string>
 
 #include "app/format_text.h"
+#include "app/language.h"
 #include "app/plist_file.h"
-#include "app/user_locale.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace tarn;

@@ -7,8 +7,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include "app/language.h"
 #include "app/plist_file.h"
-#include "app/user_locale.h"
+#include "base/user_locale.h"
 #include "base/xp_file.h"
 #include "base/xp_path.h"
 

@@ -3,9 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <utility>
 
+#include "base/user_locale.h"
 #include "base/xp_file.h"
 #include "movie/engine/meta_lists.h"
 
@@ -13,15 +13,6 @@ namespace tarn {
 namespace {
 
 constexpr uint16_t kEnglish = 0x15C7;
-
-// The locale that the user's messages are in, by the usual order of the environment.
-std::string message_locale() {
-    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const char* value = std::getenv(name);
-        if (value && *value) return value;
-    }
-    return {};
-}
 
 }  // namespace
 
@@ -40,7 +31,7 @@ uint16_t PackedLanguage(const std::string& locale) {
     return kEnglish;
 }
 
-CMP4MovieBase::CMP4MovieBase() : m_language(PackedLanguage(message_locale())) {}
+CMP4MovieBase::CMP4MovieBase() : m_language(PackedLanguage(UserLocale())) {}
 
 CMP4MovieBase::~CMP4MovieBase() {
     CloseEngine();

@@ -1,14 +1,10 @@
-// user_locale.h - which language the user wants, by the environment.
+// language.h - which of our languages a locale asks for.
 #pragma once
 
 #include <string>
 #include <string_view>
 
 namespace tarn {
-
-// The first of LC_ALL, LC_MESSAGES and LANG that says something, as it stands there:
-// "pt_BR.UTF-8". Empty when none does.
-std::string UserLocale();
 
 // Without code set and modifier, its parts joined by dashes: "zh-CN" for "zh_CN.UTF-8".
 std::string LocaleTag(std::string_view locale);

@@ -1,7 +1,6 @@
-#include "app/user_locale.h"
+#include "app/language.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace tarn {
 namespace {
@@ -39,14 +38,6 @@ bool is_traditional(std::string_view tag) {
 }
 
 }  // namespace
-
-std::string UserLocale() {
-    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const char* value = getenv(variable);
-        if (value && value[0] != '\0') return value;
-    }
-    return "";
-}
 
 std::string LocaleTag(std::string_view locale) {
     std::string tag(locale.substr(0, locale.find_first_of(".@")));
