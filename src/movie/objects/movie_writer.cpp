@@ -12,6 +12,7 @@ namespace {
 
 constexpr uint32_t kStagingBytes = 1000000;
 constexpr uint32_t kMinorVersion = 0x146008A;
+constexpr uint32_t kSoundKbit = 128;  // of re-encoded sound, in a camera clip's profile
 // A chunk of AVC is a second at most, of any other picture five. Intended to differ.
 constexpr uint64_t kAvcChunkMs = 1000;
 constexpr uint64_t kOtherChunkMs = 5000;
@@ -62,7 +63,7 @@ MovieCode CMP4MovieWrite::FromEngine(Mp4Result result) {
 
 MovieCode CMP4MovieWrite::Open(XpSharedPtr<CMP4MovieRead> reader, Mp4Layout layout,
                                uint64_t totalBytes) {
-    if (!reader || m_path.empty()) return movie_code(FF4_RET_ARGS);
+    if (!reader || !m_sound || m_path.empty()) return movie_code(FF4_RET_ARGS);
     if (!m_stagingBuffer.Allocate(kStagingBytes)) return kMovieBuffer;
     m_reader = std::move(reader);
     if (const int error = m_output.Create(m_path)) return Failed(error);
@@ -169,7 +170,11 @@ MovieCode CMP4MovieWrite::CopyDescriptions(const MovieTrackInfo& source, uint32_
 }
 
 MovieCode CMP4MovieWrite::DescribeSound() {
-    return CopyDescriptions(Source().audio, m_audio.number);
+    MOVIE_TRY(m_sound->Open(m_reader.get(), m_options));
+    const Mp4SampleEntry* entry = m_sound->Description();
+    if (!entry) return CopyDescriptions(Source().audio, m_audio.number);
+    uint32_t index = 0;
+    return movie_code(mp4_add_track_description(m_session, m_audio.number, *entry, &index));
 }
 
 MovieCode CMP4MovieWrite::AddProfile() {
@@ -180,7 +185,8 @@ MovieCode CMP4MovieWrite::AddProfile() {
     profile.video.track_id = m_video.id;
     profile.audio = Source().audioProfile;
     profile.audio.track_id = m_audio.id;
-    AdjustProfile(&profile);
+    if (profile.audio.codec == fourcc("mp4a"))
+        profile.audio.max_bitrate = profile.audio.average_bitrate = kSoundKbit;
     return movie_code(mp4_set_profile(m_session, profile));
 }
 
@@ -256,7 +262,7 @@ MovieCode CMP4MovieWrite::WriteVideoChunk(bool* ended) {
 // How much of the source's sound the next chunk is to take, in media units.
 uint64_t CMP4MovieWrite::SoundTarget(bool final) const {
     const MovieTrackInfo& audio = Source().audio;
-    // What is left behind the pictures goes in steps too: a save can be ended between them.
+    // What is left after the pictures goes in steps too: a save can be ended between them.
     if (final || m_video.number == 0) {
         uint64_t units = 0;
         static_cast<void>(mp4_mul_div(kSoundChunkMs, audio.timescale, 1000, &units));
@@ -294,21 +300,25 @@ MovieCode CMP4MovieWrite::WriteAudioChunk(bool final) {
 }
 
 MovieCode CMP4MovieWrite::TakeSound(uint64_t most, Chunk* chunk, uint64_t* taken) {
-    CReadBuffer sample;
-    ReadSampleInfo info;
-    MOVIE_TRY(m_reader->ReadAudioSample(&sample, &info));
-    if (info.duration > most || (!chunk->runs.empty() && chunk->description != info.description)) {
-        m_reader->UnreadSample(CMP4MovieRead::Track::kAudio);
-        return kMovieOk;
-    }
-    *taken = info.duration;
-    chunk->description = info.description;
-    return Store(sample.data.data(), sample.size(),
-                 {1, sample.size(), info.duration, info.compositionOffset, true}, chunk);
+    SoundBlock block;
+    MOVIE_TRY(m_sound->Next(most, SoundStart(), &block));
+    *taken = block.taken;
+    return block.taken > 0 ? StoreSound(block, chunk) : kMovieOk;
 }
 
-MovieCode CMP4MovieWrite::FinishSound(Chunk* /*chunk*/) {
-    return kMovieOk;
+MovieCode CMP4MovieWrite::FinishSound(Chunk* chunk) {
+    for (;;) {
+        SoundBlock block;
+        const MovieCode code = m_sound->NextHeld(&block);
+        if (code == kMovieEndOfSamples) return kMovieOk;
+        MOVIE_TRY(code);
+        MOVIE_TRY(StoreSound(block, chunk));
+    }
+}
+
+MovieCode CMP4MovieWrite::StoreSound(const SoundBlock& block, Chunk* chunk) {
+    chunk->description = block.description;
+    return Store(block.data, block.size, block.run, chunk);
 }
 
 MovieCode CMP4MovieWrite::WriteNext() {
@@ -362,7 +372,7 @@ MovieCode CMP4MovieWrite::AddEdits() {
     MOVIE_TRY(AddEdit(m_video, Source().video.timescale, above_zero(-range.video.startOffset),
                       above_zero(ShownFrom()), above_zero(ShownFrom() - m_firstVideoTime)));
     const int64_t sound = SoundStart();
-    const uint64_t start = above_zero(sound) + SoundDelay();
+    const uint64_t start = above_zero(sound) + m_sound->Delay();
     return AddEdit(m_audio, Source().audio.timescale, above_zero(-sound), start, start);
 }
 

@@ -1,4 +1,5 @@
-// movie_writer.h - a new movie from a selection of another: pictures as they are, sound by a hook.
+// movie_writer.h - a new movie from a selection of another: pictures as they are, sound as an
+// IMovieSound makes it.
 //
 //     writer.SetPath(path); writer.Open(reader, layout, bytes);
 //     while ((code = writer.WriteNext()) == kMovieOk) {}
@@ -40,17 +41,43 @@ struct WrittenTrack {
     uint64_t duration = 0;  // media units, as the samples count
 };
 
+// Samples of the new sound track.
+struct SoundBlock {
+    const void* data = nullptr;  // good until the next call
+    uint64_t size = 0;
+    Mp4SampleRun run{};
+    uint32_t description = 1;  // 1-based
+    uint64_t taken = 0;        // of the source's sound, media units
+};
+
+// What becomes of the sound on its way into the file. Failures are the source's.
+class IMovieSound {
+public:
+    virtual ~IMovieSound() = default;
+
+    virtual MovieCode Open(CMP4MovieRead* reader, const MovieWriteOptions& options) = 0;
+    // Of the new track's samples; null where the source's own hold.
+    virtual const Mp4SampleEntry* Description() const = 0;
+    // What comes of the next samples of the selection, of at most `most` media units of them;
+    // `taken` is 0 when already the next one is longer. `startsAt` is how far into the sound
+    // track's own time the selection's first shown sound lies.
+    virtual MovieCode Next(uint64_t most, int64_t startsAt, SoundBlock* block) = 0;
+    // After the selection's last sample: what the track holds beyond, until kMovieEndOfSamples.
+    virtual MovieCode NextHeld(SoundBlock* block) = 0;
+    // Media units at the head of the track that are not the selection's.
+    virtual uint64_t Delay() const = 0;
+};
+
 class CMP4MovieWrite : public CMP4MovieBase {
 public:
-    CMP4MovieWrite() = default;
     ~CMP4MovieWrite() override;
 
     void SetOptions(const MovieWriteOptions& options) { m_options = options; }
     // `reader` has its range selected; `totalBytes` are the most media bytes there will be.
     MovieCode Open(XpSharedPtr<CMP4MovieRead> reader, Mp4Layout layout, uint64_t totalBytes);
-    // One round: a chunk of pictures and the sound that goes with it. kMovieDone behind the last.
+    // One round: a chunk of pictures and the sound that goes with it. kMovieDone after the last.
     MovieCode WriteNext();
-    // Writes what is behind the media: the file is complete, under its hidden name still.
+    // Writes what follows the media: the file is complete, under its hidden name still.
     MovieCode Finish();
     std::string HiddenPath() const { return m_output.TemporaryPath(); }
     // Gives the finished file its name.
@@ -59,11 +86,13 @@ public:
     const WrittenTrack& Video() const { return m_video; }
     const WrittenTrack& Audio() const { return m_audio; }
     // Samples of the main track that have been dealt with, out of GetSelectedSampleCount.
-    virtual uint64_t Done() const {
-        return m_video.number != 0 ? m_video.samples : m_audio.samples;
-    }
+    uint64_t Done() const { return m_video.number != 0 ? m_video.samples : m_audio.samples; }
 
 protected:
+    // `sound` outlives the writer's use.
+    void SetSound(IMovieSound* sound) { m_sound = sound; }
+
+private:
     // A chunk on its way into the file.
     struct Chunk {
         uint64_t offset = 0, bytes = 0, duration = 0;
@@ -71,53 +100,37 @@ protected:
         std::vector<Mp4SampleRun> runs;
     };
 
-    // --- what a derived class does to the sound; here it is copied
-
-    // Adds the descriptions of the new sound track.
-    virtual MovieCode DescribeSound();
-    // The profile records of a camera clip, before they are set.
-    virtual void AdjustProfile(Mp4ProfileBuild* /*profile*/) const {}
-    // Reads the next samples, at most `most` media units of them but at least one, and puts what
-    // becomes of them into the chunk. `taken` is the source's duration that went in.
-    virtual MovieCode TakeSound(uint64_t most, Chunk* chunk, uint64_t* taken);
-    // What the sound track holds beyond the selection once its last sample is in.
-    virtual MovieCode FinishSound(Chunk* chunk);
-    // Media units at the head of the sound track that are not the selection's.
-    virtual uint64_t SoundDelay() const { return 0; }
-
-    // Puts bytes at the end of the media and their samples into the chunk.
-    MovieCode Store(const void* data, uint64_t size, const Mp4SampleRun& run, Chunk* chunk);
-    MovieCode Failed(int error);
-    CMP4MovieRead& Reader() { return *m_reader; }
-    const CMovieInfoType& Source() const { return m_reader->GetInfo(); }
-    const MovieWriteOptions& Options() const { return m_options; }
-    Mp4WriteSession* Session() { return m_session; }
-    XpOutputFile& Output() { return m_output; }
-    WrittenTrack& Sound() { return m_audio; }
-    // From the start of the output to the sound track's first sample of the selection, media units.
-    // Negative: the sound starts so much later.
-    int64_t SoundStart() const;
-
-private:
     MovieCode OpenSession();
     MovieCode AddHead();
     MovieCode AddProfile();
     MovieCode AddMetadata();
+    MovieCode DescribeSound();
     MovieCode AddTrack(const MovieTrackInfo& source, uint32_t handler, WrittenTrack* track);
     MovieCode WriteVideoChunk(bool* ended);
     MovieCode WriteAudioChunk(bool final);
+    MovieCode TakeSound(uint64_t most, Chunk* chunk, uint64_t* taken);
+    MovieCode FinishSound(Chunk* chunk);
+    MovieCode StoreSound(const SoundBlock& block, Chunk* chunk);
+    // Puts bytes at the end of the media and their samples into the chunk.
+    MovieCode Store(const void* data, uint64_t size, const Mp4SampleRun& run, Chunk* chunk);
     MovieCode AddVideoSample(const CReadBuffer& sample, const ReadSampleInfo& info, Chunk* chunk);
     bool IsChunkFull(const Chunk& chunk) const;
     MovieCode AddChunk(WrittenTrack* track, const Chunk& chunk);
     uint64_t SoundTarget(bool final) const;
     int64_t ShownFrom() const;
+    // From the start of the output to the sound track's first sample of the selection, media units.
+    // Negative: the sound starts so much later.
+    int64_t SoundStart() const;
     MovieCode AddEdits();
     MovieCode AddEdit(const WrittenTrack& track, uint32_t timescale, uint64_t wait, uint64_t start,
                       uint64_t hidden);
     MovieCode CopyDescriptions(const MovieTrackInfo& source, uint32_t track);
     MovieCode FromEngine(Mp4Result result);
+    MovieCode Failed(int error);
+    const CMovieInfoType& Source() const { return m_reader->GetInfo(); }
 
     XpSharedPtr<CMP4MovieRead> m_reader;
+    IMovieSound* m_sound = nullptr;
     MovieWriteOptions m_options;
     XpOutputFile m_output;
     CWriteBuffer m_stagingBuffer;

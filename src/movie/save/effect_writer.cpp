@@ -6,7 +6,6 @@ namespace tarn {
 namespace {
 
 constexpr int32_t kBitRate = 128000;
-constexpr uint32_t kProfileKbit = 128;
 constexpr uint32_t kWarmUpSamples = 2;
 constexpr uint32_t kMostPcmRun = 16384;  // frames read and treated together
 
@@ -63,30 +62,31 @@ MovieCode SoundReader::Next(uint64_t most, int64_t startsAt, uint64_t* taken) {
     return kMovieOk;
 }
 
-MovieCode CMP4MovieWriteWithAudioEffect::DescribeSound() {
-    MOVIE_TRY(m_sound.Open(&Reader(), m_settings, m_inMs, m_outMs, Options().compensateDelay));
-    if (m_sound.Treated().IsPcm()) return CMP4MovieWrite::DescribeSound();
-    MOVIE_TRY(OpenEncoder());
-    return DescribeAac();
+MovieCode EffectSound::Open(CMP4MovieRead* reader, const MovieWriteOptions& options) {
+    m_compensateDelay = options.compensateDelay;
+    MOVIE_TRY(m_sound.Open(reader, m_settings, m_inMs, m_outMs, m_compensateDelay));
+    if (m_sound.Treated().IsPcm()) return kMovieOk;
+    MOVIE_TRY(OpenEncoder(reader->GetInfo().audio.timescale));
+    Describe();
+    return kMovieOk;
 }
 
-MovieCode CMP4MovieWriteWithAudioEffect::OpenEncoder() {
+MovieCode EffectSound::OpenEncoder(uint32_t timescale) {
+    const uint32_t rate = m_sound.Treated().SampleRate();
     UMC::AACEncoderParams params;
     params.objectType = UMC::kAacLc;
     params.outputFormat = 2;
     params.info.bitRate = kBitRate;
     params.info.streamType = 1;
     params.info.channels = 2;
-    params.info.sampleRate = static_cast<int32_t>(m_sound.Treated().SampleRate());
+    params.info.sampleRate = static_cast<int32_t>(rate);
     params.info.bitsPerSample = 16;
     if (m_encoder.Init(&params) != UMC::kStatusOk || m_encoder.GetInfo(&params) < 0)
         return kMovieCodec;
     if (m_frame.Alloc(params.suggestedOutputSize) != UMC::kStatusOk)
         return movie_code(FF4_RET_NOMEM);
-    if (!Options().compensateDelay) return kMovieOk;
+    if (!m_compensateDelay) return kMovieOk;
     // Frame k then holds what went in D samples earlier, so its duration is that block's.
-    const uint32_t rate = m_sound.Treated().SampleRate();
-    const uint32_t timescale = Source().audio.timescale;
     MOVIE_TRY(mp4_mul_div(m_encoder.GetDelay(), timescale, rate, &m_delay));
     uint64_t left = m_delay;
     for (const uint32_t block = block_units(timescale, rate); left > 0 && block > 0;) {
@@ -96,57 +96,53 @@ MovieCode CMP4MovieWriteWithAudioEffect::OpenEncoder() {
     return kMovieOk;
 }
 
-MovieCode CMP4MovieWriteWithAudioEffect::DescribeAac() {
+void EffectSound::Describe() {
     const auto config = m_encoder.GetDecoderSpecificInfo();
-    uint8_t specific[2] = {};
-    std::copy_n(config.begin(), std::min<size_t>(config.size(), sizeof specific), specific);
-    Mp4SampleEntry entry{};
-    entry.kind = kEntryAudio;
-    entry.format = fourcc("mp4a");
-    entry.data_reference_index = 1;
-    entry.audio.channel_count = 2;
-    entry.audio.sample_size = 16;
-    entry.audio.sampling_rate = m_sound.Treated().SampleRate();
+    m_config.assign(config.begin(), config.end());
+    m_entry = {};
+    m_entry.kind = kEntryAudio;
+    m_entry.format = fourcc("mp4a");
+    m_entry.data_reference_index = 1;
+    m_entry.audio.channel_count = 2;
+    m_entry.audio.sample_size = 16;
+    m_entry.audio.sampling_rate = m_sound.Treated().SampleRate();
     // Rates above 65,535 do not fit the field and stand in the configuration alone.
-    if (entry.audio.sampling_rate <= UINT16_MAX)
-        entry.audio.sample_rate = entry.audio.sampling_rate << 16;
-    entry.es.has_es = true;
-    entry.es.has_config = true;
-    entry.es.object_type_indication = 0x40;
-    entry.es.stream_type = 5;
-    entry.es.buffer_size_db = m_frame.GetBufferSize();
-    entry.es.max_bitrate = entry.es.avg_bitrate = kBitRate;
-    entry.es.has_specific_info = true;
-    entry.es.decoder_specific_info = {specific, static_cast<uint32_t>(config.size())};
-    uint32_t index = 0;
-    return movie_code(mp4_add_track_description(Session(), Sound().number, entry, &index));
+    if (m_entry.audio.sampling_rate <= UINT16_MAX)
+        m_entry.audio.sample_rate = m_entry.audio.sampling_rate << 16;
+    m_entry.es.has_es = true;
+    m_entry.es.has_config = true;
+    m_entry.es.object_type_indication = 0x40;
+    m_entry.es.stream_type = 5;
+    m_entry.es.buffer_size_db = m_frame.GetBufferSize();
+    m_entry.es.max_bitrate = m_entry.es.avg_bitrate = kBitRate;
+    m_entry.es.has_specific_info = true;
+    m_entry.es.decoder_specific_info = {m_config.data(), static_cast<uint32_t>(m_config.size())};
 }
 
-void CMP4MovieWriteWithAudioEffect::AdjustProfile(Mp4ProfileBuild* profile) const {
-    if (profile->audio.codec != fourcc("mp4a")) return;
-    profile->audio.max_bitrate = profile->audio.average_bitrate = kProfileKbit;
+const Mp4SampleEntry* EffectSound::Description() const {
+    return m_sound.Treated().IsPcm() ? nullptr : &m_entry;
 }
 
-MovieCode CMP4MovieWriteWithAudioEffect::TakeSound(uint64_t most, Chunk* chunk, uint64_t* taken) {
-    MOVIE_TRY(m_sound.Next(most, SoundStart(), taken));
-    if (*taken == 0) return kMovieOk;
+MovieCode EffectSound::Next(uint64_t most, int64_t startsAt, SoundBlock* block) {
+    MOVIE_TRY(m_sound.Next(most, startsAt, &block->taken));
+    if (block->taken == 0) return kMovieOk;
     m_started = true;
     if (!m_sound.Treated().IsPcm()) {
-        chunk->description = 1;
         m_durations.push_back(m_sound.SampleDuration());
-        return Encode(chunk);
+        return Encode(block);
     }
-    chunk->description = m_sound.Description();
     const std::vector<uint8_t>& bytes = m_sound.Treated().AsSource();
     const uint32_t samples = m_sound.Samples();
-    return Store(
-        bytes.data(), bytes.size(),
-        {samples, static_cast<uint32_t>(bytes.size() / samples), m_sound.SampleDuration(), 0, true},
-        chunk);
+    block->data = bytes.data();
+    block->size = bytes.size();
+    block->run = {samples, static_cast<uint32_t>(bytes.size() / samples), m_sound.SampleDuration(),
+                  0, true};
+    block->description = m_sound.Description();
+    return kMovieOk;
 }
 
 // One block in, one frame out. A short block of a last sample is filled up with silence.
-MovieCode CMP4MovieWriteWithAudioEffect::Encode(Chunk* chunk) {
+MovieCode EffectSound::Encode(SoundBlock* block) {
     m_block = m_sound.Treated().Pcm();
     if (m_block.size() > 2 * UMC::AACEncoder::kBlockFrames) return kMovieCodec;
     m_block.resize(2 * UMC::AACEncoder::kBlockFrames);
@@ -157,29 +153,26 @@ MovieCode CMP4MovieWriteWithAudioEffect::Encode(Chunk* chunk) {
         return kMovieCodec;
     m_frame.Reset();
     if (m_encoder.GetFrame(&pcm, &m_frame) != UMC::kStatusOk) return kMovieCodec;
-    return StoreFrame(chunk);
+    return TakeFrame(block);
 }
 
-MovieCode CMP4MovieWriteWithAudioEffect::StoreFrame(Chunk* chunk) {
+MovieCode EffectSound::TakeFrame(SoundBlock* block) {
     if (m_durations.empty()) return kMovieCodec;
-    const uint32_t duration = m_durations.front();
+    block->data = m_frame.GetDataPointer();
+    block->size = m_frame.GetDataSize();
+    block->run = {1, m_frame.GetDataSize(), m_durations.front(), 0, true};
     m_durations.pop_front();
-    const uint32_t size = m_frame.GetDataSize();
-    return Store(m_frame.GetDataPointer(), size, {1, size, duration, 0, true}, chunk);
+    return kMovieOk;
 }
 
 // The frames that the encoder still holds belong to the last samples that went in.
-MovieCode CMP4MovieWriteWithAudioEffect::FinishSound(Chunk* chunk) {
-    if (!m_started || m_sound.Treated().IsPcm() || !Options().compensateDelay) return kMovieOk;
-    chunk->description = 1;
-    while (!m_durations.empty()) {
-        m_frame.Reset();
-        const UMC::Status status = m_encoder.Drain(&m_frame);
-        if (status == UMC::kStatusNoData) break;
-        if (status != UMC::kStatusOk) return kMovieCodec;
-        MOVIE_TRY(StoreFrame(chunk));
-    }
-    return kMovieOk;
+MovieCode EffectSound::NextHeld(SoundBlock* block) {
+    const bool holds = m_started && !m_sound.Treated().IsPcm() && m_compensateDelay;
+    if (!holds || m_durations.empty()) return kMovieEndOfSamples;
+    m_frame.Reset();
+    const UMC::Status status = m_encoder.Drain(&m_frame);
+    if (status == UMC::kStatusNoData) return kMovieEndOfSamples;
+    return status == UMC::kStatusOk ? TakeFrame(block) : kMovieCodec;
 }
 
 }  // namespace tarn

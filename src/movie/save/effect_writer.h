@@ -1,4 +1,4 @@
-// effect_writer.h - a new movie, or a WAV file, whose sound has been treated and made anew.
+// effect_writer.h - a new movie, or a WAV file, whose sound has been treated and re-encoded.
 #pragma once
 
 #include <cstdint>
@@ -23,6 +23,7 @@ public:
     MovieCode Next(uint64_t most, int64_t startsAt, uint64_t* taken);
 
     SoundTreatment& Treated() { return m_treatment; }
+    const SoundTreatment& Treated() const { return m_treatment; }
     uint32_t Samples() const { return m_samples; }          // of the last Next
     uint32_t SampleDuration() const { return m_duration; }  // of each, media units
     uint32_t Description() const { return m_description; }  // position in the list
@@ -40,7 +41,8 @@ private:
     bool m_warmUp = false, m_started = false;
 };
 
-class CMP4MovieWriteWithAudioEffect final : public CMP4MovieWrite {
+// The sound of a movie: AAC is treated and encoded again, PCM treated as it is.
+class EffectSound final : public IMovieSound {
 public:
     // The points of the selection in milliseconds, as handed to the chain.
     void SetPoints(uint32_t inMs, uint32_t outMs) {
@@ -49,28 +51,40 @@ public:
     }
     void SetEffects(const AMPEffectSettings& settings) { m_settings = settings; }
 
-protected:
-    MovieCode DescribeSound() override;
-    void AdjustProfile(Mp4ProfileBuild* profile) const override;
-    MovieCode TakeSound(uint64_t most, Chunk* chunk, uint64_t* taken) override;
-    MovieCode FinishSound(Chunk* chunk) override;
-    uint64_t SoundDelay() const override { return m_delay; }
+    MovieCode Open(CMP4MovieRead* reader, const MovieWriteOptions& options) override;
+    const Mp4SampleEntry* Description() const override;
+    MovieCode Next(uint64_t most, int64_t startsAt, SoundBlock* block) override;
+    MovieCode NextHeld(SoundBlock* block) override;
+    uint64_t Delay() const override { return m_delay; }
 
 private:
-    MovieCode OpenEncoder();
-    MovieCode DescribeAac();
-    MovieCode Encode(Chunk* chunk);
-    MovieCode StoreFrame(Chunk* chunk);
+    MovieCode OpenEncoder(uint32_t timescale);
+    void Describe();
+    MovieCode Encode(SoundBlock* block);
+    MovieCode TakeFrame(SoundBlock* block);
 
     uint32_t m_inMs = 0, m_outMs = 0;
     AMPEffectSettings m_settings;
+    bool m_compensateDelay = false;
     SoundReader m_sound;
     UMC::AACEncoder m_encoder;
     UMC::MediaData m_frame;
+    Mp4SampleEntry m_entry{};
+    std::vector<uint8_t> m_config;  // AudioSpecificConfig, which the entry points at
     std::vector<int16_t> m_block;
     std::deque<uint32_t> m_durations;  // of the frames that are still to come, media units
     uint64_t m_delay = 0;              // media units
     bool m_started = false;
+};
+
+class CMP4MovieWriteWithAudioEffect final : public CMP4MovieWrite {
+public:
+    CMP4MovieWriteWithAudioEffect() { SetSound(&m_sound); }
+    void SetPoints(uint32_t inMs, uint32_t outMs) { m_sound.SetPoints(inMs, outMs); }
+    void SetEffects(const AMPEffectSettings& settings) { m_sound.SetEffects(settings); }
+
+private:
+    EffectSound m_sound;
 };
 
 }  // namespace tarn
