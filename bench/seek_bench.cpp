@@ -133,7 +133,7 @@ void compare_seeks(const std::string& clip, const std::vector<int64_t>& places) 
     tarn::TarnPlayerController ours(tarn::PlayerDevices{"fakesink", forms});
     if (tarn::Failed(ours.Open(clip, true, nullptr, 0, 0, nullptr, nullptr, true)) ||
         tarn::Failed(ours.Pause()))
-        fail(ours.Reason());
+        fail(tarn::ReasonText(ours.GetReason()));
     PeerPlayer peer(clip);
     Times our_times, peer_times, process_times;
     for (size_t n = 0; n < places.size(); ++n) {
@@ -156,19 +156,20 @@ void compare_seeks(const std::string& clip, const std::vector<int64_t>& places) 
 
 void compare_stills(const std::string& clip, const std::vector<int64_t>& places) {
     tarn::CFrameExtractor extractor;
-    if (tarn::Failed(extractor.Open(clip, 160, 90))) fail(extractor.Reason());
+    if (tarn::Failed(extractor.Open(clip, 160, 90))) fail(tarn::ReasonText(extractor.GetReason()));
     Times our_times, first_times, process_times;
     for (int n = 0; n < kProcesses; ++n) {
         const int64_t place = places[static_cast<size_t>(n)];
         tarn::StillPicture still;
         our_times.Take([&] {
-            if (tarn::Failed(extractor.GetFrame(place, &still))) fail(extractor.Reason());
+            if (tarn::Failed(extractor.GetFrame(place, &still)))
+                fail(tarn::ReasonText(extractor.GetReason()));
         });
         first_times.Take([&] {
             tarn::CFrameExtractor fresh;
             if (tarn::Failed(fresh.Open(clip, 160, 90)) ||
                 tarn::Failed(fresh.GetFrame(place, &still)))
-                fail(fresh.Reason());
+                fail(tarn::ReasonText(fresh.GetReason()));
         });
         process_times.Take([&] { run_ffmpeg(clip, place, " -vf scale=160:90 -pix_fmt rgb24"); });
     }

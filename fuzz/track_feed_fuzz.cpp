@@ -12,11 +12,7 @@ constexpr int kMostSamples = 2000;
 
 void play(const std::string& path, tarn::TrackFeed::Kind kind, int64_t start) {
     tarn::TrackFeed feed;
-    std::string reason;
-    if (feed.Open(path, kind, &reason) != tarn::kMovieOk) {
-        if (reason.empty()) abort();
-        return;
-    }
+    if (feed.Open(path, kind)) return;
     for (const int64_t time : {int64_t{0}, start, feed.DurationNs() - 1}) {
         if (feed.SeekTo(time, INT64_MAX) != tarn::kMovieOk) continue;
         tarn::FeedSample sample;

@@ -9,6 +9,8 @@ namespace tarn {
 
 constexpr char kAudioRendererName[] = "Default DirectSound Device";
 constexpr char kAudioRendererPin[] = "Audio Input pin (rendered)";
+// The elements that it needs besides the device's own.
+constexpr char kAudioRendererParts[] = "audioconvert, audioresample, volume";
 
 // How much treated sound waits in the device's buffer, milliseconds: a change of an effect is
 // heard that much later.

@@ -45,7 +45,7 @@ GstElementPtr start_decoder(GstElementFactory* factory) {
 }
 
 GstElementPtr pick_decoder(GstCaps* caps, GstElementFactoryListType media, DecoderMode mode,
-                           std::string* reason) {
+                           Reason* reason) {
     const std::vector<GstFactoryPtr> found = find_decoders(caps, media);
     const bool rounds[] = {true, false};  // hardware, then the processor
     for (const bool hardware : rounds) {
@@ -56,7 +56,7 @@ GstElementPtr pick_decoder(GstCaps* caps, GstElementFactoryListType media, Decod
         }
     }
     gchar* what = gst_pb_utils_get_decoder_description(caps);
-    *reason = std::string("no plug-in of GStreamer is there for this: ") + what;
+    *reason = {ReasonCode::kNoPlugin, ReasonSide::kDevice, {}, {std::string(what)}};
     g_free(what);
     return nullptr;
 }
@@ -83,18 +83,18 @@ bool chain(GstElement* bin, std::vector<GstElement*> elements) {
 
 }  // namespace
 
-GstElementPtr MakeVideoDecoder(GstCaps* caps, DecoderMode mode, std::string* reason) {
+GstElementPtr MakeVideoDecoder(GstCaps* caps, DecoderMode mode, Reason* reason) {
     const GstElementPtr decoder =
         pick_decoder(caps, GST_ELEMENT_FACTORY_TYPE_MEDIA_VIDEO, mode, reason);
     if (!decoder) return nullptr;
     const GstElementPtr parser = make_parser(decoder.get(), caps);
     GstElementPtr bin = MakeBin(kVideoName);
     if (chain(bin.get(), {parser.get(), decoder.get()})) return bin;
-    *reason = "the picture decoder can't be connected";
+    *reason = {ReasonCode::kPictureNoDecoder, ReasonSide::kDevice, {}, {}};
     return nullptr;
 }
 
-GstElementPtr MakeAudioDecoder(GstCaps* caps, std::string* reason) {
+GstElementPtr MakeAudioDecoder(GstCaps* caps, Reason* reason) {
     GstElementPtr decoder;
     const bool raw = gst_structure_has_name(gst_caps_get_structure(caps, 0), "audio/x-raw");
     if (!raw) {
@@ -106,17 +106,18 @@ GstElementPtr MakeAudioDecoder(GstCaps* caps, std::string* reason) {
     const GstElementPtr converter = MakeElement("audioconvert");
     const GstElementPtr quantizer = MakeSampleQuantizer();
     const GstElementPtr queue = MakeElement("queue");
-    *reason = "GStreamer's audioconvert or queue is missing";
-    if (!converter || !queue) return nullptr;
+    if (!converter || !queue) {
+        *reason = MissingPart("audioconvert, queue");
+        return nullptr;
+    }
     g_object_set(queue.get(), "max-size-buffers", 0u, "max-size-bytes", 0u, "max-size-time",
                  kSoundAhead, nullptr);
     gst_util_set_object_arg(G_OBJECT(converter.get()), "dithering", "none");
     GstElementPtr bin = MakeBin(kAudioName);
-    *reason = "the sound decoder can't be connected";
-    if (!chain(bin.get(), {decoder.get(), converter.get(), quantizer.get(), queue.get()}))
-        return nullptr;
-    reason->clear();
-    return bin;
+    if (chain(bin.get(), {decoder.get(), converter.get(), quantizer.get(), queue.get()}))
+        return bin;
+    *reason = {ReasonCode::kSoundNoDecoder, ReasonSide::kDevice, {}, {}};
+    return nullptr;
 }
 
 }  // namespace tarn

@@ -36,7 +36,8 @@ bool is_from(const GstMessage* message, std::span<const std::string_view> bins) 
     return false;
 }
 
-GraphEvent error_event(GstMessage* message) {
+// A device speaks of its own calls; what the user can do about it is to look at the device.
+GraphEvent error_event(GstMessage* message, const std::string& path) {
     GError* error = nullptr;
     gst_message_parse_error(message, &error, nullptr);
     const bool lost = g_error_matches(error, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND);
@@ -44,9 +45,15 @@ GraphEvent error_event(GstMessage* message) {
     g_error_free(error);
     constexpr std::string_view kSound[] = {kAudioRendererName};
     constexpr std::string_view kScreens[] = {"EVR", "VMR-9", "VMR-7"};
-    // A device speaks of its own calls; what the user can do about it is to look at the device.
-    if (is_from(message, kSound)) return {EC_ERRORABORT, "the sound device is gone: " + text};
-    return {lost && is_from(message, kScreens) ? EC_USERABORT : EC_ERRORABORT, text};
+    if (is_from(message, kSound))
+        return {EC_ERRORABORT, {ReasonCode::kSoundDevice, ReasonSide::kDevice, {}, {text}}};
+    if (is_from(message, kScreens)) {
+        if (lost) return {EC_USERABORT, {ReasonCode::kNoScreen, ReasonSide::kDevice, {}, {}}};
+        return {EC_ERRORABORT, {ReasonCode::kPlayback, ReasonSide::kDevice, {}, {text}}};
+    }
+    const Reason source = TrackSourceReason(GST_MESSAGE_SRC(message));
+    if (source) return {EC_ERRORABORT, source};
+    return {EC_ERRORABORT, {ReasonCode::kPlayback, ReasonSide::kSource, path, {text}}};
 }
 
 }  // namespace
@@ -61,7 +68,7 @@ public:
         m_parameter = parameter;
     }
 
-    // In the place of the bus's own queue: a message gets into that only behind the handler, when
+    // In the place of the bus's own queue: a message gets into that only after the handler, when
     // the window has been told and may have looked in vain.
     static GstBusSyncReply Handle(GstBus*, GstMessage* message, gpointer data) {
         GstMessagePtr owner(message);
@@ -109,10 +116,9 @@ DShowHelper::~DShowHelper() {
 }
 
 HRESULT DShowHelper::CreateGraph() {
-    if (m_pGraph) return E_ACCESSDENIED;
-    m_reason = "GStreamer can't be started";
-    if (!StartGst()) return E_FAIL;
-    m_reason.clear();
+    if (m_pGraph) return Fail(E_ACCESSDENIED);
+    if (!StartGst()) return Fail(E_FAIL, {ReasonCode::kNoStart, ReasonSide::kDevice, {}, {}});
+    m_reason = {};
     m_pGraph = gst_pipeline_new(nullptr);
     gst_object_ref_sink(m_pGraph);
     m_pEvent = gst_element_get_bus(m_pGraph);
@@ -134,26 +140,46 @@ HRESULT DShowHelper::ReleaseGraph() {
     m_asked = 0;
     m_pending = m_pendingStop = m_stop = -1;
     m_position = m_duration = 0;
-    m_ended = m_failed = false;
+    m_ended = false;
+    m_error = {};
+    m_path.clear();
     return S_OK;
 }
 
+HRESULT DShowHelper::Fail(HRESULT result, const Reason& reason) {
+    m_reason = reason;
+    return result;
+}
+
+HRESULT DShowHelper::Fail(HRESULT result) {
+    const bool memory = result == E_OUTOFMEMORY;
+    return Fail(
+        result,
+        {memory ? ReasonCode::kOutOfMemory : ReasonCode::kUnexpected, ReasonSide::kDevice, {}, {}});
+}
+
+// The graph does not follow: by what it has told, if it has told anything.
+HRESULT DShowHelper::FailState() {
+    TakeMessages();
+    return m_error ? Fail(E_FAIL, m_error) : Fail(E_FAIL);
+}
+
 HRESULT DShowHelper::SetNotifyWindow(INotifyWindow* window, uint32_t message, intptr_t parameter) {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
     m_inbox->SetWindow(window, message, parameter);
     return S_OK;
 }
 
-HRESULT DShowHelper::GetDuration(int64_t* duration) const {
-    if (!duration) return E_POINTER;
-    if (!m_pGraph) return E_HANDLE;
+HRESULT DShowHelper::GetDuration(int64_t* duration) {
+    if (!duration) return Fail(E_POINTER);
+    if (!m_pGraph) return Fail(E_HANDLE);
     *duration = m_duration;
     return S_OK;
 }
 
 HRESULT DShowHelper::GetPosition(int64_t* position) {
-    if (!position) return E_POINTER;
-    if (!m_pGraph) return E_HANDLE;
+    if (!position) return Fail(E_POINTER);
+    if (!m_pGraph) return Fail(E_HANDLE);
     TakeMessages();
     *position = AskPosition();
     return S_OK;
@@ -170,7 +196,7 @@ int64_t DShowHelper::AskPosition() {
 }
 
 HRESULT DShowHelper::SetState(int32_t state) {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
     const bool first = m_asked == 0 && state != 0;
     int64_t start = first ? std::exchange(m_pending, -1) : -1;
     const int64_t stop = first ? std::exchange(m_pendingStop, -1) : -1;
@@ -180,39 +206,36 @@ HRESULT DShowHelper::SetState(int32_t state) {
     const bool seek = start > 0 || stop >= 0;
     const GstState target = seek ? GST_STATE_PAUSED : to_gst(state);
     m_asked = state;
-    if (gst_element_set_state(m_pGraph, target) == GST_STATE_CHANGE_FAILURE) {
-        TakeMessages();
-        return E_FAIL;
-    }
+    if (gst_element_set_state(m_pGraph, target) == GST_STATE_CHANGE_FAILURE) return FailState();
     if (!seek) return S_OK;
     constexpr GstClockTime kPrerollTime = 10 * GST_SECOND;
     gst_element_get_state(m_pGraph, nullptr, nullptr, kPrerollTime);
     const HRESULT result = SetPositions(start, stop);
     if (Failed(result) || state == 1) return result;
     const bool failed = gst_element_set_state(m_pGraph, to_gst(state)) == GST_STATE_CHANGE_FAILURE;
-    return failed ? E_FAIL : S_OK;
+    return failed ? FailState() : S_OK;
 }
 
 HRESULT DShowHelper::GetState(int timeoutMs, int32_t* state) {
-    if (!state) return E_POINTER;
-    if (!m_pGraph) return E_HANDLE;
+    if (!state) return Fail(E_POINTER);
+    if (!m_pGraph) return Fail(E_HANDLE);
     GstState current = GST_STATE_NULL;
     const GstStateChangeReturn result = gst_element_get_state(
         m_pGraph, &current, nullptr, static_cast<GstClockTime>(timeoutMs) * GST_MSECOND);
     TakeMessages();
     if (result == GST_STATE_CHANGE_FAILURE) {
         *state = 0;
-        return E_FAIL;
+        return FailState();
     }
     *state = result == GST_STATE_CHANGE_ASYNC ? m_asked : from_gst(current);
     return result == GST_STATE_CHANGE_ASYNC ? VFW_S_STATE_INTERMEDIATE : S_OK;
 }
 
 HRESULT DShowHelper::SetPositions(int64_t position, int64_t stop) {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
     // The very end has no picture any more.
     const int64_t target = std::clamp<int64_t>(position, 0, std::max<int64_t>(m_duration - 1, 0));
-    if (stop >= 0 && stop < target) return E_INVALIDARG;
+    if (stop >= 0 && stop < target) return Fail(E_INVALIDARG);
     stop = std::min(stop, m_duration);
     if (m_asked == 0) {
         m_pending = target;
@@ -226,11 +249,12 @@ HRESULT DShowHelper::SetPositions(int64_t position, int64_t stop) {
     m_lastSeek = gst_event_get_seqnum(seek);
     if (!gst_element_send_event(m_pGraph, seek)) {
         m_lastSeek = 0;  // part of the graph may be there, and part may not
-        return E_FAIL;
+        return FailState();
     }
     m_position = target;
     m_stop = stop;
-    m_ended = m_failed = false;
+    m_ended = false;
+    m_error = {};
     std::erase_if(m_events, [](const GraphEvent& event) { return event.code == EC_COMPLETE; });
     return S_OK;
 }
@@ -250,10 +274,7 @@ void DShowHelper::TakeMessages() {
                 m_events.push_back({EC_COMPLETE, {}});
                 break;
             case GST_MESSAGE_ERROR:
-                // What follows the first one is only its echo.
-                if (std::exchange(m_failed, true)) break;
-                m_events.push_back(error_event(message.get()));
-                m_reason = m_events.back().text;
+                TakeError(message.get());
                 break;
             case GST_MESSAGE_LATENCY:
                 gst_bin_recalculate_latency(GST_BIN(m_pGraph));
@@ -269,6 +290,12 @@ void DShowHelper::TakeMessages() {
     }
 }
 
+void DShowHelper::TakeError(GstMessage* message) {
+    if (m_error) return;  // what follows the first one is only its echo
+    m_events.push_back(error_event(message, m_path));
+    m_reason = m_error = m_events.back().reason;
+}
+
 bool DShowHelper::NextEvent(GraphEvent* event) {
     if (!m_pGraph) return false;
     TakeMessages();
@@ -279,14 +306,14 @@ bool DShowHelper::NextEvent(GraphEvent* event) {
 }
 
 HRESULT DShowHelper::InsertSoundFilter() {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
     if (m_pSoundFilter) return S_FALSE;
     const GstElementPtr device(gst_bin_get_by_name(GST_BIN(m_pGraph), kAudioRendererName));
-    if (!device) return E_FAIL;
+    if (!device) return Fail(E_FAIL, {ReasonCode::kNoAudioTrack, ReasonSide::kSource, m_path, {}});
     const GstPadPtr input(gst_element_get_static_pad(device.get(), kAudioRendererPin));
     const GstPadPtr upstream(gst_pad_get_peer(input.get()));
     const GstElementPtr effect = MakeSoundEffect();
-    if (!upstream || !effect || !gst_bin_add(GST_BIN(m_pGraph), effect.get())) return E_FAIL;
+    if (!upstream || !effect || !gst_bin_add(GST_BIN(m_pGraph), effect.get())) return Fail(E_FAIL);
     const GstPadPtr in(gst_element_get_static_pad(effect.get(), "sink"));
     const GstPadPtr out(gst_element_get_static_pad(effect.get(), "src"));
     gst_pad_unlink(upstream.get(), input.get());
@@ -297,11 +324,11 @@ HRESULT DShowHelper::InsertSoundFilter() {
     }
     RemoveElement(m_pGraph, effect.get());
     gst_pad_link(upstream.get(), input.get());
-    return E_FAIL;
+    return Fail(E_FAIL);
 }
 
 HRESULT DShowHelper::RemoveSoundFilter() {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
     if (!m_pSoundFilter) return S_FALSE;
     GstElement* effect = std::exchange(m_pSoundFilter, nullptr);
     const GstPadPtr in(gst_element_get_static_pad(effect, "sink"));
@@ -309,7 +336,7 @@ HRESULT DShowHelper::RemoveSoundFilter() {
     const GstPadPtr upstream(gst_pad_get_peer(in.get()));
     const GstPadPtr input(gst_pad_get_peer(out.get()));
     RemoveElement(m_pGraph, effect);
-    return gst_pad_link(upstream.get(), input.get()) == GST_PAD_LINK_OK ? S_OK : E_FAIL;
+    return gst_pad_link(upstream.get(), input.get()) == GST_PAD_LINK_OK ? S_OK : Fail(E_FAIL);
 }
 
 }  // namespace tarn

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+#include "base/reason.h"
 #include "playback/gst_forward.h"
 #include "playback/result_codes.h"
 
@@ -22,10 +23,10 @@ public:
     virtual void PostMessage(uint32_t message, intptr_t parameter) = 0;
 };
 
-// An event of a graph; `text` says in words what an error was.
+// An event of a graph.
 struct GraphEvent {
-    int32_t code;  // EC_*
-    std::string text;
+    int32_t code;   // EC_*
+    Reason reason;  // of an error
 };
 
 class DShowHelper {
@@ -45,15 +46,15 @@ public:
 
     // 100-nanosecond units. E_HANDLE without a graph, E_POINTER without a place to put it.
     HRESULT GetPosition(int64_t* position);
-    HRESULT GetDuration(int64_t* duration) const;
+    HRESULT GetDuration(int64_t* duration);
 
-    // Puts the sound effect in front of the sound device. The graph must be built and stopped. A
+    // Puts the sound effect before the sound device. The graph must be built and stopped. A
     // graph without sound, or with one that the effect can't take, is left as it was: E_FAIL.
     HRESULT InsertSoundFilter();
     HRESULT RemoveSoundFilter();
 
-    // Why the last failure came about, for people; empty where there is nothing to say.
-    const std::string& Reason() const { return m_reason; }
+    // Why the last call that failed did, or why playing ended; none for a new graph.
+    const Reason& GetReason() const { return m_reason; }
     GstElement* Graph() const { return m_pGraph; }
 
 protected:
@@ -64,17 +65,23 @@ protected:
     // The next event without waiting; false when none is left.
     bool NextEvent(GraphEvent* event);
     bool HasEnded() const { return m_ended; }
+    // Keeps the reason and passes the result on. A failure without one is the caller's mistake, or
+    // a lack of memory.
+    HRESULT Fail(HRESULT result, const Reason& reason);
+    HRESULT Fail(HRESULT result);
 
     GstElement* m_pGraph = nullptr;
     GstBus* m_pEvent = nullptr;
     GstElement* m_pSoundFilter = nullptr;  // in the graph; null without sound treatment
     int64_t m_duration = 0;                // 100-nanosecond units
-    std::string m_reason;
+    std::string m_path;                    // of the clip
 
 private:
     class Inbox;
 
     void TakeMessages();
+    void TakeError(GstMessage* message);
+    HRESULT FailState();
     bool IsPresentEnd(GstMessage* message) const;
     int64_t AskPosition();
 
@@ -87,7 +94,8 @@ private:
     int64_t m_position = 0;  // the last that the graph told
     int64_t m_stop = -1;     // where playing ends; -1 for the end of the clip
     bool m_ended = false;    // all has been played
-    bool m_failed = false;   // an error has been told
+    Reason m_error;          // the first that the graph has told since the last seek
+    Reason m_reason;
 };
 
 }  // namespace tarn

@@ -65,43 +65,40 @@ HRESULT CFrameExtractor::Open(const std::string& path, int32_t mostWidth, int32_
 
 HRESULT CFrameExtractor::Build(const std::string& path, int32_t mostWidth, int32_t mostHeight) {
     DecodedPins pins;
-    if (!AddMovieSource(m_pGraph, path, SourceTracks::kPictureAlone, DecoderMode::kSoftware, &pins,
-                        &m_reason))
-        return E_FAIL;
+    m_path = path;
+    const Reason reason =
+        AddMovieSource(m_pGraph, path, SourceTracks::kPictureAlone, DecoderMode::kSoftware, &pins);
+    if (reason) return Fail(E_FAIL, reason);
     m_duration = pins.duration;
     const GstElementPtr converter = make_frame_converter(mostWidth, mostHeight);
     const GstElementPtr renderer = MakeElement("appsink", "Null Renderer");
-    m_reason = "GStreamer's base elements are missing";
-    if (!converter || !renderer) return E_FAIL;
+    if (!converter || !renderer)
+        return Fail(E_FAIL, MissingPart("videoconvert, videoscale, capsfilter, appsink"));
     g_object_set(renderer.get(), "sync", FALSE, nullptr);
     gst_bin_add_many(GST_BIN(m_pGraph), converter.get(), renderer.get(), nullptr);
     m_pRenderer = renderer.get();
     const GstPadPtr input(gst_element_get_static_pad(converter.get(), "sink"));
     if (!pins.video || gst_pad_link(pins.video.get(), input.get()) != GST_PAD_LINK_OK ||
         !gst_element_link(converter.get(), renderer.get()))
-        return E_FAIL;
-    m_reason.clear();
+        return Fail(E_FAIL, {ReasonCode::kPictureNoDecoder, ReasonSide::kDevice, {}, {}});
     return S_OK;
 }
 
 HRESULT CFrameExtractor::GetFrame(int64_t position, StillPicture* picture) {
-    if (!picture) return E_POINTER;
-    if (!m_pGraph) return E_HANDLE;
+    if (!picture) return Fail(E_POINTER);
+    if (!m_pGraph) return Fail(E_HANDLE);
     HRESULT result = SetPositions(position, -1);
     if (!Failed(result)) result = SetState(1);
     int32_t state = 0;
     if (!Failed(result)) result = GetState(kPatienceMs, &state);
     if (Failed(result)) return result;
     const GstSamplePtr sample(gst_app_sink_try_pull_preroll(GST_APP_SINK(m_pRenderer), 0));
-    m_reason = "there is no picture at that time";
     try {
-        if (!sample || !copy_picture(sample.get(), picture)) return E_FAIL;
+        if (sample && copy_picture(sample.get(), picture)) return S_OK;
     } catch (const std::bad_alloc&) {
-        m_reason = "not enough memory";
-        return E_OUTOFMEMORY;
+        return Fail(E_OUTOFMEMORY);
     }
-    m_reason.clear();
-    return S_OK;
+    return Fail(E_FAIL, {ReasonCode::kNoPictureThere, ReasonSide::kSource, m_path, {}});
 }
 
 HRESULT CFrameExtractor::ReleaseGraph() {

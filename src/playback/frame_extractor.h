@@ -20,11 +20,11 @@ struct StillPicture {
 class CFrameExtractor : public DShowHelper {
 public:
     // Opens a movie. Pictures are made to fit into the box with their shape kept; 0 by 0 leaves
-    // them as large as they are. E_FAIL, with a Reason, for a clip that has no picture or none
+    // them as large as they are. E_FAIL, with a reason, for a clip that has no picture or none
     // that can be decoded.
     HRESULT Open(const std::string& path, int32_t mostWidth = 0, int32_t mostHeight = 0);
 
-    // `position` in 100-nanosecond units, held within the clip. E_FAIL, with a Reason, when the
+    // `position` in 100-nanosecond units, held within the clip. E_FAIL, with a reason, when the
     // place can't be decoded; the extractor can be asked for another one then.
     HRESULT GetFrame(int64_t position, StillPicture* picture);
 

@@ -36,4 +36,8 @@ void RemoveElement(GstElement* bin, GstElement* element) {
     gst_bin_remove(GST_BIN(bin), element);
 }
 
+Reason MissingPart(const char* elements) {
+    return {ReasonCode::kNoGraphPart, ReasonSide::kDevice, {}, {std::string(elements)}};
+}
+
 }  // namespace tarn

@@ -6,7 +6,8 @@
 #include <gst/gst.h>
 
 #include <memory>
-#include <string>
+
+#include "base/reason.h"
 
 namespace tarn {
 
@@ -49,5 +50,8 @@ using GstSamplePtr = std::unique_ptr<GstSample, GstSampleDeleter>;
                                const char* name);
 // Takes an element out of its bin, stopped.
 void RemoveElement(GstElement* bin, GstElement* element);
+
+// One of these elements is missing, or can't be put together with the others.
+Reason MissingPart(const char* elements);
 
 }  // namespace tarn

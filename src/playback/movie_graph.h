@@ -17,14 +17,13 @@ struct DecodedPins {
     int32_t soundRate = 0;  // Hz, as the clip says; 0: it doesn't
 };
 
-// Adds "Source Splitter", "Kelo AVC Decoder Light" and "Audio Decoder" to the graph. False, with a
-// `reason` for people, when a part of it is missing or the clip can't be read; what was added then
-// stays until the graph is released.
-[[nodiscard]] bool AddMovieSource(GstElement* graph, const std::string& path, SourceTracks tracks,
-                                  DecoderMode mode, DecodedPins* pins, std::string* reason);
+// Adds "Source Splitter", "Kelo AVC Decoder Light" and "Audio Decoder" to the graph. A reason when
+// a part of it is missing or the clip can't be read; what was added then stays until the graph is
+// released.
+[[nodiscard]] Reason AddMovieSource(GstElement* graph, const std::string& path, SourceTracks tracks,
+                                    DecoderMode mode, DecodedPins* pins);
 
 // Adds a WAV file under the name "Source". A source that is there already gets the new path.
-[[nodiscard]] bool AddWaveSource(GstElement* graph, const std::string& path, DecodedPins* pins,
-                                 std::string* reason);
+[[nodiscard]] Reason AddWaveSource(GstElement* graph, const std::string& path, DecodedPins* pins);
 
 }  // namespace tarn

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/reference_data.h"
 #include "base/xp_path.h"
 #include "playback/audio_renderer.h"
 #include "playback/gst_handles.h"
@@ -15,11 +14,7 @@ namespace {
 // A picture of a large clip may take longer than a pointer should wait for it.
 constexpr int kStateWaitMs = 500;
 
-DecoderMode decoder_mode() {
-    // The decoder's switch is the setting the other way round.
-    return ReferenceData::GetInstance()->m_useHardwareAcceleration ? DecoderMode::kHardware
-                                                                   : DecoderMode::kSoftware;
-}
+const Reason kScreenless = {ReasonCode::kNoScreen, ReasonSide::kDevice, {}, {}};
 
 }  // namespace
 
@@ -34,13 +29,15 @@ HRESULT PlayerController::Open(const std::string& path, INotifyWindow* notifyWin
     const bool movie = XpPath::HasExtension(path, ".mp4");
     HRESULT result = CreateGraph();
     if (!Failed(result)) result = RenderFile(path, movie);
+    if (!Failed(result) && videoWindow && m_pRenderer)
+        result = SetVideoWindow(videoWindow, videoRect);
     if (Failed(result)) {
         ReleaseGraph();
         return result;
     }
     m_hNotifyWindow = notifyWindow;
     if (notifyWindow) SetNotifyWindow(notifyWindow, notifyMessage, notifyParam);
-    return videoWindow && m_pRenderer ? SetVideoWindow(videoWindow, videoRect) : S_OK;
+    return S_OK;
 }
 
 HRESULT PlayerController::ReleaseGraph() {
@@ -55,40 +52,41 @@ HRESULT PlayerController::ReleaseGraph() {
 }
 
 HRESULT PlayerController::CreateRenderer() {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
     HRESULT result = E_FAIL;
     m_pRenderer = CreateVideoRenderer(m_pGraph, &result, m_devices.renderers);
-    return result;
+    return m_pRenderer ? result : Fail(result, kScreenless);
 }
 
 HRESULT PlayerController::RenderFile(const std::string& path, bool isMovie) {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
+    m_path = path;
     return isMovie ? RenderMovie(path) : RenderWave(path);
 }
 
 HRESULT PlayerController::RenderMovie(const std::string& path) {
-    if (Failed(CreateRenderer())) {
-        m_reason = "there is nothing to show pictures with";
-        return E_FAIL;
-    }
+    if (Failed(CreateRenderer())) return E_FAIL;
     DecodedPins pins;
-    if (!AddMovieSource(m_pGraph, path, SourceTracks::kAll, decoder_mode(), &pins, &m_reason))
-        return E_FAIL;
+    const Reason reason =
+        AddMovieSource(m_pGraph, path, SourceTracks::kAll, m_devices.decoders, &pins);
+    if (reason) return Fail(E_FAIL, reason);
     m_duration = pins.duration;
     m_soundRate = pins.soundRate;
     if (pins.audio && Failed(RenderSound(pins.audio.get()))) return E_FAIL;
     if (pins.video) {
         const GstPadPtr screen(gst_element_get_static_pad(m_pRenderer->Filter(), "sink"));
-        if (gst_pad_link(pins.video.get(), screen.get()) != GST_PAD_LINK_OK) return E_FAIL;
+        if (gst_pad_link(pins.video.get(), screen.get()) != GST_PAD_LINK_OK)
+            return Fail(E_FAIL, kScreenless);
     }
     const HRESULT result = m_pRenderer->FinishGraph(m_pGraph);
     if (!m_pRenderer->Filter()) m_pRenderer.reset();  // a clip without a picture
-    return result;
+    return Failed(result) ? Fail(result) : result;
 }
 
 HRESULT PlayerController::RenderWave(const std::string& path) {
     DecodedPins pins;
-    if (!AddWaveSource(m_pGraph, path, &pins, &m_reason)) return E_FAIL;
+    const Reason reason = AddWaveSource(m_pGraph, path, &pins);
+    if (reason) return Fail(E_FAIL, reason);
     m_duration = pins.duration;
     m_soundRate = pins.soundRate;
     return pins.audio ? RenderSound(pins.audio.get()) : S_OK;
@@ -96,12 +94,12 @@ HRESULT PlayerController::RenderWave(const std::string& path) {
 
 HRESULT PlayerController::RenderSound(GstPad* pin) {
     const GstElementPtr device = MakeAudioRenderer(m_devices.audioSink);
-    m_reason = "no plug-in of GStreamer is there for this: playing sound";
-    if (!device || !gst_bin_add(GST_BIN(m_pGraph), device.get())) return E_FAIL;
+    if (!device || !gst_bin_add(GST_BIN(m_pGraph), device.get()))
+        return Fail(E_FAIL, MissingPart(kAudioRendererParts));
     const GstPadPtr input(gst_element_get_static_pad(device.get(), kAudioRendererPin));
-    if (gst_pad_link(pin, input.get()) != GST_PAD_LINK_OK) return E_FAIL;
+    if (gst_pad_link(pin, input.get()) != GST_PAD_LINK_OK)
+        return Fail(E_FAIL, {ReasonCode::kSoundNoDecoder, ReasonSide::kDevice, {}, {}});
     m_soundDevice = device.get();
-    m_reason.clear();
     return S_OK;
 }
 
@@ -122,8 +120,8 @@ HRESULT PlayerController::Pause() {
 }
 
 HRESULT PlayerController::Seek(int64_t position, uint32_t flags, int64_t stop, uint32_t stopFlags) {
-    if (!m_pGraph) return E_HANDLE;
-    if (flags > kRelativePositioning || stopFlags > kAbsolutePositioning) return E_INVALIDARG;
+    if (!m_pGraph) return Fail(E_HANDLE);
+    if (flags > kRelativePositioning || stopFlags > kAbsolutePositioning) return Fail(E_INVALIDARG);
     int64_t now = 0;
     if (flags != kAbsolutePositioning) GetPosition(&now);
     const int64_t target = flags == kAbsolutePositioning ? position
@@ -135,13 +133,15 @@ HRESULT PlayerController::Seek(int64_t position, uint32_t flags, int64_t stop, u
 }
 
 HRESULT PlayerController::SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle) {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
     m_hVideoWindow = window;
-    return m_pRenderer ? m_pRenderer->SetVideoWindow(window, rectangle) : S_FALSE;
+    if (!m_pRenderer) return S_FALSE;
+    const HRESULT result = m_pRenderer->SetVideoWindow(window, rectangle);
+    return Failed(result) ? Fail(result, kScreenless) : result;
 }
 
 HRESULT PlayerController::ProcessEvents() {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
     for (GraphEvent event{}; NextEvent(&event);) {
         if (m_pNotify) m_pNotify(event);
         if (!m_pGraph) return E_ABORT;  // let go in the callback

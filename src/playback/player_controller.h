@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 
+#include "playback/decoder_mode.h"
 #include "playback/dshow_helper.h"
 #include "playback/video_renderer.h"
 
@@ -29,6 +30,7 @@ struct PlayerDevices {
     std::string
         audioSink;  // factory of the sound sink; empty: the default device; "fakesink": none
     std::span<const VideoRendererForm> renderers = kAllRendererForms;
+    DecoderMode decoders = DecoderMode::kSoftware;
 };
 
 class PlayerController : public DShowHelper {

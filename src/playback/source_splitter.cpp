@@ -11,49 +11,51 @@ namespace {
 constexpr guint kAheadBytes = 16 << 20;
 constexpr guint64 kAheadTime = 2 * GST_SECOND;
 
-// Adds a source and its queue and shows them as the bin's pad. True, with no caps, for a movie
-// without such a track.
-bool add_track(GstElement* bin, const std::string& path, TrackFeed::Kind kind, const char* pin,
-               GstCapsPtr* caps, std::string* reason) {
-    auto feed = std::make_unique<TrackFeed>();
-    const MovieCode code = feed->Open(path, kind, reason);
-    if (code == kMovieNoTrack) return true;
-    if (code != kMovieOk) return false;
-    GstCapsPtr form = MakeTrackCaps(*feed, 0);
-    *reason = kind == TrackFeed::Kind::kVideo ? "its picture is of an unknown kind"
-                                              : "its sound is of an unknown kind";
-    if (!form) return true;
-    const GstElementPtr source = MakeTrackSource(std::move(feed), path);
-    if (!source || !gst_bin_add(GST_BIN(bin), source.get())) return false;
+// Puts a source and its queue into the bin and shows them as its pad.
+Reason add_source(GstElement* bin, std::unique_ptr<TrackFeed> feed, const char* pin) {
+    const GstElementPtr source = MakeTrackSource(std::move(feed));
     GstElement* queue = AddElement(bin, "queue");
-    *reason = "GStreamer's core elements are missing";
-    if (!queue) return false;
+    if (!source || !queue || !gst_bin_add(GST_BIN(bin), source.get())) return MissingPart("queue");
     g_object_set(queue, "max-size-buffers", 0u, "max-size-bytes", kAheadBytes, "max-size-time",
                  kAheadTime, nullptr);
     if (!gst_element_link(source.get(), queue) || !AddGhostPad(bin, queue, "src", pin))
-        return false;
-    *caps = std::move(form);
-    reason->clear();
-    return true;
+        return MissingPart("queue");
+    return {};
+}
+
+// True, with no caps, for a movie without such a track or with one of an unknown kind.
+bool add_track(GstElement* bin, const std::string& path, TrackFeed::Kind kind, GstCapsPtr* caps,
+               Reason* reason) {
+    auto feed = std::make_unique<TrackFeed>();
+    *reason = feed->Open(path, kind);
+    if (*reason) return reason->code == TrackFeed::NoTrack(kind);
+    GstCapsPtr form = MakeTrackCaps(*feed, 0);
+    if (!form) {
+        *reason = {ReasonCode::kNoPlugin, ReasonSide::kSource, path, {ReasonAtom{feed->Format()}}};
+        return true;
+    }
+    const char* pin = kind == TrackFeed::Kind::kVideo ? kVideoPin : kAudioPin;
+    *reason = add_source(bin, std::move(feed), pin);
+    if (!*reason) *caps = std::move(form);
+    return !*reason;
 }
 
 }  // namespace
 
 GstElementPtr MakeSourceSplitter(const std::string& path, SourceTracks tracks, SourcePins* pins,
-                                 std::string* reason) {
+                                 Reason* reason) {
     GstElementPtr bin = MakeBin("Source Splitter");
-    std::string video, audio;
-    if (!add_track(bin.get(), path, TrackFeed::Kind::kVideo, kVideoPin, &pins->video, &video)) {
+    Reason video;
+    if (!add_track(bin.get(), path, TrackFeed::Kind::kVideo, &pins->video, &video)) {
         *reason = video;
         return nullptr;
     }
     if (tracks == SourceTracks::kAll &&
-        !add_track(bin.get(), path, TrackFeed::Kind::kAudio, kAudioPin, &pins->audio, &audio)) {
-        *reason = audio;
+        !add_track(bin.get(), path, TrackFeed::Kind::kAudio, &pins->audio, reason))
         return nullptr;
-    }
-    *reason = video.empty() ? audio : video;
-    return pins->video || pins->audio ? std::move(bin) : nullptr;
+    if (pins->video || pins->audio) return bin;
+    *reason = video;
+    return nullptr;
 }
 
 }  // namespace tarn

@@ -15,9 +15,9 @@ struct SourcePins {
 
 enum class SourceTracks { kAll, kPictureAlone };
 
-// Opens the movie. Null, with a `reason` for people, for one that can't be read and one that holds
+// Opens the movie. Null, with a `reason`, for one that can't be read and one that holds
 // neither picture nor sound of a kind that has a name.
 [[nodiscard]] GstElementPtr MakeSourceSplitter(const std::string& path, SourceTracks tracks,
-                                               SourcePins* pins, std::string* reason);
+                                               SourcePins* pins, Reason* reason);
 
 }  // namespace tarn

@@ -16,32 +16,26 @@ constexpr int64_t kUnitsPerMs = 10'000;
 // Builds what a player needs in any case: no device is opened and nothing is decoded.
 class GraphProbe : public DShowHelper {
 public:
-    bool Builds(const std::string& path, std::string* reason) {
-        if (Failed(CreateGraph())) {
-            *reason = m_reason;
-            return false;
-        }
+    Reason Build(const std::string& path) {
+        if (Failed(CreateGraph())) return GetReason();
         DecodedPins pins;
-        const bool source = XpPath::HasExtension(path, ".mp4")
-                                ? AddMovieSource(m_pGraph, path, SourceTracks::kAll,
-                                                 DecoderMode::kSoftware, &pins, reason)
-                                : AddWaveSource(m_pGraph, path, &pins, reason);
-        return source && HasSinks(pins, reason);
+        const Reason reason =
+            XpPath::HasExtension(path, ".mp4")
+                ? AddMovieSource(m_pGraph, path, SourceTracks::kAll, DecoderMode::kSoftware, &pins)
+                : AddWaveSource(m_pGraph, path, &pins);
+        return reason ? reason : MissingSink(pins);
     }
 
 private:
-    // The sinks that need neither a device nor a display.
-    bool HasSinks(const DecodedPins& pins, std::string* reason) {
-        *reason = "no plug-in of GStreamer is there for this: playing sound";
-        if (pins.audio && !MakeAudioRenderer("fakesink")) return false;
-        *reason = "there is nothing to show pictures with";
+    // Of the sinks that need neither a device nor a display.
+    Reason MissingSink(const DecodedPins& pins) {
+        static constexpr VideoRendererForm kPainted[] = {VideoRendererForm::CVMR7};
+        if (pins.audio && !MakeAudioRenderer("fakesink")) return MissingPart(kAudioRendererParts);
         HRESULT result = S_OK;
-        if (pins.video && !CreateVideoRenderer(m_pGraph, &result, kPainted)) return false;
-        reason->clear();
-        return true;
+        if (pins.video && !CreateVideoRenderer(m_pGraph, &result, kPainted))
+            return {ReasonCode::kNoScreen, ReasonSide::kDevice, {}, {}};
+        return {};
     }
-
-    static constexpr VideoRendererForm kPainted[] = {VideoRendererForm::CVMR7};
 };
 
 }  // namespace
@@ -53,7 +47,9 @@ TarnPlayerController::~TarnPlayerController() {
 MovieFileStatus TarnPlayerController::CheckMovieFile(const std::string& path, bool strict,
                                                      std::string* reason) {
     const auto builds = [](const std::string& clip, std::string* why) {
-        return GraphProbe().Builds(clip, why);
+        const Reason missing = GraphProbe().Build(clip);
+        *why = ReasonText(missing);
+        return !missing;
     };
     return tarn::CheckMovieFile(path, strict, builds, reason);
 }
@@ -70,11 +66,12 @@ HRESULT TarnPlayerController::Open(const std::string& path, bool withSound,
                                    intptr_t notifyParam, IVideoWindow* videoWindow,
                                    const VideoRect* videoRect, bool strict) {
     ReleaseGraph();
-    m_reason = "neither an .mp4 nor a .wav file";
     const bool movie = XpPath::HasExtension(path, ".mp4");
-    if (!movie && !XpPath::HasExtension(path, ".wav")) return E_INVALIDARG;
-    if (strict && tarn::CheckMovieFile(path, true, nullptr, &m_reason) != kFileUsable)
-        return E_FAIL;
+    if (!movie && !XpPath::HasExtension(path, ".wav"))
+        return Fail(E_INVALIDARG, {ReasonCode::kNotMovieOrWave, ReasonSide::kSource, path, {}});
+    std::string text;
+    if (strict && tarn::CheckMovieFile(path, true, nullptr, &text) != kFileUsable)
+        return Fail(E_FAIL, {ReasonCode::kPlayback, ReasonSide::kSource, path, {text}});
     const HRESULT result = PlayerController::Open(path, notifyWindow, notifyMessage, notifyParam,
                                                   movie ? videoWindow : nullptr, videoRect);
     // A clip that has no sound, or one that can't be treated, plays as it is.
@@ -99,24 +96,28 @@ HRESULT TarnPlayerController::Seek(int64_t position, uint32_t flags, int64_t sto
 }
 
 HRESULT TarnPlayerController::FindEffect() {
-    if (!m_pGraph) return E_HANDLE;
+    if (!m_pGraph) return Fail(E_HANDLE);
     if (!m_pEffect) m_pEffect = QuerySoundEffect(m_pSoundFilter);
     return m_pEffect ? S_OK : S_FALSE;
 }
 
+HRESULT TarnPlayerController::Told(HRESULT result) {
+    return Failed(result) ? Fail(result) : result;
+}
+
 HRESULT TarnPlayerController::SetInPoint(int32_t ms) {
     const HRESULT found = FindEffect();
-    return found == S_OK ? m_pEffect->SetInPoint(ms) : found;
+    return found == S_OK ? Told(m_pEffect->SetInPoint(ms)) : found;
 }
 
 HRESULT TarnPlayerController::SetOutPoint(int32_t ms) {
     const HRESULT found = FindEffect();
-    return found == S_OK ? m_pEffect->SetOutPoint(ms) : found;
+    return found == S_OK ? Told(m_pEffect->SetOutPoint(ms)) : found;
 }
 
 HRESULT TarnPlayerController::SetEffects(const AMPEffectSettings& settings) {
     const HRESULT found = FindEffect();
-    return found == S_OK ? m_pEffect->SetEffects(&settings) : found;
+    return found == S_OK ? Told(m_pEffect->SetEffects(&settings)) : found;
 }
 
 }  // namespace tarn

@@ -41,6 +41,7 @@ public:
 
 private:
     HRESULT FindEffect();
+    HRESULT Told(HRESULT result);
 
     ISoundEffect* m_pEffect = nullptr;  // of m_pSoundFilter
 };

@@ -5,52 +5,50 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "movie/facts/movie_text.h"
 #include "movie/objects/range_selection.h"
 #include "movie/objects/track_selection.h"
+#include "mp4format/time_math.h"
 #include "playback/avc_sample.h"
 
 namespace tarn {
 namespace {
 
-constexpr int64_t kSecond = 1'000'000'000;
+constexpr uint32_t kSecond = 1'000'000'000, kMillisecond = 1'000'000;
 // Pictures are reordered within 16 frames at most (ISO/IEC 14496-10, A.3.1).
 constexpr size_t kReorder = 17;
 // What a sound decoder has to have heard before it gives a sample whole.
 constexpr uint32_t kWarmUpSamples = 2;
-// Times in media units stay within this, so that sums of a few of them fit.
-constexpr int64_t kFarthest = INT64_MAX / 8;
 // Pictures before the place of a seek that are decoded in any case: a decoder learns from them how
 // far pictures are reordered.
 constexpr int64_t kRunUp = 6;
 constexpr uint32_t kPcmRun = 1024;  // frames handed on together, as AAC has it
 
-__extension__ typedef __int128 Wide;
-
-// value * mul / div, rounded down, held within 64 bits.
-int64_t scale_down(int64_t value, int64_t mul, int64_t div) {
-    const Wide product = Wide{value} * mul;
-    Wide quotient = product / div;
-    if (product % div < 0) --quotient;
-    return static_cast<int64_t>(std::clamp<Wide>(quotient, -kFarthest, kFarthest));
-}
-
-MovieCode described(MovieCode code, int systemError, std::string* reason) {
-    if (code != kMovieOk) *reason = MovieCodeText(code, systemError);
-    return code;
-}
-
 }  // namespace
 
-MovieCode TrackFeed::Open(const std::string& path, Kind kind, std::string* reason) {
+ReasonCode TrackFeed::NoTrack(Kind kind) {
+    return kind == Kind::kVideo ? ReasonCode::kNoVideoTrack : ReasonCode::kNoAudioTrack;
+}
+
+Reason TrackFeed::Open(const std::string& path, Kind kind) {
+    m_path = path;
     m_kind = kind;
-    if (!m_clip.Open(path, reason)) return movie_code(FF4_RET_FORMAT);
+    std::string text;
+    if (!m_clip.Open(path, &text))
+        return {ReasonCode::kPlayback, ReasonSide::kSource, path, {text}};
     const ClipSession::Tracks tracks = m_clip.ChooseTracks();
     m_track.session = m_clip.get();
     m_track.trackNumber = kind == Kind::kVideo ? tracks.video : tracks.audio;
-    if (m_track.trackNumber == 0) return described(kMovieNoTrack, 0, reason);
-    MOVIE_TRY(described(OpenTrack(), 0, reason));
-    return described(SeekTo(0, m_movieEnd), 0, reason);
+    if (m_track.trackNumber == 0) return {NoTrack(kind), ReasonSide::kSource, path, {}};
+    if (const MovieCode code = OpenTrack()) return ReasonOf(code);
+    return ReasonOf(SeekTo(0, m_movieEnd));
+}
+
+Reason TrackFeed::ReasonOf(MovieCode code) const {
+    return MovieReason(code, ReasonSide::kSource, m_path, m_systemError);
+}
+
+uint32_t TrackFeed::Format() const {
+    return m_kind == Kind::kVideo ? m_video[0].entry.format : m_audio[0].entry.format;
 }
 
 MovieCode TrackFeed::OpenTrack() {
@@ -62,9 +60,8 @@ MovieCode TrackFeed::OpenTrack() {
     else
         MOVIE_TRY(ReadAudioDescriptions(session, m_track.trackNumber, &m_audio));
     if (m_video.empty() && m_audio.empty()) return movie_code(FF4_RET_FORMAT);
-    m_movieEnd = scale_down(
-        static_cast<int64_t>(std::min<uint64_t>(m_clip.GetDurationMs(), INT64_MAX / kSecond)),
-        kSecond, 1000);
+    const uint64_t most = kFarthestTime / kMillisecond;
+    m_movieEnd = static_cast<int64_t>(std::min(m_clip.GetDurationMs(), most) * kMillisecond);
     if (m_track.sampleCount == 0) return kMovieOk;
     uint64_t start = 0;
     Mp4SampleInfo first{};
@@ -73,18 +70,18 @@ MovieCode TrackFeed::OpenTrack() {
     MOVIE_TRY(GetPresentationStart(m_track, &m_presentationStart));
     int64_t offset = 0;
     MOVIE_TRY(GetEditOffset(m_track, session->index.movie.timescale, &offset));
-    if (__builtin_add_overflow(offset, m_presentationStart, &m_shift) || m_shift > kFarthest ||
-        m_shift < -kFarthest || std::abs(m_presentationStart) > kFarthest)
+    if (__builtin_add_overflow(offset, m_presentationStart, &m_shift) || m_shift > kFarthestTime ||
+        m_shift < -kFarthestTime || std::abs(m_presentationStart) > kFarthestTime)
         return movie_code(FF4_RET_OVERFLOW);
     return kMovieOk;
 }
 
 int64_t TrackFeed::ToNs(int64_t units) const {
-    return scale_down(units - m_shift, kSecond, m_track.timescale);
+    return mp4_scale_floor(units - m_shift, kSecond, m_track.timescale);
 }
 
 int64_t TrackFeed::ToUnits(int64_t time) const {
-    return scale_down(time, m_track.timescale, kSecond) + m_shift;
+    return mp4_scale_floor(time, m_track.timescale, kSecond) + m_shift;
 }
 
 void TrackFeed::GetFrameRate(uint32_t* numerator, uint32_t* denominator) const {
@@ -108,7 +105,7 @@ void TrackFeed::GetFrameRate(uint32_t* numerator, uint32_t* denominator) const {
 MovieCode TrackFeed::SeekTo(int64_t time, int64_t end) {
     m_rows.clear();
     m_next = 0;
-    m_looked = 1;
+    m_fetched = 1;
     m_from = time;
     m_end = std::min(end, m_movieEnd);
     // As a decoding time: what is shown then was decoded that much earlier.
@@ -118,46 +115,45 @@ MovieCode TrackFeed::SeekTo(int64_t time, int64_t end) {
 }
 
 MovieCode TrackFeed::SeekVideo(int64_t units) {
-    // Behind the last picture that one stays.
+    // After the last picture that one stays.
     const uint64_t last = m_track.duration > 0 ? m_track.duration - 1 : 0;
     SyncBounds bounds{};
     MOVIE_TRY(FindShownSync(m_track, std::min(static_cast<uint64_t>(units), last),
                             m_presentationStart, &bounds));
-    m_looked = bounds.prev;
+    m_fetched = bounds.prev;
     return kMovieOk;
 }
 
 MovieCode TrackFeed::SeekAudio(int64_t units) {
     const auto target = static_cast<uint64_t>(units);
     if (target >= m_track.duration) {
-        m_looked = m_track.sampleCount + 1;
+        m_fetched = m_track.sampleCount + 1;
         return kMovieOk;
     }
     uint32_t number = 1;
     MOVIE_TRY(mp4_get_sample_number_at_time(m_track.session, m_track.trackNumber, target, &number));
     const uint32_t back = IsPcm() ? 0 : kWarmUpSamples;
-    m_looked = number > back ? number - back : 1;
+    m_fetched = number > back ? number - back : 1;
     return kMovieOk;
 }
 
 bool TrackFeed::IsPcm() const {
-    return !m_audio.empty() &&
-           (m_audio[0].entry.format == fourcc("twos") || m_audio[0].entry.format == fourcc("sowt"));
+    return !m_audio.empty() && (Format() == fourcc("twos") || Format() == fourcc("sowt"));
 }
 
-// Looks up the samples that follow the next one, so that the time of the picture behind it is
+// Looks up the samples that follow the next one, so that the time of the picture after it is
 // known.
-MovieCode TrackFeed::Look(size_t ahead) {
-    while (m_rows.size() <= m_next + ahead && m_looked <= m_track.sampleCount) {
-        Row row{m_looked, 0, 0, {}};
+MovieCode TrackFeed::FetchRows(size_t ahead) {
+    while (m_rows.size() <= m_next + ahead && m_fetched <= m_track.sampleCount) {
+        Row row{m_fetched, 0, 0, {}};
         uint64_t time = 0;
         MOVIE_TRY(mp4_get_numbered_sample(m_track.session, m_track.trackNumber, row.number, &time,
                                           &row.info));
-        if (time > static_cast<uint64_t>(kFarthest)) return movie_code(FF4_RET_OVERFLOW);
+        if (time > static_cast<uint64_t>(kFarthestTime)) return movie_code(FF4_RET_OVERFLOW);
         row.decoded = static_cast<int64_t>(time);
         row.shown = row.decoded + row.info.compositionOffset;
         m_rows.push_back(row);
-        ++m_looked;
+        ++m_fetched;
     }
     for (; m_next > kReorder; --m_next)
         m_rows.pop_front();
@@ -206,7 +202,7 @@ MovieCode TrackFeed::Next(FeedSample* sample) {
     return kMovieOk;
 }
 
-// Where pictures are shown before the time of their decoding, one behind the end of that time may
+// Where pictures are shown before the time of their decoding, one after the end of that time may
 // belong to what is shown.
 bool TrackFeed::IsOver() const {
     return std::all_of(
@@ -216,7 +212,7 @@ bool TrackFeed::IsOver() const {
 
 MovieCode TrackFeed::Read(FeedSample* sample) {
     const bool video = m_kind == Kind::kVideo;
-    MOVIE_TRY(Look(video ? kReorder : 0));
+    MOVIE_TRY(FetchRows(video ? kReorder : 0));
     if (IsOver()) return kMovieEndOfSamples;
     const Row row = m_rows[m_next];
     uint32_t count = 1;
@@ -230,7 +226,7 @@ MovieCode TrackFeed::Read(FeedSample* sample) {
     if (count > 1) {  // the rest of the run is done
         m_rows.clear();
         m_next = 0;
-        m_looked = row.number + count;
+        m_fetched = row.number + count;
     } else {
         ++m_next;
     }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "base/reason.h"
 #include "movie/engine/samples.h"
 #include "movie/facts/clip_session.h"
 #include "movie/objects/movie_info.h"
@@ -31,25 +32,28 @@ class TrackFeed {
 public:
     enum class Kind { kVideo, kAudio };
 
-    // kMovieNoTrack where the movie has no such track; other failures leave `reason` for people.
-    MovieCode Open(const std::string& path, Kind kind, std::string* reason);
+    // NoTrack where the movie has no track of that kind.
+    Reason Open(const std::string& path, Kind kind);
+    static ReasonCode NoTrack(Kind kind);
 
     Kind TrackKind() const { return m_kind; }
     const std::vector<CVideoSampleDescriptionInfo>& Video() const { return m_video; }
     const std::vector<CAudioSampleDescriptionInfo>& Audio() const { return m_audio; }
-    bool IsPcm() const;  // sound that needs no decoder
+    uint32_t Format() const;  // four-character code of the first description
+    bool IsPcm() const;       // sound that needs no decoder
     // Pictures a second, as a fraction of the track's length; 0 / 1 when it can't be told.
     void GetFrameRate(uint32_t* numerator, uint32_t* denominator) const;
     int64_t DurationNs() const { return m_movieEnd; }  // of the movie
 
     // Goes to where decoding has to begin so that what is shown at `time` comes out whole: the
     // sync sample before a picture, a few samples before a sound. `end`: nothing that is decoded
-    // and shown at or behind it is given.
+    // and shown at or after it is given.
     MovieCode SeekTo(int64_t time, int64_t end);
     // On the way to the place that was sought, pictures that no other one needs are left out.
-    // kMovieEndOfSamples at the end, kMovieSystem when reading failed (SystemError tells).
+    // kMovieEndOfSamples at the end.
     MovieCode Next(FeedSample* sample);
-    int SystemError() const { return m_systemError; }
+    // Why SeekTo or Next failed with that code.
+    Reason ReasonOf(MovieCode code) const;
 
 private:
     // A sample in the neighbourhood of the next one.
@@ -62,7 +66,7 @@ private:
     MovieCode OpenTrack();
     MovieCode SeekVideo(int64_t units);
     MovieCode SeekAudio(int64_t units);
-    MovieCode Look(size_t ahead);
+    MovieCode FetchRows(size_t ahead);
     MovieCode Read(FeedSample* sample);
     bool IsNeedless(const FeedSample& sample) const;
     MovieCode ReadRun(const Row& row, FeedSample* sample, uint32_t* count);
@@ -72,6 +76,7 @@ private:
     int64_t ToNs(int64_t units) const;
     int64_t ToUnits(int64_t time) const;
 
+    std::string m_path;
     ClipSession m_clip;
     Kind m_kind = Kind::kVideo;
     MovieTrackInfo m_track;
@@ -81,7 +86,7 @@ private:
     int64_t m_presentationStart = 0;  // media units
     int64_t m_movieEnd = 0;
     int64_t m_from = 0, m_end = 0;  // of what is wanted
-    uint32_t m_looked = 1;          // the next number to be looked up
+    uint32_t m_fetched = 1;         // the next number to be looked up
     std::deque<Row> m_rows;         // passed ones, the next, and those that follow
     size_t m_next = 0;              // of them, the one that is read next
     int m_systemError = 0;

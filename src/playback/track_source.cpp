@@ -3,23 +3,22 @@
 #include <gst/base/gstpushsrc.h>
 
 #include <algorithm>
+#include <mutex>
 #include <utility>
-
-#include "base/xp_path.h"
-#include "movie/facts/movie_text.h"
 
 namespace tarn {
 namespace {
 
 struct SourceState {
     std::unique_ptr<TrackFeed> feed;
-    std::string path;
     FeedSample sample;
     uint32_t described = UINT32_MAX;  // the description that the caps tell of
     int beginnings = 0;               // of the sound's first sample
     MovieCode sought = kMovieOk;      // what came of the last seek
     bool jumped = true;               // the next sample follows a seek
     int64_t start = 0;                // where to begin, ns; good for the first start alone
+    std::mutex reasonLock;            // written in the streaming thread, read in the main thread
+    Reason reason;                    // of the last failure
 };
 
 // An instance of the element's class.
@@ -42,10 +41,12 @@ GstClockTime stamp(int64_t time) {
 }
 
 GstFlowReturn fail(TrackSource* self, MovieCode code) {
-    const SourceState& state = *self->state;
-    const std::string reason =
-        XpPath::Printable(state.path) + ": " + MovieCodeText(code, state.feed->SystemError());
-    GST_ELEMENT_ERROR(self, RESOURCE, READ, ("%s", reason.c_str()), (nullptr));
+    const Reason reason = self->state->feed->ReasonOf(code);
+    {
+        const std::lock_guard lock(self->state->reasonLock);
+        self->state->reason = reason;
+    }
+    GST_ELEMENT_ERROR(self, RESOURCE, READ, ("%s", ReasonText(reason).c_str()), (nullptr));
     return GST_FLOW_ERROR;
 }
 
@@ -102,7 +103,7 @@ GstFlowReturn create(GstPushSrc* source, GstBuffer** buffer) {
 }
 
 // Called at the start and for each seek. The segment's stop is one that was asked for, or the last
-// one, which lies behind the movie's end by the offset.
+// one, which lies after the movie's end by the offset.
 gboolean do_seek(GstBaseSrc* source, GstSegment* segment) {
     TrackSource* self = self_of(source);
     TrackFeed& feed = *self->state->feed;
@@ -179,12 +180,20 @@ GType source_type() {
 
 }  // namespace
 
-GstElementPtr MakeTrackSource(std::unique_ptr<TrackFeed> feed, const std::string& path) {
+GstElementPtr MakeTrackSource(std::unique_ptr<TrackFeed> feed) {
     if (!MakeTrackCaps(*feed, 0)) return nullptr;
     auto* source = static_cast<GstElement*>(g_object_new(source_type(), nullptr));
     gst_object_ref_sink(source);
-    self_of(source)->state = new SourceState{std::move(feed), path, {}};
+    auto state = std::make_unique<SourceState>();
+    state->feed = std::move(feed);
+    self_of(source)->state = state.release();
     return GstElementPtr(source);
+}
+
+Reason TrackSourceReason(gpointer element) {
+    if (!G_TYPE_CHECK_INSTANCE_TYPE(element, source_type())) return {};
+    const std::lock_guard lock(self_of(element)->state->reasonLock);
+    return self_of(element)->state->reason;
 }
 
 bool StartTracksAt(GstElement* graph, int64_t time) {

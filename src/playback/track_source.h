@@ -6,16 +6,17 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "playback/gst_handles.h"
 #include "playback/track_feed.h"
 
 namespace tarn {
 
-// Takes the open feed of `path`. Null when the track's kind is none that GStreamer has a name for.
-[[nodiscard]] GstElementPtr MakeTrackSource(std::unique_ptr<TrackFeed> feed,
-                                            const std::string& path);
+// Takes an open feed. Null when the track's kind is none that GStreamer has a name for.
+[[nodiscard]] GstElementPtr MakeTrackSource(std::unique_ptr<TrackFeed> feed);
+
+// Why the source that posted an error did; no reason for an element of another kind.
+Reason TrackSourceReason(gpointer element);
 
 // The form of the track's samples under its description number `index`, from 0; null for a kind
 // that has no name.

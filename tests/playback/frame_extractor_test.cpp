@@ -12,7 +12,7 @@ namespace {
 TEST(FrameExtractor, GivesThePictureOfATime) {
     const KnownPictures known("plain_vfr");
     CFrameExtractor extractor;
-    ASSERT_EQ(extractor.Open(ClipPath("plain_vfr")), S_OK) << extractor.Reason();
+    ASSERT_EQ(extractor.Open(ClipPath("plain_vfr")), S_OK) << extractor.GetReason();
     int64_t duration = 0;
     ASSERT_EQ(extractor.GetDuration(&duration), S_OK);
     std::mt19937_64 random(5);
@@ -22,7 +22,7 @@ TEST(FrameExtractor, GivesThePictureOfATime) {
         const int64_t target =
             static_cast<int64_t>(random() % static_cast<uint64_t>(duration + duration / 20));
         StillPicture still;
-        ASSERT_EQ(extractor.GetFrame(target, &still), S_OK) << extractor.Reason();
+        ASSERT_EQ(extractor.GetFrame(target, &still), S_OK) << extractor.GetReason();
         ASSERT_EQ(still.rgb.size(), size_t{3} * 320 * 180);
         const size_t shown = known.Nearest(
             Thumbnail(still.rgb.data(), still.width, still.height, still.width * 3, 3, 2, 0));
@@ -39,7 +39,7 @@ TEST(FrameExtractor, FitsPicturesIntoABox) {
         CFrameExtractor extractor;
         ASSERT_EQ(extractor.Open(ClipPath("cam_texts"), c.mostWidth, c.mostHeight), S_OK);
         StillPicture still;
-        ASSERT_EQ(extractor.GetFrame(0, &still), S_OK) << extractor.Reason();
+        ASSERT_EQ(extractor.GetFrame(0, &still), S_OK) << extractor.GetReason();
         EXPECT_EQ(still.width, c.width);
         EXPECT_EQ(still.height, c.height);
         EXPECT_EQ(still.rgb.size(), static_cast<size_t>(c.width * c.height) * 3);
@@ -51,9 +51,9 @@ TEST(FrameExtractor, SaysWhyThereIsNone) {
     StillPicture still;
     EXPECT_EQ(extractor.GetFrame(0, &still), E_HANDLE);
     EXPECT_EQ(extractor.Open(ClipPath("cam_audio_only")), E_FAIL);
-    EXPECT_FALSE(extractor.Reason().empty());
+    EXPECT_EQ(extractor.GetReason().code, ReasonCode::kNoVideoTrack);
     EXPECT_EQ(extractor.Open("/nowhere/a.mp4"), E_FAIL);
-    EXPECT_FALSE(extractor.Reason().empty());
+    EXPECT_EQ(extractor.GetReason().file, "/nowhere/a.mp4");
 }
 
 }  // namespace

@@ -58,7 +58,7 @@ HRESULT TestPlayer::WaitForEnd() {
     return result;
 }
 
-bool TestPlayer::Settle() {
+bool TestPlayer::WaitForState() {
     int32_t state = 0;
     return GetState(kDeadlineSeconds * 1000, &state) == S_OK;
 }

@@ -3,12 +3,17 @@
 
 #include <cstdint>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "playback/tarn_player_controller.h"
 
 namespace tarn {
+
+inline std::ostream& operator<<(std::ostream& out, const Reason& reason) {
+    return out << ReasonName(reason.code) << ": " << reason.file << ": " << ReasonText(reason);
+}
 
 std::string ClipPath(const std::string& name);  // "cam_roles" in tests/data/clips
 
@@ -31,7 +36,7 @@ public:
     // Waits for the event that ends playing.
     HRESULT WaitForEnd();
     // Waits out a seek or a change of state, however long it takes on this machine.
-    bool Settle();
+    bool WaitForState();
 };
 
 // What leaves the sound effect, since it was begun or since the last seek.

@@ -34,7 +34,7 @@ struct Heard {
 Heard Preview(const std::string& clip, const AMPEffectSettings& settings, int32_t outMs,
               int64_t seekMs = -1) {
     TestPlayer player;
-    EXPECT_EQ(player.OpenClip(clip), S_OK) << player.Reason();
+    EXPECT_EQ(player.OpenClip(clip), S_OK) << player.GetReason();
     player.PlayUnpaced();
     const SoundCapture capture(&player);
     EXPECT_EQ(player.SetEffects(settings), S_OK);
@@ -45,7 +45,7 @@ Heard Preview(const std::string& clip, const AMPEffectSettings& settings, int32_
         EXPECT_GE(player.SeekTo(seekMs * 10'000), 0);
     }
     EXPECT_GE(player.Run(), 0);
-    EXPECT_EQ(player.WaitForEnd(), S_OK) << player.Reason();
+    EXPECT_EQ(player.WaitForEnd(), S_OK) << player.GetReason();
     return {capture.Samples(), capture.FirstTime()};
 }
 

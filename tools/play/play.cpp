@@ -11,6 +11,7 @@
 #include <random>
 
 #include "app/format_text.h"
+#include "app/reference_data.h"
 #include "app/xml_io.h"
 #include "base/xp_path.h"
 #include "cli/effect_options.h"
@@ -55,13 +56,13 @@ double ms_since(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-size_t entries(const char* folder) {
+size_t count_files(const char* folder) {
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
 void print_resources(const char* when) {
-    std::printf("%s: %zu threads, %zu descriptors\n", when, entries("/proc/self/task"),
-                entries("/proc/self/fd"));
+    std::printf("%s: %zu threads, %zu descriptors\n", when, count_files("/proc/self/task"),
+                count_files("/proc/self/fd"));
 }
 
 int64_t units(const std::string& text) {
@@ -110,7 +111,8 @@ int check(const std::string& path) {
 class Session {
 public:
     explicit Session(const Options& options)
-        : m_options(options), m_player(PlayerDevices{options.audio_sink, Forms(options)}) {}
+        : m_options(options),
+          m_player(PlayerDevices{options.audio_sink, Forms(options), Decoders()}) {}
 
     int Run();
 
@@ -118,6 +120,9 @@ private:
     static std::span<const VideoRendererForm> Forms(const Options& options) {
         return options.renderer.empty() ? std::span(kAllRendererForms)
                                         : std::span(&kForms.at(options.renderer), 1);
+    }
+    static DecoderMode Decoders() {
+        return DecoderModeFor(ReferenceData::GetInstance()->m_useHardwareAcceleration != 0);
     }
     bool Open();
     bool Pump(int ms);
@@ -143,14 +148,14 @@ bool Session::Open() {
         return false;
     }
     m_player.SetEventCallback([](const GraphEvent& event) {
-        std::printf("event %d %s\n", event.code, event.text.c_str());
+        std::printf("event %d %s\n", event.code, ReasonText(event.reason).c_str());
     });
     const Clock::time_point start = Clock::now();
     const HRESULT result = m_player.Open(m_options.path, true, nullptr, 0, 0,
                                          m_options.window ? &m_window : nullptr, nullptr, false);
     if (Failed(result)) {
         std::fprintf(stderr, "play: %s: %s (%08x)\n", m_options.path.c_str(),
-                     m_player.Reason().c_str(), static_cast<unsigned>(result));
+                     ReasonText(m_player.GetReason()).c_str(), static_cast<unsigned>(result));
         return false;
     }
     int64_t duration = 0;
@@ -184,7 +189,7 @@ int64_t Session::Position() {
     return position;
 }
 
-// What waits behind the sound effect is how late a change is heard.
+// What waits after the sound effect is how late a change is heard.
 void Session::Report() {
     const GstElementPtr device(gst_bin_get_by_name(GST_BIN(m_player.Graph()), kAudioRendererName));
     gint64 heard = 0;

@@ -1,4 +1,4 @@
-// play_files.h - what the play program leaves behind: the sound as it left the effect, and the
+// play_files.h - what the play program leaves: the sound as it left the effect, and the
 // picture at the end.
 #pragma once
 
@@ -18,7 +18,7 @@ class SoundDump {
 public:
     ~SoundDump();
     [[nodiscard]] bool Attach(GstElement* filter, const std::string& path);
-    // The clip's time behind the last sample that has passed, 100-nanosecond units.
+    // The clip's time after the last sample that has passed, 100-nanosecond units.
     int64_t EndTime() const { return m_end; }
     // Completes the header; the graph is stopped by then.
     [[nodiscard]] bool Finish();
