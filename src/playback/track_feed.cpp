@@ -36,7 +36,6 @@ Reason TrackFeed::Open(const std::string& path, Kind kind) {
     if (!m_clip.Open(path, &text))
         return {ReasonCode::kPlayback, ReasonSide::kSource, path, {text}};
     const ClipSession::Tracks tracks = m_clip.ChooseTracks();
-    m_track.session = m_clip.get();
     m_track.trackNumber = kind == Kind::kVideo ? tracks.video : tracks.audio;
     if (m_track.trackNumber == 0) return {NoTrack(kind), ReasonSide::kSource, path, {}};
     if (const MovieCode code = OpenTrack()) return ReasonOf(code);
@@ -52,9 +51,9 @@ uint32_t TrackFeed::Format() const {
 }
 
 MovieCode TrackFeed::OpenTrack() {
-    Mp4ReadSession* session = m_track.session;
+    Mp4ReadSession* session = m_clip.get();
     MOVIE_TRY(mp4_open_track(session, m_track.trackNumber));
-    MOVIE_TRY(ReadTrackInfo(&m_track));
+    MOVIE_TRY(ReadTrackInfo(session, &m_track));
     if (m_kind == Kind::kVideo)
         MOVIE_TRY(ReadVideoDescriptions(session, m_track.trackNumber, &m_video));
     else
@@ -67,9 +66,9 @@ MovieCode TrackFeed::OpenTrack() {
     Mp4SampleInfo first{};
     MOVIE_TRY(mp4_get_numbered_sample(session, m_track.trackNumber, 1, &start, &first));
     m_track.defaultDuration = first.duration;
-    MOVIE_TRY(GetPresentationStart(m_track, &m_presentationStart));
+    MOVIE_TRY(GetPresentationStart(session, m_track, &m_presentationStart));
     int64_t offset = 0;
-    MOVIE_TRY(GetEditOffset(m_track, session->index.movie.timescale, &offset));
+    MOVIE_TRY(GetEditOffset(session, m_track, session->index.movie.timescale, &offset));
     if (__builtin_add_overflow(offset, m_presentationStart, &m_shift) || m_shift > kFarthestTime ||
         m_shift < -kFarthestTime || std::abs(m_presentationStart) > kFarthestTime)
         return movie_code(FF4_RET_OVERFLOW);
@@ -118,7 +117,7 @@ MovieCode TrackFeed::SeekVideo(int64_t units) {
     // After the last picture that one stays.
     const uint64_t last = m_track.duration > 0 ? m_track.duration - 1 : 0;
     SyncBounds bounds{};
-    MOVIE_TRY(FindShownSync(m_track, std::min(static_cast<uint64_t>(units), last),
+    MOVIE_TRY(FindShownSync(m_clip.get(), m_track, std::min(static_cast<uint64_t>(units), last),
                             m_presentationStart, &bounds));
     m_fetched = bounds.prev;
     return kMovieOk;
@@ -131,7 +130,7 @@ MovieCode TrackFeed::SeekAudio(int64_t units) {
         return kMovieOk;
     }
     uint32_t number = 1;
-    MOVIE_TRY(mp4_get_sample_number_at_time(m_track.session, m_track.trackNumber, target, &number));
+    MOVIE_TRY(mp4_get_sample_number_at_time(m_clip.get(), m_track.trackNumber, target, &number));
     const uint32_t back = IsPcm() ? 0 : kWarmUpSamples;
     m_fetched = number > back ? number - back : 1;
     return kMovieOk;
@@ -147,7 +146,7 @@ MovieCode TrackFeed::FetchRows(size_t ahead) {
     while (m_rows.size() <= m_next + ahead && m_fetched <= m_track.sampleCount) {
         Row row{m_fetched, 0, 0, {}};
         uint64_t time = 0;
-        MOVIE_TRY(mp4_get_numbered_sample(m_track.session, m_track.trackNumber, row.number, &time,
+        MOVIE_TRY(mp4_get_numbered_sample(m_clip.get(), m_track.trackNumber, row.number, &time,
                                           &row.info));
         if (time > static_cast<uint64_t>(kFarthestTime)) return movie_code(FF4_RET_OVERFLOW);
         row.decoded = static_cast<int64_t>(time);
@@ -175,7 +174,7 @@ int64_t TrackFeed::ShownFor(const Row& row) const {
 MovieCode TrackFeed::ReadRun(const Row& row, FeedSample* sample, uint32_t* count) {
     *count = 1;
     if (IsPcm()) {
-        MOVIE_TRY(mp4_get_alike_samples(m_track.session, m_track.trackNumber, row.number, count));
+        MOVIE_TRY(mp4_get_alike_samples(m_clip.get(), m_track.trackNumber, row.number, count));
         *count = std::clamp<uint32_t>(*count, 1, kPcmRun);
     }
     return m_clip.ReadBytes(row.info.offset, uint64_t{row.info.size} * *count, &sample->data,

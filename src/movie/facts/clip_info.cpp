@@ -20,9 +20,8 @@ uint64_t per_second(uint64_t amount, uint32_t timescale, uint64_t duration) {
 Mp4Result read_track(Mp4ReadSession* session, uint32_t number, ClipTrackInfo* info) {
     FF4_TRY(mp4_open_track(session, number));
     MovieTrackInfo track;
-    track.session = session;
     track.trackNumber = number;
-    FF4_TRY(ReadTrackInfo(&track));
+    FF4_TRY(ReadTrackInfo(session, &track));
     info->number = number;
     info->samples = track.sampleCount;
     info->timescale = track.timescale;

@@ -1,5 +1,5 @@
 // movie_info.h - what a movie is, as read: the one record that the editor, the properties and the
-// writer take their facts from.
+// writer take their facts from. Facts alone: who walks a track has a TrackCursor.
 #pragma once
 
 #include <cstdint>
@@ -62,14 +62,10 @@ struct MovieTrackInfo {
     uint64_t duration = 0;  // media units
     uint32_t sampleCount = 0;
     uint32_t averageBitRate = 0, maximumBitRate = 0;  // kbit/s, of the profile record
-    int32_t startOffset = 0;  // the delay that a selection's start gives this track
-    Mp4ReadSession* session = nullptr;
     uint32_t trackNumber = 0;
     uint64_t defaultDuration = 0;  // of the first sample
     uint32_t compositionSigned = 0;
     std::vector<MovieEdit> edits;
-    uint32_t currentSample = 1, endSample = 0;  // the next sample, the first one beyond
-    uint64_t currentTime = 0, endTime = 0;      // their decoding times, media units
     uint32_t role = 0;
     uint16_t roleDetail = 0;
     uint32_t width = 0, height = 0;  // of the sound track's header; only carried along

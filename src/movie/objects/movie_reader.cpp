@@ -22,16 +22,14 @@ uint32_t position_of(const std::vector<Description>& list, uint32_t index) {
     return 0;
 }
 
-// Puts a track's cursor at the start of a range.
-void place(const TrackRange& range, MovieTrackInfo* track) {
-    if (track->trackNumber == 0) return;
-    track->currentSample = range.first;
-    track->currentTime = range.firstTime;
-    track->endSample = range.end;
-    track->endTime = range.endTime;
-    // 32 bits in the record; the range has the whole figure.
-    track->startOffset =
-        static_cast<int32_t>(std::clamp<int64_t>(range.startOffset, INT32_MIN, INT32_MAX));
+// A cursor at the start of a whole track.
+TrackCursor whole(const MovieTrackInfo& track) {
+    return {track.trackNumber, 1, track.sampleCount + 1, 0, track.duration};
+}
+
+// At the start of a part of it.
+TrackCursor part(const MovieTrackInfo& track, const TrackRange& range) {
+    return {track.trackNumber, range.first, range.end, range.firstTime, range.endTime};
 }
 
 }  // namespace
@@ -42,11 +40,14 @@ CMP4MovieInput::~CMP4MovieInput() {
 CMP4MovieReader::~CMP4MovieReader() = default;
 CMP4MovieRead::~CMP4MovieRead() = default;
 
-MovieCode CMP4MovieInput::Open() {
+MovieCode CMP4MovieInput::Load(Loading loading) {
+    Close();
     MOVIE_TRY(OpenEngine(&m_fileFlags));
-    MovieCode code = kMovieSystem;
+    MovieCode code = kMovieOk;
     try {
-        code = LoadAll();
+        code = LoadInfo();
+        if (code == kMovieOk && loading == Loading::kWalk) code = LoadTimelines();
+        if (code == kMovieOk) code = LoadDescriptions();
     } catch (const std::bad_alloc&) {
         code = movie_code(FF4_RET_NOMEM);
     }
@@ -54,21 +55,14 @@ MovieCode CMP4MovieInput::Open() {
     return code;
 }
 
-MovieCode CMP4MovieInput::LoadAll() {
-    MOVIE_TRY(LoadInfo());
-    return LoadDescriptions();
-}
-
 void CMP4MovieInput::Close() {
     m_loaded = false;
     m_info.video.edits.clear();
     m_info.audio.edits.clear();
-    m_info.video.session = m_info.audio.session = nullptr;
     CloseEngine();
 }
 
 MovieCode CMP4MovieInput::LoadInfo() {
-    if (m_loaded) return kMovieOk;
     m_info = {};
     m_selectedBytes = 0;
     Mp4ReadSession* session = m_engine.readSession;
@@ -128,23 +122,21 @@ MovieCode CMP4MovieInput::LoadTracks() {
     uint32_t chosen = 0;
     MOVIE_TRY(SelectTracks(m_engine.readSession, m_info.hasBrandMsnv != 0, &m_info, &chosen));
     if (chosen == 0 || chosen > kMostTracks) return kMovieNoTrack;
-    if (m_loading == Loading::kReport) return kMovieOk;
+    return kMovieOk;
+}
+
+MovieCode CMP4MovieInput::LoadTimelines() {
     if (HasVideo()) {
         MOVIE_TRY(mp4_get_track_duration(m_engine.readSession, m_info.video.trackNumber,
                                          &m_info.videoDurationMovie));
-        MOVIE_TRY(ReadTrackInfo(&m_info.video));
+        MOVIE_TRY(ReadTrackInfo(m_engine.readSession, &m_info.video));
     }
     if (HasAudio()) {
-        MOVIE_TRY(ReadTrackInfo(&m_info.audio));
+        MOVIE_TRY(ReadTrackInfo(m_engine.readSession, &m_info.audio));
         Mp4TrackHeaderInfo header{};
         MOVIE_TRY(mp4_get_track_header(m_engine.readSession, m_info.audio.trackNumber, &header));
         m_info.audio.width = header.width_integer;
         m_info.audio.height = header.height_integer;
-    }
-    // Until a range is selected, all of it is.
-    for (MovieTrackInfo* track : {&m_info.video, &m_info.audio}) {
-        track->endSample = track->sampleCount + 1;
-        track->endTime = track->duration;
     }
     return kMovieOk;
 }
@@ -185,22 +177,28 @@ std::string CMP4MovieReader::AudioProfileTag() const {
     return tag;
 }
 
+MovieCode CMP4MovieRead::Open() {
+    MOVIE_TRY(Load(Loading::kWalk));
+    m_video = whole(m_info.video);
+    m_audio = whole(m_info.audio);
+    return kMovieOk;
+}
+
 MovieCode CMP4MovieRead::SelectRange(uint64_t* inMs, uint64_t* outMs, bool atEnd) {
     if (!m_loaded || !inMs || !outMs) return movie_code(FF4_RET_STATE);
     const auto limit = static_cast<uint64_t>(std::max<int64_t>(m_sizeLimit, 0));
-    MOVIE_TRY(ChooseRange(m_info, *inMs, *outMs, atEnd, limit, &m_range));
-    place(m_range.video, &m_info.video);
-    place(m_range.audio, &m_info.audio);
+    MOVIE_TRY(ChooseRange(Session(), m_info, {*inMs, *outMs, atEnd, limit}, &m_range));
+    m_video = part(m_info.video, m_range.video);
+    m_audio = part(m_info.audio, m_range.audio);
     m_selectedBytes += static_cast<int64_t>(m_range.video.bytes + m_range.audio.bytes);
     *inMs = m_range.actualInMs;
     *outMs = m_range.actualOutMs;
     return kMovieOk;
 }
 
-MovieCode CMP4MovieRead::FindSample(const MovieTrackInfo& track, Mp4SampleInfo* sample) {
+MovieCode CMP4MovieRead::FindSample(uint32_t track, uint32_t number, Mp4SampleInfo* sample) {
     uint64_t start = 0;
-    return movie_code(mp4_get_numbered_sample(track.session, track.trackNumber, track.currentSample,
-                                              &start, sample));
+    return movie_code(mp4_get_numbered_sample(Session(), track, number, &start, sample));
 }
 
 // The bytes of `count` samples of one size that lie behind each other.
@@ -220,11 +218,11 @@ MovieCode CMP4MovieRead::ReadBytes(const Mp4SampleInfo& sample, uint32_t count,
     return m_lastError == 0 ? kMovieOk : kMovieSystem;
 }
 
-MovieCode CMP4MovieRead::ReadSample(MovieTrackInfo* track, CReadBuffer* buffer,
+MovieCode CMP4MovieRead::ReadSample(TrackCursor* cursor, CReadBuffer* buffer,
                                     ReadSampleInfo* info) {
-    if (!m_loaded || track->trackNumber == 0) return movie_code(FF4_RET_STATE);
+    if (!m_loaded || cursor->trackNumber == 0) return movie_code(FF4_RET_STATE);
     Mp4SampleInfo sample{};
-    const MovieCode found = FindSample(*track, &sample);
+    const MovieCode found = FindSample(cursor->trackNumber, cursor->currentSample, &sample);
     if (found != kMovieOk) {
         Close();
         return found == movie_code(FF4_RET_NOTFOUND) ? kMovieEndOfSamples : found;
@@ -232,57 +230,52 @@ MovieCode CMP4MovieRead::ReadSample(MovieTrackInfo* track, CReadBuffer* buffer,
     *info = {sample.duration, sample.compositionOffset, sample.isSync != 0,
              sample.descriptionIndex};
     MOVIE_TRY(ReadBytes(sample, 1, buffer));
-    ++track->currentSample;
-    track->currentTime += sample.duration;
+    ++cursor->currentSample;
+    cursor->currentTime += sample.duration;
     return kMovieOk;
 }
 
 MovieCode CMP4MovieRead::ReadVideoSample(CReadBuffer* buffer, ReadSampleInfo* info) {
-    if (m_info.video.currentSample >= m_info.video.endSample) return kMovieEndOfSamples;
-    MOVIE_TRY(ReadSample(&m_info.video, buffer, info));
+    if (m_video.currentSample >= m_video.endSample) return kMovieEndOfSamples;
+    MOVIE_TRY(ReadSample(&m_video, buffer, info));
     info->description = FindVideoDescription(info->description);
     return kMovieOk;
 }
 
 MovieCode CMP4MovieRead::ReadAudioSample(CReadBuffer* buffer, ReadSampleInfo* info) {
-    if (m_info.audio.currentSample >= m_info.audio.endSample) return kMovieEndOfSamples;
-    MOVIE_TRY(ReadSample(&m_info.audio, buffer, info));
+    if (m_audio.currentSample >= m_audio.endSample) return kMovieEndOfSamples;
+    MOVIE_TRY(ReadSample(&m_audio, buffer, info));
     info->description = FindAudioDescription(info->description);
     return kMovieOk;
 }
 
 MovieCode CMP4MovieRead::ReadAudioRun(uint32_t most, uint64_t units, CReadBuffer* buffer,
                                       ReadSampleInfo* info, uint32_t* count) {
-    MovieTrackInfo& audio = m_info.audio;
     *count = 0;
-    if (audio.currentSample >= audio.endSample) return kMovieEndOfSamples;
+    if (m_audio.currentSample >= m_audio.endSample) return kMovieEndOfSamples;
     Mp4SampleInfo sample{};
-    MOVIE_TRY(FindSample(audio, &sample));
+    MOVIE_TRY(FindSample(m_audio.trackNumber, m_audio.currentSample, &sample));
     if (sample.duration > units) return kMovieOk;
     uint32_t alike = 1;
     if (most > 1) {
         MOVIE_TRY(
-            mp4_get_alike_samples(audio.session, audio.trackNumber, audio.currentSample, &alike));
+            mp4_get_alike_samples(Session(), m_audio.trackNumber, m_audio.currentSample, &alike));
     }
-    uint64_t run = std::min<uint64_t>({alike, most, audio.endSample - audio.currentSample});
+    uint64_t run = std::min<uint64_t>({alike, most, m_audio.endSample - m_audio.currentSample});
     if (sample.duration > 0) run = std::min<uint64_t>(run, units / sample.duration);
     MOVIE_TRY(ReadBytes(sample, static_cast<uint32_t>(run), buffer));
     *info = {sample.duration, sample.compositionOffset, true,
              FindAudioDescription(sample.descriptionIndex)};
     *count = static_cast<uint32_t>(run);
-    audio.currentSample += *count;
-    audio.currentTime += run * sample.duration;
+    m_audio.currentSample += *count;
+    m_audio.currentTime += run * sample.duration;
     return kMovieOk;
 }
 
 MovieCode CMP4MovieRead::PeekAudioSample(uint32_t back, CReadBuffer* buffer) {
-    if (back >= m_info.audio.currentSample) return movie_code(FF4_RET_ARGS);
-    MovieTrackInfo earlier;
-    earlier.session = m_info.audio.session;
-    earlier.trackNumber = m_info.audio.trackNumber;
-    earlier.currentSample = m_info.audio.currentSample - back;
+    if (back >= m_audio.currentSample) return movie_code(FF4_RET_ARGS);
     Mp4SampleInfo sample{};
-    MOVIE_TRY(FindSample(earlier, &sample));
+    MOVIE_TRY(FindSample(m_audio.trackNumber, m_audio.currentSample - back, &sample));
     return ReadBytes(sample, 1, buffer);
 }
 
@@ -294,13 +287,13 @@ bool CMP4MovieRead::IsUnchanged() const {
 }
 
 void CMP4MovieRead::UnreadSample(Track track) {
-    MovieTrackInfo& info = track == Track::kVideo ? m_info.video : m_info.audio;
-    if (info.currentSample > 1) --info.currentSample;
+    TrackCursor& cursor = track == Track::kVideo ? m_video : m_audio;
+    if (cursor.currentSample > 1) --cursor.currentSample;
 }
 
 uint32_t CMP4MovieRead::GetSelectedSampleCount() const {
-    const MovieTrackInfo& track = HasVideo() ? m_info.video : m_info.audio;
-    return track.endSample > track.currentSample ? track.endSample - track.currentSample : 0;
+    const TrackCursor& cursor = HasVideo() ? m_video : m_audio;
+    return cursor.endSample > cursor.currentSample ? cursor.endSample - cursor.currentSample : 0;
 }
 
 }  // namespace tarn

@@ -1,7 +1,7 @@
 // movie_reader.h - a movie opened to be reported on (CMP4MovieReader) or walked (CMP4MovieRead).
 //
-// Both fill a CMovieInfoType when they open. The engine stays open behind it, so that the record's
-// session handles are good until Close. Make a new object for another look at a file.
+// Both fill a CMovieInfoType when they open. The engine stays open until Close. Make a new object
+// for another look at a file.
 #pragma once
 
 #include <memory>
@@ -29,14 +29,18 @@ struct ReadSampleInfo {
     uint32_t description = 0;  // 1-based index of the sample description
 };
 
+// A walk over the samples of a track. Any number of them may be under way in one movie.
+struct TrackCursor {
+    uint32_t trackNumber = 0;                   // 1-based
+    uint32_t currentSample = 1, endSample = 1;  // the next sample, the first one after the walk
+    uint64_t currentTime = 0, endTime = 0;      // their decoding times, media units
+};
+
 // What the two kinds of reader share.
 class CMP4MovieInput : public CMP4MovieBase {
 public:
     ~CMP4MovieInput() override;
 
-    // Codes: kMovieSystem (LastError tells), FF4_RET_FORMAT for a broken file, FF4_RET_NOTFOUND
-    // for one that holds nothing this program reads, kMovieNoTrack.
-    MovieCode Open();
     void Close();
     const CMovieInfoType& GetInfo() const { return m_info; }
     bool HasVideo() const { return m_info.video.trackNumber != 0; }
@@ -52,9 +56,12 @@ public:
     uint32_t FindAudioDescription(uint32_t index) const;
 
 protected:
-    // The step between the choice of tracks and the end of loading.
+    // Whether the chosen tracks' lengths and edits are loaded too.
     enum class Loading { kReport, kWalk };
-    explicit CMP4MovieInput(Loading loading) : m_loading(loading) {}
+    CMP4MovieInput() = default;
+    // Codes: kMovieSystem (LastError tells), FF4_RET_FORMAT for a broken file, FF4_RET_NOTFOUND
+    // for one that holds nothing this program reads, kMovieNoTrack.
+    MovieCode Load(Loading loading);
 
     CMovieInfoType m_info;
     bool m_loaded = false;
@@ -62,22 +69,20 @@ protected:
     uint32_t m_fileFlags = 0;
 
 private:
-    MovieCode LoadAll();
     MovieCode LoadInfo();
     MovieCode LoadTimes();
     MovieCode LoadProfiles();
     MovieCode LoadTracks();
+    MovieCode LoadTimelines();
     MovieCode LoadDescriptions();
-
-    Loading m_loading;
 };
 
 // Opens a movie only to say what it is.
 class CMP4MovieReader final : public CMP4MovieInput {
 public:
-    CMP4MovieReader() : CMP4MovieInput(Loading::kReport) {}
     ~CMP4MovieReader() override;
 
+    MovieCode Open() { return Load(Loading::kReport); }
     // The sound format in the profile record, four characters; empty without one.
     std::string AudioProfileTag() const;
 };
@@ -85,13 +90,14 @@ public:
 // Walks the samples of a movie's selected tracks.
 class CMP4MovieRead final : public CMP4MovieInput {
 public:
-    CMP4MovieRead() : CMP4MovieInput(Loading::kWalk) {}
     ~CMP4MovieRead() override;
 
     enum class Track { kVideo, kAudio };
 
+    // All of the movie is walked until a range is selected.
+    MovieCode Open();
     // Chooses what is to be walked: the points become those of the cut that can be made. Both
-    // cursors go to its start. `atEnd` keeps all behind the in point.
+    // cursors go to its start. `atEnd` keeps all after the in point.
     MovieCode SelectRange(uint64_t* inMs, uint64_t* outMs, bool atEnd);
     const MovieRange& GetRange() const { return m_range; }
     // Bytes that the pictures of a selection may take, 0 for no limit.
@@ -99,31 +105,36 @@ public:
     // 'moov' and the samples of the selection.
     int64_t GetSelectedBytes() const { return m_selectedBytes; }
 
-    // The next sample of a track, and the cursor one on. kMovieEndOfSamples behind the last one,
-    // FF4_RET_FORMAT for a sample that reaches past the end of the file. `info` is filled as soon
-    // as the sample is found, also when its bytes then can't be read.
-    MovieCode ReadSample(MovieTrackInfo* track, CReadBuffer* buffer, ReadSampleInfo* info);
+    const TrackCursor& GetCursor(Track track) const {
+        return track == Track::kVideo ? m_video : m_audio;
+    }
+
+    // The next sample of a cursor's track, and the cursor one on. kMovieEndOfSamples after the
+    // track's last one, FF4_RET_FORMAT for a sample that reaches past the end of the file. `info`
+    // is filled as soon as the sample is found, also when its bytes then can't be read.
+    MovieCode ReadSample(TrackCursor* cursor, CReadBuffer* buffer, ReadSampleInfo* info);
     // The same within the selection; the description is then the position in the list.
     MovieCode ReadVideoSample(CReadBuffer* buffer, ReadSampleInfo* info);
     MovieCode ReadAudioSample(CReadBuffer* buffer, ReadSampleInfo* info);
-    // Up to `most` samples of sound that lie behind each other in the file and are alike, in one
+    // Up to `most` samples of sound that are alike and lie in the file one after the other, in one
     // read, as long as they last no more than `units`. `count` 0: the next one alone is longer.
     MovieCode ReadAudioRun(uint32_t most, uint64_t units, CReadBuffer* buffer, ReadSampleInfo* info,
                            uint32_t* count);
-    // The sound sample `back` places in front of the cursor, which stays where it is.
+    // The sound sample that comes `back` samples before the next one; the cursor stays.
     MovieCode PeekAudioSample(uint32_t back, CReadBuffer* buffer);
     // Whether the file is still what was opened: same length and time of change, not removed.
     bool IsUnchanged() const;
-    // Gives the last sample back. Its time is not taken off the cursor's.
+    // Gives the last sample back: it will be the next one again. The cursor's time stays.
     void UnreadSample(Track track);
     // Samples between the cursor and the end of the selection, of the video track where there is
     // one.
     uint32_t GetSelectedSampleCount() const;
 
 private:
-    MovieCode FindSample(const MovieTrackInfo& track, Mp4SampleInfo* sample);
+    MovieCode FindSample(uint32_t track, uint32_t number, Mp4SampleInfo* sample);
     MovieCode ReadBytes(const Mp4SampleInfo& sample, uint32_t count, CReadBuffer* buffer);
 
+    TrackCursor m_video, m_audio;
     MovieRange m_range;
 };
 

@@ -129,8 +129,8 @@ MovieCode CMP4MovieWrite::AddMetadata() {
 MovieCode CMP4MovieWrite::AddTrack(const MovieTrackInfo& source, uint32_t handler,
                                    WrittenTrack* track) {
     Mp4TrackHeaderInfo header{};
-    MOVIE_TRY(mp4_get_track_header(source.session, source.trackNumber, &header));
-    const Mp4OpenTrack* open = mp4_find_open_track(source.session, source.trackNumber);
+    MOVIE_TRY(mp4_get_track_header(m_reader->Session(), source.trackNumber, &header));
+    const Mp4OpenTrack* open = mp4_find_open_track(m_reader->Session(), source.trackNumber);
     Mp4NewTrack made{};
     made.handler_type = handler;
     made.timescale = source.timescale;
@@ -157,7 +157,7 @@ MovieCode CMP4MovieWrite::AddTrack(const MovieTrackInfo& source, uint32_t handle
 // All descriptions of a source track with their indexes.
 MovieCode CMP4MovieWrite::CopyDescriptions(const MovieTrackInfo& source, uint32_t track) {
     Mp4SampleEntries* entries = nullptr;
-    MOVIE_TRY(mp4_open_sample_entries(source.session, source.trackNumber, &entries));
+    MOVIE_TRY(mp4_open_sample_entries(m_reader->Session(), source.trackNumber, &entries));
     Mp4Result result = FF4_RET_OK;
     uint32_t index = 0;
     for (const Mp4SampleEntry* e = entries->list.head; e && result == FF4_RET_OK; e = e->next) {
@@ -165,7 +165,7 @@ MovieCode CMP4MovieWrite::CopyDescriptions(const MovieTrackInfo& source, uint32_
         copy.data_reference_index = 1;
         result = mp4_add_track_description(m_session, track, copy, &index);
     }
-    MOVIE_TRY(mp4_close_sample_entries(source.session, entries));
+    MOVIE_TRY(mp4_close_sample_entries(m_reader->Session(), entries));
     return movie_code(result);
 }
 

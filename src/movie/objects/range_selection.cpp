@@ -33,13 +33,13 @@ Mp4Result rescale(int64_t value, uint32_t from, uint32_t to, int64_t* out) {
 }
 
 // A time of the movie in decoding time of the track.
-Mp4Result track_time(const MovieTrackInfo& track, uint32_t movieTimescale, uint64_t ms,
-                     int64_t* time) {
+Mp4Result track_time(Mp4ReadSession* session, const MovieTrackInfo& track, uint32_t movieTimescale,
+                     uint64_t ms, int64_t* time) {
     uint64_t media = 0;
     int64_t offset = 0;
     FF4_TRY(mp4_mul_div(ms, track.timescale, 1000, &media));
     FF4_TRY(to_signed(media, time));
-    FF4_TRY(GetEditOffset(track, movieTimescale, &offset));
+    FF4_TRY(GetEditOffset(session, track, movieTimescale, &offset));
     return add(*time, offset, time);
 }
 
@@ -52,11 +52,12 @@ struct Points {
     int64_t video, audio;
 };
 
-Mp4Result points_of(const CMovieInfoType& info, uint64_t ms, Points* points) {
+Mp4Result points_of(Mp4ReadSession* session, const CMovieInfoType& info, uint64_t ms,
+                    Points* points) {
     if (info.video.trackNumber != 0)
-        FF4_TRY(track_time(info.video, info.timescale, ms, &points->video));
+        FF4_TRY(track_time(session, info.video, info.timescale, ms, &points->video));
     if (info.audio.trackNumber != 0)
-        FF4_TRY(track_time(info.audio, info.timescale, ms, &points->audio));
+        FF4_TRY(track_time(session, info.audio, info.timescale, ms, &points->audio));
     return FF4_RET_OK;
 }
 
@@ -68,22 +69,25 @@ uint64_t to_ms(uint64_t units, uint32_t timescale) {
 }
 
 // When a picture is shown, counted from its own decoding.
-Mp4Result shown_after(const MovieTrackInfo& track, uint32_t number, int64_t* offset) {
+Mp4Result shown_after(Mp4ReadSession* session, const MovieTrackInfo& track, uint32_t number,
+                      int64_t* offset) {
     uint64_t time = 0;
     Mp4SampleInfo sample{};
-    FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, number, &time, &sample));
+    FF4_TRY(mp4_get_numbered_sample(session, track.trackNumber, number, &time, &sample));
     *offset = sample.compositionOffset;
     return FF4_RET_OK;
 }
 
 // The sync sample at or before the in point. A point before the track's first sample starts with
 // that one, late by as much.
-Mp4Result start_video(const MovieTrackInfo& track, int64_t in, MovieRange* range) {
+Mp4Result start_video(Mp4ReadSession* session, const MovieTrackInfo& track, int64_t in,
+                      MovieRange* range) {
     TrackRange& video = range->video;
     video.startOffset = std::min<int64_t>(in, 0);
     if (in < 0) return FF4_RET_OK;
     SyncBounds bounds{};
-    FF4_TRY(FindShownSync(track, static_cast<uint64_t>(in), video.presentationStart, &bounds));
+    FF4_TRY(
+        FindShownSync(session, track, static_cast<uint64_t>(in), video.presentationStart, &bounds));
     video.first = bounds.prev;
     video.firstTime = bounds.prevTime;
     range->leadIn = static_cast<uint64_t>(in) - bounds.prevTime;
@@ -92,7 +96,8 @@ Mp4Result start_video(const MovieTrackInfo& track, int64_t in, MovieRange* range
 
 // When the kept pictures really begin, and which of them is shown at the in point: a player can
 // start with no part of one.
-Mp4Result find_shown_start(const MovieTrackInfo& track, uint64_t inMs, MovieRange* range) {
+Mp4Result find_shown_start(Mp4ReadSession* session, const MovieTrackInfo& track, uint64_t inMs,
+                           MovieRange* range) {
     const TrackRange& video = range->video;
     int64_t wanted = 0, first = 0;
     uint32_t later = 0;  // pictures decoded behind the point; one of them may be shown before it
@@ -101,7 +106,7 @@ Mp4Result find_shown_start(const MovieTrackInfo& track, uint64_t inMs, MovieRang
     for (uint32_t n = video.first; n <= track.sampleCount; ++n) {
         uint64_t time = 0;
         Mp4SampleInfo sample{};
-        FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, n, &time, &sample));
+        FF4_TRY(mp4_get_numbered_sample(session, track.trackNumber, n, &time, &sample));
         const auto decoded = static_cast<int64_t>(time - video.firstTime);
         const int64_t shown = decoded + sample.compositionOffset;
         if (n == video.first) first = range->exactStart = shown;
@@ -119,11 +124,12 @@ Mp4Result find_shown_start(const MovieTrackInfo& track, uint64_t inMs, MovieRang
 
 // The sound that goes with the kept picture: `lead` is how much earlier than the in point that
 // starts, in sound units.
-Mp4Result start_audio(const MovieTrackInfo& track, int64_t in, int64_t lead, TrackRange* audio) {
+Mp4Result start_audio(Mp4ReadSession* session, const MovieTrackInfo& track, int64_t in,
+                      int64_t lead, TrackRange* audio) {
     int64_t target = 0;
     FF4_TRY(add(in, -lead, &target));
     SyncBounds bounds{1, 1, 0, 0};
-    if (target > 0) FF4_TRY(FindSyncBounds(track, static_cast<uint64_t>(target), &bounds));
+    if (target > 0) FF4_TRY(FindSyncBounds(session, track, static_cast<uint64_t>(target), &bounds));
     audio->first = bounds.prev;
     audio->firstTime = bounds.prevTime;
     int64_t kept = 0;
@@ -141,14 +147,15 @@ void end_at_last_sample(const MovieTrackInfo& track, TrackRange* range) {
 }
 
 // The sync sample at or after the out point, and at least one group of pictures.
-Mp4Result end_video(const MovieTrackInfo& track, int64_t out, MovieRange* range) {
+Mp4Result end_video(Mp4ReadSession* session, const MovieTrackInfo& track, int64_t out,
+                    MovieRange* range) {
     TrackRange& video = range->video;
     SyncBounds bounds{};
-    FF4_TRY(FindSyncBounds(track, not_negative(out), &bounds));
+    FF4_TRY(FindSyncBounds(session, track, not_negative(out), &bounds));
     if (bounds.next <= video.first) {
         uint64_t time = 0;
-        const Mp4Result next = mp4_next_sync_number(track.session, track.trackNumber, video.first,
-                                                    &bounds.next, &time);
+        const Mp4Result next =
+            mp4_next_sync_number(session, track.trackNumber, video.first, &bounds.next, &time);
         if (next == FF4_RET_NOTFOUND) {
             bounds.next = track.sampleCount + 1;
             time = track.duration;
@@ -165,12 +172,13 @@ Mp4Result end_video(const MovieTrackInfo& track, int64_t out, MovieRange* range)
 }
 
 // The nearer sample boundary to where the picture ends.
-Mp4Result end_audio(const MovieTrackInfo& track, int64_t out, int64_t lead, TrackRange* audio) {
+Mp4Result end_audio(Mp4ReadSession* session, const MovieTrackInfo& track, int64_t out, int64_t lead,
+                    TrackRange* audio) {
     int64_t target = 0;
     FF4_TRY(add(out, lead, &target));
     const uint64_t wanted = not_negative(target);
     SyncBounds bounds{};
-    FF4_TRY(FindSyncBounds(track, wanted, &bounds));
+    FF4_TRY(FindSyncBounds(session, track, wanted, &bounds));
     const bool next = wanted >= bounds.nextTime ||
                       bounds.nextTime - wanted <= wanted - std::min(wanted, bounds.prevTime);
     audio->end = std::max(next ? bounds.next : bounds.prev, audio->first);
@@ -179,22 +187,22 @@ Mp4Result end_audio(const MovieTrackInfo& track, int64_t out, int64_t lead, Trac
 }
 
 // The end of the last group of pictures that a limit of bytes leaves room for.
-Mp4Result limit_video(const MovieTrackInfo& track, uint64_t limit, TrackRange* video) {
+Mp4Result limit_video(Mp4ReadSession* session, const MovieTrackInfo& track, uint64_t limit,
+                      TrackRange* video) {
     uint64_t used = 0;
     uint32_t at = video->first;
     while (at < video->end) {
         uint32_t next = 0;
         uint64_t time = 0, bytes = 0;
-        const Mp4Result found =
-            mp4_next_sync_number(track.session, track.trackNumber, at, &next, &time);
+        const Mp4Result found = mp4_next_sync_number(session, track.trackNumber, at, &next, &time);
         if (found == FF4_RET_NOTFOUND) break;
         FF4_TRY(found);
-        FF4_TRY(mp4_get_range_bytes(track.session, track.trackNumber, at, next - at, &bytes));
+        FF4_TRY(mp4_get_range_bytes(session, track.trackNumber, at, next - at, &bytes));
         FF4_TRY(mp4_add(used, bytes, &used));
         if (used > limit && at > video->first) {
             uint64_t start = 0;
             Mp4SampleInfo sample{};
-            FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, at, &start, &sample));
+            FF4_TRY(mp4_get_numbered_sample(session, track.trackNumber, at, &start, &sample));
             video->end = at;
             video->endTime = start;
             return FF4_RET_OK;
@@ -204,37 +212,33 @@ Mp4Result limit_video(const MovieTrackInfo& track, uint64_t limit, TrackRange* v
     return FF4_RET_OK;
 }
 
-Mp4Result count_bytes(const MovieTrackInfo& track, TrackRange* range) {
+Mp4Result count_bytes(Mp4ReadSession* session, const MovieTrackInfo& track, TrackRange* range) {
     if (track.trackNumber == 0 || range->end <= range->first) return FF4_RET_OK;
-    return mp4_get_range_bytes(track.session, track.trackNumber, range->first,
-                               range->end - range->first, &range->bytes);
+    return mp4_get_range_bytes(session, track.trackNumber, range->first, range->end - range->first,
+                               &range->bytes);
 }
 
-struct Request {
-    uint64_t inMs, outMs;
-    bool atEnd;
-    uint64_t sizeLimit;
-};
-
-Mp4Result choose_start(const CMovieInfoType& info, const Request& request, MovieRange* range) {
+Mp4Result choose_start(Mp4ReadSession* session, const CMovieInfoType& info,
+                       const RangeRequest& request, MovieRange* range) {
     const bool video = info.video.trackNumber != 0, audio = info.audio.trackNumber != 0;
     Points in{};
-    FF4_TRY(points_of(info, request.inMs, &in));
+    FF4_TRY(points_of(session, info, request.inMs, &in));
     if (video) {
-        FF4_TRY(GetPresentationStart(info.video, &range->video.presentationStart));
-        FF4_TRY(start_video(info.video, in.video, range));
+        FF4_TRY(GetPresentationStart(session, info.video, &range->video.presentationStart));
+        FF4_TRY(start_video(session, info.video, in.video, range));
     }
     if (audio) {
         int64_t lead = 0;
         FF4_TRY(to_signed(range->leadIn, &lead));
         if (video) FF4_TRY(rescale(lead, info.video.timescale, info.audio.timescale, &lead));
-        FF4_TRY(start_audio(info.audio, in.audio, lead, &range->audio));
+        FF4_TRY(start_audio(session, info.audio, in.audio, lead, &range->audio));
     }
     range->actualInMs = range->exactInMs = request.inMs;
-    return video ? find_shown_start(info.video, request.inMs, range) : FF4_RET_OK;
+    return video ? find_shown_start(session, info.video, request.inMs, range) : FF4_RET_OK;
 }
 
-Mp4Result choose_end(const CMovieInfoType& info, const Request& request, MovieRange* range) {
+Mp4Result choose_end(Mp4ReadSession* session, const CMovieInfoType& info,
+                     const RangeRequest& request, MovieRange* range) {
     const bool video = info.video.trackNumber != 0, audio = info.audio.trackNumber != 0;
     if (request.atEnd && request.sizeLimit == 0) {
         if (video) end_at_last_sample(info.video, &range->video);
@@ -243,14 +247,14 @@ Mp4Result choose_end(const CMovieInfoType& info, const Request& request, MovieRa
         return FF4_RET_OK;
     }
     Points out{};
-    FF4_TRY(points_of(info, request.outMs, &out));
+    FF4_TRY(points_of(session, info, request.outMs, &out));
     int64_t correction = 0;  // from the out point to the end of the picture, movie milliseconds
     int64_t lead = 0;        // the same in sound units
     if (video) {
-        FF4_TRY(end_video(info.video, out.video, range));
+        FF4_TRY(end_video(session, info.video, out.video, range));
         FF4_TRY(to_signed(range->leadOut, &correction));
         if (request.sizeLimit > 0) {
-            FF4_TRY(limit_video(info.video, request.sizeLimit, &range->video));
+            FF4_TRY(limit_video(session, info.video, request.sizeLimit, &range->video));
             int64_t end = 0;
             FF4_TRY(to_signed(range->video.endTime, &end));
             FF4_TRY(add(end, -out.video, &correction));
@@ -258,7 +262,7 @@ Mp4Result choose_end(const CMovieInfoType& info, const Request& request, MovieRa
         if (audio) FF4_TRY(rescale(correction, info.video.timescale, info.audio.timescale, &lead));
         FF4_TRY(rescale(correction, info.video.timescale, 1000, &correction));
     }
-    if (audio) FF4_TRY(end_audio(info.audio, out.audio, lead, &range->audio));
+    if (audio) FF4_TRY(end_audio(session, info.audio, out.audio, lead, &range->audio));
     int64_t ms = 0;
     FF4_TRY(to_signed(request.outMs, &ms));
     FF4_TRY(add(ms, correction, &ms));
@@ -268,7 +272,8 @@ Mp4Result choose_end(const CMovieInfoType& info, const Request& request, MovieRa
 
 }  // namespace
 
-Mp4Result FindSyncBounds(const MovieTrackInfo& track, uint64_t target, SyncBounds* bounds) {
+Mp4Result FindSyncBounds(Mp4ReadSession* session, const MovieTrackInfo& track, uint64_t target,
+                         SyncBounds* bounds) {
     if (!bounds || track.trackNumber == 0) return FF4_RET_ARGS;
     *bounds = {1, track.sampleCount + 1, 0, track.duration};
     if (track.defaultDuration == 0) return FF4_RET_FORMAT;
@@ -276,15 +281,15 @@ Mp4Result FindSyncBounds(const MovieTrackInfo& track, uint64_t target, SyncBound
 
     uint32_t number = track.sampleCount;
     if (target < track.duration)
-        FF4_TRY(mp4_get_sample_number_at_time(track.session, track.trackNumber, target, &number));
+        FF4_TRY(mp4_get_sample_number_at_time(session, track.trackNumber, target, &number));
     uint64_t start = 0;
     Mp4SampleInfo sample{};
-    FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, number, &start, &sample));
+    FF4_TRY(mp4_get_numbered_sample(session, track.trackNumber, number, &start, &sample));
     const uint32_t holding = number;
     const bool exact = start == target && sample.isSync != 0;
     while (sample.isSync == 0 && number > 1) {
         --number;
-        FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, number, &start, &sample));
+        FF4_TRY(mp4_get_numbered_sample(session, track.trackNumber, number, &start, &sample));
     }
     bounds->prev = number;
     bounds->prevTime = start;
@@ -293,21 +298,22 @@ Mp4Result FindSyncBounds(const MovieTrackInfo& track, uint64_t target, SyncBound
         bounds->nextTime = start;
         return FF4_RET_OK;
     }
-    const Mp4Result next = mp4_next_sync_number(track.session, track.trackNumber, holding,
-                                                &bounds->next, &bounds->nextTime);
+    const Mp4Result next =
+        mp4_next_sync_number(session, track.trackNumber, holding, &bounds->next, &bounds->nextTime);
     if (next != FF4_RET_NOTFOUND) return next;
     bounds->next = track.sampleCount + 1;
     bounds->nextTime = track.duration;
     return FF4_RET_OK;
 }
 
-Mp4Result GetPresentationStart(const MovieTrackInfo& track, int64_t* start) {
+Mp4Result GetPresentationStart(Mp4ReadSession* session, const MovieTrackInfo& track,
+                               int64_t* start) {
     *start = 0;
     bool any = false;
     for (uint32_t n = 1; n <= kPresentationLook && n <= track.sampleCount; ++n) {
         uint64_t time = 0;
         Mp4SampleInfo sample{};
-        FF4_TRY(mp4_get_numbered_sample(track.session, track.trackNumber, n, &time, &sample));
+        FF4_TRY(mp4_get_numbered_sample(session, track.trackNumber, n, &time, &sample));
         if (n > 1 && sample.isSync != 0) break;
         int64_t shown = 0;
         FF4_TRY(to_signed(time, &shown));
@@ -318,21 +324,22 @@ Mp4Result GetPresentationStart(const MovieTrackInfo& track, int64_t* start) {
     return FF4_RET_OK;
 }
 
-Mp4Result FindShownSync(const MovieTrackInfo& track, uint64_t target, int64_t presentationStart,
-                        SyncBounds* bounds) {
-    FF4_TRY(FindSyncBounds(track, target, bounds));
+Mp4Result FindShownSync(Mp4ReadSession* session, const MovieTrackInfo& track, uint64_t target,
+                        int64_t presentationStart, SyncBounds* bounds) {
+    FF4_TRY(FindSyncBounds(session, track, target, bounds));
     // Where pictures last unevenly one may be decoded before the point and shown behind it.
     while (bounds->prevTime > 0) {
         int64_t offset = 0, lead = 0;
-        FF4_TRY(shown_after(track, bounds->prev, &offset));
+        FF4_TRY(shown_after(session, track, bounds->prev, &offset));
         FF4_TRY(to_signed(target - bounds->prevTime, &lead));
         if (offset - presentationStart <= lead) break;
-        FF4_TRY(FindSyncBounds(track, bounds->prevTime - 1, bounds));
+        FF4_TRY(FindSyncBounds(session, track, bounds->prevTime - 1, bounds));
     }
     return FF4_RET_OK;
 }
 
-Mp4Result GetEditOffset(const MovieTrackInfo& track, uint32_t movieTimescale, int64_t* offset) {
+Mp4Result GetEditOffset(Mp4ReadSession* session, const MovieTrackInfo& track,
+                        uint32_t movieTimescale, int64_t* offset) {
     if (!offset) return FF4_RET_ARGS;
     uint64_t empty = 0;  // movie units
     int64_t media = 0, start = 0, delay = 0;
@@ -343,7 +350,7 @@ Mp4Result GetEditOffset(const MovieTrackInfo& track, uint32_t movieTimescale, in
         }
         FF4_TRY(mp4_add(empty, edit.segmentDuration, &empty));
     }
-    FF4_TRY(GetPresentationStart(track, &start));
+    FF4_TRY(GetPresentationStart(session, track, &start));
     if (empty > 0) {
         uint64_t units = 0;
         FF4_TRY(mp4_mul_div(empty, track.timescale, movieTimescale, &units));
@@ -353,23 +360,22 @@ Mp4Result GetEditOffset(const MovieTrackInfo& track, uint32_t movieTimescale, in
     return add(*offset, -start, offset);
 }
 
-MovieCode ChooseRange(const CMovieInfoType& info, uint64_t inMs, uint64_t outMs, bool atEnd,
-                      uint64_t sizeLimit, MovieRange* range) {
+MovieCode ChooseRange(Mp4ReadSession* session, const CMovieInfoType& info,
+                      const RangeRequest& request, MovieRange* range) {
     if (!range) return movie_code(FF4_RET_ARGS);
     *range = {};
-    if (outMs < inMs) return kMovieRange;
+    if (request.outMs < request.inMs) return kMovieRange;
     if (info.video.trackNumber == 0 && info.audio.trackNumber == 0) return kMovieNoTrack;
-    const Request request{inMs, outMs, atEnd, sizeLimit};
-    MOVIE_TRY(choose_start(info, request, range));
-    MOVIE_TRY(choose_end(info, request, range));
+    MOVIE_TRY(choose_start(session, info, request, range));
+    MOVIE_TRY(choose_end(session, info, request, range));
     // Sound alone keeps one sample at least, as a picture keeps a group.
     TrackRange& audio = range->audio;
     if (info.video.trackNumber == 0 && audio.end <= audio.first)
         audio.end = std::min(audio.first, info.audio.sampleCount) + 1;
     const bool empty = range->video.end <= range->video.first && audio.end <= audio.first;
     if (empty) return kMovieRange;
-    MOVIE_TRY(count_bytes(info.video, &range->video));
-    MOVIE_TRY(count_bytes(info.audio, &range->audio));
+    MOVIE_TRY(count_bytes(session, info.video, &range->video));
+    MOVIE_TRY(count_bytes(session, info.audio, &range->audio));
     uint64_t total = 0;
     return movie_code(mp4_add(range->video.bytes, range->audio.bytes, &total));
 }

@@ -43,24 +43,33 @@ struct SyncBounds {
     uint32_t prev, next;
     uint64_t prevTime, nextTime;
 };
-Mp4Result FindSyncBounds(const MovieTrackInfo& track, uint64_t target, SyncBounds* bounds);
+Mp4Result FindSyncBounds(Mp4ReadSession* session, const MovieTrackInfo& track, uint64_t target,
+                         SyncBounds* bounds);
 
 // The earliest presentation among a track's first samples, up to its second sync sample: what
 // reordered pictures are late by, media units.
-Mp4Result GetPresentationStart(const MovieTrackInfo& track, int64_t* start);
+Mp4Result GetPresentationStart(Mp4ReadSession* session, const MovieTrackInfo& track,
+                               int64_t* start);
 // As FindSyncBounds, but `prev` is also shown at or before the target, less that lateness.
-Mp4Result FindShownSync(const MovieTrackInfo& track, uint64_t target, int64_t presentationStart,
-                        SyncBounds* bounds);
+Mp4Result FindShownSync(Mp4ReadSession* session, const MovieTrackInfo& track, uint64_t target,
+                        int64_t presentationStart, SyncBounds* bounds);
 
 // What has to be added to a time of the movie, in media units, to get a decoding time of the
 // track. Negative where the track starts late.
-Mp4Result GetEditOffset(const MovieTrackInfo& track, uint32_t movieTimescale, int64_t* offset);
+Mp4Result GetEditOffset(Mp4ReadSession* session, const MovieTrackInfo& track,
+                        uint32_t movieTimescale, int64_t* offset);
 
-// Chooses the cut. `atEnd` keeps all there is behind the in point. `sizeLimit` above 0 bounds the
-// bytes of the pictures: the cut then ends with the last group of pictures that fits, at least one.
-// kMovieRange for an out point before the in point, FF4_RET_FORMAT for a first sample without
-// duration.
-MovieCode ChooseRange(const CMovieInfoType& info, uint64_t inMs, uint64_t outMs, bool atEnd,
-                      uint64_t sizeLimit, MovieRange* range);
+struct RangeRequest {
+    uint64_t inMs = 0, outMs = 0;
+    bool atEnd = false;  // keep all there is after the in point
+    // Above 0: bytes that the pictures may take. The cut then ends with the last group of pictures
+    // that fits, at least one.
+    uint64_t sizeLimit = 0;
+};
+
+// Chooses the cut. kMovieRange for an out point before the in point, FF4_RET_FORMAT for a first
+// sample without duration.
+MovieCode ChooseRange(Mp4ReadSession* session, const CMovieInfoType& info,
+                      const RangeRequest& request, MovieRange* range);
 
 }  // namespace tarn

@@ -95,11 +95,9 @@ Mp4Result look_at_track(Mp4ReadSession* session, uint32_t track, Candidate* cand
 }
 
 // Takes the track unless there is one of its kind. True when it was taken.
-bool take(Mp4ReadSession* session, uint32_t track, const Candidate& candidate,
-          CMovieInfoType* info) {
+bool take(uint32_t track, const Candidate& candidate, CMovieInfoType* info) {
     MovieTrackInfo& chosen = candidate.handler == fourcc("vide") ? info->video : info->audio;
     if (chosen.trackNumber != 0) return false;
-    chosen.session = session;
     chosen.trackNumber = track;
     chosen.defaultDuration = candidate.first.duration;
     chosen.compositionSigned = candidate.first.compositionSigned;
@@ -134,7 +132,7 @@ Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* inf
         if (opened && main) result = look_at_track(session, track, &candidate);
         if (is_of_the_machine(result)) return result;
         if (opened && main && result == FF4_RET_OK && candidate.IsGood() &&
-            take(session, track, candidate, info)) {
+            take(track, candidate, info)) {
             ++*chosen;
         } else if (opened) {
             FF4_TRY(mp4_close_track(session, track));
@@ -170,8 +168,7 @@ TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* c
     return TrackFault::kNone;
 }
 
-Mp4Result ReadTrackInfo(MovieTrackInfo* track) {
-    Mp4ReadSession* session = track->session;
+Mp4Result ReadTrackInfo(Mp4ReadSession* session, MovieTrackInfo* track) {
     Mp4MediaHeaderInfo header{};
     FF4_TRY(mp4_get_media_header(session, track->trackNumber, &header));
     if (header.timescale == 0) return FF4_RET_FORMAT;

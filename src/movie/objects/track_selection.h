@@ -28,9 +28,9 @@ enum class TrackFault {
 // samples, 0 where that can't be read.
 TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* code);
 
-// Fills timescale, duration, sample count and edits of a chosen track. FF4_RET_FORMAT for a media
-// timescale of 0.
-Mp4Result ReadTrackInfo(MovieTrackInfo* track);
+// Fills timescale, duration, sample count and edits of the open track that `track` names.
+// FF4_RET_FORMAT for a media timescale of 0.
+Mp4Result ReadTrackInfo(Mp4ReadSession* session, MovieTrackInfo* track);
 
 // The sample descriptions of a chosen track with their configurations. A track without any gives
 // an empty list.

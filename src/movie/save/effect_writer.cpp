@@ -30,7 +30,7 @@ MovieCode SoundReader::Open(CMP4MovieRead* reader, const AMPEffectSettings& sett
 // A decoder needs the sample before to give the first one whole.
 MovieCode SoundReader::WarmUp() {
     for (uint32_t back = kWarmUpSamples; back > 0; --back) {
-        if (back >= m_reader->GetInfo().audio.currentSample) continue;
+        if (back >= m_reader->GetCursor(CMP4MovieRead::Track::kAudio).currentSample) continue;
         MOVIE_TRY(m_reader->PeekAudioSample(back, &m_buffer));
         // A broken one is no loss: it is not part of the selection.
         static_cast<void>(m_treatment.WarmUp(m_buffer.data));

@@ -31,8 +31,8 @@ MovieCode VerifyPictures(const std::string& source, uint32_t first, uint32_t end
     MOVIE_TRY(open(&before, source, systemError, reason));
     MOVIE_TRY(open(&after, output, systemError, reason));
     if (!before.HasVideo()) return kMovieOk;
-    MovieTrackInfo from = before.GetInfo().video, to = after.GetInfo().video;
-    from.currentSample = first;
+    TrackCursor from{before.GetInfo().video.trackNumber, first};
+    TrackCursor to{after.GetInfo().video.trackNumber};
     CReadBuffer kept, saved;
     ReadSampleInfo of_kept, of_saved;
     for (uint32_t n = first; n < end; ++n) {

@@ -154,7 +154,7 @@ bool MovieWaveform::ReadPcm(WaveformPicker* picker) {
     const uint32_t channels = PcmChannels(), rate = EntryRate();
     const size_t left = Sound().entry.format == kLittleEndian ? 1 : 0;  // of the high byte
     const size_t right = left + (channels > 1 ? 2 : 0);
-    PcmFrames frames(track, channels);
+    PcmFrames frames(m_movie->Session(), track.trackNumber, channels);
     picker->SetRate(rate);
     while (!picker->Full()) {
         if (!picker->Report()) return Stop(WaveformFault::kCancelled, "cancelled");

@@ -23,14 +23,13 @@ Mp4Result PcmFrames::NextPiece() {
     const uint32_t sample = m_piece.nextSample;
     uint32_t inTables = 0, samples = 1;
     uint64_t size = 0;
-    FF4_TRY(mp4_get_sample_count(m_track.session, m_track.trackNumber, &inTables));
+    FF4_TRY(mp4_get_sample_count(m_session, m_track, &inTables));
     if (sample <= inTables) {
         FF4_TRY(FindChunk(sample, inTables, &samples, &size));
     } else {
         uint64_t start = 0;
         Mp4SampleInfo info{};
-        FF4_TRY(
-            mp4_get_numbered_sample(m_track.session, m_track.trackNumber, sample, &start, &info));
+        FF4_TRY(mp4_get_numbered_sample(m_session, m_track, sample, &start, &info));
         m_piece.offset = info.offset;
         size = info.size;
     }
@@ -38,7 +37,7 @@ Mp4Result PcmFrames::NextPiece() {
     m_piece.frames = std::max<uint64_t>(size / m_frameSize, samples);
     m_piece.nextSample += samples;
     // The frames lie in the file: their count is then bounded by it, and no sum wraps.
-    const uint64_t length = m_track.session->file_size;
+    const uint64_t length = m_session->file_size;
     if (m_piece.offset > length || m_piece.frames > (length - m_piece.offset) / m_frameSize)
         return FF4_RET_FORMAT;
     return FF4_RET_OK;
@@ -47,25 +46,23 @@ Mp4Result PcmFrames::NextPiece() {
 // The chunk that begins with a sample of the tables: how many samples it has, their bytes.
 Mp4Result PcmFrames::FindChunk(uint32_t sample, uint32_t inTables, uint32_t* samples,
                                uint64_t* size) {
-    Mp4ReadSession* session = m_track.session;
-    const Mp4OpenTrack* open = mp4_find_open_track(session, m_track.trackNumber);
+    const Mp4OpenTrack* open = mp4_find_open_track(m_session, m_track);
     if (!open) return FF4_RET_STATE;
     Mp4ChunkRun run{};
-    FF4_TRY(mp4_lookup_chunk_run(session->host, session->file, open->tables, open->cache, sample,
-                                 &run));
+    FF4_TRY(mp4_lookup_chunk_run(m_session->host, m_session->file, open->tables, open->cache,
+                                 sample, &run));
     const uint32_t chunk = run.first_chunk + (sample - run.first_sample) / run.samples_per_chunk;
-    FF4_TRY(mp4_lookup_chunk_offset(session->host, session->file, open->tables, open->cache, chunk,
-                                    &m_piece.offset));
+    FF4_TRY(mp4_lookup_chunk_offset(m_session->host, m_session->file, open->tables, open->cache,
+                                    chunk, &m_piece.offset));
     *samples = std::min(run.samples_per_chunk, inTables - sample + 1);
-    return mp4_lookup_size_sum(session->host, session->file, open->tables, open->cache, sample,
+    return mp4_lookup_size_sum(m_session->host, m_session->file, open->tables, open->cache, sample,
                                *samples, size);
 }
 
 Mp4Result PcmFrames::Fetch(uint64_t offset, uint64_t most) {
     m_buffered = 0;
     const uint64_t size = std::min<uint64_t>(most, m_buffer.size());
-    Mp4ReadSession* session = m_track.session;
-    FF4_TRY(mp4_read_at(session->host, session->file, offset, m_buffer.data(), size));
+    FF4_TRY(mp4_read_at(m_session->host, m_session->file, offset, m_buffer.data(), size));
     m_bufferOffset = offset;
     m_buffered = size;
     return FF4_RET_OK;

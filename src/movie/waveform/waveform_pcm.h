@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-#include "movie/objects/movie_info.h"
+#include "movie/engine/session.h"
 #include "mp4format/tables/sample_tables.h"
 
 namespace tarn {
@@ -14,8 +14,8 @@ namespace tarn {
 class PcmFrames {
 public:
     // The track is open in its session, which must outlive the object.
-    PcmFrames(const MovieTrackInfo& track, uint32_t channels)
-        : m_track(track), m_frameSize(2 * channels) {}
+    PcmFrames(Mp4ReadSession* session, uint32_t track, uint32_t channels)
+        : m_session(session), m_track(track), m_frameSize(2 * channels) {}
 
     // The bytes of a frame, good until the next call. FF4_RET_NOTFOUND behind the last one,
     // FF4_RET_FORMAT where it lies outside the file.
@@ -32,7 +32,8 @@ private:
     Mp4Result FindChunk(uint32_t sample, uint32_t inTables, uint32_t* samples, uint64_t* size);
     Mp4Result Fetch(uint64_t offset, uint64_t most);
 
-    const MovieTrackInfo& m_track;
+    Mp4ReadSession* m_session;
+    uint32_t m_track;
     uint32_t m_frameSize;
     Piece m_piece;
     std::array<uint8_t, 1 << 15> m_buffer;

@@ -67,7 +67,8 @@ std::vector<int16_t> decode(const std::string& path, int64_t* shown_from) {
     EXPECT_EQ(movie.Open(), kMovieOk);
     SoundTreatment sound;
     EXPECT_EQ(sound.Open(movie.GetInfo().audioDescriptions.at(0), {}, 0, 0), kMovieOk);
-    EXPECT_EQ(GetEditOffset(movie.GetInfo().audio, movie.GetInfo().timescale, shown_from),
+    EXPECT_EQ(GetEditOffset(movie.Session(), movie.GetInfo().audio, movie.GetInfo().timescale,
+                            shown_from),
               FF4_RET_OK);
     std::vector<int16_t> left;
     CReadBuffer buffer;
@@ -138,7 +139,8 @@ TEST(Trimming, KeepsPicturesAndSoundInStep) {
         result.SetPath(s.target);
         ASSERT_EQ(result.Open(), kMovieOk);
         int64_t offset = 1;
-        EXPECT_EQ(GetEditOffset(result.GetInfo().video, result.GetInfo().timescale, &offset),
+        EXPECT_EQ(GetEditOffset(result.Session(), result.GetInfo().video,
+                                result.GetInfo().timescale, &offset),
                   FF4_RET_OK);
         if (!c.exact) {
             EXPECT_EQ(offset, 0);
