@@ -1,0 +1,133 @@
+// What every reading command answers on every clip, against the answers in tests/data/commands.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "cli/run_tarn.h"
+
+namespace tarn {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+const std::string kData = TARN_TEST_DATA "/";
+constexpr size_t kLineRoom = 100, kLongList = 1200;  // characters
+
+std::string Digest(const std::string& text) {  // FNV-1a
+    uint64_t hash = 0xCBF29CE484222325;
+    for (const char c : text)
+        hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001B3;
+    std::ostringstream hex;
+    hex << std::hex << hash;
+    return hex.str();
+}
+
+// A long list is told by its length, its digest and its ends.
+Json Shortened(const Json& full) {
+    const bool list = full.is_array() && full.size() > 2 && full.dump().size() > kLongList;
+    if (list)
+        return {{"count", full.size()},
+                {"digest", Digest(full.dump())},
+                {"first", Shortened(full.front())},
+                {"last", Shortened(full.back())}};
+    if (!full.is_structured()) return full;
+    Json result = full;
+    for (Json& part : result)
+        part = Shortened(part);
+    return result;
+}
+
+// What fits on a line stands on one.
+std::string Pretty(const Json& json, const std::string& indent = "\n") {
+    const std::string line = json.dump();
+    if (!json.is_structured() || line.size() + indent.size() <= kLineRoom) return line;
+    std::string text;
+    for (const auto& [key, part] : json.items()) {
+        text += (text.empty() ? "" : ",") + indent + " ";
+        if (json.is_object()) text += Json(key).dump() + ": ";
+        text += Pretty(part, indent + " ");
+    }
+    return (json.is_object() ? "{" : "[") + text + indent + (json.is_object() ? "}" : "]");
+}
+
+Json Lines(const std::string& text) {
+    Json lines = Json::array();
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+// "info --json" of clips/cam_texts.mp4, without the place where the test data lie.
+Json Answer(const std::string& clip, const std::string& command) {
+    std::istringstream words(command);
+    std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
+    arguments.insert(arguments.begin() + 1, kData + clip);
+    TarnRun run = RunTarn(arguments);
+    for (size_t at; (at = run.out.find(kData)) != std::string::npos;)
+        run.out.erase(at, kData.size());
+    EXPECT_TRUE(run.status == 0 || !run.err.empty()) << "failed without a word";
+
+    const bool document = command.find("--json") != std::string::npos && !run.out.empty();
+    const Json out = Shortened(document ? Json::parse(run.out, nullptr, false) : Lines(run.out));
+    EXPECT_FALSE(out.is_discarded()) << run.out;
+    return run.status == 0 ? out : Json{{"status", run.status}, {"out", out}};
+}
+
+// With TARN_RENEW set the answers are written anew; such a run never passes.
+void ExpectStored(const std::string& clip, const std::vector<std::string>& commands) {
+    SCOPED_TRACE(clip);
+    const std::string path =
+        kData + "commands/" + std::filesystem::path(clip).stem().string() + ".json";
+    std::ifstream in(path);
+    const Json stored = in ? Json::parse(in, nullptr, false) : Json::object();
+    ASSERT_FALSE(stored.is_discarded());
+    Json answers = Json::object();
+    for (const std::string& command : commands) {
+        answers[command] = Answer(clip, command);
+        const Json expected = stored.value(command, Json());
+        if (std::getenv("TARN_RENEW")) continue;
+        EXPECT_EQ(Pretty(answers[command]), Pretty(expected)) << command;
+    }
+    if (!std::getenv("TARN_RENEW")) return;
+    ASSERT_FALSE(std::getenv("CI")) << "answers are not renewed where they are tested";
+    std::ofstream(path) << Pretty(answers) << '\n';
+    ADD_FAILURE() << "renewed: read what changed, then run again without TARN_RENEW";
+}
+
+TEST(Commands, AnswerOnEveryClip) {
+    size_t clips = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(kData + "clips")) {
+        if (entry.path().extension() != ".mp4") continue;
+        ++clips;
+        ExpectStored(
+            "clips/" + entry.path().filename().string(),
+            {"check", "tree", "tree --json", "info", "info --json", "samples --track video --json",
+             "samples --track audio --json", "samples --track 1 --from 5 --count 3",
+             "samples --track 2 --json --from 2 --count 2", "samples --track video --at 0:00:01.5",
+             "samples --track audio --at 1500 --json", "samples --track video --next-sync 2",
+             "samples --track audio --next-sync 4294967295 --json", "peaks --columns 3",
+             "peaks --columns 4 --json", "peaks --columns 2 --raw --json",
+             "peaks --columns 3 --compressor high --json",
+             "peaks --columns 3 --normalize -3dB --json"});
+    }
+    EXPECT_EQ(clips, 12u);
+}
+
+TEST(Commands, AnswerOnBrokenFiles) {
+    for (const char* name : {"asz_sample2_zero", "count_stsz_7fffffff", "eight", "frag_moof_tail",
+                             "mehd_7", "no_moov", "no_stts", "prof_bad_entry", "size_ftyp_ffffffff",
+                             "stss_zero", "text", "trunc_front_01", "ts0_video", "uuid_top_lici"}) {
+        ExpectStored("broken/" + std::string(name) + ".mp4",
+                     {"check", "tree", "tree --json", "info --json",
+                      "samples --track video --from 2 --count 2 --json",
+                      "samples --track audio --from 2 --count 1", "peaks --columns 2 --json"});
+    }
+}
+
+}  // namespace
+}  // namespace tarn
