@@ -87,6 +87,7 @@ int XpFile::Open(const std::string& path, Mode mode) {
         return error;
     }
     m_descriptor = descriptor;
+    m_lastError = 0;
     return 0;
 }
 
@@ -114,7 +115,7 @@ int XpFile::Note(int error) {
 }
 
 int XpFile::ReadAt(uint64_t offset, void* buffer, uint64_t size, uint64_t* done) {
-    return XpReadAt(m_descriptor, offset, buffer, size, done);
+    return Note(XpReadAt(m_descriptor, offset, buffer, size, done));
 }
 
 int XpFile::Write(const void* data, uint64_t size, uint64_t* done) {

@@ -67,14 +67,9 @@ private:
 
 int run_tree(const std::string& path, bool json) {
     MovieFile file;
-    if (const int error = file.Open(path)) return Fail(path, XpErrorText(error));
-    if (file.Size() == 0) return Fail(path, "the file is empty");
-
     // A file that is no movie at all is refused before anything is printed.
-    Mp4AtomInfo first{};
-    if (mp4_read_atom_header(file.Host(), file.File(), 0, file.Size(), &first) != FF4_RET_OK ||
-        !mp4_is_top_level_type(first.type))
-        return Fail(path, "not an MP4 file");
+    if (file.OpenFile(path) != kMovieOk || file.GetReason())
+        return Fail(path, ReasonText(file.GetReason()));
 
     TreeJson tree;
     uint64_t failed_at = 0;

@@ -1,23 +1,99 @@
 #include "movie/engine/movie_file.h"
 
-#include <cerrno>
+#include <sys/stat.h>
+
+#include <new>
 #include <utility>
+
+#include "mp4format/atom_tree.h"
+#include "mp4format/io.h"
 
 namespace tarn {
 
-int MovieFile::Open(const std::string& path) {
+MovieCode MovieFile::Open(const std::string& path) {
+    MOVIE_TRY(OpenFile(path));
+    return Opened(movie_code(mp4_open_read(m_host, File(), {0, 50, 0}, &m_session, &m_flags)));
+}
+
+MovieCode MovieFile::OpenFile(const std::string& path) {
     Close();
-    if (const int error = m_file.Open(path, XpFile::Mode::kRead)) return error;
-    if (const int error = m_file.GetLength(&m_size)) return error;
+    m_path = path;
+    if (const int error = m_file.Open(path, XpFile::Mode::kRead)) {
+        m_reason = SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error);
+        return kMovieSystem;
+    }
+    return Opened(MakeHost());
+}
+
+MovieCode MovieFile::MakeHost() {
+    struct stat info {};
+    if (fstat(m_file.Descriptor(), &info) == 0) m_changed = info.st_mtim;
     Mp4HostCallbacks callbacks{};
     mp4_init_file_callbacks(&callbacks);
     callbacks.userData = &m_file;
-    return mp4_create_host(callbacks, &m_host) == FF4_RET_OK ? 0 : ENOMEM;
+    MOVIE_TRY(mp4_create_host(callbacks, &m_host));
+    return movie_code(mp4_file_size(m_host, File(), &m_size));
+}
+
+// Keeps the reason of a step of opening, and closes after a failure.
+MovieCode MovieFile::Opened(MovieCode code) {
+    m_reason = code == kMovieOk ? WhyNoMovie() : ReasonFor(code);
+    if (code == kMovieOk && m_reason.SystemError() != 0) code = kMovieSystem;
+    if (code != kMovieOk) Close();
+    return code;
 }
 
 void MovieFile::Close() {
+    if (m_session) static_cast<void>(mp4_close_read(m_host, std::exchange(m_session, nullptr)));
     mp4_free_host(std::exchange(m_host, nullptr));
     m_file.Close();
+    m_flags = 0;
+}
+
+bool MovieFile::IsUnchanged() const {
+    struct stat now {};
+    return m_file.IsOpen() && fstat(m_file.Descriptor(), &now) == 0 && now.st_nlink > 0 &&
+           static_cast<uint64_t>(now.st_size) == m_size && now.st_mtim.tv_sec == m_changed.tv_sec &&
+           now.st_mtim.tv_nsec == m_changed.tv_nsec;
+}
+
+MovieCode MovieFile::ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes) {
+    if (offset > m_size || size > m_size - offset) return movie_code(FF4_RET_FORMAT);
+    try {
+        bytes->resize(size);
+    } catch (const std::bad_alloc&) {
+        return movie_code(FF4_RET_NOMEM);
+    }
+    uint64_t done = 0;
+    const int error = m_file.ReadAt(offset, bytes->data(), size, &done);
+    return error == 0 && done == size ? kMovieOk : kMovieSystem;
+}
+
+// Why the file is no movie, as far as its beginning and its atoms tell.
+Reason MovieFile::WhyNoMovie() {
+    const auto why = [this](ReasonCode code) {
+        return Reason{code, ReasonSide::kSource, m_path, {}};
+    };
+    if (m_size == 0) return why(ReasonCode::kEmptyFile);
+    Mp4AtomInfo first{};
+    const Mp4Result read = mp4_read_atom_header(m_host, File(), 0, m_size, &first);
+    if (read == FF4_RET_FILE && m_file.LastError() != 0) return ReasonFor(movie_code(read));
+    if (read != FF4_RET_OK || !mp4_is_top_level_type(first.type))
+        return why(ReasonCode::kNotAMovie);
+    if (m_session && (m_flags & kFileMovie) == 0) return why(ReasonCode::kNoMovieHeader);
+    return {};
+}
+
+Reason MovieFile::ReasonFor(MovieCode code) {
+    const bool of_reading = code == kMovieSystem || code == movie_code(FF4_RET_FILE);
+    if (of_reading && m_file.LastError() != 0)
+        return MovieReason(kMovieSystem, ReasonSide::kSource, m_path, m_file.LastError());
+    const bool of_the_file = code == kMovieNoTrack || code == movie_code(FF4_RET_FILE) ||
+                             code == movie_code(FF4_RET_NOTFOUND) ||
+                             code == movie_code(FF4_RET_FORMAT);
+    if (of_the_file && m_host)
+        if (Reason why = WhyNoMovie()) return why;
+    return MovieReason(of_reading ? movie_code(FF4_RET_FILE) : code, ReasonSide::kSource, m_path);
 }
 
 }  // namespace tarn

@@ -1,15 +1,20 @@
-// movie_file.h - a file on disk with the engine's host around it, for as long as it is looked at.
+// movie_file.h - a movie file on disk with the engine on it: the one way in which clips are opened.
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <string>
+#include <vector>
 
+#include "base/reason.h"
 #include "base/xp_file.h"
-#include "mp4format/host.h"
+#include "movie/engine/session.h"
+#include "movie/movie_codes.h"
 
 namespace tarn {
 
-// Owns the file and the host; sessions and lists made with them must be closed first.
+// Owns the file, the host and the read session; lists made with these must be closed first. All
+// reading goes through the one XpFile, so that the error of a failed read is known.
 class MovieFile {
 public:
     MovieFile() = default;
@@ -17,21 +22,42 @@ public:
     MovieFile(const MovieFile&) = delete;
     MovieFile& operator=(const MovieFile&) = delete;
 
-    // 0, or the system's error number.
-    [[nodiscard]] int Open(const std::string& path);
+    // kMovieSystem where the file can't be opened, else what the engine answers. After a failure
+    // the object is closed. An empty file, or one without a movie, may open: ask GetReason.
+    MovieCode Open(const std::string& path);
+    // The same without a session: for a look at its atoms.
+    MovieCode OpenFile(const std::string& path);
     void Close();
 
     Mp4Host* Host() const { return m_host; }
     Mp4File* File() { return reinterpret_cast<Mp4File*>(&m_file); }
+    Mp4ReadSession* Session() const { return m_session; }
+    uint32_t Flags() const { return m_flags; }  // Mp4FileFlags
     uint64_t Size() const { return m_size; }
-    [[nodiscard]] int ReadAt(uint64_t offset, void* buffer, uint64_t size, uint64_t* done) {
-        return m_file.ReadAt(offset, buffer, size, done);
-    }
+    // Whether the file is still what was opened: same length and time of change, not removed.
+    bool IsUnchanged() const;
+    // Bytes of a sample or a run of them. FF4_RET_FORMAT where they reach past the end of the file,
+    // before any memory is taken; kMovieSystem where they can't be read.
+    MovieCode ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes);
+
+    // Why the file could not be opened, or why what did open is no movie.
+    const Reason& GetReason() const { return m_reason; }
+    // The reason for a code that the session or ReadBytes has answered. Before Close.
+    Reason ReasonFor(MovieCode code);
 
 private:
+    MovieCode MakeHost();
+    MovieCode Opened(MovieCode code);
+    Reason WhyNoMovie();
+
     XpFile m_file;
-    Mp4Host* m_host = nullptr;
+    std::string m_path;
+    timespec m_changed{};  // when the file had last been changed as it was opened
     uint64_t m_size = 0;
+    Mp4Host* m_host = nullptr;
+    Mp4ReadSession* m_session = nullptr;
+    uint32_t m_flags = 0;
+    Reason m_reason;
 };
 
 }  // namespace tarn

@@ -14,13 +14,13 @@ namespace tarn {
 class ClipSession {
 public:
     ClipSession() = default;
-    ~ClipSession();
+    ~ClipSession() = default;
     ClipSession(const ClipSession&) = delete;
     ClipSession& operator=(const ClipSession&) = delete;
 
     // False when the file is no movie; `reason` then says why, for people.
     bool Open(const std::string& path, std::string* reason);
-    Mp4ReadSession* get() const { return m_session; }
+    Mp4ReadSession* get() const { return m_file.Session(); }
     uint64_t Size() const { return m_file.Size(); }
     uint64_t GetDurationMs() const;  // 0 where the movie does not say
     // Bytes of a sample or a run of them. FF4_RET_FORMAT when they reach past the end of the file,
@@ -36,7 +36,6 @@ public:
 
 private:
     MovieFile m_file;
-    Mp4ReadSession* m_session = nullptr;
 };
 
 }  // namespace tarn

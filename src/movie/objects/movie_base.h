@@ -3,12 +3,10 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
-#include <memory>
 #include <string>
 
-#include "movie/engine/session.h"
-#include "movie/movie_codes.h"
+#include "base/reason.h"
+#include "movie/engine/movie_file.h"
 #include "mp4format/atoms/meta_items.h"
 
 namespace tarn {
@@ -19,10 +17,7 @@ uint16_t PackedLanguage(const std::string& locale);
 
 // What a movie object holds of the engine. All of it is let go by CloseEngine.
 struct MovieEngineHandles {
-    Mp4Host* context = nullptr;
-    int32_t descriptor = -1;
-    std::unique_ptr<int32_t> descriptorBlock;  // what the host's userData points at
-    Mp4ReadSession* readSession = nullptr;
+    MovieFile file;
     Mp4MetaList* metaTextList = nullptr;
     Mp4MetaList* metaFileList = nullptr;
 };
@@ -36,6 +31,8 @@ public:
 
     void SetPath(const std::string& path) { m_path = path; }
     const std::string& Path() const { return m_path; }
+    // Why the last call that answered a failure did so.
+    const Reason& GetReason() const { return m_reason; }
     // The system's error behind a kMovieSystem, 0 when there is none.
     int32_t LastError() const { return m_lastError; }
     uint16_t Language() const { return m_language; }
@@ -43,16 +40,14 @@ public:
     int64_t GetFileSize() const;
 
 protected:
-    // Opens the path and the read session on it.
-    MovieCode OpenEngine(uint32_t* fileFlags);
     // May run on a half-open object, and twice.
     void CloseEngine();
 
     int32_t m_lastError = 0;
+    Reason m_reason;
     std::string m_path;
     uint16_t m_language;
     MovieEngineHandles m_engine;
-    timespec m_opened{};      // when the file had last been changed as it was opened
     int64_t m_sizeLimit = 0;  // bytes that a selection may take, 0 for no limit
 };
 

@@ -1,12 +1,8 @@
 #include "movie/objects/movie_reader.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <new>
 
-#include "base/xp_file.h"
 #include "movie/objects/movie_metadata.h"
 #include "movie/objects/track_selection.h"
 
@@ -42,16 +38,34 @@ CMP4MovieRead::~CMP4MovieRead() = default;
 
 MovieCode CMP4MovieInput::Load(Loading loading) {
     Close();
-    MOVIE_TRY(OpenEngine(&m_fileFlags));
-    MovieCode code = kMovieOk;
-    try {
-        code = LoadInfo();
-        if (code == kMovieOk && loading == Loading::kWalk) code = LoadTimelines();
-        if (code == kMovieOk) code = LoadDescriptions();
-    } catch (const std::bad_alloc&) {
-        code = movie_code(FF4_RET_NOMEM);
+    m_info = {};
+    m_reason = {};
+    MovieCode code = m_engine.file.Open(m_path);
+    if (code != kMovieOk) {
+        m_reason = m_engine.file.GetReason();
+        m_lastError = m_reason.SystemError();
+        return code;
     }
-    if (code != kMovieOk) Close();
+    try {
+        code = Told(LoadAll(loading));
+    } catch (const std::bad_alloc&) {
+        code = Told(movie_code(FF4_RET_NOMEM));
+    }
+    if (code == kMovieOk) return code;
+    Close();
+    m_info = {};
+    return code;
+}
+
+MovieCode CMP4MovieInput::LoadAll(Loading loading) {
+    MOVIE_TRY(LoadInfo());
+    if (loading == Loading::kWalk) MOVIE_TRY(LoadTimelines());
+    return LoadDescriptions();
+}
+
+MovieCode CMP4MovieInput::Told(MovieCode code) {
+    if (code != kMovieOk) m_reason = m_engine.file.ReasonFor(code);
+    if (code != kMovieOk) m_lastError = m_reason.SystemError();
     return code;
 }
 
@@ -63,9 +77,8 @@ void CMP4MovieInput::Close() {
 }
 
 MovieCode CMP4MovieInput::LoadInfo() {
-    m_info = {};
     m_selectedBytes = 0;
-    Mp4ReadSession* session = m_engine.readSession;
+    Mp4ReadSession* session = Session();
     if (mp4_open_meta_texts(session, 0, &m_engine.metaTextList) == FF4_RET_OK)
         LoadMetaData(session, m_engine.metaTextList, &m_info.metaData);
     if (mp4_open_meta_files(session, 0, &m_engine.metaFileList) == FF4_RET_OK)
@@ -90,7 +103,7 @@ MovieCode CMP4MovieInput::LoadInfo() {
 }
 
 MovieCode CMP4MovieInput::LoadProfiles() {
-    Mp4ReadSession* session = m_engine.readSession;
+    Mp4ReadSession* session = Session();
     Mp4ProfileCounts counts{};
     MOVIE_TRY(mp4_get_profile_counts(session, &counts));
     MOVIE_TRY(mp4_get_file_profile(session, &m_info.fileProfile));
@@ -104,7 +117,7 @@ MovieCode CMP4MovieInput::LoadProfiles() {
 }
 
 MovieCode CMP4MovieInput::LoadTimes() {
-    Mp4ReadSession* session = m_engine.readSession;
+    Mp4ReadSession* session = Session();
     Mp4MovieHeaderInfo header{};
     // Without a movie header there are no tracks either: the choice of tracks reports that.
     const Mp4Result read = mp4_get_movie_header(session, &header);
@@ -120,21 +133,21 @@ MovieCode CMP4MovieInput::LoadTimes() {
 
 MovieCode CMP4MovieInput::LoadTracks() {
     uint32_t chosen = 0;
-    MOVIE_TRY(SelectTracks(m_engine.readSession, m_info.hasBrandMsnv != 0, &m_info, &chosen));
+    MOVIE_TRY(SelectTracks(Session(), m_info.hasBrandMsnv != 0, &m_info, &chosen));
     if (chosen == 0 || chosen > kMostTracks) return kMovieNoTrack;
     return kMovieOk;
 }
 
 MovieCode CMP4MovieInput::LoadTimelines() {
     if (HasVideo()) {
-        MOVIE_TRY(mp4_get_track_duration(m_engine.readSession, m_info.video.trackNumber,
+        MOVIE_TRY(mp4_get_track_duration(Session(), m_info.video.trackNumber,
                                          &m_info.videoDurationMovie));
-        MOVIE_TRY(ReadTrackInfo(m_engine.readSession, &m_info.video));
+        MOVIE_TRY(ReadTrackInfo(Session(), &m_info.video));
     }
     if (HasAudio()) {
-        MOVIE_TRY(ReadTrackInfo(m_engine.readSession, &m_info.audio));
+        MOVIE_TRY(ReadTrackInfo(Session(), &m_info.audio));
         Mp4TrackHeaderInfo header{};
-        MOVIE_TRY(mp4_get_track_header(m_engine.readSession, m_info.audio.trackNumber, &header));
+        MOVIE_TRY(mp4_get_track_header(Session(), m_info.audio.trackNumber, &header));
         m_info.audio.width = header.width_integer;
         m_info.audio.height = header.height_integer;
     }
@@ -142,7 +155,7 @@ MovieCode CMP4MovieInput::LoadTimelines() {
 }
 
 MovieCode CMP4MovieInput::LoadDescriptions() {
-    Mp4ReadSession* session = m_engine.readSession;
+    Mp4ReadSession* session = Session();
     if (HasVideo()) {
         MOVIE_TRY(
             ReadVideoDescriptions(session, m_info.video.trackNumber, &m_info.videoDescriptions));
@@ -178,6 +191,8 @@ std::string CMP4MovieReader::AudioProfileTag() const {
 }
 
 MovieCode CMP4MovieRead::Open() {
+    m_video = m_audio = {};
+    m_range = {};
     MOVIE_TRY(Load(Loading::kWalk));
     m_video = whole(m_info.video);
     m_audio = whole(m_info.audio);
@@ -187,7 +202,7 @@ MovieCode CMP4MovieRead::Open() {
 MovieCode CMP4MovieRead::SelectRange(uint64_t* inMs, uint64_t* outMs, bool atEnd) {
     if (!m_loaded || !inMs || !outMs) return movie_code(FF4_RET_STATE);
     const auto limit = static_cast<uint64_t>(std::max<int64_t>(m_sizeLimit, 0));
-    MOVIE_TRY(ChooseRange(Session(), m_info, {*inMs, *outMs, atEnd, limit}, &m_range));
+    MOVIE_TRY(Told(ChooseRange(Session(), m_info, {*inMs, *outMs, atEnd, limit}, &m_range)));
     m_video = part(m_info.video, m_range.video);
     m_audio = part(m_info.audio, m_range.audio);
     m_selectedBytes += static_cast<int64_t>(m_range.video.bytes + m_range.audio.bytes);
@@ -198,24 +213,20 @@ MovieCode CMP4MovieRead::SelectRange(uint64_t* inMs, uint64_t* outMs, bool atEnd
 
 MovieCode CMP4MovieRead::FindSample(uint32_t track, uint32_t number, Mp4SampleInfo* sample) {
     uint64_t start = 0;
-    return movie_code(mp4_get_numbered_sample(Session(), track, number, &start, sample));
+    return Told(movie_code(mp4_get_numbered_sample(Session(), track, number, &start, sample)));
 }
 
-// The bytes of `count` samples of one size that lie behind each other.
-MovieCode CMP4MovieRead::ReadBytes(const Mp4SampleInfo& sample, uint32_t count,
+// The bytes of `count` samples from `number` on, all of one size and one after the other in the
+// file.
+MovieCode CMP4MovieRead::ReadBytes(const Mp4SampleInfo& sample, uint32_t number, uint32_t count,
                                    CReadBuffer* buffer) {
-    const uint64_t length = m_engine.readSession->file_size;
-    const uint64_t size = uint64_t{sample.size} * count;
-    if (sample.offset > length || size > length - sample.offset) return movie_code(FF4_RET_FORMAT);
-    try {
-        buffer->data.resize(size);
-    } catch (const std::bad_alloc&) {
-        return movie_code(FF4_RET_NOMEM);
+    const MovieCode code =
+        Told(m_engine.file.ReadBytes(sample.offset, uint64_t{sample.size} * count, &buffer->data));
+    if (code == movie_code(FF4_RET_FORMAT)) {
+        m_reason.code = ReasonCode::kDamagedSample;
+        m_reason.arguments = {uint64_t{number}};
     }
-    uint64_t done = 0;
-    m_lastError = XpReadAt(m_engine.descriptor, sample.offset, buffer->data.data(), size, &done);
-    if (m_lastError == 0 && done < size) m_lastError = EIO;  // the file has been cut
-    return m_lastError == 0 ? kMovieOk : kMovieSystem;
+    return code;
 }
 
 MovieCode CMP4MovieRead::ReadSample(TrackCursor* cursor, CReadBuffer* buffer,
@@ -229,7 +240,7 @@ MovieCode CMP4MovieRead::ReadSample(TrackCursor* cursor, CReadBuffer* buffer,
     }
     *info = {sample.duration, sample.compositionOffset, sample.isSync != 0,
              sample.descriptionIndex};
-    MOVIE_TRY(ReadBytes(sample, 1, buffer));
+    MOVIE_TRY(ReadBytes(sample, cursor->currentSample, 1, buffer));
     ++cursor->currentSample;
     cursor->currentTime += sample.duration;
     return kMovieOk;
@@ -258,12 +269,12 @@ MovieCode CMP4MovieRead::ReadAudioRun(uint32_t most, uint64_t units, CReadBuffer
     if (sample.duration > units) return kMovieOk;
     uint32_t alike = 1;
     if (most > 1) {
-        MOVIE_TRY(
-            mp4_get_alike_samples(Session(), m_audio.trackNumber, m_audio.currentSample, &alike));
+        MOVIE_TRY(Told(movie_code(
+            mp4_get_alike_samples(Session(), m_audio.trackNumber, m_audio.currentSample, &alike))));
     }
     uint64_t run = std::min<uint64_t>({alike, most, m_audio.endSample - m_audio.currentSample});
     if (sample.duration > 0) run = std::min<uint64_t>(run, units / sample.duration);
-    MOVIE_TRY(ReadBytes(sample, static_cast<uint32_t>(run), buffer));
+    MOVIE_TRY(ReadBytes(sample, m_audio.currentSample, static_cast<uint32_t>(run), buffer));
     *info = {sample.duration, sample.compositionOffset, true,
              FindAudioDescription(sample.descriptionIndex)};
     *count = static_cast<uint32_t>(run);
@@ -276,14 +287,7 @@ MovieCode CMP4MovieRead::PeekAudioSample(uint32_t back, CReadBuffer* buffer) {
     if (back >= m_audio.currentSample) return movie_code(FF4_RET_ARGS);
     Mp4SampleInfo sample{};
     MOVIE_TRY(FindSample(m_audio.trackNumber, m_audio.currentSample - back, &sample));
-    return ReadBytes(sample, 1, buffer);
-}
-
-bool CMP4MovieRead::IsUnchanged() const {
-    struct stat now {};
-    return m_engine.descriptor >= 0 && fstat(m_engine.descriptor, &now) == 0 && now.st_nlink > 0 &&
-           static_cast<uint64_t>(now.st_size) == m_engine.readSession->file_size &&
-           now.st_mtim.tv_sec == m_opened.tv_sec && now.st_mtim.tv_nsec == m_opened.tv_nsec;
+    return ReadBytes(sample, m_audio.currentSample - back, 1, buffer);
 }
 
 void CMP4MovieRead::UnreadSample(Track track) {

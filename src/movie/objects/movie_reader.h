@@ -48,9 +48,7 @@ public:
     bool IsFragmented() const { return (m_info.fileProfile >> 28 & 1) != 0; }
     // 0 for a movie timescale of 0.
     uint64_t GetDurationMs() const;
-    // Mp4FileFlags of the open file.
-    uint32_t FileFlags() const { return m_fileFlags; }
-    Mp4ReadSession* Session() const { return m_engine.readSession; }
+    Mp4ReadSession* Session() const { return m_engine.file.Session(); }
     // 1-based position of the description that a sample names, 0 when there is none.
     uint32_t FindVideoDescription(uint32_t index) const;
     uint32_t FindAudioDescription(uint32_t index) const;
@@ -59,16 +57,18 @@ protected:
     // Whether the chosen tracks' lengths and edits are loaded too.
     enum class Loading { kReport, kWalk };
     CMP4MovieInput() = default;
-    // Codes: kMovieSystem (LastError tells), FF4_RET_FORMAT for a broken file, FF4_RET_NOTFOUND
-    // for one that holds nothing this program reads, kMovieNoTrack.
+    // Codes: kMovieSystem for a file that can't be opened, FF4_RET_FORMAT for a broken one,
+    // FF4_RET_NOTFOUND for one that holds nothing this program reads, kMovieNoTrack.
     MovieCode Load(Loading loading);
+    // The code as it is; that of a failure leaves its reason.
+    MovieCode Told(MovieCode code);
 
     CMovieInfoType m_info;
     bool m_loaded = false;
     int64_t m_selectedBytes = 0;  // taken by a selection, 'moov' included
-    uint32_t m_fileFlags = 0;
 
 private:
+    MovieCode LoadAll(Loading loading);
     MovieCode LoadInfo();
     MovieCode LoadTimes();
     MovieCode LoadProfiles();
@@ -123,7 +123,7 @@ public:
     // The sound sample that comes `back` samples before the next one; the cursor stays.
     MovieCode PeekAudioSample(uint32_t back, CReadBuffer* buffer);
     // Whether the file is still what was opened: same length and time of change, not removed.
-    bool IsUnchanged() const;
+    bool IsUnchanged() const { return m_engine.file.IsUnchanged(); }
     // Gives the last sample back: it will be the next one again. The cursor's time stays.
     void UnreadSample(Track track);
     // Samples between the cursor and the end of the selection, of the video track where there is
@@ -132,7 +132,8 @@ public:
 
 private:
     MovieCode FindSample(uint32_t track, uint32_t number, Mp4SampleInfo* sample);
-    MovieCode ReadBytes(const Mp4SampleInfo& sample, uint32_t count, CReadBuffer* buffer);
+    MovieCode ReadBytes(const Mp4SampleInfo& sample, uint32_t number, uint32_t count,
+                        CReadBuffer* buffer);
 
     TrackCursor m_video, m_audio;
     MovieRange m_range;

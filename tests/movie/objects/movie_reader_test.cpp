@@ -5,7 +5,9 @@
 #include <cerrno>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 
+#include "support/failing_reads.h"
 #include "support/movie_builder.h"
 #include "support/temp_dir.h"
 
@@ -17,12 +19,14 @@ template <typename Reader>
 struct Opened {
     explicit Opened(const Bytes& bytes) {
         dir.Write("movie.mp4", {bytes.begin(), bytes.end()});
+        size = bytes.size();
         reader.SetPath(dir.Path("movie.mp4"));
         code = reader.Open();
     }
     TempDir dir;
     Reader reader;
     MovieCode code;
+    size_t size;
 };
 
 TEST(MovieReader, DamagedFilesAnswerAsExpected) {
@@ -42,32 +46,72 @@ TEST(MovieReader, DamagedFilesAnswerAsExpected) {
         if (code == kMovieOk && !expected["tracks"].is_null()) {
             EXPECT_EQ(reader.GetInfo().video.trackNumber, expected["tracks"][0]);
             EXPECT_EQ(reader.GetInfo().audio.trackNumber, expected["tracks"][1]);
-            EXPECT_EQ(reader.FileFlags(),
-                      std::stoul(expected["flags"].get<std::string>(), nullptr, 16));
+            MovieFile file;
+            EXPECT_EQ(file.Open(reader.Path()), kMovieOk);
+            EXPECT_EQ(file.Flags(), std::stoul(expected["flags"].get<std::string>(), nullptr, 16));
         }
     }
     EXPECT_GT(files, 80);
 }
 
-TEST(MovieReader, SystemErrorsAreKept) {
-    TempDir dir;
-    const struct {
-        const char* name;
-        std::string path;
-        int error;
-    } cases[] = {
-        {"missing", dir.Path("none.mp4"), ENOENT},
-        {"folder", dir.Path(""), EISDIR},
-        {"no path", "", ENOENT},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        CMP4MovieReader reader;
-        reader.SetPath(c.path);
-        EXPECT_EQ(reader.Open(), kMovieSystem);
-        EXPECT_EQ(reader.LastError(), c.error);
-        reader.Close();  // a closed object may be closed again
+TEST(MovieReader, TheRecordHoldsWhatTheFileSays) {
+    MovieBuilder builder = RichMovie();
+    builder.tracks[1].edits = {{1280, 1024, 3}};
+    const Opened<CMP4MovieRead> movie(builder.Build());
+    ASSERT_EQ(movie.code, kMovieOk);
+    const CMovieInfoType& info = movie.reader.GetInfo();
+    EXPECT_EQ(info.majorBrand, fourcc("MSNV"));
+    EXPECT_EQ(info.minorVersion, 0x200u);
+    EXPECT_EQ(info.hasBrandMsnv + info.hasBrandIsom + info.hasBrandMp42, 3u);
+    for (const Mp4Date& date : {info.creationDate, info.modificationDate}) {
+        EXPECT_EQ(date.year * 10000 + date.month * 100 + date.day, 20080924);
+        EXPECT_EQ(date.hour * 10000 + date.minute * 100 + date.second, 143232);
     }
+    EXPECT_EQ(info.timescale, 1000u);
+    EXPECT_EQ(info.editTimescale, 1000u);
+    EXPECT_EQ(info.duration, 1300u) << "the picture's edits";
+    EXPECT_EQ(info.editDuration, 1300u);
+    EXPECT_EQ(movie.reader.GetDurationMs(), 1300u);
+    EXPECT_EQ(info.fileProfile, 0u);
+    EXPECT_FALSE(movie.reader.IsFragmented());
+
+    const MovieTrackInfo &video = info.video, &audio = info.audio;
+    EXPECT_EQ(info.videoDurationMovie, 40u * 1001);
+    EXPECT_EQ(video.duration, 40u * 1001);
+    EXPECT_EQ(video.timescale, 30000u);
+    EXPECT_EQ(video.sampleCount, 40u);
+    EXPECT_EQ(video.defaultDuration, 1001u);
+    EXPECT_EQ(video.role, 1u);
+    EXPECT_EQ(video.averageBitRate, 3000u);
+    EXPECT_EQ(video.maximumBitRate, 4000u);
+    ASSERT_EQ(video.edits.size(), 2u);
+    EXPECT_EQ(video.edits[0].segmentDuration, 100u);
+    EXPECT_EQ(video.edits[0].mediaTime, -1);
+    EXPECT_EQ(video.edits[1].rate, 0x10000u);
+    EXPECT_EQ(audio.duration, 60u * 1024);
+    EXPECT_EQ(audio.sampleCount, 60u);
+    EXPECT_EQ(audio.averageBitRate, 96u);
+    EXPECT_EQ(audio.maximumBitRate, 128u);
+    ASSERT_EQ(audio.edits.size(), 1u);
+    EXPECT_EQ(audio.edits[0].mediaTime, 1024);
+    EXPECT_EQ(audio.edits[0].rate, 0x30000u);
+
+    ASSERT_EQ(info.videoDescriptions.size(), 2u);
+    EXPECT_EQ(info.videoDescriptions[1].index, 2u);
+    EXPECT_EQ(movie.reader.FindVideoDescription(2), 2u);
+    EXPECT_EQ(movie.reader.FindVideoDescription(3), 0u);
+    EXPECT_EQ(info.videoDescriptions[0].avc.length_size, 4u);
+    EXPECT_FALSE(info.videoDescriptions[0].spsData.empty());
+    EXPECT_FALSE(info.videoDescriptions[1].decoderConfig.empty());
+    ASSERT_EQ(info.audioDescriptions.size(), 1u);
+    EXPECT_EQ(info.audioDescriptions[0].objectType, 0x40u);
+    ASSERT_EQ(info.metaData.size(), 2u);
+    EXPECT_EQ(info.metaData[0].language, 0x15C7u);
+    EXPECT_EQ(info.metaData[0].data, Be16({'H', 'i'}));
+    EXPECT_EQ(info.metaData[1].index, 2u);
+    ASSERT_EQ(info.metaTypes.size(), 1u);
+    EXPECT_EQ(info.metaTypes[0].data, Be16({'H', 'i'}));
+    EXPECT_EQ(movie.reader.GetFileSize(), static_cast<int64_t>(movie.size));
 }
 
 MovieTrack with_entry(MovieTrack track, const Bytes& entry) {
@@ -181,6 +225,72 @@ TEST(MovieRead, ASamplePastTheEndOfTheFileIsRefused) {
         EXPECT_EQ(movie.reader.ReadVideoSample(&buffer, &info), kMovieOk);
     EXPECT_EQ(movie.reader.ReadVideoSample(&buffer, &info), movie_code(FF4_RET_FORMAT));
     EXPECT_LT(buffer.data.capacity(), 1u << 20);
+    EXPECT_EQ(movie.reader.GetReason().code, ReasonCode::kDamagedSample);
+    EXPECT_EQ(movie.reader.GetReason().arguments, std::vector<ReasonArgument>{uint64_t{5}});
+    EXPECT_EQ(movie.reader.GetCursor(CMP4MovieRead::Track::kVideo).currentSample, 5u);
+}
+
+// Opens a movie and reads all of it.
+MovieCode read_all(CMP4MovieRead* movie, uint32_t* samples) {
+    *samples = 0;
+    MOVIE_TRY(movie->Open());
+    CReadBuffer buffer;
+    ReadSampleInfo info;
+    for (const auto next : {&CMP4MovieRead::ReadVideoSample, &CMP4MovieRead::ReadAudioSample}) {
+        for (;; ++*samples) {
+            const MovieCode code = (movie->*next)(&buffer, &info);
+            if (code == kMovieEndOfSamples) break;
+            MOVIE_TRY(code);
+        }
+    }
+    return kMovieOk;
+}
+
+TEST(MovieRead, EveryFailedReadIsToldAndTheNextOpenIsWhole) {
+    Opened<CMP4MovieRead> movie(MovieBuilder{.tracks = {VideoTrack(4), SoundTrack(3)}}.Build());
+    uint32_t samples = 0;
+    for (uint64_t n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        std::optional<FailingReads> fail(n);
+        const MovieCode code = read_all(&movie.reader, &samples);
+        fail.reset();
+        if (!FailingReads::Met()) {
+            EXPECT_GT(n, 30u);
+            break;
+        }
+        EXPECT_TRUE(code == kMovieSystem || code == movie_code(FF4_RET_FILE)) << code;
+        const Reason& reason = movie.reader.GetReason();
+        EXPECT_EQ(reason, (Reason{ReasonCode::kCantRead,
+                                  ReasonSide::kSource,
+                                  movie.reader.Path(),
+                                  {ReasonError{EIO}}}));
+        if (!movie.reader.Session()) {
+            TrackCursor cursor{1};
+            CReadBuffer buffer;
+            ReadSampleInfo info;
+            EXPECT_EQ(movie.reader.ReadSample(&cursor, &buffer, &info), movie_code(FF4_RET_STATE));
+        }
+        ASSERT_EQ(read_all(&movie.reader, &samples), kMovieOk);
+        EXPECT_EQ(samples, 7u);
+    }
+}
+
+TEST(MovieRead, AnObjectThatIsOpenedAgainForgetsTheFirstFile) {
+    Opened<CMP4MovieRead> movie(MovieBuilder{.tracks = {VideoTrack(40), SoundTrack(60)}}.Build());
+    uint64_t in = 500, out = 700;
+    ASSERT_EQ(movie.reader.SelectRange(&in, &out, false), kMovieOk);
+    const Bytes other = MovieBuilder{.tracks = {SoundTrack(5)}}.Build();
+    movie.dir.Write("other.mp4", {other.begin(), other.end()});
+    movie.reader.SetPath(movie.dir.Path("other.mp4"));
+    ASSERT_EQ(movie.reader.Open(), kMovieOk);
+    EXPECT_FALSE(movie.reader.HasVideo());
+    EXPECT_EQ(movie.reader.GetSelectedSampleCount(), 5u);
+
+    movie.reader.SetPath(movie.dir.Path("none"));
+    EXPECT_EQ(movie.reader.Open(), kMovieSystem);
+    EXPECT_FALSE(movie.reader.HasAudio());
+    EXPECT_EQ(movie.reader.GetSelectedSampleCount(), 0u);
+    EXPECT_EQ(movie.reader.SelectRange(&in, &out, false), movie_code(FF4_RET_STATE));
 }
 
 TEST(Samples, SyncRules) {
