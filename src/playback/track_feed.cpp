@@ -14,10 +14,8 @@ namespace tarn {
 namespace {
 
 constexpr uint32_t kSecond = 1'000'000'000, kMillisecond = 1'000'000;
-// Pictures are reordered within 16 frames at most (ISO/IEC 14496-10, A.3.1).
-constexpr size_t kReorder = 17;
-// What a sound decoder has to have heard before it gives a sample whole.
-constexpr uint32_t kWarmUpSamples = 2;
+// Among so many rows before and after a picture is the one that is shown next.
+constexpr size_t kNeighbours = kMostReordered + 1;
 // Pictures before the place of a seek that are decoded in any case: a decoder learns from them how
 // far pictures are reordered.
 constexpr int64_t kRunUp = 6;
@@ -154,7 +152,7 @@ MovieCode TrackFeed::FetchRows(size_t ahead) {
         m_rows.push_back(row);
         ++m_fetched;
     }
-    for (; m_next > kReorder; --m_next)
+    for (; m_next > kNeighbours; --m_next)
         m_rows.pop_front();
     return kMovieOk;
 }
@@ -211,7 +209,7 @@ bool TrackFeed::IsOver() const {
 
 MovieCode TrackFeed::Read(FeedSample* sample) {
     const bool video = m_kind == Kind::kVideo;
-    MOVIE_TRY(FetchRows(video ? kReorder : 0));
+    MOVIE_TRY(FetchRows(video ? kNeighbours : 0));
     if (IsOver()) return kMovieEndOfSamples;
     const Row row = m_rows[m_next];
     uint32_t count = 1;

@@ -8,9 +8,8 @@ namespace tarn {
 namespace {
 
 constexpr uint32_t kPresentationLook = 3;  // samples looked at for a track's first presentation
-// Pictures are reordered within 16 frames at most (ISO/IEC 14496-10, A.3.1).
-constexpr uint32_t kReorder = 16;
 
+// Times have a sign where a track may start late.
 Mp4Result to_signed(uint64_t value, int64_t* out) {
     if (value > static_cast<uint64_t>(INT64_MAX)) return FF4_RET_OVERFLOW;
     *out = static_cast<int64_t>(value);
@@ -19,17 +18,6 @@ Mp4Result to_signed(uint64_t value, int64_t* out) {
 
 Mp4Result add(int64_t a, int64_t b, int64_t* out) {
     return __builtin_add_overflow(a, b, out) ? FF4_RET_OVERFLOW : FF4_RET_OK;
-}
-
-// value * to / from, rounded towards zero.
-Mp4Result rescale(int64_t value, uint32_t from, uint32_t to, int64_t* out) {
-    const uint64_t magnitude =
-        value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-    uint64_t scaled = 0;
-    FF4_TRY(mp4_mul_div(magnitude, to, from, &scaled));
-    FF4_TRY(to_signed(scaled, out));
-    if (value < 0) *out = -*out;
-    return FF4_RET_OK;
 }
 
 // A time of the movie in decoding time of the track.
@@ -59,13 +47,6 @@ Mp4Result points_of(Mp4ReadSession* session, const CMovieInfoType& info, uint64_
     if (info.audio.trackNumber != 0)
         FF4_TRY(track_time(session, info.audio, info.timescale, ms, &points->audio));
     return FF4_RET_OK;
-}
-
-// Media units to milliseconds, to the nearest.
-uint64_t to_ms(uint64_t units, uint32_t timescale) {
-    uint64_t half = 0;
-    static_cast<void>(mp4_mul_div(units, 2000, timescale, &half));
-    return (half + 1) / 2;
 }
 
 // When a picture is shown, counted from its own decoding.
@@ -100,7 +81,7 @@ Mp4Result find_shown_start(Mp4ReadSession* session, const MovieTrackInfo& track,
                            MovieRange* range) {
     const TrackRange& video = range->video;
     int64_t wanted = 0, first = 0;
-    uint32_t later = 0;  // pictures decoded behind the point; one of them may be shown before it
+    uint32_t later = 0;  // pictures decoded after the point; one of them may be shown before it
     FF4_TRY(to_signed(range->leadIn, &wanted));
     FF4_TRY(add(wanted, video.presentationStart, &wanted));
     for (uint32_t n = video.first; n <= track.sampleCount; ++n) {
@@ -111,11 +92,12 @@ Mp4Result find_shown_start(Mp4ReadSession* session, const MovieTrackInfo& track,
         const int64_t shown = decoded + sample.compositionOffset;
         if (n == video.first) first = range->exactStart = shown;
         if (shown <= wanted) range->exactStart = std::max(range->exactStart, shown);
-        if (decoded > wanted && ++later > kReorder) break;
+        if (decoded > wanted && ++later > kMostReordered) break;
     }
     // What is shown first, as it lies before the in point.
     const auto before = [&](int64_t shown) {
-        return std::min(inMs, to_ms(not_negative(wanted - shown), track.timescale));
+        const int64_t units = std::max<int64_t>(wanted - shown, 0);
+        return std::min(inMs, not_negative(mp4_scale_nearest(units, 1000, track.timescale)));
     };
     range->actualInMs = inMs - before(first);
     range->exactInMs = inMs - before(range->exactStart);
@@ -230,7 +212,8 @@ Mp4Result choose_start(Mp4ReadSession* session, const CMovieInfoType& info,
     if (audio) {
         int64_t lead = 0;
         FF4_TRY(to_signed(range->leadIn, &lead));
-        if (video) FF4_TRY(rescale(lead, info.video.timescale, info.audio.timescale, &lead));
+        if (video)
+            FF4_TRY(mp4_scale_toward_zero(lead, info.audio.timescale, info.video.timescale, &lead));
         FF4_TRY(start_audio(session, info.audio, in.audio, lead, &range->audio));
     }
     range->actualInMs = range->exactInMs = request.inMs;
@@ -259,8 +242,10 @@ Mp4Result choose_end(Mp4ReadSession* session, const CMovieInfoType& info,
             FF4_TRY(to_signed(range->video.endTime, &end));
             FF4_TRY(add(end, -out.video, &correction));
         }
-        if (audio) FF4_TRY(rescale(correction, info.video.timescale, info.audio.timescale, &lead));
-        FF4_TRY(rescale(correction, info.video.timescale, 1000, &correction));
+        if (audio)
+            FF4_TRY(mp4_scale_toward_zero(correction, info.audio.timescale, info.video.timescale,
+                                          &lead));
+        FF4_TRY(mp4_scale_toward_zero(correction, 1000, info.video.timescale, &correction));
     }
     if (audio) FF4_TRY(end_audio(session, info.audio, out.audio, lead, &range->audio));
     int64_t ms = 0;
@@ -327,7 +312,7 @@ Mp4Result GetPresentationStart(Mp4ReadSession* session, const MovieTrackInfo& tr
 Mp4Result FindShownSync(Mp4ReadSession* session, const MovieTrackInfo& track, uint64_t target,
                         int64_t presentationStart, SyncBounds* bounds) {
     FF4_TRY(FindSyncBounds(session, track, target, bounds));
-    // Where pictures last unevenly one may be decoded before the point and shown behind it.
+    // Where pictures last unevenly one may be decoded before the point and shown after it.
     while (bounds->prevTime > 0) {
         int64_t offset = 0, lead = 0;
         FF4_TRY(shown_after(session, track, bounds->prev, &offset));

@@ -12,6 +12,11 @@
 
 namespace tarn {
 
+// Pictures are reordered within so many at most (ISO/IEC 14496-10, A.3.1).
+constexpr uint32_t kMostReordered = 16;
+// What a sound decoder has to have heard before it gives the next sample whole.
+constexpr uint32_t kWarmUpSamples = 2;
+
 // Samples `first` up to but not including `end`, with their decoding times in media units.
 struct TrackRange {
     uint32_t first = 1, end = 1;
@@ -38,7 +43,7 @@ struct MovieRange {
 };
 
 // Sync samples around a decoding time: the last at or before it (`prev`, sample 1 when there is
-// none) and the first at or after it (`next`, one behind the last sample when there is none).
+// none) and the first at or after it (`next`, one after the last sample when there is none).
 struct SyncBounds {
     uint32_t prev, next;
     uint64_t prevTime, nextTime;

@@ -6,7 +6,6 @@ namespace tarn {
 namespace {
 
 constexpr int32_t kBitRate = 128000;
-constexpr uint32_t kWarmUpSamples = 2;
 constexpr uint32_t kMostPcmRun = 16384;  // frames read and treated together
 
 uint32_t block_units(uint32_t timescale, uint32_t rate) {

@@ -11,6 +11,19 @@
 namespace tarn {
 namespace {
 
+// A movie on disk, open.
+struct Opened {
+    explicit Opened(MovieBuilder builder) : truth(std::move(builder)) {
+        const Bytes bytes = truth.Build();
+        dir.Write("m.mp4", {bytes.begin(), bytes.end()});
+        movie.SetPath(dir.Path("m.mp4"));
+        EXPECT_EQ(movie.Open(), kMovieOk);
+    }
+    MovieBuilder truth;
+    TempDir dir;
+    CMP4MovieRead movie;
+};
+
 // 25 pictures a second of 1000 units each, in groups of ten (0.4 s); sound of 1024 units at 48 kHz.
 MovieTrack pictures(uint32_t count, uint32_t between = 0) {
     MovieTrack track = VideoTrack(count, 10, between);
@@ -61,12 +74,8 @@ TEST(RangeSelection, CutsOnSyncSamplesWithSoundInStep) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        TempDir dir;
-        const Bytes bytes = MovieBuilder{.tracks = c.tracks}.Build();
-        dir.Write("m.mp4", {bytes.begin(), bytes.end()});
-        CMP4MovieRead movie;
-        movie.SetPath(dir.Path("m.mp4"));
-        ASSERT_EQ(movie.Open(), kMovieOk);
+        Opened opened({.tracks = c.tracks});
+        CMP4MovieRead& movie = opened.movie;
         uint64_t in = c.in, out = c.out;
         ASSERT_EQ(movie.SelectRange(&in, &out, c.out == 4010), kMovieOk);
         const TrackRange &video = movie.GetRange().video, &audio = movie.GetRange().audio;
@@ -78,6 +87,87 @@ TEST(RangeSelection, CutsOnSyncSamplesWithSoundInStep) {
         }
         EXPECT_EQ(in, c.actual[0]);
         EXPECT_EQ(out, c.actual[1]);
+    }
+}
+
+// Of samples `first` up to `end`.
+uint64_t bytes_of(const MovieTrack& track, uint32_t first, uint32_t end) {
+    uint64_t bytes = 0;
+    for (uint32_t n = first; n < end; ++n)
+        bytes += track.samples[n - 1].size;
+    return bytes;
+}
+
+TEST(RangeSelection, PlacesTheCursorsAndCountsTheBytes) {
+    Opened opened({.tracks = {pictures(100), SoundTrack(188)}});
+    const int64_t before = opened.movie.GetSelectedBytes();
+    EXPECT_GT(before, 1000) << "the movie header";
+    uint64_t in = 500, out = 1000;
+    ASSERT_EQ(opened.movie.SelectRange(&in, &out, false), kMovieOk);
+    const struct {
+        CMP4MovieRead::Track track;
+        uint64_t figures[5];
+    } cases[] = {{CMP4MovieRead::Track::kVideo, {1, 11, 31, 10000, 30000}},
+                 {CMP4MovieRead::Track::kAudio, {2, 19, 57, 18 * 1024, 56 * 1024}}};
+    uint64_t bytes = 0;
+    for (const auto& c : cases) {
+        const TrackCursor& cursor = opened.movie.GetCursor(c.track);
+        const uint64_t figures[] = {cursor.trackNumber, cursor.currentSample, cursor.endSample,
+                                    cursor.currentTime, cursor.endTime};
+        EXPECT_TRUE(std::ranges::equal(figures, c.figures)) << testing::PrintToString(figures);
+        bytes +=
+            bytes_of(opened.truth.tracks[c.figures[0] - 1], cursor.currentSample, cursor.endSample);
+    }
+    EXPECT_EQ(opened.movie.GetSelectedBytes() - before, static_cast<int64_t>(bytes));
+    EXPECT_EQ(opened.movie.GetSelectedSampleCount(), 20u);
+    EXPECT_EQ(opened.movie.GetRange().leadIn, 2500u);
+    EXPECT_EQ(opened.movie.GetRange().leadOut, 5000u);
+    EXPECT_EQ(opened.movie.GetRange().exactInMs, 480u) << "the picture on the screen at 500 ms";
+}
+
+TEST(RangeSelection, ALimitOfBytesKeepsWholeGroups) {
+    const MovieTrack track = pictures(100);
+    const uint64_t two = bytes_of(track, 1, 21);
+    const struct {
+        uint64_t limit;
+        uint32_t end, sound_end;
+        uint64_t out;
+    } cases[] = {
+        {two, 21, 39, 800}, {two - 1, 11, 20, 400}, {1, 11, 20, 400}, {two * 9, 101, 189, 4000}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.limit);
+        Opened opened({.tracks = {track, SoundTrack(188)}});
+        opened.movie.SetSizeLimit(static_cast<int64_t>(c.limit));
+        uint64_t in = 0, out = 4000;
+        ASSERT_EQ(opened.movie.SelectRange(&in, &out, true), kMovieOk);
+        EXPECT_EQ(opened.movie.GetRange().video.end, c.end);
+        EXPECT_EQ(opened.movie.GetRange().audio.end, c.sound_end);
+        EXPECT_EQ(out, c.out);
+    }
+}
+
+TEST(RangeSelection, RefusesWhatIsNoRange) {
+    MovieTrack timeless = pictures(10);
+    timeless.samples[0].duration = 0;
+    const struct {
+        const char* name;
+        MovieTrack track;
+        uint64_t in, out;
+        MovieCode code;
+        ReasonCode reason;
+    } cases[] = {
+        {"backwards", pictures(10), 200, 100, kMovieRange, ReasonCode::kOutsideMovie},
+        {"no duration", timeless, 0, 100, movie_code(FF4_RET_FORMAT), ReasonCode::kDamaged},
+        {"too far for 64 bits", pictures(10), UINT64_MAX / 2, UINT64_MAX,
+         movie_code(FF4_RET_OVERFLOW), ReasonCode::kNumberTooLarge},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Opened opened({.tracks = {c.track}});
+        uint64_t in = c.in, out = c.out;
+        EXPECT_EQ(opened.movie.SelectRange(&in, &out, false), c.code);
+        EXPECT_EQ(opened.movie.GetReason().code, c.reason);
+        EXPECT_EQ(in, c.in);
     }
 }
 
