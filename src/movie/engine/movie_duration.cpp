@@ -73,10 +73,10 @@ Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIn
     if (!edited || session->fragments) FF4_TRY(mp4_get_tables_duration(session, track, &tables));
     if (!edited) FF4_TRY(to_movie_units(session, index, tables, length));
     if (!session->fragments) return FF4_RET_OK;
-    uint64_t end = 0, behind = 0;
+    uint64_t end = 0, fragments = 0;
     FF4_TRY(mp4_get_track_duration(session, track, &end));
-    FF4_TRY(to_movie_units(session, index, end - tables, &behind));
-    return mp4_add(*length, behind, length);
+    FF4_TRY(to_movie_units(session, index, end - tables, &fragments));
+    return mp4_add(*length, fragments, length);
 }
 
 Mp4Result longest_track(Mp4ReadSession* session, uint64_t* duration) {

@@ -35,7 +35,7 @@ Mp4Result mp4_get_media_bytes(Mp4ReadSession* session, uint32_t track, uint64_t*
 // The bytes of `count` samples from `first` on, fragments included.
 Mp4Result mp4_get_range_bytes(Mp4ReadSession* session, uint32_t track, uint32_t first,
                               uint32_t count, uint64_t* bytes);
-// How many samples from `number` on, at least 1, have its size and duration and lie behind each
+// How many samples from `number` on, at least 1, have its size and duration and lie one after the
 // other in one chunk. Only a table of one size for all gives more than 1.
 Mp4Result mp4_get_alike_samples(Mp4ReadSession* session, uint32_t track, uint32_t number,
                                 uint32_t* count);
@@ -59,11 +59,11 @@ Mp4Result mp4_get_sample_number_at_time(Mp4ReadSession* session, uint32_t track,
 Mp4Result mp4_get_sample_time(Mp4ReadSession* session, uint32_t track, uint32_t number,
                               uint64_t* start);
 
-// The first sync sample strictly behind `number`, and its time. FF4_RET_NOTFOUND when none follows.
+// The first sync sample strictly after `number`, and its time. FF4_RET_NOTFOUND when none follows.
 Mp4Result mp4_next_sync_sample(Mp4ReadSession* session, uint32_t track, uint32_t number,
                                uint32_t* next, uint64_t* time);
 
-// The start of the first sync sample behind the one that holds `time`, fragments included.
+// The start of the first sync sample after the one that holds `time`, fragments included.
 Mp4Result mp4_find_sync_after_time(Mp4ReadSession* session, uint32_t track, uint64_t time,
                                    uint64_t* syncTime);
 

@@ -7,15 +7,15 @@ namespace {
 
 constexpr uint32_t kTrackEnabled = 1;
 
-// Lists opened for one look.
-class Entries {
+// The sample entries of a track, for as long as they are looked at.
+class OpenEntries {
 public:
-    explicit Entries(Mp4ReadSession* session) : m_session(session) {}
-    ~Entries() {
+    explicit OpenEntries(Mp4ReadSession* session) : m_session(session) {}
+    ~OpenEntries() {
         if (m_entries) static_cast<void>(mp4_close_sample_entries(m_session, m_entries));
     }
-    Entries(const Entries&) = delete;
-    Entries& operator=(const Entries&) = delete;
+    OpenEntries(const OpenEntries&) = delete;
+    OpenEntries& operator=(const OpenEntries&) = delete;
     Mp4Result Open(uint32_t track) { return mp4_open_sample_entries(m_session, track, &m_entries); }
     const Mp4SampleEntries* get() const { return m_entries; }
     uint32_t count() const { return m_entries ? m_entries->list.count : 0; }
@@ -33,7 +33,7 @@ bool can_decode(uint32_t format) {
 Mp4Result is_served(Mp4ReadSession* session, uint32_t track, uint32_t handler, bool* served) {
     *served = false;
     if (handler != fourcc("vide") && handler != fourcc("soun")) return FF4_RET_OK;
-    Entries entries(session);
+    OpenEntries entries(session);
     FF4_TRY(entries.Open(track));
     if (handler == fourcc("vide")) {
         Mp4VideoEntry entry{};
@@ -81,7 +81,7 @@ struct Candidate {
     bool IsGood() const { return served && inside; }
 };
 
-Mp4Result look_at_track(Mp4ReadSession* session, uint32_t track, Candidate* candidate) {
+Mp4Result examine_track(Mp4ReadSession* session, uint32_t track, Candidate* candidate) {
     Mp4TrackHeaderInfo header{};
     FF4_TRY(mp4_get_track_header(session, track, &header));
     if ((header.flags & kTrackEnabled) == 0) return FF4_RET_OK;
@@ -129,7 +129,7 @@ Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* inf
             }
         }
         const bool main = !camera || candidate.role.role == kRoleMain;
-        if (opened && main) result = look_at_track(session, track, &candidate);
+        if (opened && main) result = examine_track(session, track, &candidate);
         if (is_of_the_machine(result)) return result;
         if (opened && main && result == FF4_RET_OK && candidate.IsGood() &&
             take(track, candidate, info)) {
@@ -155,13 +155,13 @@ TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* c
         if ((header.flags & kTrackEnabled) == 0) continue;
 
         Candidate candidate{};
-        Entries entries(session);
+        OpenEntries entries(session);
         const Mp4SampleEntry* entry = nullptr;
         if (mp4_open_track(session, track) != FF4_RET_OK || entries.Open(track) != FF4_RET_OK ||
             mp4_get_sample_entry(session, entries.get(), 1, &entry) != FF4_RET_OK)
             return TrackFault::kDamaged;
         *code = entry->format;
-        if (look_at_track(session, track, &candidate) != FF4_RET_OK) return TrackFault::kDamaged;
+        if (examine_track(session, track, &candidate) != FF4_RET_OK) return TrackFault::kDamaged;
         if (!candidate.served) return TrackFault::kKind;
         return candidate.inside ? TrackFault::kRole : TrackFault::kElsewhere;
     }
@@ -189,7 +189,7 @@ Mp4Result ReadTrackInfo(Mp4ReadSession* session, MovieTrackInfo* track) {
 
 Mp4Result ReadVideoDescriptions(Mp4ReadSession* session, uint32_t track,
                                 std::vector<CVideoSampleDescriptionInfo>* list) {
-    Entries entries(session);
+    OpenEntries entries(session);
     const Mp4Result opened = entries.Open(track);
     if (opened == FF4_RET_NOTFOUND) return FF4_RET_OK;
     FF4_TRY(opened);
@@ -217,7 +217,7 @@ Mp4Result ReadVideoDescriptions(Mp4ReadSession* session, uint32_t track,
 
 Mp4Result ReadAudioDescriptions(Mp4ReadSession* session, uint32_t track,
                                 std::vector<CAudioSampleDescriptionInfo>* list) {
-    Entries entries(session);
+    OpenEntries entries(session);
     const Mp4Result opened = entries.Open(track);
     if (opened == FF4_RET_NOTFOUND) return FF4_RET_OK;
     FF4_TRY(opened);
