@@ -37,8 +37,11 @@ void ask_entries(Mp4ReadSession* session, uint32_t track) {
             Sane(mp4_get_decoder_config(session, entries, n, size, config.data()));
         }
         Sane(mp4_get_avc_config_info(session, entries, n, &avc));
-        for (uint32_t set = 0; set <= avc.sps_count; ++set)
-            Sane(mp4_get_sps_size(session, entries, n, set, &size));
+        for (uint32_t set = 0; set <= avc.sps_count; ++set) {
+            if (Sane(mp4_get_sps_size(session, entries, n, set, &size)) != FF4_RET_OK) continue;
+            Bytes parameters(size + 1);
+            Sane(mp4_get_sps(session, entries, n, set, size, parameters.data()));
+        }
         for (uint32_t set = 0; set <= avc.pps_count; ++set)
             Sane(mp4_get_pps_size(session, entries, n, set, &size));
     }
@@ -53,6 +56,8 @@ void ask_track(Mp4ReadSession* session, uint32_t track) {
     Sane(mp4_get_media_header(session, track, &media));
     Sane(mp4_get_handler(session, track, &handler));
     if (Sane(mp4_open_track(session, track)) != FF4_RET_OK) return;
+    Mp4TrackFragmentDefaults defaults{};
+    Sane(mp4_get_track_fragment_defaults(session, track, &defaults));
     Mp4EditList* edits = nullptr;
     if (Sane(mp4_open_edit_list(session, track, &edits)) == FF4_RET_OK)
         Sane(mp4_close_edit_list(session, edits));

@@ -146,28 +146,4 @@ Mp4Result mp4_get_movie_extent(Mp4ReadSession* session, Mp4MovieExtent* out) {
     return FF4_RET_OK;
 }
 
-const char* mp4_result_name(Mp4Result result) {
-    switch (result) {
-        case FF4_RET_OK:
-            return "FF4_RET_OK";
-        case FF4_RET_ARGS:
-            return "FF4_RET_ARGS";
-        case FF4_RET_STATE:
-            return "FF4_RET_STATE";
-        case FF4_RET_NOMEM:
-            return "FF4_RET_NOMEM";
-        case FF4_RET_FILE:
-            return "FF4_RET_FILE";
-        case FF4_RET_NOTFOUND:
-            return "FF4_RET_NOTFOUND";
-        case FF4_RET_OVERFLOW:
-            return "FF4_RET_OVERFLOW";
-        case FF4_RET_FORMAT:
-            return "FF4_RET_FORMAT";
-        case FF4_RET_INTERNAL:
-            return "FF4_RET_INTERNAL";
-    }
-    return "UNKNOWN RETURN CODE TYPE(ERROR!!)";
-}
-
 }  // namespace tarn

@@ -81,7 +81,7 @@ struct Mp4FileType {
 // FF4_RET_NOTFOUND without 'ftyp', FF4_RET_FORMAT for one below 8 bytes.
 Mp4Result mp4_get_file_type(Mp4ReadSession* session, Mp4FileType* out);
 Mp4Result mp4_has_compatible_brand(Mp4ReadSession* session, uint32_t brand, uint32_t* flag);
-// The list of compatible brands, 1-based; FF4_RET_NOTFOUND behind the last.
+// The list of compatible brands, 1-based; FF4_RET_NOTFOUND after the last.
 Mp4Result mp4_get_compatible_brand(Mp4ReadSession* session, uint32_t number, uint32_t* brand);
 
 struct Mp4MovieHeaderInfo {
@@ -104,8 +104,5 @@ Mp4Result mp4_get_movie_extent(Mp4ReadSession* session, Mp4MovieExtent* out);
 // The longest counting track in movie units. Object descriptor tracks do not count, nor do video
 // tracks whose role is another than the main one.
 Mp4Result mp4_get_movie_duration(Mp4ReadSession* session, uint64_t* duration);
-
-// The name of a result for messages: "FF4_RET_FORMAT".
-const char* mp4_result_name(Mp4Result result);
 
 }  // namespace tarn

@@ -5,7 +5,7 @@
 namespace tarn {
 namespace {
 
-// The engine record behind a list handle, in a block of its own.
+// A list that is handed out, in a block of its own.
 template <typename List, typename Read>
 Mp4Result open_list(Mp4Host* host, List** out, Read read, void (*free_entries)(Mp4Host*, List*)) {
     auto list = mp4_make<List>(host);
@@ -129,6 +129,19 @@ Mp4Result mp4_get_handler(Mp4ReadSession* session, uint32_t track, Mp4HandlerInf
     const Mp4TrackIndex* index = mp4_find_track_index(session, track);
     if (!index || index->hdlr.offset == 0) return FF4_RET_NOTFOUND;
     *out = {index->handler_type, index->handler_name};
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_get_track_fragment_defaults(Mp4ReadSession* session, uint32_t track,
+                                          Mp4TrackFragmentDefaults* out) {
+    if (!session || !out || track == 0) return FF4_RET_ARGS;
+    *out = {};
+    const Mp4TrackIndex* index = mp4_find_track_index(session, track);
+    if (!index) return FF4_RET_NOTFOUND;
+    const Mp4Trex* trex = mp4_find_trex(session->index.movie.extends, index->track_id);
+    if (!trex) return FF4_RET_NOTFOUND;
+    *out = {trex->track_id, trex->default_description_index, trex->default_duration,
+            trex->default_size, trex->default_flags};
     return FF4_RET_OK;
 }
 

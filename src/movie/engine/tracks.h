@@ -57,6 +57,18 @@ Mp4Result mp4_use_track_fragments(Mp4ReadSession* session, uint32_t track);
 // Where the last sample ends, in media units, fragments included.
 Mp4Result mp4_get_track_duration(Mp4ReadSession* session, uint32_t track, uint64_t* duration);
 
+// What the track's fragments take where they say nothing themselves.
+struct Mp4TrackFragmentDefaults {
+    uint32_t track_id;
+    uint32_t description_index;  // 1-based
+    uint32_t duration;           // media units
+    uint32_t size;               // bytes
+    uint32_t flags;              // bit 16: not a sync sample
+};
+// FF4_RET_NOTFOUND for a track without such a record.
+Mp4Result mp4_get_track_fragment_defaults(Mp4ReadSession* session, uint32_t track,
+                                          Mp4TrackFragmentDefaults* out);
+
 struct Mp4EditEntry {
     uint64_t segment_duration;  // movie units
     int64_t media_time;         // media units; -1 is an empty edit

@@ -103,6 +103,81 @@ TEST(Session, DurationIsTheLongestCountingTrack) {
     EXPECT_EQ(duration_of({.tracks = {video, sound}}), 3000u);
 }
 
+TEST(Session, ListsHandOutTheirEntries) {
+    MovieBuilder builder = RichMovie();
+    builder.moov_extra =
+        Atom("mvex", Trex({.track_id = 2, .description = 3, .duration = 4, .size = 5, .flags = 6}));
+    OpenMovie movie(builder.Build());
+    for (const uint32_t track : {1u, 2u, 3u})
+        ASSERT_EQ(mp4_open_track(movie, track), FF4_RET_OK);
+
+    Mp4TrackFragmentDefaults defaults{};
+    EXPECT_EQ(mp4_get_track_fragment_defaults(movie, 1, &defaults), FF4_RET_NOTFOUND);
+    EXPECT_EQ(mp4_get_track_fragment_defaults(movie, 9, &defaults), FF4_RET_NOTFOUND);
+    ASSERT_EQ(mp4_get_track_fragment_defaults(movie, 2, &defaults), FF4_RET_OK);
+    EXPECT_EQ((std::vector{defaults.track_id, defaults.description_index, defaults.duration,
+                           defaults.size, defaults.flags}),
+              (std::vector<uint32_t>{2, 3, 4, 5, 6}));
+
+    Mp4EditList* edits = nullptr;
+    uint32_t count = 0;
+    Mp4EditEntry edit{};
+    ASSERT_EQ(mp4_open_edit_list(movie, 1, &edits), FF4_RET_OK);
+    EXPECT_EQ(mp4_get_edit_count(movie, edits, &count), FF4_RET_OK);
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(mp4_get_edit_entry(movie, edits, 1, &edit), FF4_RET_OK);
+    EXPECT_EQ(edit.media_time, -1);
+    EXPECT_EQ(mp4_get_edit_entry(movie, edits, 2, &edit), FF4_RET_OK);
+    EXPECT_EQ(edit.segment_duration, 1200u);
+    for (const uint32_t outside : {0u, 3u})
+        EXPECT_EQ(mp4_get_edit_entry(movie, edits, outside, &edit), FF4_RET_NOTFOUND);
+    EXPECT_EQ(mp4_close_edit_list(movie, edits), FF4_RET_OK);
+}
+
+TEST(Session, DescriptionsHandOutConfigurationsAndSets) {
+    OpenMovie movie(RichMovie().Build());
+    Mp4SampleEntries* of[4] = {};  // AVC and MPEG-4, AAC, PCM
+    for (const uint32_t track : {1u, 2u, 3u}) {
+        ASSERT_EQ(mp4_open_track(movie, track), FF4_RET_OK);
+        ASSERT_EQ(mp4_open_sample_entries(movie, track, &of[track]), FF4_RET_OK);
+    }
+    uint32_t size = 0;
+    uint8_t bytes[64];
+    EXPECT_EQ(mp4_get_decoder_config_size(movie, of[1], 1, &size), FF4_RET_STATE) << "AVC";
+    EXPECT_EQ(mp4_get_decoder_config_size(movie, of[3], 1, &size), FF4_RET_NOTFOUND) << "PCM";
+    ASSERT_EQ(mp4_get_decoder_config_size(movie, of[2], 1, &size), FF4_RET_OK);
+    EXPECT_EQ(size, 27u);
+    EXPECT_EQ(mp4_get_decoder_config(movie, of[2], 1, size - 1, bytes), FF4_RET_ARGS);
+    ASSERT_EQ(mp4_get_decoder_config(movie, of[2], 1, size, bytes), FF4_RET_OK);
+    EXPECT_EQ(bytes[0], 3) << "the descriptor's own tag";
+    EXPECT_EQ(bytes[23] << 8 | bytes[22], 0x9011) << "AAC-LC, 48 kHz, stereo";
+
+    const struct {
+        Mp4Result (*size)(Mp4ReadSession*, const Mp4SampleEntries*, uint32_t, uint32_t, uint32_t*);
+        Mp4Result (*get)(Mp4ReadSession*, const Mp4SampleEntries*, uint32_t, uint32_t, uint32_t,
+                         uint8_t*);
+        uint32_t length;
+        uint8_t first;
+    } sets[] = {{mp4_get_sps_size, mp4_get_sps, 23, 0x67},
+                {mp4_get_pps_size, mp4_get_pps, 4, 0x68}};
+    for (const auto& set : sets) {
+        SCOPED_TRACE(set.length);
+        EXPECT_EQ(set.size(movie, of[1], 2, 1, &size), FF4_RET_STATE) << "MPEG-4";
+        EXPECT_EQ(set.size(movie, of[1], 1, 2, &size), FF4_RET_NOTFOUND);
+        ASSERT_EQ(set.size(movie, of[1], 1, 1, &size), FF4_RET_OK);
+        EXPECT_EQ(size, set.length);
+        EXPECT_EQ(set.get(movie, of[1], 1, 1, size - 1, bytes), FF4_RET_ARGS);
+        ASSERT_EQ(set.get(movie, of[1], 1, 1, size, bytes), FF4_RET_OK);
+        EXPECT_EQ(bytes[0], set.first);
+    }
+    Mp4VideoEntry video{};
+    Mp4AudioEntry audio{};
+    EXPECT_EQ(mp4_get_video_entry(movie, of[2], 1, &video), FF4_RET_STATE);
+    EXPECT_EQ(mp4_get_audio_entry(movie, of[1], 1, &audio), FF4_RET_STATE);
+    for (Mp4SampleEntries* entries : {of[1], of[2], of[3]})
+        EXPECT_EQ(mp4_close_sample_entries(movie, entries), FF4_RET_OK);
+}
+
 // Everything that can be asked of a session, once.
 Mp4Result visit_track(Mp4ReadSession* session, uint32_t track) {
     FF4_TRY(mp4_open_track(session, track));
