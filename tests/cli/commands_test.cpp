@@ -129,5 +129,43 @@ TEST(Commands, AnswerOnBrokenFiles) {
     }
 }
 
+TEST(Commands, TellHowTheyAreUsed) {
+    const TarnRun help = RunTarn({"--help"});
+    EXPECT_EQ(help.status, 0);
+    for (const char* command : {"check", "export", "info", "peaks", "samples", "tree"}) {
+        EXPECT_NE(help.out.find(std::string("\n  ") + command + " "), std::string::npos) << command;
+        EXPECT_EQ(RunTarn({command, "--help"}).status, 0) << command;
+        EXPECT_EQ(RunTarn({command}).status, 2) << command;
+    }
+    const TarnRun version = RunTarn({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "tarn " TARN_VERSION "\n");
+
+    const std::string clip = kData + "clips/cam_roles.mp4";
+    const std::vector<std::string> wrong[] = {
+        {},
+        {"cut", clip},
+        {"--json", "info", clip},
+        {"check", clip, clip},
+        {"tree", clip, "--track", "1"},
+        {"info", clip, "--raw"},
+        {"samples", clip},
+        {"samples", clip, "--track", "0"},
+        {"samples", clip, "--track", "text"},
+        {"samples", clip, "--track", "1x"},
+        {"samples", clip, "--track", "4294967296"},
+        {"samples", clip, "--track", "1", "--from", "0"},
+        {"samples", clip, "--track", "1", "--at", "1:75"},
+        {"samples", clip, "--track", "1", "--at", "1", "--next-sync", "1"},
+    };
+    for (const auto& arguments : wrong) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        const TarnRun run = RunTarn(arguments);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.out, "");
+        EXPECT_NE(run.err, "");
+    }
+}
+
 }  // namespace
 }  // namespace tarn
