@@ -8,7 +8,7 @@ out=$(realpath -m "${1:-$(dirname "$0")/concert.mp4}")
 # The two channels as expressions of t, in seconds, parted by "|".
 music() {
     awk '
-    # A plucked string: four partials, the higher the sooner gone, behind an attack of a few ms.
+    # A plucked string: four partials, the higher the sooner gone, after an attack of a few ms.
     # place: -1 is left, 1 is right.
     function note(start, frequency, strength, place,    side, gain, t, k, sum) {
         t = "(t-" start ")"

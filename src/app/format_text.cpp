@@ -7,9 +7,9 @@ bool is_conversion(char c) {
     return c == 's' || c == 'd' || c == 'i' || c == 'u';
 }
 
-// What stands behind a percent sign.
+// What stands after a percent sign.
 struct Mark {
-    size_t length = 0;  // characters behind the sign; 0 when it stands for itself
+    size_t length = 0;  // characters after the sign; 0 when it stands for itself
     size_t number = 0;  // the argument's, from 1; 0 for the next one
 };
 

@@ -6,10 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <memory>
-#include <string_view>
-#include <system_error>
 #include <utility>
 
 namespace tarn {
@@ -79,15 +76,6 @@ int XpDir::Make(mode_t mode) const {
         if (!is_folder(part)) return error == EEXIST ? ENOTDIR : error;
     }
     return 0;
-}
-
-int XpDir::RemoveTree() const {
-    if (m_path.find_first_not_of("/.") == std::string::npos) return EINVAL;
-    // With a closing slash a link would be followed.
-    const std::string path = m_path.substr(0, m_path.find_last_not_of('/') + 1);
-    std::error_code error;
-    std::filesystem::remove_all(path, error);
-    return error.value();
 }
 
 }  // namespace tarn

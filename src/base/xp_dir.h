@@ -1,4 +1,4 @@
-// xp_dir.h - a folder: is it there, what is in it, make it, remove it.
+// xp_dir.h - a folder: is it there, what is in it, make it.
 //
 // Calls answer 0 or errno.
 #pragma once
@@ -34,9 +34,6 @@ public:
     [[nodiscard]] int List(std::vector<XpDirEntry>* entries) const;
     // With the folders above it. One that is there already is a success and keeps its permissions.
     [[nodiscard]] int Make(mode_t mode = 0777) const;
-    // With all that is in it; a link is removed, never what it leads to. One that is not there is a
-    // success. EINVAL for the root and for paths of dots alone.
-    [[nodiscard]] int RemoveTree() const;
 
 private:
     std::string m_path;

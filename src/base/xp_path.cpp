@@ -1,7 +1,5 @@
 #include "base/xp_path.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstdint>
 
@@ -82,13 +80,6 @@ std::string XpPath::Join(std::string_view folder, std::string_view name) {
     std::string path(folder);
     if (!path.ends_with('/')) path += '/';
     return path.append(name);
-}
-
-bool XpPath::IsSameFile(const std::string& a, const std::string& b) {
-    struct stat first {};
-    struct stat second {};
-    return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
 std::string XpPath::Printable(std::string_view path) {

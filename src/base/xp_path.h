@@ -1,7 +1,7 @@
 // xp_path.h - taking paths apart and putting them together.
 //
-// A path is bytes, meant as UTF-8, its parts separated by slashes; nothing here looks at the disk
-// but IsSameFile. Names are compared byte by byte, extensions ignore ASCII case.
+// A path is bytes, meant as UTF-8, its parts separated by slashes; nothing here looks at the
+// disk. Names are compared byte by byte, extensions ignore ASCII case.
 #pragma once
 
 #include <string>
@@ -23,9 +23,6 @@ public:
     static bool HasExtension(std::string_view path, std::string_view extension);
     // An absolute `name` stands for itself; an empty folder is the current one.
     static std::string Join(std::string_view folder, std::string_view name);
-
-    // True when both lead to one existing file: the same device and inode.
-    static bool IsSameFile(const std::string& a, const std::string& b);
 
     // A path or another text of a file for a terminal or JSON: what is not UTF-8, and control
     // characters, become U+FFFD.

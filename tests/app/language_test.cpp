@@ -20,7 +20,7 @@ TEST(Language, OfALocale) {
         {"zh", "Chinese-PRChina"},
         {"zh_HK.UTF-8", "Chinese-Taiwan"},
         {"zh_Hans_HK", "Chinese-PRChina"},
-        {"zh_Hant", "Chinese-Taiwan"},
+        {"ZH_HANT", "Chinese-Taiwan"},
         {"zh_CN.GB18030", "Chinese-PRChina"},
         {"fro_FR", ""},
         {"C.UTF-8", ""},

@@ -85,7 +85,7 @@ TEST(ReferenceData, WalksTheNodesOfItsFile) {
         {"an empty key does not", plist("<key/>" + login), {0, 1, 0, 6}},
         {"a comment parts a pair", plist("<key>Auto Login</key><!--?--><string>6</string>"),
          kDefaults},
-        {"the first child of many", plist(pair("Auto Login", "<b>6<c>1</c></b>7")), {0, 1, 0, 61}},
+        {"the first child of many", plist(pair("Auto Login", "<b>6<!--2--><c>1</c></b>7")), {0, 1, 0, 61}},
         {"a dictionary of another name", "<plist><a>" + login + "</a></plist>", {0, 1, 0, 6}},
         {"the second child", "<plist><!----><dict>" + login + "</dict></plist>", kDefaults},
         {"another root", "<Plist><dict>" + login + "</dict></Plist>", kDefaults},

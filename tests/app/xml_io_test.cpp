@@ -39,6 +39,10 @@ TEST(XMLIO, AnswersFromItsFiles) {
     EXPECT_EQ(XMLIO(dir.Path("a*b")).GetLanguage(), "");
 }
 
+TEST(XMLIO, FindsItsFilesFromTheProgram) {
+    EXPECT_EQ(XMLIO(XMLIO::GetResourceFolder()).GetString("IDS_APP_TITLE"), "Tarn studio");
+}
+
 TEST(XMLIO, PrefersTheUsersLanguage) {
     const TempDir dir;
     dir.Write("Strings.xml", table("EnglishUS"));

@@ -53,6 +53,9 @@ TEST(XpFile, ReadsAndWritesPastFourGigabytes) {
     EXPECT_EQ(done, 3u) << "short only at the end";
     EXPECT_STREQ(text, "ail");
     EXPECT_EQ(file.ReadAt(UINT64_MAX, text, 1, &done), EOVERFLOW);
+    EXPECT_EQ(file.Seek(-1, XpFile::Origin::kStart, &at), EINVAL);
+    EXPECT_EQ(file.Seek(0, XpFile::Origin::kStart, &at), 0);
+    EXPECT_EQ(at, 0u);
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ Json Answer(const std::string& clip, const std::string& command) {
     return run.status == 0 ? out : Json{{"status", run.status}, {"out", out}};
 }
 
-// With TARN_RENEW set the answers are written anew; such a run never passes.
+// With TARN_RENEW set the answers are replaced; such a run never passes.
 void ExpectStored(const std::string& clip, const std::vector<std::string>& commands) {
     SCOPED_TRACE(clip);
     const std::string path =
