@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cerrno>
 #include <new>
 #include <vector>
 
@@ -15,6 +14,8 @@
 
 namespace tarn {
 namespace {
+
+using enum ReasonCode;
 
 constexpr size_t kLongestTarget = 256;  // characters
 constexpr uint32_t kBlockSize = 1048576;
@@ -38,31 +39,30 @@ bool same_file(const XpFile& source, const std::string& target) {
 // One rewriting, from open to commit.
 class WaveJob {
 public:
-    WaveJob(const AMPEffectSettings& settings, const AMPEffectProgressCallback& callback)
-        : m_settings(settings), m_callback(callback) {}
-
-    int Run(const std::string& target, const std::string& source, uint32_t start_ms,
-            uint32_t end_ms, bool replace);
-    const AMPWaveFailure& Failure() const { return m_failure; }
+    WaveJob(const AMPWaveRewrite& job, const AMPEffectProgressCallback& callback)
+        : m_job(job), m_callback(callback) {}
+    Reason Run();
 
 private:
-    int ChooseRange(uint32_t start_ms, uint32_t end_ms);
-    int WriteHeader();
-    int TreatSound();
-    int TreatBlock(int16_t* block, uint32_t size, uint32_t position);
+    Reason ChooseRange();
+    Reason WriteHeader();
+    Reason TreatSound();
+    Reason TreatBlock(int16_t* block, uint32_t size, uint32_t position);
 
-    int Fail(int result, AMPWaveFault fault) {
-        m_failure = {fault, 0};
-        return result;
+    Reason Source(ReasonCode code) const { return {code, ReasonSide::kSource, m_job.source, {}}; }
+    Reason Target(ReasonCode code) const { return {code, ReasonSide::kTarget, m_job.target, {}}; }
+    // 0 is no failure.
+    Reason CheckRead(int error) const {
+        if (error == 0) return {};
+        return SystemReason(kCantRead, ReasonSide::kSource, m_job.source, error);
     }
-    int FailSystem(int result, int error) {
-        m_failure = {AMPWaveFault::kSystem, error};
-        return result;
+    Reason CheckWritten(int error) const {
+        if (error == 0) return {};
+        return SystemReason(kCantWrite, ReasonSide::kTarget, m_job.target, error);
     }
 
-    const AMPEffectSettings& m_settings;
+    const AMPWaveRewrite& m_job;
     const AMPEffectProgressCallback& m_callback;
-    AMPWaveFailure m_failure;
     XpFile m_source;
     XpOutputFile m_output;
     AMPEffectChainPtr m_chain;
@@ -70,48 +70,41 @@ private:
     uint64_t m_skip = 0, m_frames = 0;  // frames before the range, and in it
 };
 
-int WaveJob::Run(const std::string& target, const std::string& source, uint32_t start_ms,
-                 uint32_t end_ms, bool replace) {
-    if (characters(target) > kLongestTarget) return Fail(kWaveWriteFailed, AMPWaveFault::kLongName);
-    if (const int result = AMPOpenWaveFile(source, &m_source, &m_header, &m_failure);
-        result != kWaveDone)
-        return result;
-    if (const int result = ChooseRange(start_ms, end_ms); result != kWaveDone) return result;
-    if (same_file(m_source, target)) return Fail(kWaveWriteFailed, AMPWaveFault::kSameFile);
+Reason WaveJob::Run() {
+    if (characters(m_job.target) > kLongestTarget)
+        return {kLongPath, ReasonSide::kTarget, m_job.target, {uint64_t{kLongestTarget}}};
+    if (Reason reason = AMPOpenWaveFile(m_job.source, &m_source, &m_header)) return reason;
+    if (Reason reason = ChooseRange()) return reason;
+    if (same_file(m_source, m_job.target)) return Target(kSameFile);
 
     using Existing = XpOutputFile::Existing;
-    int error =
-        m_output.Create(target, replace ? Existing::kReplace : Existing::kRefuse, kTemporarySuffix);
-    if (error != 0) return FailSystem(kWaveWriteFailed, error);
-    if (const int result = WriteHeader(); result != kWaveDone) return result;
-    if (const int result = TreatSound(); result != kWaveDone) return result;
-    error = m_output.Commit();
-    return error == 0 ? kWaveDone : FailSystem(kWaveWriteFailed, error);
+    const auto existing = m_job.replace_target ? Existing::kReplace : Existing::kRefuse;
+    if (Reason reason = CheckWritten(m_output.Create(m_job.target, existing, kTemporarySuffix)))
+        return reason;
+    if (Reason reason = WriteHeader()) return reason;
+    if (Reason reason = TreatSound()) return reason;
+    return CheckWritten(m_output.Commit());
 }
 
-int WaveJob::ChooseRange(uint32_t start_ms, uint32_t end_ms) {
-    const uint64_t rate = m_header.sample_rate;
+Reason WaveJob::ChooseRange() {
+    const uint64_t rate = m_header.sample_rate, start = m_job.start_ms, end = m_job.end_ms;
     const uint64_t available = m_header.data_size / kWaveFrameSize;
-    m_skip = start_ms * rate / 1000;
-    if (m_skip > 0 && m_skip >= available) return Fail(kWaveReadFailed, AMPWaveFault::kRange);
-    if (end_ms == 0) {
-        m_frames = available - m_skip;
-    } else {
-        if (end_ms < start_ms) return Fail(kWaveReadFailed, AMPWaveFault::kRange);
-        m_frames = (end_ms - start_ms) * rate / 1000;
-    }
-    if (m_frames > available - m_skip) return Fail(kWaveReadFailed, AMPWaveFault::kRange);
+    m_skip = start * rate / 1000;
+    if (m_skip > 0 && m_skip >= available) return Source(kWaveRange);
+    if (end != 0 && end < start) return Source(kWaveRange);
+    m_frames = end == 0 ? available - m_skip : (end - start) * rate / 1000;
+    if (m_frames > available - m_skip) return Source(kWaveRange);
     if ((m_skip + m_frames) * kWaveFrameSize > m_header.data_available)
-        return Fail(kWaveReadFailed, AMPWaveFault::kCutShort);
+        return Source(kWaveCutShort);
 
     m_chain.reset(AMPEffectCreate(m_header.sample_rate));
-    if (!m_chain || !AMPEffectSetParameters(m_chain.get(), m_settings)) throw std::bad_alloc();
+    if (!m_chain || !AMPEffectSetParameters(m_chain.get(), m_job.settings)) throw std::bad_alloc();
     AMPEffectSetRange(m_chain.get(), 0, static_cast<uint32_t>(m_frames * 1000 / rate));
-    return kWaveDone;
+    return {};
 }
 
 // The source's own head, with its RIFF size even where the sound gets shorter, and the sound's.
-int WaveJob::WriteHeader() {
+Reason WaveJob::WriteHeader() {
     std::array<uint8_t, sizeof m_header.head + kDataHead> bytes;
     uint8_t* const data =
         std::copy(std::begin(m_header.head), std::end(m_header.head), bytes.data());
@@ -120,98 +113,76 @@ int WaveJob::WriteHeader() {
     for (int i = 0; i < 4; ++i)
         data[4 + i] = static_cast<uint8_t>(size >> (8 * i));
     uint64_t done = 0;
-    const int error = m_output.File().Write(bytes.data(), bytes.size(), &done);
-    return error == 0 ? kWaveDone : FailSystem(kWaveWriteFailed, error);
+    return CheckWritten(m_output.File().Write(bytes.data(), bytes.size(), &done));
 }
 
-int WaveJob::TreatSound() {
-    const int error =
-        m_source.Seek(static_cast<int64_t>(m_header.data_offset + m_skip * kWaveFrameSize),
-                      XpFile::Origin::kStart);
-    if (error != 0) return FailSystem(kWaveReadFailed, error);
+Reason WaveJob::TreatSound() {
+    const auto first = static_cast<int64_t>(m_header.data_offset + m_skip * kWaveFrameSize);
+    if (Reason reason = CheckRead(m_source.Seek(first, XpFile::Origin::kStart))) return reason;
 
     const uint64_t total = m_frames * kWaveFrameSize;
     const auto blocks = static_cast<uint32_t>(total / kBlockSize + 1);
     std::vector<int16_t> buffer(std::min<uint64_t>(total, kBlockSize) / sizeof(int16_t));
     uint32_t position = 0, block = 1;
     for (uint64_t left = total; left > 0; ++block) {
-        if (m_callback && !m_callback(block, blocks)) {
-            m_failure = {};
-            return kWaveCancelled;
-        }
+        if (m_callback && !m_callback(block, blocks)) return Target(kCancelled);
         const auto size = static_cast<uint32_t>(std::min<uint64_t>(left, kBlockSize));
-        if (const int result = TreatBlock(buffer.data(), size, position); result != kWaveDone)
-            return result;
+        if (Reason reason = TreatBlock(buffer.data(), size, position)) return reason;
         // The rounding of each block adds up; intended.
         position += static_cast<uint32_t>(size / kWaveFrameSize) * 1000 / m_header.sample_rate;
         left -= size;
     }
-    return kWaveDone;
+    return {};
 }
 
-int WaveJob::TreatBlock(int16_t* block, uint32_t size, uint32_t position) {
+Reason WaveJob::TreatBlock(int16_t* block, uint32_t size, uint32_t position) {
     uint64_t done = 0;
-    int error = m_source.Read(block, size, &done);
-    if (error != 0) return FailSystem(kWaveReadFailed, error);
-    if (done < size) return Fail(kWaveReadFailed, AMPWaveFault::kCutShort);
+    if (Reason reason = CheckRead(m_source.Read(block, size, &done))) return reason;
+    if (done < size) return Source(kWaveCutShort);
     AMPEffectProcess(m_chain.get(), block, block, size / kWaveFrameSize, position);
-    error = m_output.File().Write(block, size, &done);
-    return error == 0 ? kWaveDone : FailSystem(kWaveWriteFailed, error);
+    return CheckWritten(m_output.File().Write(block, size, &done));
 }
 
-AMPWaveFault fault_of(WaveHeaderFault fault) {
-    switch (fault) {
-        case WaveHeaderFault::kNone:
-            return AMPWaveFault::kNone;
-        case WaveHeaderFault::kRead:
-            return AMPWaveFault::kSystem;
-        case WaveHeaderFault::kFormat:
-            return AMPWaveFault::kFormat;
-        case WaveHeaderFault::kNoData:
-            break;
-    }
-    return AMPWaveFault::kNoData;
+AMPWaveResult result_of(const Reason& reason) {
+    if (!reason) return kWaveDone;
+    if (reason.code == kOutOfMemory) return kWaveNoMemory;
+    if (reason.code == kCancelled) return kWaveCancelled;
+    if (reason.side == ReasonSide::kTarget) return kWaveWriteFailed;
+    return reason.code == kCantOpen || reason.code == kNotAFile ? kWaveSourceFailed
+                                                                : kWaveReadFailed;
 }
 
 }  // namespace
 
-int AMPOpenWaveFile(const std::string& path, XpFile* file, WaveHeader* header,
-                    AMPWaveFailure* failure) {
-    int error = file->Open(path, XpFile::Mode::kRead);
-    *failure = {AMPWaveFault::kSystem, error};
-    if (error != 0) return kWaveSourceFailed;
+Reason AMPOpenWaveFile(const std::string& path, XpFile* file, WaveHeader* header) {
+    constexpr ReasonSide kSide = ReasonSide::kSource;
+    if (const int error = file->Open(path, XpFile::Mode::kRead))
+        return SystemReason(kCantOpen, kSide, path, error);
+    Reason reason = ReadWaveHeader(file, header);
+    reason.file = path;
+    if (reason) return reason;
 
-    AMPWaveFault fault = fault_of(ReadWaveHeader(file, header, &error));
     uint64_t length = 0;
-    if (fault == AMPWaveFault::kNone) {
-        error = file->GetLength(&length);
-        if (error != 0)
-            fault = AMPWaveFault::kSystem;
-        else if (length >= kSizeLimit)
-            fault = AMPWaveFault::kTooLarge;
-        else if (header->sample_rate < kMinSampleRate || header->sample_rate > kMaxSampleRate)
-            fault = AMPWaveFault::kRate;
+    if (const int error = file->GetLength(&length))
+        return SystemReason(kCantRead, kSide, path, error);
+    if (length >= kSizeLimit) return {kWaveTooLarge, kSide, path, {}};
+    if (header->sample_rate < kMinSampleRate || header->sample_rate > kMaxSampleRate)
+        return {kWaveRate, kSide, path, {uint64_t{header->sample_rate}}};
+    return {};
+}
+
+Reason AMPRewriteWaveFile(const AMPWaveRewrite& job, const AMPEffectProgressCallback& callback) {
+    try {
+        return WaveJob(job, callback).Run();
+    } catch (const std::bad_alloc&) {
+        return {kOutOfMemory, ReasonSide::kNone, job.source, {}};
     }
-    *failure = {fault, error};
-    return fault == AMPWaveFault::kNone ? kWaveDone : kWaveReadFailed;
 }
 
 int AMPEffectProcessWaveFile(const std::string& target, const std::string& source,
                              const AMPEffectSettings& settings, uint32_t start_ms, uint32_t end_ms,
-                             const AMPEffectProgressCallback& callback,
-                             const AMPWaveOptions& options) {
-    WaveJob job(settings, callback);
-    AMPWaveFailure failure;
-    int result;
-    try {
-        result = job.Run(target, source, start_ms, end_ms, options.replace_target);
-        failure = job.Failure();
-    } catch (const std::bad_alloc&) {
-        result = kWaveNoMemory;
-        failure = {AMPWaveFault::kSystem, ENOMEM};
-    }
-    if (options.failure) *options.failure = result == kWaveDone ? AMPWaveFailure{} : failure;
-    return result;
+                             const AMPEffectProgressCallback& callback) {
+    return result_of(AMPRewriteWaveFile({target, source, settings, start_ms, end_ms}, callback));
 }
 
 }  // namespace tarn

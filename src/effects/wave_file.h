@@ -1,13 +1,14 @@
 // wave_file.h - treats the sound of a WAV file and writes it to a new one.
 //
-// Source and target stay whole whatever happens: the new file grows under a hidden name beside the
-// target and takes its name when it is complete and on the medium.
+// Whatever happens, the source is never written to, and an old target stays until the new file is
+// complete: that grows under a hidden name in the target's folder and is renamed at the end.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <string>
 
+#include "base/reason.h"
 #include "base/xp_file.h"
 #include "effects/effect_settings.h"
 #include "effects/wave_header.h"
@@ -27,39 +28,24 @@ enum AMPWaveResult : int {
     kWaveCancelled = -5,
 };
 
-// Why, for a message.
-enum class AMPWaveFault {
-    kNone,
-    kSystem,    // the error number stands beside it
-    kFormat,    // no WAV file, or not 16-bit stereo with a plain header
-    kNoData,    // no sound in it
-    kRate,      // a sample rate that can't be treated
-    kTooLarge,  // 4 GiB or more
-    kRange,     // start behind the end, or an end behind the sound
-    kCutShort,  // the file ends before its sound does
-    kLongName,  // target
-    kSameFile,  // the target is the source
-};
-
-struct AMPWaveFailure {
-    AMPWaveFault fault = AMPWaveFault::kNone;
-    int system_error = 0;
-};
-
-struct AMPWaveOptions {
+struct AMPWaveRewrite {
+    std::string target, source;
+    AMPEffectSettings settings = {};
+    uint32_t start_ms = 0, end_ms = 0;  // of the source; end 0 takes the rest
     bool replace_target = true;         // false: an existing target is a failure, and stays
-    AMPWaveFailure* failure = nullptr;  // filled when the result is a failure
 };
 
-// Opens a WAV file that can be treated. kWaveDone, kWaveSourceFailed or kWaveReadFailed.
-[[nodiscard]] int AMPOpenWaveFile(const std::string& path, XpFile* file, WaveHeader* header,
-                                  AMPWaveFailure* failure);
+// Opens a WAV file that can be treated.
+[[nodiscard]] Reason AMPOpenWaveFile(const std::string& path, XpFile* file, WaveHeader* header);
 
-// Milliseconds of the source; `end_ms` 0 takes the rest. The fade works on the range.
+// The fade works on the range. Cancelling is a failure of the target's, too.
+[[nodiscard]] Reason AMPRewriteWaveFile(const AMPWaveRewrite& job,
+                                        const AMPEffectProgressCallback& callback);
+
+// The same, with a target that is replaced. An AMPWaveResult.
 [[nodiscard]] int AMPEffectProcessWaveFile(const std::string& target, const std::string& source,
                                            const AMPEffectSettings& settings, uint32_t start_ms,
                                            uint32_t end_ms,
-                                           const AMPEffectProgressCallback& callback,
-                                           const AMPWaveOptions& options = {});
+                                           const AMPEffectProgressCallback& callback);
 
 }  // namespace tarn

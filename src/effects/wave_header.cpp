@@ -26,19 +26,20 @@ bool is_data(const uint8_t* name) {
 
 }  // namespace
 
-WaveHeaderFault ReadWaveHeader(XpFile* file, WaveHeader* header, int* error) {
+Reason ReadWaveHeader(XpFile* file, WaveHeader* header) {
     uint64_t length = 0, done = 0;
-    *error = file->GetLength(&length);
-    if (*error == 0) *error = file->ReadAt(0, header->head, sizeof header->head, &done);
-    if (*error != 0) return WaveHeaderFault::kRead;
-    if (done < sizeof header->head || !is_stereo16(header->head)) return WaveHeaderFault::kFormat;
+    int error = file->GetLength(&length);
+    if (error == 0) error = file->ReadAt(0, header->head, sizeof header->head, &done);
+    if (error != 0) return SystemReason(ReasonCode::kCantRead, ReasonSide::kSource, {}, error);
+    if (done < sizeof header->head || !is_stereo16(header->head))
+        return {ReasonCode::kWaveFormat, ReasonSide::kSource, {}, {}};
     header->sample_rate = get_le32(header->head + 24);
 
     uint64_t offset = sizeof header->head;
     while (offset + kChunkHead <= length) {
         uint8_t chunk[kChunkHead];
-        *error = file->ReadAt(offset, chunk, sizeof chunk, &done);
-        if (*error != 0) return WaveHeaderFault::kRead;
+        error = file->ReadAt(offset, chunk, sizeof chunk, &done);
+        if (error != 0) return SystemReason(ReasonCode::kCantRead, ReasonSide::kSource, {}, error);
         if (done < sizeof chunk) break;
         offset += kChunkHead;
         const uint32_t size = get_le32(chunk + 4);
@@ -46,11 +47,11 @@ WaveHeaderFault ReadWaveHeader(XpFile* file, WaveHeader* header, int* error) {
             header->data_offset = offset;
             header->data_size = size;
             header->data_available = std::min<uint64_t>(size, length - offset);
-            return WaveHeaderFault::kNone;
+            return {};
         }
-        offset += size;  // no pad byte behind an odd one
+        offset += size;  // no pad byte after an odd one
     }
-    return WaveHeaderFault::kNoData;
+    return {ReasonCode::kWaveNoSound, ReasonSide::kSource, {}, {}};
 }
 
 }  // namespace tarn

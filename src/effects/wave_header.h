@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "base/reason.h"
 #include "base/xp_file.h"
 
 namespace tarn {
@@ -21,13 +22,7 @@ struct WaveHeader {
     uint64_t data_available;  // bytes of it that are in the file
 };
 
-enum class WaveHeaderFault {
-    kNone,
-    kRead,    // the system's error stands in `error`
-    kFormat,  // no WAV file, or not 16-bit stereo with a plain header
-    kNoData,  // the file ends before a chunk of sound
-};
-
-[[nodiscard]] WaveHeaderFault ReadWaveHeader(XpFile* file, WaveHeader* header, int* error);
+// What is wrong, without the file's name.
+[[nodiscard]] Reason ReadWaveHeader(XpFile* file, WaveHeader* header);
 
 }  // namespace tarn

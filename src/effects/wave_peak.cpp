@@ -11,11 +11,10 @@ void AMPPeakMeter::Add(int8_t point) {
     if (size > m_maximum) m_maximum = static_cast<int8_t>(size);
 }
 
-int AMPMeasureWavePeak(const std::string& source, float* peak, AMPWaveFailure* failure) {
+Reason AMPMeasureWavePeak(const std::string& source, float* peak) {
     XpFile file;
     WaveHeader header;
-    if (const int result = AMPOpenWaveFile(source, &file, &header, failure); result != kWaveDone)
-        return result;
+    if (Reason reason = AMPOpenWaveFile(source, &file, &header)) return reason;
     AMPWavePoints points(&file, header, kOverviewRate);
     AMPPeakMeter meter;
     int8_t left = 0, right = 0;
@@ -24,14 +23,11 @@ int AMPMeasureWavePeak(const std::string& source, float* peak, AMPWaveFailure* f
         meter.Add(right);
         meter.Add(left);
     }
-    if (points.Failed()) {
-        *failure = {points.Error() != 0 ? AMPWaveFault::kSystem : AMPWaveFault::kCutShort,
-                    points.Error()};
-        return kWaveReadFailed;
-    }
     if (taken < points.Count()) meter.Add(0);  // the rest of the overview stays 0
     *peak = meter.Peak();
-    return kWaveDone;
+    Reason reason = points.GetReason();
+    if (reason) reason.file = source;
+    return reason;
 }
 
 }  // namespace tarn

@@ -27,8 +27,7 @@ private:
     int8_t m_maximum = 0;
 };
 
-// Of the whole file. Answers as AMPEffectProcessWaveFile does.
-[[nodiscard]] int AMPMeasureWavePeak(const std::string& source, float* peak,
-                                     AMPWaveFailure* failure);
+// Of the whole file.
+[[nodiscard]] Reason AMPMeasureWavePeak(const std::string& source, float* peak);
 
 }  // namespace tarn

@@ -25,10 +25,9 @@ AMPWavePoints::AMPWavePoints(XpFile* file, const WaveHeader& header, uint32_t po
 
 bool AMPWavePoints::Next(int8_t* left, int8_t* right) {
     while (m_point == m_blockPoints)
-        if (m_failed || !NextBlock()) return false;
+        if (m_reason || !NextBlock()) return false;
     const uint64_t frame = m_blockStart + m_point * m_rate / m_pointsPerSecond;
     if (frame >= m_first + m_held && !Refill(frame)) {
-        m_failed = true;
         m_point = m_blockPoints;
         return false;
     }
@@ -51,10 +50,15 @@ bool AMPWavePoints::NextBlock() {
 bool AMPWavePoints::Refill(uint64_t frame) {
     const uint64_t size = std::min(kBufferFrames, m_frames - frame) * kWaveFrameSize;
     uint64_t done = 0;
-    m_error = m_file->ReadAt(m_offset + frame * kWaveFrameSize, m_buffer.data(), size, &done);
+    const int error =
+        m_file->ReadAt(m_offset + frame * kWaveFrameSize, m_buffer.data(), size, &done);
     m_first = frame;
     m_held = done / kWaveFrameSize;
-    return m_error == 0 && m_held > 0;
+    if (error != 0)
+        m_reason = SystemReason(ReasonCode::kCantRead, ReasonSide::kSource, {}, error);
+    else if (m_held == 0)
+        m_reason = {ReasonCode::kWaveShrank, ReasonSide::kSource, {}, {}};
+    return !m_reason;
 }
 
 }  // namespace tarn

@@ -6,7 +6,6 @@
 #include <array>
 #include <cstdint>
 
-#include "base/xp_file.h"
 #include "effects/wave_header.h"
 
 namespace tarn {
@@ -19,10 +18,10 @@ public:
     // Points of the whole overview, of the sound that is there. The last ones may lack a sample:
     // they are 0.
     uint64_t Count() const { return m_count; }
-    // The next point. False behind the last that has a sample, and at a failed read.
+    // The next point. False after the last that has a sample, and at a failed read.
     bool Next(int8_t* left, int8_t* right);
-    bool Failed() const { return m_failed; }
-    int Error() const { return m_error; }  // 0 behind a failure: the file got shorter
+    // Of a failed read, without the file's name.
+    const Reason& GetReason() const { return m_reason; }
 
 private:
     bool NextBlock();
@@ -37,8 +36,7 @@ private:
     uint64_t m_point = 0, m_blockPoints = 0;    // within the block
     std::array<int16_t, 2 * kBufferFrames> m_buffer;
     uint64_t m_first = 0, m_held = 0;  // frames in the buffer
-    bool m_failed = false;
-    int m_error = 0;
+    Reason m_reason;
 };
 
 }  // namespace tarn

@@ -10,6 +10,7 @@
 
 #include "effects/flush_denormals.h"
 #include "support/allocation_count.h"
+#include "support/wave_builder.h"
 
 #if defined(__SSE__)
 #include <xmmintrin.h>
@@ -32,14 +33,6 @@ AMPEffectSettings Everything() {
     s.fade = 1;
     s.peak = 0.5f;
     return s;
-}
-
-Sound Noise(size_t frames, unsigned seed = 1) {
-    std::mt19937 random(seed);
-    Sound sound(2 * frames);
-    for (int16_t& sample : sound)
-        sample = static_cast<int16_t>(random());
-    return sound;
 }
 
 AMPEffectChainPtr MakeChain(const AMPEffectSettings& settings, uint32_t rate = kRate) {

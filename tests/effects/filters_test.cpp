@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "effects/comb_bank.h"
+#include "support/wave_builder.h"
 
 namespace tarn {
 namespace {
@@ -18,12 +19,9 @@ Samples Filtered(IAMPFilter&& filter, const Samples& input) {
     return output;
 }
 
-Samples Noise(size_t count, unsigned seed) {
-    std::mt19937 random(seed);
-    Samples noise(count);
-    for (float& sample : noise)
-        sample = static_cast<float>(static_cast<int>(random() % 65536) - 32768);
-    return noise;
+Samples FloatNoise(size_t count, unsigned seed) {
+    const std::vector<int16_t> noise = Noise(count / 2, seed);
+    return {noise.begin(), noise.end()};
 }
 
 TEST(Filters, FollowTheirRecurrence) {
@@ -41,7 +39,7 @@ TEST(Filters, FollowTheirRecurrence) {
 }
 
 TEST(Filters, DoNotNoticeBlocksAndStartAfreshAfterReset) {
-    const Samples input = Noise(400, 1);
+    const Samples input = FloatNoise(400, 1);
     const auto check = [&](auto filter) {
         const Samples whole = Filtered(decltype(filter)(filter), input);
         for (int round = 0; round < 2; ++round) {
@@ -70,7 +68,7 @@ TEST(CombBank, GivesTheSamplesOfTwelveCombs) {
         {2, 0.24f, 0.43f, 0.24f},   {3, -0.22f, 0.42f, -0.22f}, {41, 0.16f, 0.41f, 0.16f},
         {64, -0.14f, 0.4f, -0.14f}, {600, 0.09f, 0.3f, 0.09f},  {6715, -0.13f, 0.35f, -0.13f}};
     const size_t length = 20000;
-    const Samples left = Noise(length, 3), right = Noise(length, 4);
+    const Samples left = FloatNoise(length, 3), right = FloatNoise(length, 4);
     Samples c[kCombCount], d[kCombCount];
     for (int k = 0; k < kCombCount; ++k) {
         const auto [delay, feedback, damping, mix] = settings[k];

@@ -9,30 +9,10 @@
 
 #include "effects/wave_peak.h"
 #include "support/temp_dir.h"
+#include "support/wave_builder.h"
 
 namespace tarn {
 namespace {
-
-std::string Le(uint32_t value, int bytes = 4) {
-    std::string text;
-    for (int i = 0; i < bytes; ++i)
-        text += static_cast<char>(value >> (8 * i));
-    return text;
-}
-
-struct WaveShape {
-    uint32_t rate = 8000;
-    uint32_t data_size = 0;   // as the header says
-    std::string chunks = {};  // between the format and the sound
-    uint32_t channels = 2, bits = 16;
-};
-
-std::string Wave(const WaveShape& shape, const std::string& sound) {
-    const uint32_t frame = shape.channels * shape.bits / 8;
-    return "RIFF" + Le(99) + "WAVEfmt " + Le(16) + Le(1, 2) + Le(shape.channels, 2) +
-           Le(shape.rate) + Le(shape.rate * frame) + Le(frame, 2) + Le(shape.bits, 2) +
-           shape.chunks + "data" + Le(shape.data_size) + sound;
-}
 
 // `count` frames of rising samples.
 std::string Sound(uint32_t count) {
@@ -43,7 +23,7 @@ std::string Sound(uint32_t count) {
 }
 
 std::string Wave(uint32_t frames) {
-    return Wave({.data_size = 4 * frames}, Sound(frames));
+    return WaveFile({.rate = 8000}, Sound(frames));
 }
 
 int Rewrite(const TempDir& dir, uint32_t start = 0, uint32_t end = 0) {
@@ -62,61 +42,55 @@ TEST(WaveFile, WritesTheChosenRange) {
         {"to the middle", 0, 1, 0, 8},     {"between", 1500, 2000, 12000, 4000},
         {"nothing", 1500, 1500, 12000, 0},
     };
-    dir.Write(
-        "in.wav",
-        Wave({.data_size = 4 * 16001, .chunks = "LIST" + Le(3) + "xyz"}, Sound(16001)) + "LIST");
+    dir.Write("in.wav",
+              WaveFile({.rate = 8000, .chunks = "LIST" + Le(3) + "xyz"}, Sound(16001)) + "LIST");
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         ASSERT_EQ(Rewrite(dir, c.start, c.end), kWaveDone);
-        EXPECT_TRUE(dir.Read("out.wav") == Wave({.data_size = 4 * c.frames},
-                                                Sound(16001).substr(4 * c.first, 4 * c.frames)));
+        EXPECT_TRUE(dir.Read("out.wav") ==
+                    WaveFile({.rate = 8000}, Sound(16001).substr(4 * c.first, 4 * c.frames)));
     }
 }
 
 TEST(WaveFile, RefusesWhatItCannotTreat) {
-    using Fault = AMPWaveFault;
+    using enum ReasonCode;
     const struct {
         const char* name;
         std::string content;
         uint32_t start, end;
-        int result;
-        Fault fault;
+        ReasonCode code;
     } cases[] = {
-        {"empty file", "", 0, 0, kWaveReadFailed, Fault::kFormat},
-        {"mono", Wave({.data_size = 8, .channels = 1}, Sound(2)), 0, 0, kWaveReadFailed,
-         Fault::kFormat},
-        {"24 bits", Wave({.data_size = 8, .bits = 24}, Sound(2)), 0, 0, kWaveReadFailed,
-         Fault::kFormat},
-        {"no sound", Wave(1).substr(0, 36) + "LIST" + Le(UINT32_MAX), 0, 0, kWaveReadFailed,
-         Fault::kNoData},
-        {"half a chunk head", Wave(1).substr(0, 41), 0, 0, kWaveReadFailed, Fault::kNoData},
-        {"rate 0", Wave({.rate = 0, .data_size = 8}, Sound(2)), 0, 0, kWaveReadFailed,
-         Fault::kRate},
-        {"rate too high", Wave({.rate = UINT32_MAX, .data_size = 8}, Sound(2)), 0, 0,
-         kWaveReadFailed, Fault::kRate},
-        {"cut short", Wave({.data_size = 400}, Sound(99)), 0, 0, kWaveReadFailed, Fault::kCutShort},
-        {"hostile size", Wave({.data_size = UINT32_MAX}, Sound(99)), 0, 0, kWaveReadFailed,
-         Fault::kCutShort},
-        {"start at the end", Wave(8000), 1000, 0, kWaveReadFailed, Fault::kRange},
-        {"start behind the end", Wave(8000), 2000, 0, kWaveReadFailed, Fault::kRange},
-        {"end behind the sound", Wave(8000), 0, 1001, kWaveReadFailed, Fault::kRange},
-        {"end before start", Wave(8000), 500, 400, kWaveReadFailed, Fault::kRange},
-        {"largest points", Wave(8000), UINT32_MAX, UINT32_MAX, kWaveReadFailed, Fault::kRange},
+        {"empty file", "", 0, 0, kWaveFormat},
+        {"mono", WaveFile({.channels = 1}, Sound(2)), 0, 0, kWaveFormat},
+        {"24 bits", WaveFile({.bits = 24}, Sound(2)), 0, 0, kWaveFormat},
+        {"no sound", Wave(1).substr(0, 36) + "LIST" + Le(UINT32_MAX), 0, 0, kWaveNoSound},
+        {"half a chunk head", Wave(1).substr(0, 41), 0, 0, kWaveNoSound},
+        {"rate 0", WaveFile({.rate = 0}, Sound(2)), 0, 0, kWaveRate},
+        {"rate too low", WaveFile({.rate = 999}, Sound(2)), 0, 0, kWaveRate},
+        {"rate too high", WaveFile({.rate = UINT32_MAX}, Sound(2)), 0, 0, kWaveRate},
+        {"cut short", WaveFile({.claimed = 400}, Sound(99)), 0, 0, kWaveCutShort},
+        {"hostile size", WaveFile({.claimed = 0xFFFFFFF0}, Sound(99)), 0, 0, kWaveCutShort},
+        {"start at the end", Wave(8000), 1000, 0, kWaveRange},
+        {"start after the end", Wave(8000), 2000, 0, kWaveRange},
+        {"end after the sound", Wave(8000), 0, 1001, kWaveRange},
+        {"end before start", Wave(8000), 500, 400, kWaveRange},
+        {"largest points", Wave(8000), UINT32_MAX, UINT32_MAX, kWaveRange},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         TempDir dir;
         dir.Write("in.wav", c.content);
-        AMPWaveFailure failure;
-        EXPECT_EQ(AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), {}, c.start,
-                                           c.end, nullptr, {.failure = &failure}),
-                  c.result);
-        EXPECT_EQ(failure.fault, c.fault);
+        const Reason reason = AMPRewriteWaveFile(
+            {dir.Path("out.wav"), dir.Path("in.wav"), {}, c.start, c.end}, nullptr);
+        EXPECT_EQ(reason.code, c.code);
+        EXPECT_EQ(reason.side, ReasonSide::kSource);
+        EXPECT_EQ(reason.file, dir.Path("in.wav"));
+        EXPECT_EQ(Rewrite(dir, c.start, c.end), kWaveReadFailed);
         EXPECT_EQ(dir.FileCount(), 1u);
     }
     TempDir dir;
     EXPECT_EQ(Rewrite(dir), kWaveSourceFailed);
-    dir.Write("in.wav", Wave({.data_size = 400}, Sound(50)));
+    dir.Write("in.wav", WaveFile({.rate = 8000}, Sound(50)));
     EXPECT_EQ(Rewrite(dir, 0, 6), kWaveDone) << "what is there of a cut file can be had";
     // Another program cuts the file while it is read.
     dir.Write("in.wav", Wave(600000));
@@ -142,26 +116,28 @@ TEST(WaveFile, KeepsSourceAndTargetWholeInEveryFailure) {
         EXPECT_TRUE(dir.Read("out.wav") == old);
         EXPECT_EQ(dir.FileCount(), files) << "a temporary file stayed";
     };
-    const auto rewrite = [&](const std::string& target, const AMPEffectProgressCallback& callback,
-                             AMPWaveOptions options = {}) {
-        return AMPEffectProcessWaveFile(target, dir.Path("in.wav"), {}, 0, 0, callback, options);
+    const std::string in = dir.Path("in.wav"), out = dir.Path("out.wav");
+    const auto expect_failure = [&](const std::string& target, ReasonCode code, size_t files) {
+        const Reason reason =
+            AMPRewriteWaveFile({.target = target, .source = in, .replace_target = false}, nullptr);
+        EXPECT_EQ(reason.code, code);
+        EXPECT_EQ(reason.side, ReasonSide::kTarget);
+        EXPECT_EQ(reason.file, target);
+        expect_untouched(files);
     };
-    const std::string out = dir.Path("out.wav");
-
     for (const uint32_t last : {1u, 2u}) {
-        EXPECT_EQ(rewrite(out, [&](uint32_t block, uint32_t) { return block < last; }),
+        EXPECT_EQ(AMPEffectProcessWaveFile(out, in, {}, 0, 0,
+                                           [&](uint32_t block, uint32_t) { return block < last; }),
                   kWaveCancelled);
         expect_untouched(2);
     }
-    EXPECT_EQ(rewrite(out, nullptr, {.replace_target = false}), kWaveWriteFailed);
-    expect_untouched(2);
-    EXPECT_EQ(rewrite(dir.Path("in.wav"), nullptr), kWaveWriteFailed);
-    EXPECT_EQ(rewrite(dir.Path("none/out.wav"), nullptr), kWaveWriteFailed);
-    EXPECT_EQ(rewrite(dir.Path(std::string(250, 'n')), nullptr), kWaveWriteFailed);
-    expect_untouched(2);
-    ASSERT_EQ(link(dir.Path("in.wav").c_str(), dir.Path("same.wav").c_str()), 0);
-    EXPECT_EQ(rewrite(dir.Path("same.wav"), nullptr), kWaveWriteFailed);
-    expect_untouched(3);
+    using enum ReasonCode;
+    expect_failure(out, kExists, 2);
+    expect_failure(in, kSameFile, 2);
+    expect_failure(dir.Path("none/out.wav"), kCantWrite, 2);
+    expect_failure(dir.Path(std::string(257 - dir.Path("").size(), 'n')), kLongPath, 2);
+    ASSERT_EQ(link(in.c_str(), dir.Path("same.wav").c_str()), 0);
+    expect_failure(dir.Path("same.wav"), kSameFile, 3);
 
     // A full disk, as a limit on the size of a file.
     rlimit before{};
@@ -169,14 +145,13 @@ TEST(WaveFile, KeepsSourceAndTargetWholeInEveryFailure) {
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
     const rlimit small{1500000, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    AMPWaveFailure failure;
-    EXPECT_EQ(rewrite(out, nullptr, {.failure = &failure}), kWaveWriteFailed);
+    const int result = Rewrite(dir);
+    expect_failure(dir.Path("new.wav"), kNoRoom, 3);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
     std::signal(SIGXFSZ, handler);
-    EXPECT_EQ(failure.system_error, EFBIG);
-    expect_untouched(3);
+    EXPECT_EQ(result, kWaveWriteFailed);
 
-    EXPECT_EQ(rewrite(out, nullptr), kWaveDone);
+    EXPECT_EQ(Rewrite(dir), kWaveDone);
     EXPECT_TRUE(dir.Read("in.wav") == source);
     EXPECT_EQ(dir.Read("out.wav").size(), source.size());
 }
@@ -187,7 +162,7 @@ TEST(WaveFile, FadesAcrossBlocks) {
     std::string sound;
     for (int i = 0; i < 600000; ++i)
         sound += Le(16000, 2) + Le(static_cast<uint32_t>(-16000), 2);
-    dir.Write("in.wav", Wave({.data_size = 2400000}, sound));
+    dir.Write("in.wav", WaveFile({.rate = 8000}, sound));
     AMPEffectSettings settings;
     settings.fade = 1;
     ASSERT_EQ(
@@ -236,15 +211,10 @@ TEST(WavePeak, IsTheLargestPointOfTheOverview) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        std::string sound;
-        for (const int sample : c.samples)
-            sound += Le(static_cast<uint32_t>(sample), 2);
         TempDir dir;
-        dir.Write("in.wav",
-                  Wave({.rate = 1120, .data_size = static_cast<uint32_t>(sound.size())}, sound));
+        dir.Write("in.wav", WaveFile({}, WaveSound(c.samples)));
         float peak = 9;
-        AMPWaveFailure failure;
-        EXPECT_EQ(AMPMeasureWavePeak(dir.Path("in.wav"), &peak, &failure), kWaveDone);
+        EXPECT_FALSE(AMPMeasureWavePeak(dir.Path("in.wav"), &peak));
         EXPECT_EQ(peak, c.peak);
     }
 }

@@ -6,13 +6,13 @@
 
 #include <functional>
 #include <optional>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "effects/effect_chain.h"
 #include "playback/sound_effect_element.h"
 #include "support/allocation_count.h"
+#include "support/wave_builder.h"
 
 namespace tarn {
 namespace {
@@ -23,14 +23,6 @@ using Time = std::optional<uint64_t>;  // ns
 constexpr uint32_t kRate = 48000;
 constexpr uint32_t kBlock = 1024;  // of AAC
 constexpr uint64_t kSecond = GST_SECOND;
-
-Sound Noise(size_t frames, unsigned seed = 1) {
-    std::mt19937 random(seed);
-    Sound sound(2 * frames);
-    for (int16_t& sample : sound)
-        sample = static_cast<int16_t>(random());
-    return sound;
-}
 
 AMPEffectSettings Reverb(int32_t preset) {
     AMPEffectSettings s;

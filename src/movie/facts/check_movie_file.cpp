@@ -45,19 +45,9 @@ Verdict check_wave(const std::string& path, bool strict) {
     if (const int error = file.Open(path, XpFile::Mode::kRead))
         return {kFileUnreadable, XpErrorText(error)};
     WaveHeader header{};
-    int error = 0;
-    switch (ReadWaveHeader(&file, &header, &error)) {
-        case WaveHeaderFault::kRead:
-            return {kFileUnreadable, XpErrorText(error)};
-        case WaveHeaderFault::kFormat:
-            if (!strict) break;
-            return {kFileUnsupported, "not a WAV file of two channels at 16 bits"};
-        case WaveHeaderFault::kNoData:
-            if (!strict) break;
-            return {kFileUnsupported, "the WAV file holds no sound"};
-        case WaveHeaderFault::kNone:
-            break;
-    }
+    const Reason reason = ReadWaveHeader(&file, &header);
+    if (reason.SystemError() != 0) return {kFileUnreadable, ReasonText(reason)};
+    if (reason && strict) return {kFileUnsupported, ReasonText(reason)};
     return {kFileUsable, {}};
 }
 

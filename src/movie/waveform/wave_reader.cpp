@@ -10,29 +10,13 @@ namespace {
 
 constexpr uint32_t kProgressStep = 1 << 16;  // points
 
-std::string fault_text(WaveHeaderFault fault, int error) {
-    switch (fault) {
-        case WaveHeaderFault::kNone:
-            break;
-        case WaveHeaderFault::kRead:
-            return XpErrorText(error);
-        case WaveHeaderFault::kFormat:
-            return "not a WAV file of two channels at 16 bits";
-        case WaveHeaderFault::kNoData:
-            return "the WAV file has no sound";
-    }
-    return {};
-}
-
 }  // namespace
 
 bool WFWaveReader::Open(const std::string& path, uint32_t pointsPerSecond) {
     XpFile file;
     if (const int error = file.Open(path, XpFile::Mode::kRead)) return Fail(XpErrorText(error));
     WaveHeader header{};
-    int error = 0;
-    const WaveHeaderFault fault = ReadWaveHeader(&file, &header, &error);
-    if (fault != WaveHeaderFault::kNone) return Fail(fault_text(fault, error));
+    if (const tarn::Reason reason = ReadWaveHeader(&file, &header)) return Fail(ReasonText(reason));
     if (header.sample_rate == 0) return Fail("the WAV file has a sample rate of 0");
     try {
         return ReadPoints(&file, header, pointsPerSecond);
@@ -59,9 +43,7 @@ bool WFWaveReader::ReadPoints(XpFile* file, const WaveHeader& header, uint32_t p
             return true;
         }
     }
-    if (!points.Failed()) return true;
-    return Fail(points.Error() != 0 ? XpErrorText(points.Error())
-                                    : "the file got shorter while it was read");
+    return points.GetReason() ? Fail(ReasonText(points.GetReason())) : true;
 }
 
 bool WFWaveReader::Fail(const std::string& reason) {

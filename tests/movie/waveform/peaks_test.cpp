@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "support/temp_dir.h"
+#include "support/wave_builder.h"
 
 namespace tarn {
 namespace {
@@ -102,10 +103,7 @@ TEST(PeakSource, TreatedSoundTakesTheRawOnesPlace) {
 }
 
 TEST(PeakSource, FilesByTheirNames) {
-    const std::string wave(
-        "RIFF\0\0\0\0WAVEfmt \x10\0\0\0\1\0\2\0\x60\4\0\0\0\0\0\0\4\0\x10\0"
-        "data\4\0\0\0\0\x20\0\x10",
-        48);
+    const std::string wave = WaveFile({}, WaveSound({0x2000, 0x1000}));
     TempDir dir;
     for (const char* name : {"a.WAV", "b.Mp4", "c.mov"})
         dir.Write(name, wave);
