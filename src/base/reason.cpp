@@ -107,7 +107,6 @@ constexpr Row kRows[] = {
      "reading back: there are more pictures than were kept; nothing was saved"},
 
     {kWaveFormat, "WAVE_FORMAT", "not a WAV file of 16-bit stereo with a plain header"},
-    {kWaveHeader, "WAVE_HEADER", "not a WAV file of two channels at 16 bits"},
     {kWaveNoSound, "WAVE_NO_SOUND", "the WAV file has no sound"},
     {kWaveRate, "WAVE_RATE", "the WAV file has an impossible sample rate of %1"},
     {kWaveTooLarge, "WAVE_TOO_LARGE", "WAV files of 4 GiB or more can't be treated"},

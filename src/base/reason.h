@@ -99,7 +99,6 @@ enum class ReasonCode : uint16_t {
 
     // WAV
     kWaveFormat,
-    kWaveHeader,  // not two channels of 16 bits
     kWaveNoSound,
     kWaveRate,  // samples a second
     kWaveTooLarge,
