@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 
+#include "base/xp_file.h"
 #include "cli/commands.h"
 #include "cli/report.h"
 #include "movie/facts/check_movie_file.h"
@@ -25,13 +26,16 @@ const char* meaning(MovieFileStatus status) {
 }
 
 int run_check(const std::string& path) {
-    std::string reason;
+    Reason reason;
     const MovieFileStatus status = CheckMovieFile(path, true, nullptr, &reason);
     std::cout << static_cast<int>(status) << ' ' << meaning(status);
-    if (!reason.empty()) std::cout << ": " << reason;
+    // "can't be opened" is said already.
+    if (const int error = reason.SystemError())
+        std::cout << ": " << XpErrorText(error);
+    else if (reason)
+        std::cout << ": " << ReasonText(reason);
     std::cout << '\n';
-    if (status == kFileUsable) return kExitDone;
-    return Fail(path, reason);
+    return reason ? Fail(reason) : kExitDone;
 }
 
 }  // namespace

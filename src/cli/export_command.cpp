@@ -56,8 +56,7 @@ ExportReport export_one(const ExportOptions& options, const CancelOnSignals& can
     if (kind == InputKind::kMovie) {
         // Looked at first: what is no movie at all gets a better word than the save has for it.
         ClipSession look;
-        std::string reason;
-        if (!look.Open(options.input, &reason)) return {Fail(options.input, reason), {}};
+        if (const Reason reason = look.Open(options.input)) return {Fail(reason), {}};
         return ExportMovie(options, cancel);
     }
     if (!wav) return {Fail(options.output, "a WAV file can only be exported as .wav"), {}};

@@ -11,6 +11,7 @@
 #include "cli/report.h"
 #include "movie/facts/clip_info.h"
 #include "movie/facts/movie_text.h"
+#include "mp4format/time_math.h"
 
 namespace tarn {
 namespace {
@@ -143,8 +144,7 @@ void print_edits(const std::vector<MovieEdit>& edits) {
 }
 
 void print_length(const ClipTrackInfo& track) {
-    uint64_t ms = 0;
-    static_cast<void>(mp4_mul_div(track.duration, 1000, track.timescale, &ms));
+    const uint64_t ms = mp4_mul_div_or(track.duration, 1000, track.timescale, 0);
     std::cout << "  length    " << TimeText(ms) << ", " << track.samples << " samples, "
               << track.bitRate / 1000 << " kbit/s\n";
 }
@@ -202,18 +202,17 @@ int run_info(const std::vector<std::string>& paths, bool json) {
     Json documents = Json::array();
     for (const std::string& path : paths) {
         ClipInfo info;
-        std::string reason;
-        if (!ReadClipInfo(path, &info, &reason)) {
-            status = Fail(path, reason);
+        if (const Reason reason = ReadClipInfo(path, &info)) {
+            status = Fail(reason);
+            documents.push_back({{"path", path}, {"error", ReasonJson(reason)}});
         } else if (json) {
             documents.push_back(info_json(path, info));
         } else {
             print_info(path, info);
         }
     }
-    // One file gives its own document, several a list of those that could be read.
-    if (json && paths.size() > 1) PrintJson(documents);
-    if (json && paths.size() == 1 && !documents.empty()) PrintJson(documents[0]);
+    // One file gives its own document, several a list in their order.
+    if (json) PrintJson(paths.size() == 1 ? documents[0] : documents);
     return status;
 }
 

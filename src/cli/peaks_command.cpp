@@ -1,6 +1,5 @@
 // peaks_command.cpp - `tarn peaks FILE`: the waveform as numbers or as a picture.
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstring>
 #include <iostream>
 
@@ -49,7 +48,7 @@ Json pairs_json(const PeakSource& peaks, int channel) {
     return list;
 }
 
-void print_json(const PeakSource& peaks, bool raw) {
+void print_json(const PeakSource& peaks, const WFFileReader& reader, bool raw) {
     Json json = {{"points_per_second", PeakSource::PointsPerSecond()},
                  {"points", peaks.GetCount()},
                  {"max_absolute", peaks.GetMaxAbsolute()},
@@ -60,6 +59,8 @@ void print_json(const PeakSource& peaks, bool raw) {
         json["raw_left"] = peaks.GetRaw(0);
         json["raw_right"] = peaks.GetRaw(1);
     }
+    if (reader.GetReason()) json["error"] = ReasonJson(reader.GetReason());
+    if (reader.Fault() == WaveformFault::kCutShort) json["end_ms"] = reader.GetEndMs();
     PrintJson(json);
 }
 
@@ -86,55 +87,56 @@ int write_picture(const PeakSource& peaks, const PeaksOptions& options) {
     const int error =
         WritePng(options.picture, DrawWaveform(peaks, static_cast<uint32_t>(options.columns)));
     if (error == 0) return kExitDone;
-    if (error == EEXIST) return Fail(options.picture, "already exists; choose another name");
-    return Fail(options.picture, "can't be written: " + XpErrorText(error));
+    return Fail(SystemReason(ReasonCode::kCantWrite, ReasonSide::kTarget, options.picture, error),
+                options.json);
 }
 
-// Null after a failure, which has been reported.
-std::unique_ptr<PeakSource> read_peaks(const PeaksOptions& options, const CancelOnSignals& cancel) {
-    std::unique_ptr<WFFileReader> reader;
-    if (is_wave(options.path)) {
-        reader = std::make_unique<WFWaveReader>();
-    } else {
-        reader = std::make_unique<WFMP4Reader>();
-    }
-    bool opened = false;
-    {
-        ProgressBar bar;
-        reader->SetProgress([&](uint32_t done, uint32_t count) {
-            bar.Show(done, count);
-            return !cancel.Requested();
-        });
-        opened = reader->Open(options.path, PeakSource::PointsPerSecond());
-    }
-    const WaveformFault fault = reader->Fault();
-    // What could be read is shown all the same.
-    if (fault != WaveformFault::kNone) static_cast<void>(Fail(options.path, reader->Reason()));
-    if (!opened || fault == WaveformFault::kFile || fault == WaveformFault::kCancelled)
-        return nullptr;
+std::unique_ptr<WFFileReader> make_reader(const std::string& path) {
+    if (is_wave(path)) return std::make_unique<WFWaveReader>();
+    return std::make_unique<WFMP4Reader>();
+}
 
-    auto peaks = PeakSource::Create(reader.get(), options.columns);
-    if (options.effects.compressor != 0 || options.effects.normalize != 0) {
-        AMPEffectSettings settings = options.effects;
-        settings.peak = peaks->GetPeak();
-        peaks->ApplyEffects(settings);
-    }
-    return peaks;
+// False where there is nothing to show.
+bool read_sound(WFFileReader* reader, const std::string& path, const CancelOnSignals& cancel) {
+    ProgressBar bar;
+    reader->SetProgress([&](uint32_t done, uint32_t count) {
+        bar.Show(done, count);
+        return !cancel.Requested();
+    });
+    const bool opened = reader->Open(path, PeakSource::PointsPerSecond());
+    const WaveformFault fault = reader->Fault();
+    return opened && fault != WaveformFault::kFile && fault != WaveformFault::kCancelled;
+}
+
+std::string fault_text(const WFFileReader& reader) {
+    std::string text = ReasonText(reader.GetReason());
+    if (reader.Fault() == WaveformFault::kCutShort)
+        text += "; the waveform ends at " + std::to_string(reader.GetEndMs()) + " ms";
+    return text;
 }
 
 int run_peaks(const PeaksOptions& options) {
+    const std::unique_ptr<WFFileReader> reader = make_reader(options.path);
     std::unique_ptr<PeakSource> peaks;
     {
         const CancelOnSignals cancel;
-        peaks = read_peaks(options, cancel);
-        if (!peaks) return kExitFailed;
+        if (!read_sound(reader.get(), options.path, cancel))
+            return Fail(reader->GetReason(), options.json);
+        // What could be read is shown all the same.
+        if (reader->GetReason()) Note(options.path, fault_text(*reader));
+        peaks = PeakSource::Create(reader.get(), options.columns);
+        if (options.effects.compressor != 0 || options.effects.normalize != 0) {
+            AMPEffectSettings settings = options.effects;
+            settings.peak = peaks->GetPeak();
+            peaks->ApplyEffects(settings);
+        }
         if (!options.picture.empty()) {
             const int status = write_picture(*peaks, options);
             if (status != kExitDone) return status;
         }
     }
     if (options.json) {
-        print_json(*peaks, options.raw);
+        print_json(*peaks, *reader, options.raw);
     } else if (options.picture.empty()) {
         print_columns(*peaks);
         if (options.raw) print_raw(*peaks);

@@ -8,7 +8,6 @@
 #include "cli/commands.h"
 #include "cli/report.h"
 #include "cli/times.h"
-#include "movie/facts/movie_text.h"
 #include "movie/facts/sample_list.h"
 
 namespace tarn {
@@ -28,6 +27,13 @@ public:
     explicit RowPrinter(bool json) : m_json(json) {
         std::fputs(json ? "[" : "# number offset size time duration composition sync description\n",
                    stdout);
+    }
+    // As the last of the list.
+    void PrintError(const Reason& reason) {
+        if (!m_json) return;
+        Add(m_first ? "\n  " : ",\n  ");
+        Add(nlohmann::ordered_json{{"error", ReasonJson(reason)}}.dump().c_str());
+        m_first = false;
     }
     ~RowPrinter() {
         if (m_json) Add(m_first ? "]\n" : "\n]\n");
@@ -79,38 +85,38 @@ private:
     bool m_json, m_first = true;
 };
 
-// The rows that were asked for: one that holds a time, the next sync sample, or a range.
-Mp4Result print_rows(SampleList& list, const Options& options) {
+// The one row that was asked for: of the sample that holds a time, or of the next sync sample.
+Reason find_row(SampleList& list, const Options& options, SampleRow* row) {
+    if (options.next_sync) return list.NextSync(*options.next_sync, row);
+    uint32_t ms = 0;
+    static_cast<void>(ParseTime(options.at, &ms));  // has been checked
+    return list.AtMs(ms, row);
+}
+
+// A failure among the rows ends the list.
+int print_range(SampleList& list, const Options& options) {
     SampleRow row;
-    if (!options.at.empty()) {
-        uint32_t ms = 0;
-        if (!ParseTime(options.at, &ms)) return FF4_RET_ARGS;
-        FF4_TRY(list.AtMs(ms, &row));
-        RowPrinter(options.json).Print(row);
-        return FF4_RET_OK;
-    }
-    if (options.next_sync) {
-        FF4_TRY(list.NextSync(*options.next_sync, &row));
-        RowPrinter(options.json).Print(row);
-        return FF4_RET_OK;
-    }
     RowPrinter printer(options.json);
     uint64_t left = options.count.value_or(UINT32_MAX);
     for (uint64_t n = options.from; n <= list.Count() && left > 0; ++n, --left) {
-        FF4_TRY(list.Row(static_cast<uint32_t>(n), &row));
+        if (const Reason reason = list.Row(static_cast<uint32_t>(n), &row)) {
+            printer.PrintError(reason);
+            return Fail(reason);
+        }
         printer.Print(row);
     }
-    return FF4_RET_OK;
+    return kExitDone;
 }
 
 int run_samples(const Options& options) {
     SampleList list;
-    std::string reason;
-    if (!list.Open(options.path, options.track, &reason)) return Fail(options.path, reason);
-    const Mp4Result result = print_rows(list, options);
-    if (result == FF4_RET_OK) return kExitDone;
-    if (result == FF4_RET_NOTFOUND) return Fail(options.path, "no such sample");
-    return Fail(options.path, MovieCodeText(movie_code(result), 0));
+    if (const Reason reason = list.Open(options.path, options.track))
+        return Fail(reason, options.json);
+    if (options.at.empty() && !options.next_sync) return print_range(list, options);
+    SampleRow row;
+    if (const Reason reason = find_row(list, options, &row)) return Fail(reason, options.json);
+    RowPrinter(options.json).Print(row);
+    return kExitDone;
 }
 
 // "video", "audio" or a number from 1.
@@ -137,7 +143,7 @@ void AddSamplesCommand(CLI::App& app, int* status) {
     command->add_option("--count", o->count, "At most so many");
     auto* at =
         command->add_option("--at", o->at, "The sample that holds this time alone")->check(kIsTime);
-    command->add_option("--next-sync", o->next_sync, "The first sync sample behind this one alone")
+    command->add_option("--next-sync", o->next_sync, "The first sync sample after this one alone")
         ->excludes(at);
     command->add_flag("--json", o->json, "Print one JSON document");
     command->footer(

@@ -68,8 +68,7 @@ private:
 int run_tree(const std::string& path, bool json) {
     MovieFile file;
     // A file that is no movie at all is refused before anything is printed.
-    if (file.OpenFile(path) != kMovieOk || file.GetReason())
-        return Fail(path, ReasonText(file.GetReason()));
+    if (file.OpenFile(path) != kMovieOk || file.GetReason()) return Fail(file.GetReason(), json);
 
     TreeJson tree;
     uint64_t failed_at = 0;
@@ -84,11 +83,17 @@ int run_tree(const std::string& path, bool json) {
             return FF4_RET_OK;
         },
         &failed_at);
-    if (json) PrintJson({{"path", path}, {"size", file.Size()}, {"atoms", tree.Take()}});
+    Reason reason;
     if (result == FF4_RET_FORMAT)
-        return Fail(path, "broken atom header at byte " + std::to_string(failed_at));
-    if (result != FF4_RET_OK) return Fail(path, "can't be read");
-    return kExitDone;
+        reason = {ReasonCode::kBrokenHeader, ReasonSide::kSource, path, {failed_at}};
+    else if (result != FF4_RET_OK)
+        reason = file.ReasonFor(movie_code(result));
+    if (json) {
+        Json document = {{"path", path}, {"size", file.Size()}, {"atoms", tree.Take()}};
+        if (reason) document["error"] = ReasonJson(reason);
+        PrintJson(document);
+    }
+    return reason ? Fail(reason) : kExitDone;
 }
 
 }  // namespace

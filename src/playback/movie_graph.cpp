@@ -44,7 +44,7 @@ Reason read_wave_facts(const std::string& path, DecodedPins* pins) {
     if (const int error = file.Open(path, XpFile::Mode::kRead))
         return SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error);
     WaveHeader header{};
-    if (ReadWaveHeader(&file, &header)) return {};
+    if (ReadWaveHeader(&file, &header) || header.sample_rate == 0) return {};
     const uint64_t bytes = std::min<uint64_t>(header.data_size, header.data_available);
     pins->duration =
         static_cast<int64_t>(bytes / kWaveFrameSize * kUnitsPerSecond / header.sample_rate);

@@ -45,12 +45,8 @@ TarnPlayerController::~TarnPlayerController() {
 }
 
 MovieFileStatus TarnPlayerController::CheckMovieFile(const std::string& path, bool strict,
-                                                     std::string* reason) {
-    const auto builds = [](const std::string& clip, std::string* why) {
-        const Reason missing = GraphProbe().Build(clip);
-        *why = ReasonText(missing);
-        return !missing;
-    };
+                                                     Reason* reason) {
+    const auto builds = [](const std::string& clip) { return GraphProbe().Build(clip); };
     return tarn::CheckMovieFile(path, strict, builds, reason);
 }
 
@@ -69,9 +65,9 @@ HRESULT TarnPlayerController::Open(const std::string& path, bool withSound,
     const bool movie = XpPath::HasExtension(path, ".mp4");
     if (!movie && !XpPath::HasExtension(path, ".wav"))
         return Fail(E_INVALIDARG, {ReasonCode::kNotMovieOrWave, ReasonSide::kSource, path, {}});
-    std::string text;
-    if (strict && tarn::CheckMovieFile(path, true, nullptr, &text) != kFileUsable)
-        return Fail(E_FAIL, {ReasonCode::kPlayback, ReasonSide::kSource, path, {text}});
+    Reason reason;
+    if (strict && tarn::CheckMovieFile(path, true, nullptr, &reason) != kFileUsable)
+        return Fail(E_FAIL, reason);
     const HRESULT result = PlayerController::Open(path, notifyWindow, notifyMessage, notifyParam,
                                                   movie ? videoWindow : nullptr, videoRect);
     // A clip that has no sound, or one that can't be treated, plays as it is.

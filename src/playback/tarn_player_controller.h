@@ -18,9 +18,9 @@ public:
     ~TarnPlayerController() override;
 
     // Whether the clip can be opened and a graph can be built for it; `reason`, where given, gets
-    // it in words.
+    // why not.
     static MovieFileStatus CheckMovieFile(const std::string& path, bool strict,
-                                          std::string* reason = nullptr);
+                                          Reason* reason = nullptr);
 
     // `withSound` puts the effects into the sound's way. `strict` refuses what can't be edited:
     // sound that is not stereo and WAV files of another form than 16 bits. A WAV file gets no

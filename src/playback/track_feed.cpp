@@ -30,9 +30,7 @@ ReasonCode TrackFeed::NoTrack(Kind kind) {
 Reason TrackFeed::Open(const std::string& path, Kind kind) {
     m_path = path;
     m_kind = kind;
-    std::string text;
-    if (!m_clip.Open(path, &text))
-        return {ReasonCode::kPlayback, ReasonSide::kSource, path, {text}};
+    if (Reason reason = m_clip.Open(path)) return reason;
     const ClipSession::Tracks tracks = m_clip.ChooseTracks();
     m_track.trackNumber = kind == Kind::kVideo ? tracks.video : tracks.audio;
     if (m_track.trackNumber == 0) return {NoTrack(kind), ReasonSide::kSource, path, {}};

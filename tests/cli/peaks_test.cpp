@@ -118,7 +118,7 @@ TEST(PeaksCommand, SaysWhatIsWrong) {
         int status;
         std::string err;  // a part of it
     } cases[] = {
-        {{dir.Path("none.mp4")}, 1, "none.mp4: No such file"},
+        {{dir.Path("none.mp4")}, 1, "No such file"},
         {{dir.Path("short.wav")}, 1, "short.wav: not a WAV file"},
         {{dir.Path("wave.bin")}, 1, "wave.bin: not a WAV file"},
         {{dir.Path("text.mp4")}, 1, "text.mp4: "},

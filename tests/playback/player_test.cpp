@@ -90,8 +90,7 @@ TEST(Player, AgreesWithTheFactsAboutEachClip) {
         if (entry.path().extension() != ".mp4") continue;
         SCOPED_TRACE(entry.path().filename().string());
         ClipInfo info;
-        std::string reason;
-        ASSERT_TRUE(ReadClipInfo(entry.path(), &info, &reason));
+        ASSERT_FALSE(ReadClipInfo(entry.path(), &info));
         TestPlayer player;
         ASSERT_EQ(player.OpenClip(entry.path()), S_OK) << player.GetReason();
         const int64_t length = static_cast<int64_t>(info.durationMs) * 10'000;
@@ -325,14 +324,15 @@ TEST(Player, SaysWhatIsMissing) {
                  {"videoconvert", nullptr, "picture", ReasonCode::kNoScreen}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.hidden);
-        std::string reason;
-        ASSERT_EQ(TarnPlayerController::CheckMovieFile(clip, true, &reason), kFileUsable) << reason;
+        Reason reason;
+        ASSERT_EQ(TarnPlayerController::CheckMovieFile(clip, true, &reason), kFileUsable);
         const HiddenFactory hidden(c.hidden), other(c.other ? c.other : "none");
         const MovieFileStatus status = TarnPlayerController::CheckMovieFile(clip, true, &reason);
         EXPECT_EQ(status, kFileNoGraph);
         EXPECT_EQ(MovieFileMessageKey(status),
                   "IDS_MSG_CANT_START_APP_BECAUSE_MODULE_FILE_IS_NOT_FOUND_OR_BROKEN");
-        EXPECT_NE(reason.find(c.named), std::string::npos) << reason;
+        EXPECT_EQ(reason.code, c.code);
+        EXPECT_NE(ReasonText(reason).find(c.named), std::string::npos);
         TestPlayer player;
         EXPECT_EQ(player.OpenClip(clip), E_FAIL);
         EXPECT_EQ(player.GetReason().code, c.code);

@@ -96,10 +96,10 @@ bool apply(const Change& change, AMPEffectSettings* settings) {
 }
 
 int check(const std::string& path) {
-    std::string reason;
+    Reason reason;
     const MovieFileStatus status = TarnPlayerController::CheckMovieFile(path, true, &reason);
     const std::string key = MovieFileMessageKey(status);
-    std::printf("status %d: %s\n", status, reason.c_str());
+    std::printf("status %d: %s\n", status, ReasonText(reason).c_str());
     if (!key.empty())
         std::printf(
             "%s: %s\n", key.c_str(),

@@ -6,15 +6,14 @@
 #include "base/xp_path.h"
 #include "effects/wave_header.h"
 #include "movie/facts/clip_info.h"
-#include "movie/facts/movie_text.h"
 #include "movie/objects/movie_reader.h"
 
 namespace tarn {
 namespace {
 
 struct Verdict {
-    MovieFileStatus status;
-    std::string reason;
+    MovieFileStatus status = kFileUsable;
+    Reason reason = {};
 };
 
 // What the profile record says, else the sound itself; 0 for a clip without sound.
@@ -28,38 +27,41 @@ Verdict check_movie(const std::string& path) {
     CMP4MovieReader reader;
     reader.SetPath(path);
     const MovieCode code = reader.Open();
-    if (code == movie_code(FF4_RET_NOTFOUND) || code == movie_code(FF4_RET_NOMEM))
-        return {kFileUnreadable, MovieCodeText(code, 0)};
-    if (code != kMovieOk) return {kFileUnsupported, MovieCodeText(code, reader.LastError())};
+    if (code != kMovieOk) {
+        const bool unreadable =
+            code == movie_code(FF4_RET_NOTFOUND) || code == movie_code(FF4_RET_NOMEM);
+        return {unreadable ? kFileUnreadable : kFileUnsupported, reader.GetReason()};
+    }
     // A clip without any sound can still be cut.
     const uint32_t channels = channel_count(reader.GetInfo());
-    if (reader.HasAudio() && channels != 2) {
-        return {kFileUnsupported, "the sound has " + std::to_string(channels) + " channel" +
-                                      (channels == 1 ? "" : "s") + "; only stereo can be edited"};
-    }
-    return {kFileUsable, {}};
+    if (!reader.HasAudio() || channels == 2) return {};
+    if (channels == 1)
+        return {kFileUnsupported, {ReasonCode::kSoundMono, ReasonSide::kSource, path, {}}};
+    return {kFileUnsupported,
+            {ReasonCode::kSoundChannels, ReasonSide::kSource, path, {uint64_t{channels}}}};
 }
 
 Verdict check_wave(const std::string& path, bool strict) {
     XpFile file;
     if (const int error = file.Open(path, XpFile::Mode::kRead))
-        return {kFileUnreadable, XpErrorText(error)};
+        return {kFileUnreadable,
+                SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error)};
     WaveHeader header{};
-    const Reason reason = ReadWaveHeader(&file, &header);
-    if (reason.SystemError() != 0) return {kFileUnreadable, ReasonText(reason)};
-    if (reason && strict) return {kFileUnsupported, ReasonText(reason)};
-    return {kFileUsable, {}};
+    Reason reason = ReadWaveHeader(&file, &header);
+    reason.file = path;
+    if (reason.SystemError() != 0) return {kFileUnreadable, reason};
+    if (reason && strict) return {kFileUnsupported, reason};
+    return {};
 }
 
 Verdict check(const std::string& path, bool strict, const GraphStep& graph) {
     const bool movie = XpPath::HasExtension(path, ".mp4");
     if (!movie && !XpPath::HasExtension(path, ".wav"))
-        return {kFileUnsupported, "neither an .mp4 nor a .wav file"};
-    Verdict verdict = movie ? check_movie(path) : check_wave(path, strict);
-    std::string why;
-    if (verdict.status == kFileUsable && graph && !graph(path, &why))
-        verdict = {kFileNoGraph, "no preview can be built for it: " + why};
-    return verdict;
+        return {kFileUnsupported, {ReasonCode::kNotMovieOrWave, ReasonSide::kSource, path, {}}};
+    const Verdict verdict = movie ? check_movie(path) : check_wave(path, strict);
+    if (verdict.status != kFileUsable || !graph) return verdict;
+    const Reason why = graph(path);
+    return why ? Verdict{kFileNoGraph, why} : verdict;
 }
 
 }  // namespace
@@ -78,8 +80,8 @@ std::string MovieFileMessageKey(MovieFileStatus status) {
 }
 
 MovieFileStatus CheckMovieFile(const std::string& path, bool strict, const GraphStep& graph,
-                               std::string* reason) {
-    Verdict verdict{kFileUnreadable, "not enough memory"};
+                               Reason* reason) {
+    Verdict verdict{kFileUnreadable, {ReasonCode::kOutOfMemory, ReasonSide::kNone, path, {}}};
     try {
         verdict = check(path, strict, graph);
     } catch (const std::bad_alloc&) {

@@ -4,6 +4,8 @@
 #include <functional>
 #include <string>
 
+#include "base/reason.h"
+
 namespace tarn {
 
 enum MovieFileStatus : int {
@@ -14,15 +16,15 @@ enum MovieFileStatus : int {
     kFileUsable = 3,
 };
 
-// Builds a preview for the path and lets it go again; false, with a reason for people, when it
-// can't. The caller brings it, so that programs without a preview need no player.
-using GraphStep = std::function<bool(const std::string& path, std::string* reason)>;
+// Builds a preview for the path and lets it go again, or says why it can't. The caller brings it,
+// so that programs without a preview need no player.
+using GraphStep = std::function<Reason(const std::string& path)>;
 
 // Checks an .mp4 or .wav file. `strict` also refuses a WAV that is not two channels of 16 bits.
-// `reason`, where given, gets the status in words, for people. Without a graph step a good file is
+// `reason`, where given, gets why the file is not usable. Without a graph step a good file is
 // usable.
 MovieFileStatus CheckMovieFile(const std::string& path, bool strict, const GraphStep& graph,
-                               std::string* reason = nullptr);
+                               Reason* reason = nullptr);
 
 // The key of the text that tells the user why a file was not opened; its one argument is the
 // file's name. Empty for a usable file.

@@ -2,20 +2,13 @@
 
 #include "movie/engine/samples.h"
 #include "movie/facts/clip_session.h"
-#include "movie/facts/movie_text.h"
 #include "movie/objects/movie_metadata.h"
 #include "movie/objects/track_selection.h"
 #include "movie/umc/aac_config.h"
+#include "mp4format/time_math.h"
 
 namespace tarn {
 namespace {
-
-// Rounds down; 0 where there is no duration.
-uint64_t per_second(uint64_t amount, uint32_t timescale, uint64_t duration) {
-    uint64_t rate = 0;
-    if (duration == 0 || mp4_mul_div(amount, timescale, duration, &rate) != FF4_RET_OK) return 0;
-    return rate;
-}
 
 Mp4Result read_track(Mp4ReadSession* session, uint32_t number, ClipTrackInfo* info) {
     FF4_TRY(mp4_open_track(session, number));
@@ -31,7 +24,7 @@ Mp4Result read_track(Mp4ReadSession* session, uint32_t number, ClipTrackInfo* in
     FF4_TRY(mp4_get_media_bytes(session, number, &bytes));
     uint64_t bits = 0;
     FF4_TRY(mp4_mul(bytes, 8, &bits));
-    info->bitRate = per_second(bits, info->timescale, info->duration);
+    info->bitRate = mp4_mul_div_or(bits, info->timescale, info->duration, 0);
     return FF4_RET_OK;
 }
 
@@ -136,13 +129,11 @@ uint32_t SoundChannels(const CAudioSampleDescriptionInfo& sound) {
     return sound.entry.channel_count;
 }
 
-bool ReadClipInfo(const std::string& path, ClipInfo* info, std::string* reason) {
+Reason ReadClipInfo(const std::string& path, ClipInfo* info) {
     *info = {};
     ClipSession session;
-    if (!session.Open(path, reason)) return false;
-    const Mp4Result read = read_all(session, info);
-    *reason = MovieCodeText(movie_code(read), 0);
-    return read == FF4_RET_OK;
+    if (Reason reason = session.Open(path)) return reason;
+    return session.ReasonFor(movie_code(read_all(session, info)));
 }
 
 }  // namespace tarn

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/reason.h"
 #include "movie/objects/movie_info.h"
 
 namespace tarn {
@@ -41,8 +42,8 @@ struct ClipInfo {
     bool fragmented = false;
 };
 
-// Reads a clip's facts. False when it is no movie; `reason` then says why, for people.
-bool ReadClipInfo(const std::string& path, ClipInfo* info, std::string* reason);
+// Reads a clip's facts, or says why it has none to show.
+[[nodiscard]] Reason ReadClipInfo(const std::string& path, ClipInfo* info);
 
 // Channels of a sound description: what the decoder configuration says, else the entry.
 uint32_t SoundChannels(const CAudioSampleDescriptionInfo& sound);

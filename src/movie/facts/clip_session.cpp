@@ -24,17 +24,15 @@ uint32_t first_track(Mp4ReadSession* session, uint32_t handler) {
 
 }  // namespace
 
-bool ClipSession::Open(const std::string& path, std::string* reason) {
-    const MovieCode code = m_file.Open(path);
-    *reason = ReasonText(m_file.GetReason());
-    return code == kMovieOk && !m_file.GetReason();
+Reason ClipSession::Open(const std::string& path) {
+    static_cast<void>(m_file.Open(path));
+    return m_file.GetReason();
 }
 
 uint64_t ClipSession::GetDurationMs() const {
-    uint64_t units = 0, ms = 0;
-    const bool known = mp4_get_movie_duration(get(), &units) == FF4_RET_OK &&
-                       mp4_mul_div(units, 1000, get()->index.movie.timescale, &ms) == FF4_RET_OK;
-    return known ? ms : 0;
+    uint64_t units = 0;
+    if (mp4_get_movie_duration(get(), &units) != FF4_RET_OK) return 0;
+    return mp4_mul_div_or(units, 1000, get()->index.movie.timescale, 0);
 }
 
 MovieCode ClipSession::ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes,

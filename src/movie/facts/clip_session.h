@@ -18,8 +18,10 @@ public:
     ClipSession(const ClipSession&) = delete;
     ClipSession& operator=(const ClipSession&) = delete;
 
-    // False when the file is no movie; `reason` then says why, for people.
-    bool Open(const std::string& path, std::string* reason);
+    // Why the file can't be looked at: it is no movie, or one without a header.
+    [[nodiscard]] Reason Open(const std::string& path);
+    // The reason for a code that the session has answered.
+    Reason ReasonFor(MovieCode code) { return m_file.ReasonFor(code); }
     Mp4ReadSession* get() const { return m_file.Session(); }
     uint64_t Size() const { return m_file.Size(); }
     uint64_t GetDurationMs() const;  // 0 where the movie does not say

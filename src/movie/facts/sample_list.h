@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "base/reason.h"
 #include "movie/engine/samples.h"
 
 namespace tarn {
@@ -20,17 +21,16 @@ public:
     ~SampleList();
 
     // `track` is "video", "audio" (the tracks that would be edited, else the first of their kind)
-    // or a track number. False with a reason for people.
-    bool Open(const std::string& path, const std::string& track, std::string* reason);
+    // or a track number.
+    [[nodiscard]] Reason Open(const std::string& path, const std::string& track);
 
     // Samples of the track, fragments included.
     uint32_t Count() const { return m_count; }
-    // FF4_RET_NOTFOUND past the last.
-    Mp4Result Row(uint32_t number, SampleRow* row);
+    [[nodiscard]] Reason Row(uint32_t number, SampleRow* row);
     // The sample being decoded at a time in milliseconds of the track's own timeline.
-    Mp4Result AtMs(uint64_t ms, SampleRow* row);
-    // The first sync sample behind `number`, which may be 0.
-    Mp4Result NextSync(uint32_t number, SampleRow* row);
+    [[nodiscard]] Reason AtMs(uint64_t ms, SampleRow* row);
+    // The first sync sample after `number`, which may be 0.
+    [[nodiscard]] Reason NextSync(uint32_t number, SampleRow* row);
 
 private:
     struct Impl;

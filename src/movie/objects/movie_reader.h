@@ -49,6 +49,8 @@ public:
     // 0 for a movie timescale of 0.
     uint64_t GetDurationMs() const;
     Mp4ReadSession* Session() const { return m_engine.file.Session(); }
+    // The reason for a code that the session has answered.
+    Reason ReasonFor(MovieCode code) { return m_engine.file.ReasonFor(code); }
     // 1-based position of the description that a sample names, 0 when there is none.
     uint32_t FindVideoDescription(uint32_t index) const;
     uint32_t FindAudioDescription(uint32_t index) const;

@@ -14,43 +14,47 @@ constexpr uint32_t kProgressStep = 1 << 16;  // points
 
 bool WFWaveReader::Open(const std::string& path, uint32_t pointsPerSecond) {
     XpFile file;
-    if (const int error = file.Open(path, XpFile::Mode::kRead)) return Fail(XpErrorText(error));
+    if (const int error = file.Open(path, XpFile::Mode::kRead))
+        return Fail(SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error));
     WaveHeader header{};
-    if (const tarn::Reason reason = ReadWaveHeader(&file, &header)) return Fail(ReasonText(reason));
-    if (header.sample_rate == 0) return Fail("the WAV file has a sample rate of 0");
+    Reason reason = ReadWaveHeader(&file, &header);
     try {
-        return ReadPoints(&file, header, pointsPerSecond);
+        if (!reason) reason = ReadPoints(&file, header, pointsPerSecond);
     } catch (const std::bad_alloc&) {
-        return Fail("not enough memory");
+        reason = {ReasonCode::kOutOfMemory, ReasonSide::kNone, path, {}};
     }
+    if (!reason) return true;
+    reason.file = path;
+    return Fail(reason);
 }
 
-bool WFWaveReader::ReadPoints(XpFile* file, const WaveHeader& header, uint32_t pointsPerSecond) {
+Reason WFWaveReader::ReadPoints(XpFile* file, const WaveHeader& header, uint32_t pointsPerSecond) {
+    const uint32_t rate = header.sample_rate;
+    const Reason no_rate{ReasonCode::kWaveRate, ReasonSide::kSource, {}, {uint64_t{rate}}};
+    if (rate == 0) return no_rate;
     AMPWavePoints points(file, header, pointsPerSecond);
     // More points than bytes come of a rate that is no sound's.
     const uint64_t count = points.Count();
-    if (count > header.data_available)
-        return Fail("the WAV file has a sample rate of " + std::to_string(header.sample_rate));
+    if (count > header.data_available) return no_rate;
     m_points.left.assign(count, 0);
     m_points.right.assign(count, 0);
 
     for (size_t at = 0; at < count; ++at) {
         if (!points.Next(&m_points.left[at], &m_points.right[at])) break;
         if (at % kProgressStep == 0 && m_progress &&
-            !m_progress(static_cast<uint32_t>(at), GetCount())) {
-            m_fault = WaveformFault::kCancelled;
-            m_reason = "cancelled";
-            return true;
-        }
+            !m_progress(static_cast<uint32_t>(at), GetCount()))
+            return {ReasonCode::kCancelled, ReasonSide::kNone, {}, {}};
     }
-    return points.GetReason() ? Fail(ReasonText(points.GetReason())) : true;
+    return points.GetReason();
 }
 
-bool WFWaveReader::Fail(const std::string& reason) {
-    m_points = {};
-    m_fault = WaveformFault::kFile;
-    m_reason = reason;
-    return false;
+// What was read before a cancel stays.
+bool WFWaveReader::Fail(const Reason& reason) {
+    const bool cancelled = reason.code == ReasonCode::kCancelled;
+    if (!cancelled) m_points = {};
+    m_outcome.fault = cancelled ? WaveformFault::kCancelled : WaveformFault::kFile;
+    m_outcome.reason = reason;
+    return cancelled;
 }
 
 }  // namespace tarn

@@ -15,8 +15,8 @@ public:
     bool Open(const std::string& path, uint32_t pointsPerSecond) override;
 
 private:
-    bool Fail(const std::string& reason);
-    bool ReadPoints(XpFile* file, const WaveHeader& header, uint32_t pointsPerSecond);
+    bool Fail(const Reason& reason);
+    Reason ReadPoints(XpFile* file, const WaveHeader& header, uint32_t pointsPerSecond);
 };
 
 }  // namespace tarn

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "base/reason.h"
+
 namespace tarn {
 
 // The rows of both channels; equally long, and 0 where nothing could be read.
@@ -24,6 +26,12 @@ enum class WaveformFault {
     kNoSound,    // a good file without sound that can be shown: no points
     kCutShort,   // reading stopped early: the rest is 0
     kCancelled,  // the same, because the progress callback said so
+};
+
+struct WaveformOutcome {
+    WaveformFault fault = WaveformFault::kNone;
+    Reason reason;
+    uint64_t endMs = 0;
 };
 
 // Points done and points in all; false stops. Called now and then, on the reading thread.
@@ -44,9 +52,10 @@ public:
 
     // Before Open.
     void SetProgress(WaveformProgress progress) { m_progress = std::move(progress); }
-    WaveformFault Fault() const { return m_fault; }
-    // The fault in words, for people; empty without one.
-    const std::string& Reason() const { return m_reason; }
+    WaveformFault Fault() const { return m_outcome.fault; }
+    const Reason& GetReason() const { return m_outcome.reason; }
+    // Up to where there are points, for a reading that was cut short.
+    uint64_t GetEndMs() const { return m_outcome.endMs; }
     // Leaves the reader without points.
     WaveformPoints TakePoints() { return std::move(m_points); }
 
@@ -57,8 +66,7 @@ public:
 protected:
     WaveformPoints m_points;
     WaveformProgress m_progress;
-    WaveformFault m_fault = WaveformFault::kNone;
-    std::string m_reason;
+    WaveformOutcome m_outcome;
 };
 
 }  // namespace tarn

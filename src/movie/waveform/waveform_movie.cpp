@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <new>
 
-#include "movie/facts/movie_text.h"
 #include "movie/waveform/waveform_aac.h"
 #include "movie/waveform/waveform_pcm.h"
 #include "movie/waveform/waveform_picker.h"
@@ -22,14 +21,12 @@ int8_t high_byte(int16_t sample) {
     return static_cast<int8_t>(sample >> 8);
 }
 
-// value * mul / div, at most the largest number.
+// Rounded down; at most the largest number.
 uint64_t scale(uint64_t value, uint64_t mul, uint64_t div) {
-    uint64_t out = UINT64_MAX;
-    if (mp4_mul_div(value, mul, div, &out) != FF4_RET_OK) out = UINT64_MAX;
-    return out;
+    return mp4_mul_div_or(value, mul, div, UINT64_MAX);
 }
 
-// The first frame at or behind a time of the track.
+// The first frame at or after a time of the track.
 uint64_t frame_at(uint64_t time, uint32_t rate, uint32_t timescale) {
     if (rate == timescale) return time;
     const uint64_t frames = scale(time, rate, timescale);
@@ -64,7 +61,7 @@ bool MovieWaveform::Read(const std::string& path, uint32_t pointsPerSecond,
         return done;
     } catch (const std::bad_alloc&) {
         points = {};
-        return Stop(WaveformFault::kFile, "not enough memory");
+        return Stop(WaveformFault::kFile, {ReasonCode::kOutOfMemory, ReasonSide::kNone, path, {}});
     }
 }
 
@@ -72,10 +69,9 @@ bool MovieWaveform::Open(const std::string& path) {
     m_movie = std::make_unique<CMP4MovieRead>();
     m_movie->SetPath(path);
     const MovieCode code = m_movie->Open();
-    if (code != kMovieOk)
-        return Stop(WaveformFault::kFile, MovieCodeText(code, m_movie->LastError()));
+    if (code != kMovieOk) return Stop(WaveformFault::kFile, m_movie->GetReason());
     if (!m_movie->HasAudio() || m_movie->GetInfo().audioDescriptions.empty())
-        return Stop(WaveformFault::kNoSound, "the clip has no sound that can be shown");
+        return Stop(WaveformFault::kNoSound, Why(ReasonCode::kNoSoundShown));
     Mp4AudioProfile profile{};
     m_hasProfile = mp4_get_audio_profile(m_movie->Session(), &profile) == FF4_RET_OK;
     m_profileChannels = profile.channels;
@@ -91,11 +87,11 @@ const CAudioSampleDescriptionInfo& MovieWaveform::Sound() const {
 bool MovieWaveform::IsAllowed() {
     if (m_hasProfile) {
         if (m_profileChannels == 2) return true;
-        return Stop(WaveformFault::kNoSound, "the clip's profile does not say stereo sound");
+        return Stop(WaveformFault::kNoSound, Why(ReasonCode::kProfileNotStereo));
     }
     const Mp4AudioEntry& entry = Sound().entry;
     if (entry.format == kAac || (entry.sample_size == 16 && entry.channel_count > 0)) return true;
-    return Stop(WaveformFault::kNoSound, "only PCM sound of 16 bits can be shown");
+    return Stop(WaveformFault::kNoSound, Why(ReasonCode::kSoundNotShown));
 }
 
 uint32_t MovieWaveform::PcmChannels() const {
@@ -130,17 +126,17 @@ bool MovieWaveform::ReadAac(WaveformPicker* picker) {
     AacSound sound;
     const uint32_t timescale = m_movie->GetInfo().audio.timescale;
     if (!sound.Init(Sound(), m_hasProfile ? m_profileRate : EntryRate(), !m_hasProfile))
-        return Stop(WaveformFault::kCutShort, "the sound can't be decoded");
+        return StopAt(0, Why(ReasonCode::kSoundBroken));
     CReadBuffer sample;
     ReadSampleInfo info;
     uint64_t time = 0;  // of the next sample, media units
     while (!picker->Full()) {
-        if (!picker->Report()) return Stop(WaveformFault::kCancelled, "cancelled");
+        if (!picker->Report()) return Stop(WaveformFault::kCancelled, Why(ReasonCode::kCancelled));
         const MovieCode code = m_movie->ReadAudioSample(&sample, &info);
-        if (code == kMovieEndOfSamples) return StopAt(time, "the sound ends early");
-        if (code != kMovieOk) return StopAt(time, MovieCodeText(code, m_movie->LastError()));
+        if (code == kMovieEndOfSamples) return StopAt(time, Why(ReasonCode::kSoundEndsEarly));
+        if (code != kMovieOk) return StopAt(time, m_movie->GetReason());
         std::span<const int16_t> pcm;
-        if (!sound.Decode(&sample, &pcm)) return StopAt(time, "the sound can't be decoded");
+        if (!sound.Decode(&sample, &pcm)) return StopAt(time, Why(ReasonCode::kSoundBroken));
         picker->SetRate(sound.Rate());
         const uint64_t first = frame_at(time, sound.Rate(), timescale);
         time += info.duration;
@@ -157,39 +153,37 @@ bool MovieWaveform::ReadPcm(WaveformPicker* picker) {
     PcmFrames frames(m_movie->Session(), track.trackNumber, channels);
     picker->SetRate(rate);
     while (!picker->Full()) {
-        if (!picker->Report()) return Stop(WaveformFault::kCancelled, "cancelled");
+        if (!picker->Report()) return Stop(WaveformFault::kCancelled, Why(ReasonCode::kCancelled));
         const uint64_t frame = picker->NextFrame();
         const uint8_t* bytes = nullptr;
         const Mp4Result result = frames.At(frame, &bytes);
         if (result != FF4_RET_OK) {
             return StopAt(scale(frame, track.timescale, rate),
-                          result == FF4_RET_NOTFOUND ? "the sound ends early"
-                                                     : MovieCodeText(movie_code(result), 0));
+                          result == FF4_RET_NOTFOUND ? Why(ReasonCode::kSoundEndsEarly)
+                                                     : m_movie->ReasonFor(movie_code(result)));
         }
         picker->Put(static_cast<int8_t>(bytes[left]), static_cast<int8_t>(bytes[right]));
     }
     return true;
 }
 
-bool MovieWaveform::Stop(WaveformFault fault, const std::string& reason) {
-    m_fault = fault;
-    m_reason = reason;
+bool MovieWaveform::Stop(WaveformFault fault, const Reason& reason) {
+    outcome.fault = fault;
+    outcome.reason = reason;
     return false;
 }
 
 // `time` in the track's units.
-bool MovieWaveform::StopAt(uint64_t time, const std::string& reason) {
-    const uint64_t ms = scale(time, 1000, m_movie->GetInfo().audio.timescale);
-    return Stop(WaveformFault::kCutShort,
-                reason + "; the waveform ends at " + std::to_string(ms) + " ms");
+bool MovieWaveform::StopAt(uint64_t time, const Reason& reason) {
+    outcome.endMs = scale(time, 1000, m_movie->GetInfo().audio.timescale);
+    return Stop(WaveformFault::kCutShort, reason);
 }
 
 bool WFMP4Reader::Open(const std::string& path, uint32_t pointsPerSecond) {
     MovieWaveform movie;
     static_cast<void>(movie.Read(path, pointsPerSecond, m_progress));
     m_points = std::move(movie.points);
-    m_fault = movie.Fault();
-    m_reason = movie.Reason();
+    m_outcome = std::move(movie.outcome);
     return true;
 }
 

@@ -19,13 +19,12 @@ public:
     MovieWaveform();
     ~MovieWaveform();
 
-    // True when every point could be read. Otherwise Fault and Reason tell; the points that were
-    // read stay and the others are 0. Where the sound can't be decoded, reading ends.
+    // True when every point could be read. Otherwise `outcome` tells; the points that were read
+    // stay and the others are 0. Where the sound can't be decoded, reading ends.
     bool Read(const std::string& path, uint32_t pointsPerSecond, const WaveformProgress& progress);
 
     WaveformPoints points;
-    WaveformFault Fault() const { return m_fault; }
-    const std::string& Reason() const { return m_reason; }
+    WaveformOutcome outcome;
 
 private:
     bool Open(const std::string& path);
@@ -36,14 +35,13 @@ private:
     const CAudioSampleDescriptionInfo& Sound() const;
     uint32_t PcmChannels() const;
     uint32_t EntryRate() const;
-    bool Stop(WaveformFault fault, const std::string& reason);
-    bool StopAt(uint64_t time, const std::string& reason);
+    Reason Why(ReasonCode code) const { return {code, ReasonSide::kSource, m_movie->Path(), {}}; }
+    bool Stop(WaveformFault fault, const Reason& reason);
+    bool StopAt(uint64_t time, const Reason& reason);
 
     std::unique_ptr<CMP4MovieRead> m_movie;
     bool m_hasProfile = false;
     uint32_t m_profileChannels = 0, m_profileRate = 0;
-    WaveformFault m_fault = WaveformFault::kNone;
-    std::string m_reason;
 };
 
 class WFMP4Reader final : public WFFileReader {

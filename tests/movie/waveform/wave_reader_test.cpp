@@ -51,7 +51,7 @@ TEST(WaveReader, TakesTheSoundThatIsThere) {
         WFWaveReader reader;
         EXPECT_EQ(reader.Open(dir.Path("a.wav"), 1120), c.opens);
         EXPECT_EQ(reader.Fault() == WaveformFault::kNone, c.opens);
-        EXPECT_EQ(reader.Reason().empty(), c.opens);
+        EXPECT_EQ(!reader.GetReason(), c.opens);
         ASSERT_EQ(reader.GetCount(), c.left.size());
         EXPECT_EQ(Row(reader.GetLeft(), reader.GetLeft() + reader.GetCount()), c.left);
         EXPECT_EQ(Row(reader.GetRight(), reader.GetRight() + reader.GetCount()), c.right);
