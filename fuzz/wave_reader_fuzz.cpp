@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     WFWaveReader reader;
     const bool opened = reader.Open(file.Path(), 1120);
     if (opened != (reader.Fault() == WaveformFault::kNone)) abort();
-    if (opened != !reader.GetReason()) abort();
+    if (opened == static_cast<bool>(reader.GetReason())) abort();
     if (reader.GetCount() > size || (!opened && reader.GetCount() != 0)) abort();
     const WaveformPoints points = reader.TakePoints();
     if (points.left.size() != points.right.size()) abort();

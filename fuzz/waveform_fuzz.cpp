@@ -11,7 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const MemoryPath file(data, size);
     WFMP4Reader reader;
     if (!reader.Open(file.Path(), PeakSource::PointsPerSecond())) abort();
-    if (!reader.GetReason() != (reader.Fault() == WaveformFault::kNone)) abort();
+    const bool failed = reader.Fault() != WaveformFault::kNone;
+    if (failed != static_cast<bool>(reader.GetReason())) abort();
     const bool empty =
         reader.Fault() == WaveformFault::kFile || reader.Fault() == WaveformFault::kNoSound;
     if (empty && reader.GetCount() != 0) abort();

@@ -82,10 +82,25 @@ TEST(EffectChain, AllocatesNothingWhileItRuns) {
 TEST(EffectChain, TreatsValuesOutOfRangeAsOff) {
     const Sound input = Noise(2000);
     const Sound plain = Treat(MakeChain({}).get(), input);
-    for (const int32_t value : {INT_MIN, -101, 101, INT_MAX}) {
-        AMPEffectSettings s;
-        s.treble = s.bass = s.reverb = s.compressor = s.normalize = value;
-        EXPECT_TRUE(Treat(MakeChain(s).get(), input) == plain) << value;
+    const struct {
+        const char* name;
+        int32_t AMPEffectSettings::*field;
+        int32_t lowest, highest;
+    } fields[] = {{"treble", &AMPEffectSettings::treble, -100, 100},
+                  {"bass", &AMPEffectSettings::bass, -100, 100},
+                  {"reverb", &AMPEffectSettings::reverb, 0, 9},
+                  {"compressor", &AMPEffectSettings::compressor, 0, 4},
+                  {"normalize", &AMPEffectSettings::normalize, 0, 3}};
+    for (const auto& f : fields) {
+        const auto treated = [&](int32_t value) {
+            AMPEffectSettings s;
+            s.*f.field = value;
+            return Treat(MakeChain(s).get(), input);
+        };
+        for (const int32_t value : {INT_MIN, f.lowest - 1, f.highest + 1, INT_MAX})
+            EXPECT_TRUE(treated(value) == plain) << f.name << " " << value;
+        EXPECT_EQ(treated(f.lowest) == plain, f.lowest == 0) << f.name;
+        EXPECT_FALSE(treated(f.highest) == plain) << f.name;
     }
     const auto normalized = [&](float peak) {
         AMPEffectSettings s;
@@ -151,6 +166,27 @@ TEST(EffectChain, ChangesSettingsOnTheWay) {
     EXPECT_TRUE(Treat(chain.get(), input) == input);
 }
 
+// A frame is a millisecond; half way up and down the gain is 0.0625.
+TEST(EffectChain, FadesAtTheEndsOfItsRange) {
+    AMPEffectSettings fade;
+    fade.fade = 1;
+    for (const bool at_once : {true, false}) {
+        const AMPEffectChainPtr chain = MakeChain(fade, 1000);
+        if (at_once) {
+            AMPEffectSetRange(chain.get(), 200, 9000);
+        } else {
+            AMPEffectSetStart(chain.get(), 200);
+            AMPEffectSetEnd(chain.get(), 9000);
+        }
+        const Sound sound(2 * 9000, 16000);
+        Sound faded(sound.size());
+        AMPEffectProcess(chain.get(), faded.data(), sound.data(), 9000, 200);
+        EXPECT_EQ(faded[2 * 2000], 1000);
+        EXPECT_EQ(faded[2 * 4000 + 1], 16000);
+        EXPECT_EQ(faded[2 * 6300 + 1], 1000);
+    }
+}
+
 TEST(EffectChain, ResetEqualsNew) {
     const Sound before = Noise(5001, 2), input = Noise(5000);
     for (const int32_t compressor : {1, 4}) {
@@ -208,6 +244,20 @@ TEST(EffectChain, PreparedChangesActLikeSettings) {
         EXPECT_EQ(AllocationCount(), before);
         EXPECT_TRUE(Treat(chain.get(), input) == Treat(expected.get(), input));
     }
+}
+
+TEST(EffectChain, StaysAsItWasWithoutMemory) {
+    const Sound input = Noise(2000);
+    AMPEffectSettings hall;
+    hall.reverb = 8;
+    const AMPEffectChainPtr chain = MakeChain({});
+    FailAllocations(true);
+    const AMPEffectChainPtr none(AMPEffectCreate(kRate));
+    const bool set = AMPEffectSetParameters(chain.get(), hall);
+    const AMPEffectChangePtr change(AMPEffectPrepare(kRate, {}, hall, nullptr));
+    FailAllocations(false);
+    EXPECT_FALSE(none || set || change);
+    EXPECT_TRUE(Treat(chain.get(), input) == Treat(MakeChain({}).get(), input));
 }
 
 TEST(EffectChain, RefusesAChangeOfAnotherRate) {

@@ -6,18 +6,19 @@
 
 namespace {
 thread_local size_t g_count = 0;
+thread_local bool g_fail = false;
 }  // namespace
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
 void* operator new(size_t size) {
     ++g_count;
-    if (void* const block = std::malloc(size ? size : 1)) return block;
+    if (void* const block = g_fail ? nullptr : std::malloc(size ? size : 1)) return block;
     throw std::bad_alloc();
 }
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
     ++g_count;
-    return std::malloc(size ? size : 1);
+    return g_fail ? nullptr : std::malloc(size ? size : 1);
 }
 void operator delete(void* block) noexcept {
     ++g_count;
@@ -39,15 +40,15 @@ void __libc_free(void*);
 
 void* malloc(size_t size) {
     ++g_count;
-    return __libc_malloc(size);
+    return g_fail ? nullptr : __libc_malloc(size);
 }
 void* calloc(size_t count, size_t size) {
     ++g_count;
-    return __libc_calloc(count, size);
+    return g_fail ? nullptr : __libc_calloc(count, size);
 }
 void* realloc(void* block, size_t size) {
     ++g_count;
-    return __libc_realloc(block, size);
+    return g_fail ? nullptr : __libc_realloc(block, size);
 }
 void free(void* block) {
     ++g_count;
@@ -61,6 +62,10 @@ namespace tarn {
 
 size_t AllocationCount() {
     return g_count;
+}
+
+void FailAllocations(bool fail) {
+    g_fail = fail;
 }
 
 }  // namespace tarn

@@ -247,6 +247,8 @@ TEST(AacDecoder, ResetEqualsNew) {
     EXPECT_EQ(decoder.GetDuration(&seconds), kStatusOk);
     EXPECT_FLOAT_EQ(seconds, 5 * 1024 / 48000.0f);
     ASSERT_EQ(decoder.Reset(), kStatusOk);
+    EXPECT_EQ(decoder.GetDuration(&seconds), kStatusOk);
+    EXPECT_EQ(seconds, 0.0f);
     EXPECT_EQ(decode(), first);
     ASSERT_EQ(Configure(&decoder, kStereo48k, &params), kStatusOk) << "Init again";
     EXPECT_EQ(decode(), first);
@@ -270,6 +272,7 @@ TEST(AacEncoder, RefusesWhatItCannotMake) {
         {"replication", [](Params& p) { p.objectType = 5; }, kStatusNotImplemented},
         {"as an extension", [](Params& p) { p.auxObjectType = 5; }, kStatusNotImplemented},
         {"no channels", [](Params& p) { p.info.channels = 0; }, kStatusBadParameter},
+        {"no rate", [](Params& p) { p.info.sampleRate = 0; }, kStatusBadParameter},
         {"no bits", [](Params& p) { p.info.bitRate = 0; }, kStatusBadParameter},
         {"24-bit input", [](Params& p) { p.info.bitsPerSample = 24; }, kStatusBadParameter},
         {"unknown format", [](Params& p) { p.outputFormat = 3; }, kStatusBadParameter},

@@ -9,6 +9,8 @@ using Bytes = std::vector<uint8_t>;
 
 TEST(AacConfig, SaysWhatItSaysAndNoMore) {
     enum Extension { kNone, kSbr, kPs };
+    const Bytes ps = {0x13, 0x08, 0x56, 0xe5, 0x9d, 0x48, 0x80};
+    const Bytes no_ps = {0x13, 0x08, 0x56, 0xe5, 0x9d, 0x48, 0x00};
     const struct {
         const char* name;
         Bytes bytes;
@@ -23,6 +25,8 @@ TEST(AacConfig, SaysWhatItSaysAndNoMore) {
         {"PS in front", {0xeb, 0x09, 0x88, 0}, kStatusOk, 2, 1, 24000, 48000, 1024, kPs},
         {"short frames", {0x11, 0x94}, kStatusOk, 2, 2, 48000, 48000, 960, kNone},
         {"above 31 (ELD)", {0xf8, 0xe6, 0x40}, kStatusOk, 39, 2, 48000, 48000, 512, kNone},
+        {"PS behind", ps, kStatusOk, 2, 1, 24000, 48000, 1024, kPs},
+        {"PS behind, not used", no_ps, kStatusOk, 2, 1, 24000, 48000, 1024, kSbr},
         {"nothing", {}, kStatusBadParameter, 0, 0, 0, 0, 0, kNone},
         {"a reserved rate", {0x16, 0x90}, kStatusBadParameter, 0, 0, 0, 0, 0, kNone},
         {"SBR in front, cut", {0x2b, 0x11}, kStatusBadParameter, 0, 0, 0, 0, 0, kNone},
@@ -103,6 +107,8 @@ TEST(AacConfig, HeadersAreTheFormatsOwn) {
 
     Bytes stream = {0xff, 0xf1, 0x4c, 0x80, 0x01, 0x3f, 0xfc, 1, 2, 0};  // 9 of 10 bytes
     EXPECT_EQ(AdtsFrameLength(stream), 9u);
+    for (const uint8_t second : {0xe1, 0xf3, 0xf5})  // no sync word, another layer
+        EXPECT_EQ(AdtsFrameLength(Bytes{0xff, second, 0x4c, 0x80, 0x01, 0x3f, 0xfc, 1, 2}), 0u);
     stream.resize(8);
     EXPECT_EQ(AdtsFrameLength(stream), 0u) << "cut";
     stream[5] = 0x1f;  // a frame of 8 bytes

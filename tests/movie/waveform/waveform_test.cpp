@@ -124,11 +124,14 @@ TEST(Waveform, TheProfileSaysWhetherThereIsOne) {
 // A header may claim hours: the file holds ten frames.
 TEST(Waveform, RowsAreNoLongerThanTheFileCanHold) {
     MovieTrack track = Sound(Twos(), 48000, 10, {4, 0x7FFFFFFF});
-    EXPECT_LT(Waveform(MovieBuilder{.tracks = {track}}, {}).left.size(), 1000u);
-    track.entries = {Mp4a()};
-    EXPECT_LT(Waveform(MovieBuilder{.tracks = {track}}, {}).left.size(), 10000u);
-    track.entries = {AudioEntry({.format = "twos", .rate = 1})};
-    EXPECT_LT(Waveform(MovieBuilder{.tracks = {track}}, {}).left.size(), 10000u);
+    const auto points = [&](const Bytes& entry) {
+        track.entries = {entry};
+        return Waveform(MovieBuilder{.tracks = {track}}, {}).left.size();
+    };
+    const size_t bytes = MovieBuilder{.tracks = {track}}.Build().size();
+    EXPECT_EQ(points(Twos()), bytes / 4 * 1120 / 48000);
+    EXPECT_EQ(points(Mp4a()), 10 * 2048 * 1120 / 7350u);
+    EXPECT_EQ(points(AudioEntry({.format = "twos", .rate = 1})), bytes);
 }
 
 Bytes ReadData(const std::string& name) {
@@ -207,6 +210,28 @@ TEST(Waveform, AacIsPickedFromWhatIsDecoded) {
     }
 }
 
+// A sample's time may be longer than what is decoded of it: the rest is silence.
+TEST(Waveform, AacSamplesKeepTheirTime) {
+    AacClip clip("stereo_48k", {0x11, 0x90}, 48000);
+    const Row whole = clip.Read().left;
+    clip.track.samples.clear();
+    Bytes all;
+    for (const Bytes& sample : clip.samples) {
+        clip.track.samples.push_back({static_cast<uint32_t>(sample.size()), 3000});
+        Append(&all, sample);
+    }
+    const Row spread = Waveform(MovieBuilder{.tracks = {clip.track}}, all).left;
+    ASSERT_EQ(spread.size(), clip.samples.size() * 70);  // 3000 frames are 70 points
+    for (size_t p = 0; p < spread.size(); ++p) {
+        const size_t frame = p % 70 * 48000 / 1120, at = p / 70 * 1024 + frame;
+        if (frame >= 1024) {
+            ASSERT_EQ(spread[p], 0) << p;
+        } else if (at * 1120 % 48000 == 0) {
+            ASSERT_EQ(spread[p], whole[at * 1120 / 48000]) << p;
+        }
+    }
+}
+
 // Another unit of time and a wrong rate in the entry: the points stay where they are.
 TEST(Waveform, AacRateIsTheDecoders) {
     AacClip clip("stereo_48k", {0x11, 0x90}, 48000);
@@ -239,6 +264,9 @@ TEST(Waveform, BrokenFramesEndItAndEmptyOnesDoNot) {
     clip.samples[3] = Bytes(clip.samples[3].size(), 0xFF);
     const Waveform broken = clip.Read();
     EXPECT_EQ(broken.reader.Fault(), WaveformFault::kCutShort);
+    EXPECT_EQ(broken.reader.GetReason().code, ReasonCode::kSoundBroken);
+    EXPECT_EQ(broken.reader.GetReason().file, broken.dir.Path("clip.mp4"));
+    EXPECT_EQ(broken.reader.GetEndMs(), 64u);  // three frames of 1024
     EXPECT_EQ(broken.left.size(), with_hole.left.size());
     ExpectPoints(broken.left, "stereo_48k", 48000, 2, 0, 0, 3 * 1024);
     EXPECT_TRUE(std::all_of(broken.left.begin() + 72, broken.left.end(),
