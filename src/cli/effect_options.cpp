@@ -54,9 +54,7 @@ bool EffectOptions::NeedsPeak() const {
 }
 
 bool EffectOptions::AnyChosen() const {
-    const AMPEffectSettings& s = settings;
-    const bool any = s.bass != 0 || s.treble != 0 || s.reverb != 0 || s.compressor != 0;
-    return !bypass && (any || s.normalize != 0 || fade);
+    return !bypass && (fade || settings != AMPEffectSettings{});
 }
 
 void AddLevelOptions(CLI::App* command, AMPEffectSettings* settings) {

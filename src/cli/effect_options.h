@@ -13,7 +13,7 @@ class App;
 namespace tarn {
 
 struct EffectOptions {
-    AMPEffectSettings settings;  // but for the peak
+    AMPEffectSettings settings;  // but for peak, bypass and fade
     bool bypass = false, fade = false;
     std::optional<float> peak;  // none: to be measured
 

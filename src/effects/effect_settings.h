@@ -7,7 +7,7 @@
 namespace tarn {
 
 // All zero but the peak means: nothing is done to the sound. Any value may stand in a record; the
-// chain treats one that is out of range as 0.
+// chain treats one that is out of range as 0 (`sanitized` in effect_chain.cpp has the ranges).
 struct AMPEffectSettings {
     uint8_t bypass = 0;      // not 0: all effects off, samples copied
     int32_t treble = 0;      // -100 to 100
@@ -17,6 +17,8 @@ struct AMPEffectSettings {
     int32_t normalize = 0;   // 0 off; 1 "0dB", 2 "-3dB", 3 "-6dB"
     uint8_t fade = 0;        // not 0: fade in and out at the ends of the range
     float peak = 1.0f;       // the clip's, as a fraction of full scale; 0: not known
+
+    bool operator==(const AMPEffectSettings&) const = default;
 };
 static_assert(sizeof(AMPEffectSettings) == 32);
 
