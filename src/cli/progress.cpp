@@ -10,7 +10,7 @@ namespace tarn {
 namespace {
 
 constexpr int kWidth = 40;
-constexpr int kBehind = 24;     // columns for percent and remaining time
+constexpr int kAfter = 24;      // columns for percent and remaining time
 constexpr double kSettled = 5;  // seconds before a guess is worth showing
 
 }  // namespace
@@ -18,7 +18,7 @@ constexpr double kSettled = 5;  // seconds before a guess is worth showing
 ProgressBar::ProgressBar() : m_terminal(isatty(STDERR_FILENO) == 1) {}
 
 ProgressBar::~ProgressBar() {
-    if (m_percent >= 0) std::fprintf(stderr, "\r%*s\r", kWidth + 2 + kBehind, "");
+    if (m_percent >= 0) std::fprintf(stderr, "\r%*s\r", kWidth + 2 + kAfter, "");
 }
 
 void ProgressBar::Show(uint64_t done, uint64_t total) {
@@ -27,8 +27,8 @@ void ProgressBar::Show(uint64_t done, uint64_t total) {
     if (!m_terminal || percent == m_percent) return;
     m_percent = percent;
     const std::string filled(static_cast<size_t>(percent * kWidth / 100), '#');
-    const std::string behind = std::to_string(percent) + " %" + Remaining(part);
-    std::fprintf(stderr, "\r[%-*s] %-*s", kWidth, filled.c_str(), kBehind - 1, behind.c_str());
+    const std::string after = std::to_string(percent) + " %" + Remaining(part);
+    std::fprintf(stderr, "\r[%-*s] %-*s", kWidth, filled.c_str(), kAfter - 1, after.c_str());
 }
 
 std::string ProgressBar::Remaining(double part) const {

@@ -1,13 +1,13 @@
 // effect_chain.h - the studio effects in their order, for blocks of 16-bit stereo sound.
 //
-// Create a chain for a sample rate, set the range and the parameters, then process blocks in the
-// order of the stream: the history of the filters goes on from block to block, whatever their
-// length, so a chain serves one stream. It takes no locks; one thread at a time.
+// Create a chain for a sample rate, set the range and the settings, then process the blocks of one
+// stream in their order: the filters remember what came before, however long the blocks are. No
+// locks; one thread at a time.
 //
-// Settings are copied at the call. AMPEffectProcess allocates nothing and can't fail. New settings
-// may need memory, so a player prepares the change on its control thread, hands it to the streaming
-// thread to be applied between two blocks, and discards it on the control thread again: the thread
-// that drives the chain never allocates, frees or waits.
+// AMPEffectProcess allocates nothing and can't fail. New settings may need memory, for a reverb. A
+// player therefore prepares the change on its control thread, applies it on the streaming thread
+// between two blocks, and discards it on the control thread: the streaming thread never allocates,
+// frees or waits.
 #pragma once
 
 #include <cstdint>
@@ -41,18 +41,19 @@ void AMPEffectSetEnd(AMPEffectChain* chain, uint32_t ms);
 // the normalise setting changes. False: memory is short, and the chain is as it was.
 [[nodiscard]] bool AMPEffectSetParameters(AMPEffectChain* chain, const AMPEffectSettings& settings);
 
-// What a change of settings needs, made ahead of it. It belongs to one thread at a time.
+// A change of settings with the memory that it needs. It belongs to one thread at a time.
 class AMPEffectChange;
 
-// A change of any chain of that rate from the settings `from` to the settings `to`. `superseded`:
-// a change to `from` that was prepared and then not applied, or null. What the chain has missed
-// with it comes with the new change, which may take over its memory. Null for a rate out of range,
-// or when memory is short; `superseded` is as it was then. Discard it in both cases.
+// Prepares a change from the settings `from` to the settings `to`, for any chain of that rate. If a
+// change to `from` was prepared before but not applied, give it as `superseded`, else null: the new
+// change then does what both would have done, and may take the reverb of the other. Null for a rate
+// out of range, or when memory is short; `superseded` is then as it was. It is the caller's to
+// discard in any case.
 [[nodiscard]] AMPEffectChange* AMPEffectPrepare(uint32_t sample_rate, const AMPEffectSettings& from,
                                                 const AMPEffectSettings& to,
                                                 AMPEffectChange* superseded);
-// Once. Allocates and frees nothing: the change carries away what the chain needs no more. False:
-// it was prepared for another rate, and the chain is as it was.
+// Once for each change. Allocates and frees nothing: the change keeps what the chain no longer
+// needs. False: it was prepared for another rate, and the chain is as it was.
 [[nodiscard]] bool AMPEffectApply(AMPEffectChain* chain, AMPEffectChange* change);
 void AMPEffectDiscard(AMPEffectChange* change);
 

@@ -15,8 +15,8 @@
 
 namespace tarn {
 
-// Called before each block with its number, from 1, and the number of blocks, which can be one more
-// than there are. False cancels.
+// Called before each block with its number, from 1, and the number of all, which is one too many
+// where the last block is a full one. False cancels.
 using AMPEffectProgressCallback = std::function<bool(uint32_t block, uint32_t blocks)>;
 
 enum AMPWaveResult : int {

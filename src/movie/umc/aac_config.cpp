@@ -86,7 +86,7 @@ int32_t FrameLength(int32_t object_type, bool short_form) {
     return short_form ? 960 : 1024;
 }
 
-// Band replication told behind the rest, so that older decoders don't see it. A program config
+// Band replication told after the rest, so that older decoders don't see it. A program config
 // element of unknown length may lie in between: the marker is looked for bit by bit.
 void ReadSyncExtension(BitReader& bits, AacConfig* config) {
     while (bits.Left() > 15 && bits.Peek(11) != kSyncExtension)

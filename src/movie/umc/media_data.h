@@ -1,8 +1,9 @@
-// media_data.h - a buffer on its way into or out of a codec.
+// media_data.h - a buffer of bytes that goes into a codec or comes out of one.
 //
-// The data is the part of the buffer that starts at the data pointer and has the data size; a
-// reader moves the pointer on as it consumes. The buffer is either owned (Alloc) or the caller's
-// (SetBufferPointer), and then it must outlive its use here. Times are in seconds.
+// The data are the bytes from the data pointer on, as many as the data size says; whoever takes
+// some moves the pointer past them. Alloc makes a buffer that this object owns and frees. One that
+// is given by SetBufferPointer stays the caller's and must live as long as it is used here. Times
+// are in seconds.
 #pragma once
 
 #include <cstdint>
@@ -15,9 +16,9 @@ class MediaData {
 public:
     MediaData() = default;
     virtual ~MediaData();
-    // Frees an owned buffer; pointers and sizes are zero behind it.
+    // Frees an owned buffer; pointers and sizes are zero then.
     virtual Status Close();
-    // No data and no times: the buffer is free to be filled anew.
+    // No data and no times: the buffer is free to be filled again.
     virtual void Reset();
     virtual uint8_t* GetBufferPointer() const { return buffer; }
     virtual uint8_t* GetDataPointer() const { return dataPointer; }
@@ -79,8 +80,6 @@ public:
     // calls of Alloc keep to as well.
     virtual Status SetAlignedBuffer(uint8_t* pointer, uint32_t size, uint32_t boundary);
     virtual Status Alloc(uint32_t size);
-
-    uint32_t Alignment() const { return alignment; }
 
 protected:
     Status AlignTo(uint32_t boundary, uint32_t size);

@@ -34,7 +34,7 @@ const std::vector<int8_t>& PeakSource::GetPoints(int channel) const {
     return treated.empty() ? m_raw[Row(channel)] : treated;
 }
 
-// Rounded down, so that points at the end can fall behind the last column, and fewer points than
+// Rounded down, so that points at the end can fall after the last column, and fewer points than
 // columns give columns of 0. Intended.
 void PeakSource::BuildColumns(size_t columnCount) {
     for (const int channel : {0, 1}) {

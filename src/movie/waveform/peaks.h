@@ -31,7 +31,7 @@ public:
     static std::unique_ptr<PeakSource> Create(WFFileReader* reader, int32_t columnCount);
     static constexpr uint32_t PointsPerSecond() { return kPointsPerRead * kScale; }
 
-    // Remaps the points by compressor and normalise and computes the columns anew. The other
+    // Remaps the points by compressor and normalise and computes the columns again. The other
     // effects are not seen in a waveform.
     void ApplyEffects(const AMPEffectSettings& settings);
     // Pairs of 8 points each from `startMs` on, of the treated sound where there is one. 0, 0

@@ -17,7 +17,7 @@ public:
     PcmFrames(Mp4ReadSession* session, uint32_t track, uint32_t channels)
         : m_session(session), m_track(track), m_frameSize(2 * channels) {}
 
-    // The bytes of a frame, good until the next call. FF4_RET_NOTFOUND behind the last one,
+    // The bytes of a frame, good until the next call. FF4_RET_NOTFOUND after the last one,
     // FF4_RET_FORMAT where it lies outside the file.
     Mp4Result At(uint64_t frame, const uint8_t** bytes);
 
