@@ -129,6 +129,12 @@ TEST(Commands, AnswerOnBrokenFiles) {
     }
 }
 
+TEST(Commands, AnswerOnWaveFiles) {
+    for (const char* name : {"noise_48k", "fmt18"})
+        ExpectStored("golden/in/" + std::string(name) + ".wav",
+                     {"check", "peaks --columns 2 --json", "tree", "info"});
+}
+
 TEST(Commands, TellHowTheyAreUsed) {
     const TarnRun help = RunTarn({"--help"});
     EXPECT_EQ(help.status, 0);

@@ -48,19 +48,19 @@ TEST(PeaksCommand, ShowsTheTreatedSound) {
     EXPECT_EQ(Peaks({"--compressor", "off"}), Peaks({}));
 }
 
-// A second of which each frame is a point: left half up and full down in turn, right silent.
-std::string OneSecond() {
+// 1202 frames, each a point of the waveform: left half up and full down in turn, right silent.
+std::string ATone() {
     std::string wave("RIFF\0\0\0\0WAVEfmt \x10\0\0\0\1\0\2\0\x60\4\0\0\x80\x11\0\0\4\0\x10\0data",
                      40);
-    wave += std::string("\x80\x11\0\0", 4);
-    for (int i = 0; i < 1120 / 2; ++i)
+    wave += std::string("\xC8\x12\0\0", 4);
+    for (int i = 0; i < 1202 / 2; ++i)
         wave += std::string("\0\x40\0\0\0\x80\0\0", 8);
     return wave;
 }
 
 TEST(PeaksCommand, DrawsAPictureOnce) {
     TempDir dir;
-    dir.Write("in.wav", OneSecond());
+    dir.Write("in.wav", ATone());
     const std::string path = dir.Path("wave.png");
     const TarnRun run = RunTarn({"peaks", dir.Path("in.wav"), "--columns", "640", "--png", path});
     EXPECT_EQ(run.status, 0) << run.err;
@@ -92,10 +92,12 @@ TEST(PeaksCommand, DrawsAPictureOnce) {
         {"between the lanes", 20, 210, kBack},
         {"silence", 20, 300, kLane},
         {"start of the grid", 16, 210, kGrid},
-        {"a fifth of a second", 137, 210, kGrid},
-        {"just before", 136, 210, kBack},
+        {"a fifth of a second", 129, 210, kGrid},
+        {"just before", 128, 210, kBack},
         {"label 0:00.00", 21, 413, 0x8C909C},
         {"corner of its zero", 20, 413, kBack},
+        {"its colon", 28, 414, 0x8C909C},
+        {"no room for a label", 587, 413, kBack},
     };
     for (const auto& p : pixels) {
         const uint8_t* at = rgb.data() + 3 * (p.y * image.width + p.x);
