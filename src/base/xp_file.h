@@ -45,8 +45,8 @@ public:
 
     [[nodiscard]] int Seek(int64_t offset, Origin origin, uint64_t* position = nullptr);
     [[nodiscard]] int GetLength(uint64_t* length) const;
-    // The error of the last Read, Write or Seek that failed; for callers behind an interface that
-    // can't hand it on.
+    // The error of the last Read, Write or Seek that failed; for callers whose own interface can't
+    // hand it on.
     int LastError() const { return m_lastError; }
     // Leaves only when the bytes are on the medium.
     [[nodiscard]] int Sync();
