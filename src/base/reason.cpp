@@ -105,8 +105,10 @@ constexpr Row kRows[] = {
      "reading back: picture %1 is not the source's; nothing was saved"},
     {kMorePictures, "MORE_PICTURES",
      "reading back: there are more pictures than were kept; nothing was saved"},
+    {kCantReadBack, "CANT_READ_BACK", "can't be read back: %1; nothing was saved"},
 
     {kWaveFormat, "WAVE_FORMAT", "not a WAV file of 16-bit stereo with a plain header"},
+    {kWaveAsMovie, "WAVE_AS_MOVIE", "a WAV file can only be exported as .wav"},
     {kWaveNoSound, "WAVE_NO_SOUND", "the WAV file has no sound"},
     {kWaveRate, "WAVE_RATE", "the WAV file has an impossible sample rate of %1"},
     {kWaveTooLarge, "WAVE_TOO_LARGE", "WAV files of 4 GiB or more can't be treated"},

@@ -28,7 +28,7 @@ enum class ReasonCode : uint16_t {
     kCantWrite,      // the system's error
     kExists,         // the output is there already
     kNoRoom,         // the system's error
-    kTooLittleRoom,  // megabytes needed, megabytes free
+    kTooLittleRoom,  // megabytes needed, megabytes free, and the system's error unsaid
     kChanged,        // changed or removed while it was read
     kNotAFile,       // a pipe, a device
     kNotAFolder,
@@ -96,9 +96,11 @@ enum class ReasonCode : uint16_t {
     // Reading back what was saved
     kPictureDiffers,  // the picture's number
     kMorePictures,
+    kCantReadBack,  // the system's error
 
     // WAV
     kWaveFormat,
+    kWaveAsMovie,  // can only be saved as WAV
     kWaveNoSound,
     kWaveRate,  // samples a second
     kWaveTooLarge,

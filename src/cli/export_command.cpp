@@ -2,10 +2,10 @@
 // treated.
 #include <CLI/CLI.hpp>
 #include <atomic>
-#include <cerrno>
 #include <iostream>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "base/xp_dir.h"
 #include "base/xp_file.h"
@@ -32,34 +32,35 @@ struct Options {
 enum class InputKind { kWave, kMovie };
 
 // By content: names are the user's business.
-int find_kind(const std::string& path, InputKind* kind) {
+Reason find_kind(const std::string& path, InputKind* kind) {
     XpFile file;
     char head[12] = {};
     uint64_t done = 0;
     int error = file.Open(path, XpFile::Mode::kRead);
     if (error == 0) error = file.ReadAt(0, head, sizeof head, &done);
+    if (error != 0) return SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error);
     const std::string_view text(head, sizeof head);
     *kind =
         text.starts_with("RIFF") && text.ends_with("WAVE") ? InputKind::kWave : InputKind::kMovie;
-    return error;
+    return {};
 }
 
 ExportReport export_one(const ExportOptions& options, const CancelOnSignals& cancel) {
-    InputKind kind;
-    if (const int error = find_kind(options.input, &kind))
-        return {Fail(options.input, error == ESPIPE ? "not an ordinary file"
-                                                    : "can't be opened: " + XpErrorText(error)),
-                {}};
+    const auto refuse = [](ReasonCode code, ReasonSide side, const std::string& file) {
+        return ExportReport{{code, side, file, {}}, {}};
+    };
+    InputKind kind = InputKind::kMovie;
+    if (Reason reason = find_kind(options.input, &kind)) return {std::move(reason), {}};
     const bool wav = XpPath::HasExtension(options.output, ".wav");
     if (!wav && !XpPath::HasExtension(options.output, ".mp4"))
-        return {Fail(options.output, "an output is an .mp4 or a .wav file"), {}};
+        return refuse(ReasonCode::kNotMovieOrWave, ReasonSide::kTarget, options.output);
     if (kind == InputKind::kMovie) {
         // Looked at first: what is no movie at all gets a better word than the save has for it.
         ClipSession look;
-        if (const Reason reason = look.Open(options.input)) return {Fail(reason), {}};
+        if (Reason reason = look.Open(options.input)) return {std::move(reason), {}};
         return ExportMovie(options, cancel);
     }
-    if (!wav) return {Fail(options.output, "a WAV file can only be exported as .wav"), {}};
+    if (!wav) return refuse(ReasonCode::kWaveAsMovie, ReasonSide::kTarget, options.output);
     return ExportWave(options, cancel);
 }
 
@@ -70,8 +71,9 @@ int run_single(const Options& options) {
     one.output = options.files[1];
     if (options.wav && !XpPath::HasExtension(one.output, ".wav")) one.output += ".wav";
     const ExportReport report = export_one(one, cancel);
-    if (one.json && report.status == kExitDone) PrintJson(report.document);
-    return report.status;
+    if (report.reason) return Fail(report.reason, one.json);
+    if (one.json) PrintJson(report.document);
+    return kExitDone;
 }
 
 // The name of an input's output in the folder of a batch.
@@ -83,7 +85,7 @@ std::string output_in(const Options& options, const std::string& input) {
 // Takes inputs off the list, as many at once as there are workers.
 class Batch {
 public:
-    explicit Batch(const Options& options) : m_options(options) {}
+    explicit Batch(const Options& options) : m_options(options), m_results(options.files.size()) {}
 
     void Run() {
         const size_t cores = std::max(1u, std::thread::hardware_concurrency());
@@ -94,41 +96,58 @@ public:
         Work();
     }
     int Summarise() const {
-        const size_t done = m_documents.size(), all = m_options.files.size();
+        const size_t all = m_results.size();
         if (m_options.one.json) {
-            PrintJson(
-                {{"files", all}, {"done", done}, {"failed", all - done}, {"results", m_documents}});
+            PrintJson({{"files", all},
+                       {"done", m_done},
+                       {"failed", all - m_done},
+                       {"results", m_results}});
         } else {
-            std::cout << done << " of " << all << " clips saved\n";
+            std::cout << m_done << " of " << all << " clips saved\n";
         }
-        return done == all ? kExitDone : kExitFailed;
+        return m_done == all ? kExitDone : kExitFailed;
     }
 
 private:
     void Work() {
-        for (size_t n = m_next++; n < m_options.files.size(); n = m_next++) {
-            if (m_cancel.Requested()) return;
+        for (size_t n = m_next++; n < m_results.size(); n = m_next++) {
             ExportOptions one = m_options.one;
             one.input = m_options.files[n];
             one.output = output_in(m_options, one.input);
             one.quiet = true;
-            const ExportReport report = export_one(one, m_cancel);
+            const bool cancelled = m_cancel.Requested();
+            const ExportReport report =
+                cancelled ? ExportReport{CancelledReason(one), {}} : export_one(one, m_cancel);
             const std::lock_guard lock(m_mutex);
-            if (report.status != kExitDone) continue;
-            m_documents.push_back(report.document);
+            m_results[n] = report.document;
+            if (report.reason) {
+                m_results[n] = {{"input", one.input},
+                                {"output", one.output},
+                                {"error", ReasonJson(report.reason)}};
+                if (!cancelled) static_cast<void>(Fail(report.reason));
+                continue;
+            }
+            ++m_done;
             if (!one.json) std::cout << XpPath::Printable(one.output) << " saved" << std::endl;
         }
+    }
+    // Of an input whose turn did not come.
+    static Reason CancelledReason(const ExportOptions& one) {
+        return {ReasonCode::kCancelled, ReasonSide::kNone, one.output, {}};
     }
 
     const Options& m_options;
     const CancelOnSignals m_cancel;
     std::atomic<size_t> m_next{0};
     std::mutex m_mutex;
-    Json m_documents = Json::array();
+    std::vector<Json> m_results;  // one for each input
+    size_t m_done = 0;
 };
 
 int run_batch(const Options& options) {
-    if (!XpDir(options.to).Exists()) return Fail(options.to, "is not a folder");
+    if (!XpDir(options.to).Exists())
+        return Fail({ReasonCode::kNotAFolder, ReasonSide::kTarget, options.to, {}},
+                    options.one.json);
     Batch batch(options);
     batch.Run();
     return batch.Summarise();
@@ -163,7 +182,7 @@ void AddExportCommand(CLI::App& app, int* status) {
                      "--to as many inputs as you like")
         ->required();
     add_time(command, "--in", &one.in_ms, "In point: milliseconds or [H:]MM:SS[.mmm]");
-    add_time(command, "--out", &one.out_ms, "Out point; one behind the end is the end");
+    add_time(command, "--out", &one.out_ms, "Out point; one after the end is the end");
     AddEffectOptions(command, &one.effects);
     command->add_flag("--wav", options->wav, "Save the sound alone, as WAV");
     command->add_flag("--exact", one.exact,

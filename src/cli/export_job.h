@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "base/reason.h"
 #include "cli/cancel.h"
 #include "cli/effect_options.h"
 
@@ -16,17 +17,16 @@ struct ExportOptions {
     std::optional<uint32_t> in_ms, out_ms;
     EffectOptions effects;
     bool exact = false, raw_delay = false, verify = false;
-    bool json = false;   // fill `Report::document` instead of saying what was done
+    bool json = false;   // say nothing of what was done: `document` does
     bool quiet = false;  // no progress bar: one of several at once
 };
 
 // What became of one input.
 struct ExportReport {
-    int status = 0;
+    Reason reason;                    // why it failed
     nlohmann::ordered_json document;  // of a finished one
 };
 
-// Each has said why on standard error if it failed.
 ExportReport ExportWave(const ExportOptions& options, const CancelOnSignals& cancel);
 ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& cancel);
 

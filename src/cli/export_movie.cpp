@@ -2,7 +2,6 @@
 #include <iostream>
 
 #include "base/reason.h"
-#include "base/xp_output_file.h"
 #include "base/xp_path.h"
 #include "cli/commands.h"
 #include "cli/export_job.h"
@@ -39,36 +38,21 @@ bool measure_peak(const std::string& path, float* peak) {
     return true;
 }
 
-// Whose fault a failure is: the output's when writing failed, else the input's.
-int fail(const ExportOptions& options, const Mp4MovieEditor& editor, MovieCode code) {
-    if (code == kMovieCancelled) return Fail(options.output, "cancelled, nothing was written");
-    const int error = editor.LastError();
-    if (code == kMovieSystem && error == EEXIST)
-        return Fail(options.output, "already exists; choose another name");
-    if (code == kMovieSystem && XpIsDiskFull(error))
-        return Fail(options.output, "no room for the output (" + editor.Reason() + ")");
-    if (code == kMovieSystem && editor.OutputFailed())
-        return Fail(options.output, "can't be written: " + editor.Reason());
-    if (code == kMovieMismatch)
-        return Fail(options.output, editor.Reason() + "; nothing was saved");
-    return Fail(options.input, editor.Reason());
-}
-
-Json document_of(const MovieSegment& s) {
-    Json json = {{"input", s.source},
-                 {"output", s.target},
+Json document_of(const MovieSegment& segment, const SavedSegment& s) {
+    Json json = {{"input", segment.source},
+                 {"output", segment.target},
                  {"requested", {{"in_ms", s.inMs}, {"out_ms", s.outMs}}},
                  {"actual", {{"in_ms", s.actualInMs}, {"out_ms", s.actualOutMs}}},
                  {"video", {{"samples", s.videoSamples}, {"bytes", s.videoBytes}}},
                  {"audio", {{"samples", s.audioSamples}, {"bytes", s.audioBytes}}},
                  {"bytes", s.fileBytes}};
-    if (s.verify) json["verified"] = s.verifiedSamples;
+    if (segment.verify) json["verified"] = s.verifiedSamples;
     json["seconds"] = s.seconds;
     return json;
 }
 
-void say(const MovieSegment& s, bool wav) {
-    std::cout << XpPath::Printable(s.target) << ": " << TimeText(s.actualInMs) << " to "
+void say(const MovieSegment& segment, const SavedSegment& s, bool wav) {
+    std::cout << XpPath::Printable(segment.target) << ": " << TimeText(s.actualInMs) << " to "
               << TimeText(s.actualOutMs);
     if (wav) {
         std::cout << ", " << s.audioSamples << " sound frames made anew\n";
@@ -76,7 +60,7 @@ void say(const MovieSegment& s, bool wav) {
     }
     std::cout << ", " << s.videoSamples << " pictures kept as they were, " << s.audioSamples
               << " sound samples made anew\n";
-    if (s.verify)
+    if (segment.verify)
         std::cout << "verified: " << s.verifiedSamples
                   << " pictures are the source's, byte for byte\n";
 }
@@ -97,19 +81,18 @@ ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& ca
     editor.SetWavOutput(wav);
     Steps steps(cancel, options.quiet);
     XpSharedPtr<CMP4MovieRead> reader;
-    MovieCode code = editor.Prepare(&segment, &reader);
-    if (code != kMovieOk) return {fail(options, editor, code), {}};
+    SavedSegment saved;
+    if (editor.Prepare(segment, &reader, &saved) != kMovieOk) return {saved.reason, {}};
 
     float peak = 1.0f;
     if (!reader->HasAudio() && options.effects.AnyChosen())
         Note(options.input, "has no sound: the effects have nothing to treat");
     else if (options.effects.NeedsPeak() && !measure_peak(options.input, &peak))
-        return {Fail(options.input, "the peak of its sound can't be measured"), {}};
+        return {{ReasonCode::kPeakUnknown, ReasonSide::kSource, options.input, {}}, {}};
     editor.SetEffects(options.effects.Settings(peak));
-    code = editor.Save(&segment, reader, &steps);
-    if (code != kMovieOk) return {fail(options, editor, code), {}};
-    if (!options.json && !options.quiet) say(segment, wav);
-    return {kExitDone, document_of(segment)};
+    if (editor.Save(segment, reader, &steps, &saved) != kMovieOk) return {saved.reason, {}};
+    if (!options.json && !options.quiet) say(segment, saved, wav);
+    return {{}, document_of(segment, saved)};
 }
 
 }  // namespace tarn

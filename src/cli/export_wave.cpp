@@ -1,12 +1,11 @@
 // export_wave.cpp - `tarn export IN.wav OUT.wav`.
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include "base/reason.h"
-#include "cli/commands.h"
 #include "cli/export_job.h"
 #include "cli/progress.h"
-#include "cli/report.h"
 #include "effects/wave_file.h"
 #include "effects/wave_peak.h"
 
@@ -80,8 +79,8 @@ nlohmann::ordered_json document_of(const ExportOptions& options,
 
 ExportReport ExportWave(const ExportOptions& options, const CancelOnSignals& cancel) {
     const auto start = std::chrono::steady_clock::now();
-    if (const Reason reason = save(options, cancel)) return {Fail(reason), {}};
-    return {kExitDone, document_of(options, std::chrono::steady_clock::now() - start)};
+    if (Reason reason = save(options, cancel)) return {std::move(reason), {}};
+    return {{}, document_of(options, std::chrono::steady_clock::now() - start)};
 }
 
 }  // namespace tarn

@@ -300,4 +300,8 @@ uint32_t CMP4MovieRead::GetSelectedSampleCount() const {
     return cursor.endSample > cursor.currentSample ? cursor.endSample - cursor.currentSample : 0;
 }
 
+Reason SourceReason(const CMP4MovieRead& reader, MovieCode code) {
+    return MovieReason(code, ReasonSide::kSource, reader.Path(), reader.LastError());
+}
+
 }  // namespace tarn

@@ -141,4 +141,7 @@ private:
     MovieRange m_range;
 };
 
+// What a reader's call has failed with, as its source's fault.
+Reason SourceReason(const CMP4MovieRead& reader, MovieCode code);
+
 }  // namespace tarn

@@ -51,28 +51,40 @@ CMP4MovieWrite::~CMP4MovieWrite() {
 }
 
 MovieCode CMP4MovieWrite::Failed(int error) {
-    m_lastError = error != 0 ? error : EIO;
+    m_reason = MovieReason(kMovieSystem, ReasonSide::kTarget, m_path, error != 0 ? error : EIO);
     return kMovieSystem;
 }
 
 // A failed file call of the engine becomes the system's own error.
-MovieCode CMP4MovieWrite::FromEngine(Mp4Result result) {
+MovieCode CMP4MovieWrite::Written(Mp4Result result) {
     if (result == FF4_RET_FILE) return Failed(m_output.File().LastError());
     return movie_code(result);
+}
+
+// What did not fail in writing lies in what was read.
+MovieCode CMP4MovieWrite::Explained(MovieCode code) {
+    if (code != kMovieOk && code != kMovieDone && !m_reason)
+        m_reason = SourceReason(*m_reader, code);
+    return code;
 }
 
 MovieCode CMP4MovieWrite::Open(XpSharedPtr<CMP4MovieRead> reader, Mp4Layout layout,
                                uint64_t totalBytes) {
     if (!reader || !m_sound || m_path.empty()) return movie_code(FF4_RET_ARGS);
-    if (!m_stagingBuffer.Allocate(kStagingBytes)) return kMovieBuffer;
     m_reader = std::move(reader);
+    m_total = m_reader->GetSelectedSampleCount();
+    return Explained(Begin(layout, totalBytes));
+}
+
+MovieCode CMP4MovieWrite::Begin(Mp4Layout layout, uint64_t totalBytes) {
+    if (!m_stagingBuffer.Allocate(kStagingBytes)) return kMovieBuffer;
     if (const int error = m_output.Create(m_path)) return Failed(error);
     MOVIE_TRY(OpenSession());
     MOVIE_TRY(AddHead());
     if (m_reader->HasVideo()) MOVIE_TRY(AddTrack(Source().video, fourcc("vide"), &m_video));
     if (m_reader->HasAudio()) MOVIE_TRY(AddTrack(Source().audio, fourcc("soun"), &m_audio));
     if (Source().hasBrandMsnv) MOVIE_TRY(AddProfile());
-    return FromEngine(mp4_begin_media(m_session, layout, totalBytes, &m_dataOffset));
+    return Written(mp4_begin_media(m_session, layout, totalBytes, &m_dataOffset));
 }
 
 MovieCode CMP4MovieWrite::OpenSession() {
@@ -245,7 +257,6 @@ MovieCode CMP4MovieWrite::WriteVideoChunk(bool* ended) {
         const MovieCode code = m_reader->ReadVideoSample(&sample, &info);
         *ended = code == kMovieEndOfSamples;
         if (*ended) break;
-        if (code == kMovieSystem) return Failed(m_reader->LastError());
         MOVIE_TRY(code);
         const bool another = !chunk.runs.empty() && (info.isSync || IsChunkFull(chunk) ||
                                                      info.description != chunk.description);
@@ -289,7 +300,6 @@ MovieCode CMP4MovieWrite::WriteAudioChunk(bool final) {
         m_soundTaken += taken;
         left -= std::min(left, taken);
     }
-    if (code == kMovieSystem && m_lastError == 0) return Failed(m_reader->LastError());
     if (code != kMovieOk && code != kMovieEndOfSamples) return code;
     if (code == kMovieEndOfSamples && !m_soundFinished) {
         m_soundFinished = true;
@@ -322,7 +332,10 @@ MovieCode CMP4MovieWrite::StoreSound(const SoundBlock& block, Chunk* chunk) {
 }
 
 MovieCode CMP4MovieWrite::WriteNext() {
-    if (!m_session) return kMovieBuffer;
+    return m_session ? Explained(WriteRound()) : kMovieBuffer;
+}
+
+MovieCode CMP4MovieWrite::WriteRound() {
     bool video_ended = true;
     if (m_video.number != 0) MOVIE_TRY(WriteVideoChunk(&video_ended));
     if (m_audio.number == 0) return video_ended ? kMovieDone : kMovieOk;
@@ -377,13 +390,15 @@ MovieCode CMP4MovieWrite::AddEdits() {
 }
 
 MovieCode CMP4MovieWrite::Finish() {
-    if (!m_session) return kMovieBuffer;
+    return m_session ? Explained(WriteEnd()) : kMovieBuffer;
+}
+
+MovieCode CMP4MovieWrite::WriteEnd() {
     if (const int error = m_stagingBuffer.Flush(&m_output.File())) return Failed(error);
     MOVIE_TRY(AddEdits());
     const uint64_t now = static_cast<uint64_t>(std::time(nullptr)) + kSecondsFrom1904To1970;
     MOVIE_TRY(mp4_set_times(m_session, now, now));
-    uint64_t file_size = 0;
-    MOVIE_TRY(FromEngine(mp4_finish_write(m_session, m_dataWritten, &file_size)));
+    MOVIE_TRY(Written(mp4_finish_write(m_session, m_dataWritten, &m_fileBytes)));
     MOVIE_TRY(mp4_close_write(m_host, std::exchange(m_session, nullptr)));
     m_finished = true;
     return kMovieOk;

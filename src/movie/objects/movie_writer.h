@@ -83,10 +83,14 @@ public:
     // Gives the finished file its name.
     MovieCode Close();
 
+    // Why the last call failed.
+    const Reason& GetReason() const { return m_reason; }
+    uint64_t FileBytes() const { return m_fileBytes; }  // once it is finished
     const WrittenTrack& Video() const { return m_video; }
     const WrittenTrack& Audio() const { return m_audio; }
-    // Samples of the main track that have been dealt with, out of GetSelectedSampleCount.
+    // Samples of the main track that have been dealt with, and of the selection.
     uint64_t Done() const { return m_video.number != 0 ? m_video.samples : m_audio.samples; }
+    uint64_t Total() const { return m_total; }
 
 protected:
     // `sound` outlives the writer's use.
@@ -100,6 +104,9 @@ private:
         std::vector<Mp4SampleRun> runs;
     };
 
+    MovieCode Begin(Mp4Layout layout, uint64_t totalBytes);
+    MovieCode WriteRound();
+    MovieCode WriteEnd();
     MovieCode OpenSession();
     MovieCode AddHead();
     MovieCode AddProfile();
@@ -125,8 +132,9 @@ private:
     MovieCode AddEdit(const WrittenTrack& track, uint32_t timescale, uint64_t wait, uint64_t start,
                       uint64_t hidden);
     MovieCode CopyDescriptions(const MovieTrackInfo& source, uint32_t track);
-    MovieCode FromEngine(Mp4Result result);
+    MovieCode Written(Mp4Result result);
     MovieCode Failed(int error);
+    MovieCode Explained(MovieCode code);
     const CMovieInfoType& Source() const { return m_reader->GetInfo(); }
 
     XpSharedPtr<CMP4MovieRead> m_reader;
@@ -137,11 +145,12 @@ private:
     Mp4Host* m_host = nullptr;
     Mp4WriteSession* m_session = nullptr;
     WrittenTrack m_video, m_audio;
-    uint64_t m_dataOffset = 0, m_dataWritten = 0;
+    uint64_t m_dataOffset = 0, m_dataWritten = 0, m_fileBytes = 0, m_total = 0;
     uint64_t m_soundTaken = 0;  // of the source's sound, media units
     // Presentation of the first kept picture, counted from its own decoding time.
     int64_t m_firstVideoTime = 0;
     bool m_hasFirstVideo = false, m_soundFinished = false, m_finished = false;
+    Reason m_reason;
 };
 
 }  // namespace tarn

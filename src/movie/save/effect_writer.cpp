@@ -8,6 +8,28 @@ namespace {
 constexpr int32_t kBitRate = 128000;
 constexpr uint32_t kMostPcmRun = 16384;  // frames read and treated together
 
+// The largest frame of AAC in stereo, and how many frames the encoder can hold back.
+constexpr uint64_t kMostAacFrame = 2 * 6144 / 8;
+constexpr uint64_t kMostFramesHeld = 8;
+// Room for what is not media: headers and tables, generously.
+constexpr uint64_t kHeadRoom = 1 << 20;
+constexpr uint64_t kTableBytesPerSample = 32;
+
+// The most that the media of a save can take: pictures as they are, sound at its new rate or, PCM,
+// as it is. Headers may claim any length; no more sound comes out than there are samples.
+uint64_t most_media_bytes(const MovieRange& range) {
+    const uint64_t ms = range.actualOutMs - std::min(range.actualOutMs, range.actualInMs);
+    const uint64_t frames = uint64_t{range.audio.end - range.audio.first} + kMostFramesHeld;
+    return range.video.bytes + range.audio.bytes +
+           std::min((ms / 1000 + 1) * (kBitRate / 8), frames * kMostAacFrame);
+}
+
+uint64_t table_bytes(const MovieRange& range) {
+    const uint64_t samples =
+        uint64_t{range.video.end - range.video.first} + (range.audio.end - range.audio.first);
+    return samples * kTableBytesPerSample;
+}
+
 uint32_t block_units(uint32_t timescale, uint32_t rate) {
     uint64_t units = 0;
     static_cast<void>(mp4_mul_div(UMC::AACEncoder::kBlockFrames, timescale, rate, &units));
@@ -172,6 +194,13 @@ MovieCode EffectSound::NextHeld(SoundBlock* block) {
     const UMC::Status status = m_encoder.Drain(&m_frame);
     if (status == UMC::kStatusNoData) return kMovieEndOfSamples;
     return status == UMC::kStatusOk ? TakeFrame(block) : kMovieCodec;
+}
+
+MovieCode CMP4MovieWriteWithAudioEffect::Open(const XpSharedPtr<CMP4MovieRead>& reader) {
+    const MovieRange& range = reader->GetRange();
+    const uint64_t media = most_media_bytes(range);
+    m_mostBytes = media + table_bytes(range) + kHeadRoom;
+    return Open(reader, kMovieBehindMedia, media);
 }
 
 }  // namespace tarn

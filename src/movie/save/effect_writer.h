@@ -83,8 +83,15 @@ public:
     void SetPoints(uint32_t inMs, uint32_t outMs) { m_sound.SetPoints(inMs, outMs); }
     void SetEffects(const AMPEffectSettings& settings) { m_sound.SetEffects(settings); }
 
+    using CMP4MovieWrite::Open;
+    // With the movie after the media, and for as much media as the selection can come to.
+    MovieCode Open(const XpSharedPtr<CMP4MovieRead>& reader);
+    // What the file can come to. An opened writer's.
+    uint64_t MostBytes() const { return m_mostBytes; }
+
 private:
     EffectSound m_sound;
+    uint64_t m_mostBytes = 0;
 };
 
 }  // namespace tarn

@@ -1,19 +1,9 @@
 #include "movie/save/movie_verify.h"
 
-#include "movie/facts/movie_text.h"
-#include "movie/objects/movie_reader.h"
+#include <cerrno>
 
 namespace tarn {
 namespace {
-
-MovieCode open(CMP4MovieRead* movie, const std::string& path, int32_t* systemError,
-               std::string* reason) {
-    movie->SetPath(path);
-    const MovieCode code = movie->Open();
-    *systemError = movie->LastError();
-    if (code != kMovieOk) *reason = "reading back: " + MovieCodeText(code, *systemError);
-    return code;
-}
 
 bool same(const CReadBuffer& a, const ReadSampleInfo& of_a, const CReadBuffer& b,
           const ReadSampleInfo& of_b) {
@@ -21,39 +11,49 @@ bool same(const CReadBuffer& a, const ReadSampleInfo& of_a, const CReadBuffer& b
            of_a.compositionOffset == of_b.compositionOffset && of_a.isSync == of_b.isSync;
 }
 
+// The medium gave back nothing at all, or something that is no movie.
+Reason cant_read_back(const CMP4MovieRead& output) {
+    const int error = output.LastError() != 0 ? output.LastError() : EIO;
+    return {ReasonCode::kCantReadBack, ReasonSide::kTarget, output.Path(), {ReasonError{error}}};
+}
+
 }  // namespace
 
-MovieCode VerifyPictures(const std::string& source, uint32_t first, uint32_t end,
-                         const std::string& output, const std::function<bool()>& step,
-                         uint64_t* verified, int32_t* systemError, std::string* reason) {
+MovieCode VerifyPictures(CMP4MovieRead* source, const std::string& output,
+                         const std::function<bool(uint64_t)>& step, uint64_t* verified,
+                         Reason* reason) {
     *verified = 0;
-    CMP4MovieRead before, after;
-    MOVIE_TRY(open(&before, source, systemError, reason));
-    MOVIE_TRY(open(&after, output, systemError, reason));
-    if (!before.HasVideo()) return kMovieOk;
-    TrackCursor from{before.GetInfo().video.trackNumber, first};
-    TrackCursor to{after.GetInfo().video.trackNumber};
+    CMP4MovieRead written;
+    written.SetPath(output);
+    if (const MovieCode code = written.Open(); code != kMovieOk) {
+        *reason = cant_read_back(written);
+        return code;
+    }
+    const TrackRange& range = source->GetRange().video;
+    TrackCursor from{source->GetInfo().video.trackNumber, range.first};
+    TrackCursor to{written.GetInfo().video.trackNumber};
     CReadBuffer kept, saved;
     ReadSampleInfo of_kept, of_saved;
-    for (uint32_t n = first; n < end; ++n) {
-        if (!step()) return kMovieCancelled;
-        if (const MovieCode code = before.ReadSample(&from, &kept, &of_kept); code != kMovieOk) {
-            *systemError = before.LastError();
+    for (uint32_t n = range.first; n < range.end; ++n) {
+        if (!step(*verified)) return kMovieCancelled;
+        if (const MovieCode code = source->ReadSample(&from, &kept, &of_kept); code != kMovieOk) {
+            *reason = SourceReason(*source, code);
             return code;
         }
-        const MovieCode code = after.ReadSample(&to, &saved, &of_saved);
+        const MovieCode code = written.ReadSample(&to, &saved, &of_saved);
+        if (code == kMovieSystem) {
+            *reason = cant_read_back(written);
+            return code;
+        }
         if (code != kMovieOk || !same(kept, of_kept, saved, of_saved)) {
-            *reason =
-                "reading back: picture " + std::to_string(n - first + 1) + " is not the source's";
+            *reason = {ReasonCode::kPictureDiffers, ReasonSide::kTarget, output, {*verified + 1}};
             return kMovieMismatch;
         }
         ++*verified;
     }
-    if (after.ReadSample(&to, &saved, &of_saved) != kMovieEndOfSamples) {
-        *reason = "reading back: there are more pictures than were kept";
-        return kMovieMismatch;
-    }
-    return kMovieOk;
+    if (written.ReadSample(&to, &saved, &of_saved) == kMovieEndOfSamples) return kMovieOk;
+    *reason = {ReasonCode::kMorePictures, ReasonSide::kTarget, output, {}};
+    return kMovieMismatch;
 }
 
 }  // namespace tarn

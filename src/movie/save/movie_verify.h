@@ -5,15 +5,16 @@
 #include <functional>
 #include <string>
 
-#include "movie/movie_codes.h"
+#include "base/reason.h"
+#include "movie/objects/movie_reader.h"
 
 namespace tarn {
 
-// Reads both files anew and compares each picture `first` up to `end` of the source with the
-// output's: bytes, duration, composition offset and sync flag. kMovieMismatch names the first
-// difference in `reason`, kMovieCancelled when `step`, called for each picture, says no.
-MovieCode VerifyPictures(const std::string& source, uint32_t first, uint32_t end,
-                         const std::string& output, const std::function<bool()>& step,
-                         uint64_t* verified, int32_t* systemError, std::string* reason);
+// Reads the pictures of the source's selection again and compares each with the output's: bytes,
+// duration, composition offset and sync flag. kMovieMismatch for a difference, kMovieCancelled when
+// `step`, called before each picture with the number of those that were the same, says no.
+MovieCode VerifyPictures(CMP4MovieRead* source, const std::string& output,
+                         const std::function<bool(uint64_t)>& step, uint64_t* verified,
+                         Reason* reason);
 
 }  // namespace tarn

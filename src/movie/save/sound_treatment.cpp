@@ -1,5 +1,7 @@
 #include "movie/save/sound_treatment.h"
 
+#include <utility>
+
 #include "movie/facts/clip_info.h"
 #include "movie/facts/movie_text.h"
 #include "movie/umc/aac_config.h"
@@ -21,38 +23,37 @@ UMC::AacConfig config_of(const CAudioSampleDescriptionInfo& sound, bool* good) {
 
 }  // namespace
 
-std::string WhySoundCannotBeSaved(const CAudioSampleDescriptionInfo& sound, bool encode) {
-    if (const std::string other = ObjectTypeName(sound.objectType); !other.empty())
-        return "the sound is " + other + ", which can't be decoded here; only AAC and PCM can";
-    const uint32_t channels = SoundChannels(sound);
-    if (channels != 2) {
-        return "the sound has " + std::to_string(channels) + " channel" +
-               (channels == 1 ? "" : "s") + "; only stereo can be treated";
-    }
+Reason WhySoundCannotBeSaved(const CAudioSampleDescriptionInfo& sound, const std::string& file,
+                             bool encode) {
+    using enum ReasonCode;
+    const auto why = [&](ReasonCode code, std::vector<ReasonArgument> arguments = {}) {
+        return Reason{code, ReasonSide::kSource, file, std::move(arguments)};
+    };
+    if (std::string other = ObjectTypeName(sound.objectType); !other.empty())
+        return why(kSoundNotDecoded, {std::move(other)});
+    const uint64_t channels = SoundChannels(sound);
+    if (channels == 1) return why(kSoundMono);
+    if (channels != 2) return why(kSoundChannels, {channels});
     if (sound.entry.format != fourcc("mp4a")) {
-        if (sound.entry.sample_size == 16) return {};
-        return "the sound has " + std::to_string(sound.entry.sample_size) +
-               " bits a sample; only 16 can be treated";
+        const uint64_t bits = sound.entry.sample_size;
+        return bits == 16 ? Reason{} : why(kSoundBits, {bits});
     }
     bool good = false;
     const UMC::AacConfig config = config_of(sound, &good);
-    if (!good) return "the sound's AAC configuration is missing or broken";
+    if (!good) return why(kSoundConfiguration);
     if (!encode) return {};
-    if (config.sbr || config.ps)
-        return "the sound is AAC with band replication, which can't be made anew; save it as WAV";
+    if (config.sbr || config.ps) return why(kSoundReplicated);
     if (config.frameLength != static_cast<int32_t>(UMC::AACEncoder::kBlockFrames))
-        return "the sound has AAC frames of an unusual length; save it as WAV";
-    if (!UMC::AACEncoder::CanEncode(config.sampleRate, 2)) {
-        return "the sound has " + std::to_string(config.sampleRate) +
-               " samples a second, which AAC can't hold; save it as WAV";
-    }
+        return why(kSoundFrameLength);
+    if (!UMC::AACEncoder::CanEncode(config.sampleRate, 2))
+        return why(kSoundRate, {static_cast<uint64_t>(config.sampleRate)});
     return {};
 }
 
 MovieCode SoundTreatment::Open(const CAudioSampleDescriptionInfo& sound,
                                const AMPEffectSettings& settings, uint32_t startMs,
                                uint32_t endMs) {
-    if (!WhySoundCannotBeSaved(sound, false).empty()) return movie_code(FF4_RET_FORMAT);
+    if (WhySoundCannotBeSaved(sound, {}, false)) return movie_code(FF4_RET_FORMAT);
     switch (sound.entry.format) {
         case fourcc("twos"):
             m_swap = Swap::kBigEndian;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/reason.h"
 #include "effects/effect_chain.h"
 #include "movie/movie_codes.h"
 #include "movie/objects/movie_info.h"
@@ -53,8 +54,9 @@ private:
     std::vector<int16_t> m_pcm;
 };
 
-// What keeps a clip's sound from being treated and saved, in words for people; empty when nothing
-// does. `encode`: it is to become AAC again.
-std::string WhySoundCannotBeSaved(const CAudioSampleDescriptionInfo& sound, bool encode);
+// What keeps the sound of the clip `file` from being treated and saved. `encode`: it is to become
+// AAC again.
+Reason WhySoundCannotBeSaved(const CAudioSampleDescriptionInfo& sound, const std::string& file,
+                             bool encode);
 
 }  // namespace tarn

@@ -1,11 +1,10 @@
 #include "movie/save/trimming.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <new>
+#include <utility>
 
 #include "movie/facts/movie_text.h"
 #include "movie/objects/track_selection.h"
@@ -18,215 +17,194 @@ namespace {
 
 constexpr uint64_t kProgressEvery = 10;    // rounds
 constexpr uint64_t kPicturesPerStep = 32;  // of reading back
-constexpr uint64_t kAacBytesPerSecond = 16000;
-// The largest frame of AAC in stereo, and how many frames the encoder can hold back.
-constexpr uint64_t kMostAacFrame = 2 * 6144 / 8;
-constexpr uint64_t kMostFramesHeld = 8;
-// Room for what is not media: headers and tables, generously.
-constexpr uint64_t kHeadRoom = 1 << 20;
-constexpr uint64_t kTableBytesPerSample = 32;
 
 uint32_t clamp32(uint64_t value) {
     return static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
 }
 
-// Where the fade ends: with exact points at the one that was asked for.
-uint32_t fade_end(const MovieSegment& segment) {
-    return clamp32(segment.options.exact ? segment.outMs : segment.actualOutMs);
-}
-
-uint64_t samples_of(const MovieRange& range) {
-    return uint64_t{range.video.end - range.video.first} + (range.audio.end - range.audio.first);
-}
-
-// The most that the media of a save can take: pictures as they are, sound at its new rate or, PCM,
-// as it is. Headers may claim any length; no more sound comes out than there are samples.
-uint64_t most_media_bytes(const MovieRange& range) {
-    const uint64_t ms = range.actualOutMs - std::min(range.actualOutMs, range.actualInMs);
-    const uint64_t frames = uint64_t{range.audio.end - range.audio.first} + kMostFramesHeld;
-    return range.video.bytes + range.audio.bytes +
-           std::min((ms / 1000 + 1) * kAacBytesPerSecond, frames * kMostAacFrame);
-}
-
-// A source that is no longer what was opened ends the job.
-MovieCode source_state(const CMP4MovieRead& reader) {
-    return reader.IsUnchanged() ? kMovieOk : kMovieChanged;
-}
-
-// What a save failed with, or the reason behind it: a source that was cut short or written over.
-MovieCode cause_of(MovieCode code, const CMP4MovieRead& reader) {
-    const bool failed = code != kMovieOk && code != kMovieCancelled;
-    return failed && reader.Session() && !reader.IsUnchanged() ? kMovieChanged : code;
-}
-
-// What keeps a track out of the save, to be followed by what can't be done with it; empty where
-// there is no such track.
-std::string fault_of(const CMP4MovieRead& reader, uint32_t handler) {
-    uint32_t code = 0;
-    switch (FindTrackFault(reader.Session(), handler, &code)) {
+// What keeps a track out of the save; none where there is no such track.
+Reason fault_of(const CMP4MovieRead& reader, bool picture) {
+    using enum ReasonCode;
+    const auto fault = [&](ReasonCode of_picture, ReasonCode of_sound) {
+        return Reason{picture ? of_picture : of_sound, ReasonSide::kSource, reader.Path(), {}};
+    };
+    uint32_t format = 0;
+    switch (FindTrackFault(reader.Session(), fourcc(picture ? "vide" : "soun"), &format)) {
         case TrackFault::kNone:
             return {};
         case TrackFault::kDamaged:
-            return "is damaged and";
+            return fault(kPictureDamaged, kSoundDamaged);
         case TrackFault::kElsewhere:
-            return "lies in another file and";
+            return fault(kPictureElsewhere, kSoundElsewhere);
         case TrackFault::kRole:
-            return "is not marked as the main one and";
+            return fault(kPictureNotMain, kSoundNotMain);
         case TrackFault::kKind:
             break;
     }
-    const std::string name = CodecName(code);
-    return name.empty() ? "is of a kind that" : "(" + name + ")";
+    const std::string name = CodecName(format);
+    if (name.empty()) return fault(kPictureUnknown, kSoundUnknown);
+    Reason kind = fault(kPictureKind, kSoundKind);
+    kind.arguments = {name};
+    return kind;
 }
 
-// Why a clip can't be saved at all, in words; empty when it can.
-std::string refusal(const CMP4MovieRead& reader, bool wav) {
+// Why a clip can't be saved at all.
+Reason refusal(const CMP4MovieRead& reader, bool wav) {
     const CMovieInfoType& info = reader.GetInfo();
-    // Neither picture nor sound is left out behind the user's back.
-    std::string fault;
-    if (!wav && !reader.HasVideo()) fault = fault_of(reader, fourcc("vide"));
-    if (!fault.empty()) return "the picture " + fault + " can't be carried; save the sound as WAV";
-    if (!reader.HasAudio()) fault = fault_of(reader, fourcc("soun"));
-    if (!fault.empty()) return "the sound " + fault + " can't be made anew";
-    if (wav && !reader.HasAudio()) return "the clip has no sound that could be saved";
-    if (info.timescale == 0) return "the movie header is damaged: it has no time scale";
-    if (reader.HasAudio() && !info.audioDescriptions.empty())
-        return WhySoundCannotBeSaved(info.audioDescriptions[0], !wav);
-    return {};
+    // Neither picture nor sound is left out without a word.
+    Reason fault;
+    if (!wav && !reader.HasVideo()) fault = fault_of(reader, true);
+    if (!fault && !reader.HasAudio()) fault = fault_of(reader, false);
+    if (fault) return fault;
+    if (wav && !reader.HasAudio())
+        return {ReasonCode::kNoSound, ReasonSide::kSource, reader.Path(), {}};
+    if (info.timescale == 0)
+        return {ReasonCode::kNoTimescale, ReasonSide::kSource, reader.Path(), {}};
+    if (!reader.HasAudio() || info.audioDescriptions.empty()) return {};
+    return WhySoundCannotBeSaved(info.audioDescriptions[0], reader.Path(), !wav);
+}
+
+// One save: the same rounds whatever is written.
+class Saving {
+public:
+    Saving(const MovieSegment& segment, XpSharedPtr<CMP4MovieRead> reader,
+           IMp4MovieEditProgress* progress, SavedSegment* saved)
+        : m_segment(segment), m_reader(std::move(reader)), m_progress(progress), m_saved(saved) {}
+
+    template <typename Writer>
+    MovieCode Run(Writer* out, const AMPEffectSettings& effects);
+
+private:
+    MovieCode Fail(MovieCode code, const Reason& reason);
+    MovieCode Cancelled();
+    MovieCode CheckRoom(uint64_t needed);
+    MovieCode Verify(const std::string& written);
+    bool SourceChanged() const { return m_reader->Session() && !m_reader->IsUnchanged(); }
+    // With exact points the fade ends at the one that was asked for.
+    uint64_t FadeEnd() const {
+        return m_segment.options.exact ? m_saved->outMs : m_saved->actualOutMs;
+    }
+
+    const MovieSegment& m_segment;
+    XpSharedPtr<CMP4MovieRead> m_reader;
+    IMp4MovieEditProgress* m_progress;
+    SavedSegment* m_saved;
+};
+
+template <typename Writer>
+MovieCode Saving::Run(Writer* out, const AMPEffectSettings& effects) {
+    Writer& writer = *out;
+    writer.SetPath(m_segment.target);
+    writer.SetOptions(m_segment.options);
+    writer.SetPoints(clamp32(m_saved->actualInMs), clamp32(FadeEnd()));
+    writer.SetEffects(effects);
+    MovieCode code = writer.Open(m_reader);
+    if (code == kMovieOk) MOVIE_TRY(CheckRoom(writer.MostBytes()));
+    while (code == kMovieOk) {
+        if (!m_progress->OnStep(writer.Done(), writer.Total())) return Cancelled();
+        code = writer.WriteNext();
+        if (SourceChanged()) code = kMovieChanged;
+    }
+    if (code == kMovieDone) code = writer.Finish();
+    if (code == kMovieOk && m_segment.verify && writer.Video().samples > 0)
+        MOVIE_TRY(Verify(writer.HiddenPath()));
+    if (code == kMovieOk) code = writer.Close();
+    if (code != kMovieOk) return Fail(code, writer.GetReason());
+    m_saved->videoSamples = writer.Video().samples;
+    m_saved->videoBytes = writer.Video().bytes;
+    m_saved->audioSamples = writer.Audio().samples;
+    m_saved->audioBytes = writer.Audio().bytes;
+    m_saved->fileBytes = writer.FileBytes();
+    static_cast<void>(m_progress->OnStep(writer.Total(), writer.Total()));
+    return kMovieOk;
+}
+
+// A source that was cut short or written over meanwhile explains whatever failed.
+MovieCode Saving::Fail(MovieCode code, const Reason& reason) {
+    if (SourceChanged()) code = kMovieChanged;
+    m_saved->reason =
+        code == kMovieChanged ? MovieReason(code, ReasonSide::kSource, m_segment.source) : reason;
+    return code;
+}
+
+MovieCode Saving::Cancelled() {
+    m_saved->reason = MovieReason(kMovieCancelled, ReasonSide::kNone, m_segment.target);
+    return kMovieCancelled;
+}
+
+MovieCode Saving::CheckRoom(uint64_t needed) {
+    constexpr uint64_t kMegabyte = 1000000;
+    uint64_t free = 0;
+    if (XpFreeSpace(m_segment.target, &free) != 0 || free >= needed) return kMovieOk;
+    return Fail(kMovieSystem, {ReasonCode::kTooLittleRoom,
+                               ReasonSide::kTarget,
+                               m_segment.target,
+                               {needed / kMegabyte + 1, free / kMegabyte, ReasonError{ENOSPC}}});
+}
+
+MovieCode Saving::Verify(const std::string& written) {
+    const TrackRange& range = m_reader->GetRange().video;
+    const uint64_t total = range.end - range.first;
+    const auto step = [&](uint64_t pictures) {
+        return pictures % kPicturesPerStep != 0 || m_progress->OnStep(total, total);
+    };
+    Reason reason;
+    const MovieCode code =
+        VerifyPictures(m_reader.get(), written, step, &m_saved->verifiedSamples, &reason);
+    if (code == kMovieOk) return kMovieOk;
+    if (code == kMovieCancelled) return Cancelled();
+    // Nobody knows the hidden name.
+    if (reason.side == ReasonSide::kTarget) reason.file = m_segment.target;
+    return Fail(code, reason);
 }
 
 }  // namespace
 
-MovieCode Mp4MovieEditor::Fail(MovieCode code, int32_t systemError, const std::string& reason) {
-    m_lastError = systemError;
-    m_reason = reason.empty() ? MovieCodeText(code, systemError) : reason;
-    return code;
-}
-
-MovieCode Mp4MovieEditor::Prepare(MovieSegment* segment, XpSharedPtr<CMP4MovieRead>* reader) {
+MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4MovieRead>* reader,
+                                  SavedSegment* saved) const {
+    const auto fail = [&](MovieCode code, Reason reason) {
+        saved->reason = std::move(reason);
+        return code;
+    };
+    const auto range_fault = [&](ReasonCode code, std::vector<ReasonArgument> arguments) {
+        return fail(kMovieRange, {code, ReasonSide::kSource, segment.source, std::move(arguments)});
+    };
     auto movie = std::make_shared<CMP4MovieRead>();
-    movie->SetPath(segment->source);
-    movie->SetSizeLimit(static_cast<int64_t>(std::min<uint64_t>(segment->sizeLimit, INT64_MAX)));
+    movie->SetPath(segment.source);
+    movie->SetSizeLimit(static_cast<int64_t>(std::min<uint64_t>(segment.sizeLimit, INT64_MAX)));
     if (const MovieCode code = movie->Open(); code != kMovieOk)
-        return Fail(code, movie->LastError());
-    if (const std::string why = refusal(*movie, m_wavOutput); !why.empty())
-        return Fail(movie_code(FF4_RET_FORMAT), 0, why);
+        return fail(code, SourceReason(*movie, code));
+    if (Reason why = refusal(*movie, m_wavOutput))
+        return fail(movie_code(FF4_RET_FORMAT), std::move(why));
 
     const uint64_t duration = movie->GetDurationMs();
-    if (segment->inMs >= duration) {
-        return Fail(kMovieRange, 0,
-                    "the in point lies at or behind the end, " + std::to_string(duration) +
-                        " milliseconds");
-    }
-    uint64_t in = segment->inMs, out = std::min(segment->outMs, duration);
-    const bool at_end = duration <= segment->outMs;
-    if (out < in) return Fail(kMovieRange, 0, "the out point lies before the in point");
+    saved->inMs = segment.inMs;
+    saved->outMs = std::min(segment.outMs, duration);
+    if (segment.inMs >= duration)
+        return range_fault(ReasonCode::kInPastEnd, {ReasonTime{duration}});
+    if (saved->outMs < segment.inMs) return range_fault(ReasonCode::kOutBeforeIn, {});
+    uint64_t in = saved->inMs, out = saved->outMs;
+    const bool at_end = duration <= segment.outMs;
     if (const MovieCode code = movie->SelectRange(&in, &out, at_end); code != kMovieOk)
-        return Fail(code, movie->LastError());
-    segment->outMs = std::min(segment->outMs, duration);
-    segment->actualInMs = segment->options.exact ? movie->GetRange().exactInMs : in;
-    segment->actualOutMs = out;
+        return fail(code, SourceReason(*movie, code));
+    saved->actualInMs = segment.options.exact ? movie->GetRange().exactInMs : in;
+    saved->actualOutMs = out;
     *reader = std::move(movie);
     return kMovieOk;
 }
 
-MovieCode Mp4MovieEditor::CheckRoom(const std::string& target, uint64_t needed) {
-    uint64_t free = 0;
-    if (XpFreeSpace(target, &free) != 0 || free >= needed) return kMovieOk;
-    return Fail(kMovieSystem, ENOSPC,
-                "not enough room on the disk: " + std::to_string(needed / 1000000 + 1) +
-                    " MB are needed, " + std::to_string(free / 1000000) + " MB are free");
-}
-
-MovieCode Mp4MovieEditor::Save(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
-                               IMp4MovieEditProgress* progress) {
+MovieCode Mp4MovieEditor::Save(const MovieSegment& segment,
+                               const XpSharedPtr<CMP4MovieRead>& reader,
+                               IMp4MovieEditProgress* progress, SavedSegment* saved) const {
     const auto start = std::chrono::steady_clock::now();
-    MOVIE_TRY(m_wavOutput ? SaveWave(segment, reader, progress)
-                          : SaveMovie(segment, reader, progress));
-    struct stat info {};
-    if (stat(segment->target.c_str(), &info) == 0)
-        segment->fileBytes = static_cast<uint64_t>(info.st_size);
-    segment->seconds =
+    Saving saving(segment, reader, progress, saved);
+    CMP4MovieWriteWithAudioEffect movie;
+    WaveWriter wave;
+    const MovieCode code =
+        m_wavOutput ? saving.Run(&wave, m_effects) : saving.Run(&movie, m_effects);
+    saved->seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return kMovieOk;
-}
-
-MovieCode Mp4MovieEditor::SaveMovie(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
-                                    IMp4MovieEditProgress* progress) {
-    CMP4MovieWriteWithAudioEffect writer;
-    writer.SetPath(segment->target);
-    writer.SetOptions(segment->options);
-    writer.SetPoints(clamp32(segment->actualInMs), fade_end(*segment));
-    writer.SetEffects(m_effects);
-    const uint64_t total = reader->GetSelectedSampleCount();
-    const MovieRange& range = reader->GetRange();
-    const uint64_t most = most_media_bytes(range);
-    MOVIE_TRY(
-        CheckRoom(segment->target, most + samples_of(range) * kTableBytesPerSample + kHeadRoom));
-    MovieCode code = writer.Open(reader, kMovieBehindMedia, most);
-    while (code == kMovieOk) {
-        code = source_state(*reader);
-        if (code == kMovieOk && !progress->OnStep(writer.Done(), total)) return kMovieCancelled;
-        if (code == kMovieOk) code = writer.WriteNext();
-    }
-    if (code == kMovieDone) code = source_state(*reader);
-    if (code == kMovieOk) code = writer.Finish();
-    if (code == kMovieOk && segment->verify)
-        MOVIE_TRY(Verify(segment, *reader, writer.HiddenPath(), progress));
-    if (code == kMovieOk) code = writer.Close();
-    code = cause_of(code, *reader);
-    m_outputFailed = code == kMovieSystem && reader->LastError() == 0;
-    if (code != kMovieOk) return Fail(code, writer.LastError());
-    segment->videoSamples = writer.Video().samples;
-    segment->videoBytes = writer.Video().bytes;
-    segment->audioSamples = writer.Audio().samples;
-    segment->audioBytes = writer.Audio().bytes;
-    static_cast<void>(progress->OnStep(total, total));
-    return kMovieOk;
-}
-
-MovieCode Mp4MovieEditor::SaveWave(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
-                                   IMp4MovieEditProgress* progress) {
-    WaveWriter writer;
-    writer.SetOptions(segment->options);
-    const MovieRange& range = reader->GetRange();
-    const uint64_t total = range.audio.end - range.audio.first;
-    MovieCode code = writer.Open(segment->target, reader, m_effects, clamp32(segment->actualInMs),
-                                 fade_end(*segment));
-    if (code == kMovieOk) MOVIE_TRY(CheckRoom(segment->target, writer.AnnouncedBytes()));
-    while (code == kMovieOk) {
-        code = source_state(*reader);
-        if (code == kMovieOk && !progress->OnStep(writer.SamplesRead(), total))
-            return kMovieCancelled;
-        if (code == kMovieOk) code = writer.WriteNext();
-    }
-    if (code == kMovieDone) code = source_state(*reader);
-    if (code == kMovieOk) code = writer.Close();
-    code = cause_of(code, *reader);
-    m_outputFailed = code == kMovieSystem && reader->LastError() == 0;
-    if (code != kMovieOk) return Fail(code, writer.LastError());
-    segment->audioSamples = writer.Frames();
-    segment->audioBytes = writer.Frames() * 4;
-    static_cast<void>(progress->OnStep(total, total));
-    return kMovieOk;
-}
-
-MovieCode Mp4MovieEditor::Verify(MovieSegment* segment, const CMP4MovieRead& reader,
-                                 const std::string& saved, IMp4MovieEditProgress* progress) {
-    const TrackRange& range = reader.GetRange().video;
-    const uint64_t total = range.end - range.first;
-    uint64_t pictures = 0;
-    const auto step = [&] {
-        return pictures++ % kPicturesPerStep != 0 || progress->OnStep(total, total);
-    };
-    int32_t error = 0;
-    std::string reason;
-    const MovieCode code = VerifyPictures(segment->source, range.first, range.end, saved, step,
-                                          &segment->verifiedSamples, &error, &reason);
-    // A difference is the output's fault only as long as the source is what it was.
-    const MovieCode cause = cause_of(code, reader);
-    if (cause == kMovieOk || cause == kMovieCancelled) return cause;
-    return cause == code ? Fail(code, error, reason) : Fail(cause, 0);
+    return code;
 }
 
 Mp4MovieTrimmingEx::~Mp4MovieTrimmingEx() {
@@ -269,33 +247,32 @@ bool Mp4MovieTrimmingEx::OnStep(uint64_t done, uint64_t total) {
     return !m_cancel;
 }
 
+MovieCode Mp4MovieTrimmingEx::RunSegment(const MovieSegment& segment, SavedSegment* saved) {
+    try {
+        XpSharedPtr<CMP4MovieRead> reader;
+        MOVIE_TRY(m_editor.Prepare(segment, &reader, saved));
+        return m_editor.Save(segment, reader, this, saved);
+    } catch (const std::bad_alloc&) {
+        const MovieCode code = movie_code(FF4_RET_NOMEM);
+        saved->reason = MovieReason(code, ReasonSide::kNone, segment.source);
+        return code;
+    }
+}
+
 void Mp4MovieTrimmingEx::Run() {
     using Notify = IMp4MovieEditNotify;
-    m_notify->OnComplete(Notify::kStarted, kMovieOk, 0, {}, nullptr);
-    for (MovieSegment& segment : m_editor.Segments()) {
+    m_notify->OnComplete(Notify::kStarted, kMovieOk, 0, nullptr);
+    for (const MovieSegment& segment : m_editor.Segments()) {
         m_running.Wait();
-        XpSharedPtr<CMP4MovieRead> reader;
-        MovieCode code = kMovieOk;
-        std::string reason;
-        try {
-            code = m_editor.Prepare(&segment, &reader);
-            if (code == kMovieOk) code = m_editor.Save(&segment, reader, this);
-            reason = m_editor.Reason();
-        } catch (const std::bad_alloc&) {
-            code = movie_code(FF4_RET_NOMEM);
-            reason = MovieCodeText(code, 0);
-        }
-        if (code == kMovieCancelled) {
-            m_notify->OnComplete(Notify::kCancelled, kMovieOk, 0, {}, &segment);
-            return;
-        }
-        if (code != kMovieOk) {
-            m_notify->OnComplete(Notify::kFailed, code, m_editor.LastError(), reason, &segment);
-            return;
-        }
-        m_notify->OnComplete(Notify::kSegmentDone, kMovieOk, 0, {}, &segment);
+        SavedSegment saved;
+        const MovieCode code = RunSegment(segment, &saved);
+        if (code == kMovieCancelled)
+            return m_notify->OnComplete(Notify::kCancelled, kMovieOk, 0, &saved);
+        if (code != kMovieOk)
+            return m_notify->OnComplete(Notify::kFailed, code, saved.reason.SystemError(), &saved);
+        m_notify->OnComplete(Notify::kSegmentDone, kMovieOk, 0, &saved);
     }
-    m_notify->OnComplete(Notify::kAllDone, kMovieOk, 0, {}, nullptr);
+    m_notify->OnComplete(Notify::kAllDone, kMovieOk, 0, nullptr);
 }
 
 }  // namespace tarn

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "base/reason.h"
 #include "base/xp_event.h"
 #include "base/xp_thread.h"
 #include "effects/effect_settings.h"
@@ -20,19 +21,23 @@
 
 namespace tarn {
 
-// One stretch of a source, and what became of it.
+// One stretch of a source that is to be saved.
 struct MovieSegment {
     std::string source, target;
-    uint64_t inMs = 0, outMs = UINT64_MAX;  // as asked for; an out point behind the end is the end
-    uint64_t actualInMs = 0, actualOutMs = 0;  // as the cut was made
-    uint64_t sizeLimit = 0;                    // bytes the pictures may take, 0 for none
+    uint64_t inMs = 0, outMs = UINT64_MAX;  // an out point after the end is the end
+    uint64_t sizeLimit = 0;                 // bytes the pictures may take, 0 for none
     MovieWriteOptions options;
     bool verify = false;  // read back and compare every picture, before the file gets its name
+};
 
-    // Filled as the segment is saved.
+// What became of it.
+struct SavedSegment {
+    uint64_t inMs = 0, outMs = 0;              // as asked for, but the end at most
+    uint64_t actualInMs = 0, actualOutMs = 0;  // as the cut was made
     uint64_t videoSamples = 0, videoBytes = 0, audioSamples = 0, audioBytes = 0;
     uint64_t fileBytes = 0, verifiedSamples = 0;
     double seconds = 0;
+    Reason reason;  // why it failed
 };
 
 // Hears of a job, on the job's thread.
@@ -48,9 +53,10 @@ public:
         kCancelled = 3,
         kSegmentDone = 4
     };
-    // A failure has its code, the system's error and words for people; a finished segment itself.
+    // A failure has its code and the system's error. `saved` goes with the end of a segment,
+    // whichever way it ended, and is null otherwise.
     virtual void OnComplete(Kind kind, MovieCode code, int32_t systemError,
-                            const std::string& reason, const MovieSegment* segment) = 0;
+                            const SavedSegment* saved) = 0;
 };
 
 // Called between steps; false ends the job.
@@ -64,39 +70,22 @@ public:
 class Mp4MovieEditor {
 public:
     void Add(const MovieSegment& segment) { m_segments.push_back(segment); }
-    std::vector<MovieSegment>& Segments() { return m_segments; }
+    const std::vector<MovieSegment>& Segments() const { return m_segments; }
     void SetEffects(const AMPEffectSettings& effects) { m_effects = effects; }
     void SetWavOutput(bool wav) { m_wavOutput = wav; }
 
     // Opens a segment's source and chooses its cut.
-    MovieCode Prepare(MovieSegment* segment, XpSharedPtr<CMP4MovieRead>* reader);
+    MovieCode Prepare(const MovieSegment& segment, XpSharedPtr<CMP4MovieRead>* reader,
+                      SavedSegment* saved) const;
     // Writes the prepared segment. kMovieCancelled when `progress` ended it. Nothing is left of a
     // save that fails, be it in reading back.
-    MovieCode Save(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
-                   IMp4MovieEditProgress* progress);
-
-    int32_t LastError() const { return m_lastError; }
-    // Whether the last failure was met in writing rather than reading.
-    bool OutputFailed() const { return m_outputFailed; }
-    // The last failure in words.
-    const std::string& Reason() const { return m_reason; }
+    MovieCode Save(const MovieSegment& segment, const XpSharedPtr<CMP4MovieRead>& reader,
+                   IMp4MovieEditProgress* progress, SavedSegment* saved) const;
 
 private:
-    MovieCode Fail(MovieCode code, int32_t systemError, const std::string& reason = {});
-    MovieCode CheckRoom(const std::string& target, uint64_t needed);
-    MovieCode SaveMovie(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
-                        IMp4MovieEditProgress* progress);
-    MovieCode SaveWave(MovieSegment* segment, const XpSharedPtr<CMP4MovieRead>& reader,
-                       IMp4MovieEditProgress* progress);
-    MovieCode Verify(MovieSegment* segment, const CMP4MovieRead& reader, const std::string& saved,
-                     IMp4MovieEditProgress* progress);
-
     std::vector<MovieSegment> m_segments;
     AMPEffectSettings m_effects;
     bool m_wavOutput = false;
-    int32_t m_lastError = 0;
-    bool m_outputFailed = false;
-    std::string m_reason;
 };
 
 // A job on a thread of its own, which any thread can pause, resume and cancel.
@@ -136,6 +125,7 @@ private:
     bool Start(const MovieSegment& segment, IMp4MovieEditNotify* notify,
                const AMPEffectSettings& effects, bool wav);
     void Run();
+    MovieCode RunSegment(const MovieSegment& segment, SavedSegment* saved);
     bool OnStep(uint64_t done, uint64_t total) override;
 
     Mp4MovieEditor m_editor;

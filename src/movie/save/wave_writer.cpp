@@ -26,15 +26,32 @@ void put_le32(uint8_t* p, uint32_t value) {
 }  // namespace
 
 MovieCode WaveWriter::Failed(int error) {
-    m_lastError = error != 0 ? error : EIO;
+    m_reason = MovieReason(kMovieSystem, ReasonSide::kTarget, m_path, error != 0 ? error : EIO);
     return kMovieSystem;
 }
 
-MovieCode WaveWriter::Open(const std::string& path, XpSharedPtr<CMP4MovieRead> reader,
-                           const AMPEffectSettings& settings, uint32_t inMs, uint32_t outMs) {
+MovieCode WaveWriter::FromSource(MovieCode code) {
+    if (code != kMovieOk) m_reason = SourceReason(*m_reader, code);
+    return code;
+}
+
+MovieCode WaveWriter::Open(XpSharedPtr<CMP4MovieRead> reader) {
     if (!reader || !reader->HasAudio()) return kMovieNoTrack;
     m_reader = std::move(reader);
-    MOVIE_TRY(m_sound.Open(m_reader.get(), settings, inMs, outMs, m_options.compensateDelay));
+    MOVIE_TRY(FromSource(
+        m_sound.Open(m_reader.get(), m_settings, m_inMs, m_outMs, m_options.compensateDelay)));
+    MOVIE_TRY(FromSource(Plan()));
+    if (m_frames > (UINT32_MAX - kHeader) / kFrameBytes) {
+        m_reason = MovieReason(kMovieTooLarge, ReasonSide::kTarget, m_path);
+        return kMovieTooLarge;
+    }
+    if (!m_buffer.Allocate(kBufferBytes)) return FromSource(kMovieBuffer);
+    if (const int error = m_output.Create(m_path)) return Failed(error);
+    return WriteHeader();
+}
+
+// How many frames there will be, and what lies before the first of them.
+MovieCode WaveWriter::Plan() {
     const MovieTrackInfo& audio = m_reader->GetInfo().audio;
     const MovieRange& range = m_reader->GetRange();
     const uint32_t rate = m_sound.Treated().SampleRate();
@@ -57,17 +74,13 @@ MovieCode WaveWriter::Open(const std::string& path, XpSharedPtr<CMP4MovieRead> r
     MOVIE_TRY(mp4_mul_div(lead, rate, audio.timescale, &m_skip));
     m_startsAt = static_cast<int64_t>(lead);
     // Samples may claim any length: no file is made of silence that nobody recorded.
-    total = std::min(total, m_sound.Treated().MostFrames(range.audio.end - range.audio.first,
-                                                         range.audio.bytes));
+    m_samples = range.audio.end - range.audio.first;
+    total = std::min(total, m_sound.Treated().MostFrames(m_samples, range.audio.bytes));
     m_frames = total - std::min(total, m_skip);
-    if (m_frames > (UINT32_MAX - kHeader) / kFrameBytes) return kMovieTooLarge;
-
-    if (!m_buffer.Allocate(kBufferBytes)) return kMovieBuffer;
-    if (const int error = m_output.Create(path)) return Failed(error);
-    return WriteHeader();
+    return kMovieOk;
 }
 
-uint64_t WaveWriter::AnnouncedBytes() const {
+uint64_t WaveWriter::FileBytes() const {
     return kHeader + m_frames * kFrameBytes;
 }
 
@@ -105,20 +118,23 @@ MovieCode WaveWriter::WriteNext() {
     uint64_t taken = 0;
     const MovieCode code = m_sound.Next(UINT64_MAX, m_startsAt, &taken);
     if (code == kMovieEndOfSamples) return kMovieDone;
-    if (code == kMovieSystem) return Failed(m_reader->LastError());
-    MOVIE_TRY(code);
+    MOVIE_TRY(FromSource(code));
     m_samplesRead += m_sound.Samples();
     return WriteFrames(m_sound.Treated().Pcm().data(), m_sound.Treated().Frames());
 }
 
-MovieCode WaveWriter::Close() {
+MovieCode WaveWriter::Finish() {
     // Samples that decode to less than they claim leave the announced length to silence.
     m_skip = 0;
     while (m_written < m_frames)
         MOVIE_TRY(WriteFrames(kSilence, std::min<uint64_t>(m_frames - m_written, 1024)));
-    if (const int error = m_buffer.Flush(&m_output.File())) return Failed(error);
-    if (const int error = m_output.Commit()) return Failed(error);
-    return kMovieOk;
+    const int error = m_buffer.Flush(&m_output.File());
+    return error == 0 ? kMovieOk : Failed(error);
+}
+
+MovieCode WaveWriter::Close() {
+    const int error = m_output.Commit();
+    return error == 0 ? kMovieOk : Failed(error);
 }
 
 }  // namespace tarn

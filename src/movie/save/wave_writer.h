@@ -1,6 +1,9 @@
 // wave_writer.h - the treated sound of a selection as a WAV file: 16-bit stereo.
 #pragma once
 
+#include <string>
+
+#include "base/reason.h"
 #include "base/xp_output_file.h"
 #include "base/xp_shared_ptr.h"
 #include "movie/save/effect_writer.h"
@@ -9,26 +12,45 @@ namespace tarn {
 
 class WaveWriter {
 public:
+    void SetPath(const std::string& path) { m_path = path; }
     void SetOptions(const MovieWriteOptions& options) { m_options = options; }
+    void SetEffects(const AMPEffectSettings& settings) { m_settings = settings; }
+    // The points of the selection in milliseconds, as handed to the chain.
+    void SetPoints(uint32_t inMs, uint32_t outMs) {
+        m_inMs = inMs;
+        m_outMs = outMs;
+    }
+
     // kMovieTooLarge when the file would pass what a WAV header can say.
-    MovieCode Open(const std::string& path, XpSharedPtr<CMP4MovieRead> reader,
-                   const AMPEffectSettings& settings, uint32_t inMs, uint32_t outMs);
-    // Some more of the sound. kMovieDone behind the last.
+    MovieCode Open(XpSharedPtr<CMP4MovieRead> reader);
+    // Some more of the sound. kMovieDone after the last.
     MovieCode WriteNext();
+    // The file is complete, under its hidden name still.
+    MovieCode Finish();
+    std::string HiddenPath() const { return m_output.TemporaryPath(); }
+    // Gives the finished file its name.
     MovieCode Close();
 
-    int32_t LastError() const { return m_lastError; }
-    uint64_t SamplesRead() const { return m_samplesRead; }
-    uint64_t Frames() const { return m_written; }
-    // What the whole file will have.
-    uint64_t AnnouncedBytes() const;
+    const Reason& GetReason() const { return m_reason; }
+    uint64_t Done() const { return m_samplesRead; }
+    uint64_t Total() const { return m_samples; }  // of the source
+    WrittenTrack Video() const { return {}; }
+    WrittenTrack Audio() const { return {.samples = m_written, .bytes = m_written * 4}; }
+    // What the whole file has in the end.
+    uint64_t FileBytes() const;
+    uint64_t MostBytes() const { return FileBytes(); }
 
 private:
+    MovieCode Plan();
     MovieCode WriteHeader();
     MovieCode Failed(int error);
+    MovieCode FromSource(MovieCode code);
     MovieCode WriteFrames(const int16_t* pcm, uint64_t frames);
 
+    std::string m_path;
     MovieWriteOptions m_options;
+    AMPEffectSettings m_settings;
+    uint32_t m_inMs = 0, m_outMs = 0;
     XpSharedPtr<CMP4MovieRead> m_reader;
     XpOutputFile m_output;
     CWriteBuffer m_buffer;
@@ -37,8 +59,8 @@ private:
     uint64_t m_written = 0;
     uint64_t m_skip = 0;     // frames before the selection's first
     int64_t m_startsAt = 0;  // the same in media units
-    uint64_t m_samplesRead = 0;
-    int32_t m_lastError = 0;
+    uint64_t m_samples = 0, m_samplesRead = 0;
+    Reason m_reason;
 };
 
 }  // namespace tarn

@@ -46,18 +46,18 @@ MovieSegment segment(const std::string& source, const std::string& target, uint6
     return s;
 }
 
-MovieCode save(MovieSegment* s, Mp4MovieEditor* editor, IMp4MovieEditProgress* steps,
-               bool wav = false) {
-    editor->SetWavOutput(wav);
+MovieCode save(const MovieSegment& s, SavedSegment* saved, Mp4MovieEditor editor = {},
+               IMp4MovieEditProgress* steps = nullptr) {
+    Steps all;
     XpSharedPtr<CMP4MovieRead> reader;
-    const MovieCode code = editor->Prepare(s, &reader);
-    return code == kMovieOk ? editor->Save(s, reader, steps) : code;
+    MOVIE_TRY(editor.Prepare(s, &reader, saved));
+    return editor.Save(s, reader, steps ? steps : &all, saved);
 }
 
-MovieCode save(MovieSegment* s) {
+Mp4MovieEditor wav_editor() {
     Mp4MovieEditor editor;
-    Steps steps;
-    return save(s, &editor, &steps);
+    editor.SetWavOutput(true);
+    return editor;
 }
 
 // The left channel of a clip's whole sound, and the media time that its first edit shows first.
@@ -82,11 +82,11 @@ std::vector<int16_t> decode(const std::string& path, int64_t* shown_from) {
 }
 
 // The shift, in samples, at which the output's sound is most like the source's, over a second.
-int best_lag(const MovieSegment& s) {
+int best_lag(const MovieSegment& s, const SavedSegment& saved) {
     int64_t source_from = 0, output_from = 0;
     const auto source = decode(s.source, &source_from);
     const auto output = decode(s.target, &output_from);
-    const auto at = static_cast<int64_t>(s.actualInMs) * 48 + source_from;
+    const auto at = static_cast<int64_t>(saved.actualInMs) * 48 + source_from;
     int best = 1000;
     double best_sum = -1;
     for (int lag = -200; lag <= 200; ++lag) {
@@ -124,13 +124,14 @@ TEST(Trimming, KeepsPicturesAndSoundInStep) {
         TempDir dir;
         MovieSegment s = segment(clip(c.name), dir.Path("out.mp4"), c.in, c.out);
         s.options.exact = c.exact;
-        ASSERT_EQ(save(&s), kMovieOk);
-        EXPECT_EQ(s.actualInMs, c.actual_in);
-        EXPECT_EQ(s.videoSamples, c.pictures);
-        EXPECT_EQ(s.verifiedSamples, c.pictures) << "byte for byte the source's";
+        SavedSegment saved;
+        ASSERT_EQ(save(s, &saved), kMovieOk);
+        EXPECT_EQ(saved.actualInMs, c.actual_in);
+        EXPECT_EQ(saved.videoSamples, c.pictures);
+        EXPECT_EQ(saved.verifiedSamples, c.pictures) << "byte for byte the source's";
         // The actual points are whole milliseconds, 48 samples each.
         if (c.gapless) {
-            EXPECT_NEAR(best_lag(s), 0, 25);
+            EXPECT_NEAR(best_lag(s, saved), 0, 25);
         }
         EXPECT_EQ(dir.FileCount(), 1u);
 
@@ -161,8 +162,10 @@ TEST(Trimming, TheRawFormLeavesTheCodecsDelay) {
     TempDir dir;
     MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.mp4"), 0, 4000);
     s.options.compensateDelay = false;
-    ASSERT_EQ(save(&s), kMovieOk);
-    EXPECT_EQ(s.audioSamples, 141u) << "one output for each input but the first, which is hidden";
+    SavedSegment saved;
+    ASSERT_EQ(save(s, &saved), kMovieOk);
+    EXPECT_EQ(saved.audioSamples, 141u)
+        << "one output for each input but the first, which is hidden";
     int64_t from = 0;
     const auto sound = decode(s.target, &from);
     EXPECT_EQ(sound.size(), 141u * 1024);
@@ -187,12 +190,12 @@ TEST(Trimming, EffectsFollowTheActualPoints) {
         effects.normalize = 1;
         effects.peak = 0.5f;
         editor.SetEffects(effects);
-        Steps steps;
-        ASSERT_EQ(save(&s, &editor, &steps), kMovieOk);
+        SavedSegment saved;
+        ASSERT_EQ(save(s, &saved, editor), kMovieOk);
         int64_t source_from = 0, from = 0;
         const auto source = decode(s.source, &source_from);
         const auto output = decode(s.target, &from);
-        source_from += static_cast<int64_t>(s.actualInMs) * 48;
+        source_from += static_cast<int64_t>(saved.actualInMs) * 48;
         const auto gain = [&](int64_t ms) {
             return rms(output, from + ms * 48, 2400) / rms(source, source_from + ms * 48, 2400);
         };
@@ -200,7 +203,8 @@ TEST(Trimming, EffectsFollowTheActualPoints) {
         EXPECT_LT(gain(900), 0.001);
         EXPECT_NEAR(gain(1975), 2.0 / 16, 0.02);
         EXPECT_NEAR(gain(3100), 2.0, 0.1);
-        const int64_t end = static_cast<int64_t>((exact ? 9200 : s.actualOutMs) - s.actualInMs);
+        const int64_t end =
+            static_cast<int64_t>((exact ? 9200 : saved.actualOutMs) - saved.actualInMs);
         EXPECT_NEAR(gain(end - 2525), 2.0 / 16, 0.02);
         EXPECT_LT(gain(end - 990), 0.001);
     }
@@ -209,11 +213,10 @@ TEST(Trimming, EffectsFollowTheActualPoints) {
 TEST(Trimming, WavHasTheSelectionToTheFrame) {
     TempDir dir;
     MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.wav"), 1300, 2700);
-    Mp4MovieEditor editor;
-    Steps steps;
-    ASSERT_EQ(save(&s, &editor, &steps, true), kMovieOk);
+    SavedSegment saved;
+    ASSERT_EQ(save(s, &saved, wav_editor()), kMovieOk);
     const std::string wav = dir.Read("out.wav");
-    ASSERT_EQ(wav.size(), 44 + s.audioSamples * 4);
+    ASSERT_EQ(wav.size(), 44 + saved.audioSamples * 4);
     int64_t from = 0;
     const auto source = decode(s.source, &from);
     // 1201.2 ms of the movie, by the tables of the picture: 57657.6 samples.
@@ -227,11 +230,11 @@ TEST(Trimming, WavHasTheSelectionToTheFrame) {
 
 TEST(Trimming, NothingIsLeftWhereASaveDoesNotEnd) {
     TempDir dir;
-    Mp4MovieEditor editor;
+    SavedSegment saved;
     for (int step = 0; step < 4; ++step) {
         MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.mp4"), 0, 3000);
         Steps cancel(step);
-        EXPECT_EQ(save(&s, &editor, &cancel), kMovieCancelled);
+        EXPECT_EQ(save(s, &saved, {}, &cancel), kMovieCancelled);
         EXPECT_EQ(dir.FileCount(), 0u) << step;
     }
 
@@ -243,13 +246,15 @@ TEST(Trimming, NothingIsLeftWhereASaveDoesNotEnd) {
         std::filesystem::copy_file(clip("cam_avc_2997_g12_b2_3s"), dir.Path("in.mp4"),
                                    std::filesystem::copy_options::overwrite_existing);
         Steps change(step, damage);
-        EXPECT_EQ(save(&s, &editor, &change), kMovieChanged) << step;
+        EXPECT_EQ(save(s, &saved, {}, &change), kMovieChanged) << step;
         EXPECT_EQ(dir.FileCount(), 1u) << "the source alone";
     }
 
     dir.Write("out.mp4", "precious");
     s.source = clip("cam_texts");
-    EXPECT_EQ(save(&s), kMovieSystem);
+    EXPECT_EQ(save(s, &saved), kMovieSystem);
+    EXPECT_EQ(saved.reason,
+              (Reason{ReasonCode::kExists, ReasonSide::kTarget, s.target, {ReasonError{EEXIST}}}));
     EXPECT_EQ(dir.Read("out.mp4"), "precious");
     EXPECT_EQ(dir.FileCount(), 2u);
 }
@@ -268,11 +273,12 @@ TEST(Trimming, WhatIsNotTheSourcesOnReadingBackNeverGetsItsName) {
         }
     };
     MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.mp4"), 0, 3000);
-    Mp4MovieEditor editor;
+    SavedSegment saved;
     Steps steps(0, spoil);
-    EXPECT_EQ(save(&s, &editor, &steps), kMovieMismatch);
+    EXPECT_EQ(save(s, &saved, {}, &steps), kMovieMismatch);
     EXPECT_GT(spoilt, 0u);
-    EXPECT_EQ(editor.Reason(), "reading back: picture 1 is not the source's");
+    EXPECT_EQ(saved.reason,
+              (Reason{ReasonCode::kPictureDiffers, ReasonSide::kTarget, s.target, {uint64_t{1}}}));
     EXPECT_EQ(dir.FileCount(), 0u);
 }
 
@@ -286,10 +292,13 @@ TEST(Trimming, EveryFullDiskIsToldAndLeavesNothing) {
             const struct rlimit small = {limit, before.rlim_max};
             ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
             MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out"), 0, 3000);
-            Mp4MovieEditor editor;
-            Steps steps;
-            EXPECT_EQ(save(&s, &editor, &steps, wav), kMovieSystem) << limit;
-            EXPECT_EQ(editor.LastError(), EFBIG) << limit;
+            SavedSegment saved;
+            EXPECT_EQ(save(s, &saved, wav ? wav_editor() : Mp4MovieEditor()), kMovieSystem)
+                << limit;
+            EXPECT_EQ(
+                saved.reason,
+                (Reason{ReasonCode::kNoRoom, ReasonSide::kTarget, s.target, {ReasonError{EFBIG}}}))
+                << limit;
             EXPECT_EQ(dir.FileCount(), 0u) << limit;
         }
     }
@@ -301,8 +310,7 @@ TEST(Trimming, EveryFullDiskIsToldAndLeavesNothing) {
 class Heard final : public IMp4MovieEditNotify {
 public:
     void OnProgress(uint64_t done, uint64_t total) override { EXPECT_LE(done, total); }
-    void OnComplete(Kind kind, MovieCode, int32_t, const std::string&,
-                    const MovieSegment*) override {
+    void OnComplete(Kind kind, MovieCode, int32_t, const SavedSegment*) override {
         kinds.push_back(kind);
         if (kind == kStarted) started.Set();
     }
@@ -362,8 +370,8 @@ TEST(Trimming, WhatCannotBeSavedIsNamedAndNotLeftOut) {
         std::string from, to;
         const char* words;
     } cases[] = {
-        {"stsd", "mp4a", "ac-3", "the sound (AC-3) can't be made anew"},
-        {"stsd", "mp4a", "\1\2\3\4", "the sound is of a kind that can't be made anew"},
+        {"stsd", "mp4a", "ac-3", "the sound (AC-3) can't be re-encoded"},
+        {"stsd", "mp4a", "\1\2\3\4", "the sound is of a kind that can't be re-encoded"},
         {"esds", "\x40\x15"s, "\x6B\x15"s, "the sound is MP3"},
         {"avcC", "\xFF\xE1"s, "\xFF\xFF"s, "the picture is damaged and can't be carried"},
     };
@@ -372,10 +380,9 @@ TEST(Trimming, WhatCannotBeSavedIsNamedAndNotLeftOut) {
         TempDir dir;
         dir.Write("in.mp4", patched("cam_texts", c.behind, c.from, c.to));
         MovieSegment s = segment(dir.Path("in.mp4"), dir.Path("out.mp4"), 0, 2000);
-        Mp4MovieEditor editor;
-        Steps steps;
-        EXPECT_EQ(save(&s, &editor, &steps), movie_code(FF4_RET_FORMAT));
-        EXPECT_NE(editor.Reason().find(c.words), std::string::npos) << editor.Reason();
+        SavedSegment saved;
+        EXPECT_EQ(save(s, &saved), movie_code(FF4_RET_FORMAT));
+        EXPECT_NE(ReasonText(saved.reason).find(c.words), std::string::npos);
         EXPECT_EQ(dir.FileCount(), 1u);
     }
 }
@@ -386,38 +393,36 @@ TEST(Trimming, AWavIsNoLongerThanItsSamplesCanBe) {
     // Each of the 94 samples claims 2^31 frames: 6 days of sound, more than any disk would hold.
     dir.Write("in.mp4", patched("cam_texts", "stts", "\0\0\4\0"s, "\x7F\xFF\xFF\xFF"s));
     MovieSegment s = segment(dir.Path("in.mp4"), dir.Path("out.wav"), 0, UINT64_MAX);
-    Mp4MovieEditor editor;
-    Steps steps;
-    EXPECT_EQ(save(&s, &editor, &steps, true), kMovieOk) << editor.Reason();
-    EXPECT_LE(s.audioSamples, 94u * 2048);
+    SavedSegment saved;
+    EXPECT_EQ(save(s, &saved, wav_editor()), kMovieOk) << ReasonText(saved.reason);
+    EXPECT_LE(saved.audioSamples, 94u * 2048);
 }
 
 TEST(Trimming, ASelectionIsNeverEmpty) {
     TempDir dir;
     MovieSegment s = segment(clip("cam_audio_only"), dir.Path("out.mp4"), 0, 1);
-    ASSERT_EQ(save(&s), kMovieOk);
-    EXPECT_GE(s.audioSamples, 1u) << "a selection is never empty";
+    SavedSegment saved;
+    ASSERT_EQ(save(s, &saved), kMovieOk);
+    EXPECT_GE(saved.audioSamples, 1u) << "a selection is never empty";
 }
 
 TEST(Trimming, RefusalsAreInPlainWords) {
     const struct {
         const char* clip;
         uint64_t in, out;
-        bool wav;
         const char* words;
     } cases[] = {
-        {"plain_hevc", 0, 1000, false, "HEVC"},
-        {"cam_texts", 5000, 9000, false, "at or behind the end"},
-        {"cam_texts", 1500, 1000, false, "before the in point"},
+        {"plain_hevc", 0, 1000, "HEVC"},
+        {"cam_texts", 5000, 9000, "at or after the end"},
+        {"cam_texts", 1500, 1000, "before the in point"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.words);
         TempDir dir;
         MovieSegment s = segment(clip(c.clip), dir.Path("out"), c.in, c.out);
-        Mp4MovieEditor editor;
-        Steps steps;
-        EXPECT_NE(save(&s, &editor, &steps, c.wav), kMovieOk);
-        EXPECT_NE(editor.Reason().find(c.words), std::string::npos) << editor.Reason();
+        SavedSegment saved;
+        EXPECT_NE(save(s, &saved), kMovieOk);
+        EXPECT_NE(ReasonText(saved.reason).find(c.words), std::string::npos);
         EXPECT_EQ(dir.FileCount(), 0u);
     }
 }
