@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <new>
 #include <vector>
@@ -20,7 +19,6 @@ using enum ReasonCode;
 constexpr size_t kLongestTarget = 256;  // characters
 constexpr uint32_t kBlockSize = 1048576;
 constexpr uint64_t kSizeLimit = uint64_t{1} << 32;
-constexpr uint32_t kDataHead = 8;
 static_assert(std::endian::native == std::endian::little, "samples are read as they stand");
 constexpr char kTemporarySuffix[] = ".$$$";
 
@@ -105,13 +103,8 @@ Reason WaveJob::ChooseRange() {
 
 // The source's own head, with its RIFF size even where the sound gets shorter, and the sound's.
 Reason WaveJob::WriteHeader() {
-    std::array<uint8_t, sizeof m_header.head + kDataHead> bytes;
-    uint8_t* const data =
-        std::copy(std::begin(m_header.head), std::end(m_header.head), bytes.data());
-    const auto size = static_cast<uint32_t>(m_frames * kWaveFrameSize);
-    std::copy_n("data", 4, data);
-    for (int i = 0; i < 4; ++i)
-        data[4 + i] = static_cast<uint8_t>(size >> (8 * i));
+    const WaveStart bytes =
+        MakeWaveStart(m_header.head, static_cast<uint32_t>(m_frames * kWaveFrameSize));
     uint64_t done = 0;
     return CheckWritten(m_output.File().Write(bytes.data(), bytes.size(), &done));
 }

@@ -15,6 +15,11 @@ uint32_t get_le16(const uint8_t* p) {
     return p[0] | uint32_t{p[1]} << 8;
 }
 
+void put_le32(uint8_t* p, uint32_t value) {
+    for (int i = 0; i < 4; ++i)
+        p[i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
 bool is_stereo16(const uint8_t* head) {
     return std::memcmp(head, "RIFF", 4) == 0 && std::memcmp(head + 8, "WAVE", 4) == 0 &&
            get_le32(head + 16) == 16 && get_le16(head + 22) == 2 && get_le16(head + 34) == 16;
@@ -29,13 +34,13 @@ bool is_data(const uint8_t* name) {
 Reason ReadWaveHeader(XpFile* file, WaveHeader* header) {
     uint64_t length = 0, done = 0;
     int error = file->GetLength(&length);
-    if (error == 0) error = file->ReadAt(0, header->head, sizeof header->head, &done);
+    if (error == 0) error = file->ReadAt(0, header->head.data(), header->head.size(), &done);
     if (error != 0) return SystemReason(ReasonCode::kCantRead, ReasonSide::kSource, {}, error);
-    if (done < sizeof header->head || !is_stereo16(header->head))
+    if (done < header->head.size() || !is_stereo16(header->head.data()))
         return {ReasonCode::kWaveFormat, ReasonSide::kSource, {}, {}};
-    header->sample_rate = get_le32(header->head + 24);
+    header->sample_rate = get_le32(header->head.data() + 24);
 
-    uint64_t offset = sizeof header->head;
+    uint64_t offset = header->head.size();
     while (offset + kChunkHead <= length) {
         uint8_t chunk[kChunkHead];
         error = file->ReadAt(offset, chunk, sizeof chunk, &done);
@@ -52,6 +57,28 @@ Reason ReadWaveHeader(XpFile* file, WaveHeader* header) {
         offset += size;  // no pad byte after an odd one
     }
     return {ReasonCode::kWaveNoSound, ReasonSide::kSource, {}, {}};
+}
+
+WaveStart MakeWaveStart(uint32_t sample_rate, uint32_t data_size) {
+    constexpr uint32_t kPcmOfTwoChannels = 0x20001, kFramesOf16Bits = 0x100004;
+    WaveHead head;
+    std::memcpy(head.data(), "RIFF....WAVEfmt ", 16);
+    // Intended: the whole header is counted, as players have always been given it.
+    put_le32(&head[4], data_size + static_cast<uint32_t>(sizeof(WaveStart)));
+    put_le32(&head[16], 16);
+    put_le32(&head[20], kPcmOfTwoChannels);
+    put_le32(&head[24], sample_rate);
+    put_le32(&head[28], sample_rate * static_cast<uint32_t>(kWaveFrameSize));
+    put_le32(&head[32], kFramesOf16Bits);
+    return MakeWaveStart(head, data_size);
+}
+
+WaveStart MakeWaveStart(const WaveHead& head, uint32_t data_size) {
+    WaveStart start;
+    uint8_t* data = std::copy(head.begin(), head.end(), start.data());
+    std::memcpy(data, "data", 4);
+    put_le32(data + 4, data_size);
+    return start;
 }
 
 }  // namespace tarn

@@ -1,10 +1,11 @@
-// wave_header.h - finds the sound in a WAV file of 16-bit stereo.
+// wave_header.h - finds the sound in a WAV file of 16-bit stereo, and begins a new one.
 //
-// Only the plain header is read: "RIFF", a size, "WAVE", "fmt " of 16 bytes with two channels of
+// Only the plain header is known: "RIFF", a size, "WAVE", "fmt " of 16 bytes with two channels of
 // 16 bits. Format code and RIFF size are not looked at. A chunk counts as the sound if any one of
 // the four letters of its name stands where "data" has it; that loose test is intended.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "base/reason.h"
@@ -14,8 +15,11 @@ namespace tarn {
 
 constexpr uint64_t kWaveFrameSize = 4;  // bytes: left and right sample, 16 bits each
 
+// A file's first bytes, up to the end of the format.
+using WaveHead = std::array<uint8_t, 36>;
+
 struct WaveHeader {
-    uint8_t head[36];  // the file's first bytes, up to the end of the format
+    WaveHead head;
     uint32_t sample_rate;
     uint64_t data_offset;     // in the file
     uint32_t data_size;       // bytes, as the chunk says
@@ -24,5 +28,11 @@ struct WaveHeader {
 
 // What is wrong, without the file's name.
 [[nodiscard]] Reason ReadWaveHeader(XpFile* file, WaveHeader* header);
+
+// All before the sound of a new file.
+using WaveStart = std::array<uint8_t, 44>;
+WaveStart MakeWaveStart(uint32_t sample_rate, uint32_t data_size);
+// With the head of another file, its RIFF size too.
+WaveStart MakeWaveStart(const WaveHead& head, uint32_t data_size);
 
 }  // namespace tarn

@@ -2,26 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <utility>
+
+#include "effects/wave_header.h"
 
 namespace tarn {
 namespace {
 
-constexpr uint32_t kHeader = 44;
-constexpr uint32_t kFrameBytes = 4;
 constexpr uint32_t kBufferBytes = 1000000;
 constexpr int16_t kSilence[2048] = {};
-
-void put_le16(uint8_t* p, uint32_t value) {
-    p[0] = static_cast<uint8_t>(value);
-    p[1] = static_cast<uint8_t>(value >> 8);
-}
-
-void put_le32(uint8_t* p, uint32_t value) {
-    put_le16(p, value);
-    put_le16(p + 2, value >> 16);
-}
 
 }  // namespace
 
@@ -41,7 +30,7 @@ MovieCode WaveWriter::Open(XpSharedPtr<CMP4MovieRead> reader) {
     MOVIE_TRY(FromSource(
         m_sound.Open(m_reader.get(), m_settings, m_inMs, m_outMs, m_options.compensateDelay)));
     MOVIE_TRY(FromSource(Plan()));
-    if (m_frames > (UINT32_MAX - kHeader) / kFrameBytes) {
+    if (m_frames > (UINT32_MAX - sizeof(WaveStart)) / kWaveFrameSize) {
         m_reason = MovieReason(kMovieTooLarge, ReasonSide::kTarget, m_path);
         return kMovieTooLarge;
     }
@@ -81,27 +70,13 @@ MovieCode WaveWriter::Plan() {
 }
 
 uint64_t WaveWriter::FileBytes() const {
-    return kHeader + m_frames * kFrameBytes;
+    return sizeof(WaveStart) + m_frames * kWaveFrameSize;
 }
 
 MovieCode WaveWriter::WriteHeader() {
-    const uint32_t rate = m_sound.Treated().SampleRate();
-    const auto bytes = static_cast<uint32_t>(m_frames * kFrameBytes);
-    uint8_t head[kHeader];
-    std::memcpy(head, "RIFF", 4);
-    // Intended: the whole header is counted, as players have always been given it.
-    put_le32(head + 4, bytes + kHeader);
-    std::memcpy(head + 8, "WAVEfmt ", 8);
-    put_le32(head + 16, 16);
-    put_le16(head + 20, 1);
-    put_le16(head + 22, 2);
-    put_le32(head + 24, rate);
-    put_le32(head + 28, rate * kFrameBytes);
-    put_le16(head + 32, kFrameBytes);
-    put_le16(head + 34, 16);
-    std::memcpy(head + 36, "data", 4);
-    put_le32(head + 40, bytes);
-    const int error = m_buffer.Append(&m_output.File(), head, sizeof head);
+    const WaveStart start = MakeWaveStart(m_sound.Treated().SampleRate(),
+                                          static_cast<uint32_t>(m_frames * kWaveFrameSize));
+    const int error = m_buffer.Append(&m_output.File(), start.data(), start.size());
     return error == 0 ? kMovieOk : Failed(error);
 }
 
@@ -110,7 +85,7 @@ MovieCode WaveWriter::WriteFrames(const int16_t* pcm, uint64_t frames) {
     m_skip -= skipped;
     const uint64_t count = std::min(frames - skipped, m_frames - m_written);
     m_written += count;
-    const int error = m_buffer.Append(&m_output.File(), pcm + 2 * skipped, count * kFrameBytes);
+    const int error = m_buffer.Append(&m_output.File(), pcm + 2 * skipped, count * kWaveFrameSize);
     return error == 0 ? kMovieOk : Failed(error);
 }
 
