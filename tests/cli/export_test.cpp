@@ -38,7 +38,7 @@ TEST(ExportCommand, TakesNamesAndNumbers) {
         {"equals sign", "threshold_48k", {"--compressor=heavy"}, "threshold-compressor4"},
         {"negative number", "noise_48k", {"--treble", "-63", "--bass", "41"}, "noise-eq"},
         {"range", "range_10s_8k", {"--in", "500", "--out", "0:09.5", "--fade"}, "range-fade"},
-        {"out behind the end", "noise_48k", {"--fade", "--out", "1:00:00"}, "noise-fade"},
+        {"out after the end", "noise_48k", {"--fade", "--out", "1:00:00"}, "noise-fade"},
         {"bypass", "extremes_48k", {"--bypass", "--reverb", "3"}, "extremes-bypass"},
     };
     for (const auto& c : cases) {
@@ -69,51 +69,78 @@ TEST(ExportCommand, MeasuresThePeakThatWasNotGiven) {
 TEST(ExportCommand, SaysWhatIsWrong) {
     TempDir dir;
     dir.Write("there.wav", "keep me");
+    dir.Write("there.mp4", "");
     const std::string in = Golden("in/noise_48k.wav"), out = dir.Path("out.wav");
+    const std::string clip = TARN_TEST_DATA "/clips/cam_texts.mp4", movie = dir.Path("out.mp4");
+    const std::string there = dir.Path("there.wav"), none = dir.Path("none.wav");
     const struct {
-        const char* name;
         std::vector<std::string> arguments;
-        int status;
-        std::string says;
+        const char *code, *side;
+        std::string file;
+        const char* text;
     } cases[] = {
-        {"missing input", {dir.Path("none.wav"), out}, 1, "none.wav: can't be opened: No such"},
-        {"folder", {dir.Path(""), out}, 1, "Is a directory"},
-        {"device", {"/dev/zero", out}, 1, "/dev/zero: not an ordinary file"},
-        {"wrong format", {Golden("in/fmt18.wav"), out}, 1, "fmt18.wav: not a WAV file of 16-bit"},
-        {"neither sound nor movie", {dir.Path("there.wav"), out}, 1, "there.wav: not an MP4 file"},
-        {"existing output", {in, dir.Path("there.wav")}, 1, "there.wav: already exists"},
-        {"output is the input", {in, in}, 1, "the output is the input itself"},
-        {"folder that is missing", {in, dir.Path("no/out.wav")}, 1, "no/out.wav: can't be written"},
-        {"long path", {in, dir.Path(std::string(250, 'n') + ".wav")}, 1, "256 characters"},
-        {"other extension",
-         {in, dir.Path("out.mp3")},
-         1,
-         "out.mp3: an output is an .mp4 or a .wav"},
-        {"in behind the end", {in, out, "--in", "0:01"}, 1, "0:00:01.000 is not before the end"},
-        {"in behind out", {in, out, "--in", "9", "--out", "9"}, 2, "must lie before --out"},
-        {"no output", {in}, 2, "give an input and an output"},
-        {"WAV as a movie", {in, dir.Path("out.mp4")}, 1, "out.mp4: a WAV file can only"},
-        {"batch into no folder", {in, "--to", dir.Path("no")}, 1, "no: is not a folder"},
-        {"unknown option", {in, out, "--loud"}, 2, "--loud"},
-        {"no time", {in, out, "--in", "1:75"}, 2, "'1:75' is no time"},
-        {"bass", {in, out, "--bass", "101"}, 2, "not in range -100 to 100"},
-        {"treble", {in, out, "--treble", "5.5"}, 2, "--treble"},
-        {"reverb", {in, out, "--reverb", "10"}, 2, "10 is none of: off, room-low"},
-        {"normalize", {in, out, "--normalize", "-9dB"}, 2, "-9dB is none of"},
-        {"peak", {in, out, "--peak", "nan"}, 2, "between 0 and 1"},
+        {{none, out}, "CANT_OPEN", "source", none, "can't be opened: No such"},
+        {{dir.Path(""), out}, "CANT_OPEN", "source", dir.Path(""), "Is a directory"},
+        {{"/dev/zero", out}, "NOT_A_FILE", "source", "/dev/zero", "not an ordinary file"},
+        {{Golden("in/fmt18.wav"), out}, "WAVE_FORMAT", "source", Golden("in/fmt18.wav"), "16-bit"},
+        {{there, out}, "NOT_A_MOVIE", "source", there, "not an MP4 file"},
+        {{in, there}, "EXISTS", "target", there, "already exists"},
+        {{clip, there}, "EXISTS", "target", there, "already exists"},
+        {{clip, dir.Path("there.mp4")}, "EXISTS", "target", dir.Path("there.mp4"), "exists"},
+        {{in, in}, "SAME_FILE", "target", in, "the output is the input itself"},
+        {{in, dir.Path("no/a.wav")}, "CANT_WRITE", "target", dir.Path("no/a.wav"), "No such"},
+        {{clip, dir.Path("no/a.mp4")}, "CANT_WRITE", "target", dir.Path("no/a.mp4"), "No such"},
+        {{in, dir.Path(std::string(250, 'n') + ".wav")},
+         "LONG_PATH",
+         "target",
+         dir.Path(std::string(250, 'n') + ".wav"),
+         "256 characters"},
+        {{in, dir.Path("a.mp3")}, "NOT_MOVIE_OR_WAVE", "target", dir.Path("a.mp3"), "neither"},
+        {{in, out, "--in", "0:01"}, "IN_PAST_END_AT", "source", in, "0:00:01.000 is not before"},
+        {{clip, out, "--in", "0:09"}, "IN_PAST_END", "source", clip, "after the end, 0:00:02"},
+        {{in, movie}, "WAVE_AS_MOVIE", "target", movie, "can only"},
+        {{in, "--to", dir.Path("no")}, "NOT_A_FOLDER", "target", dir.Path("no"), "not a folder"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::vector<std::string> arguments = {"export"};
+        SCOPED_TRACE(c.file + " " + c.code);
+        std::vector<std::string> arguments = {"export", "--json"};
         arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
         const TarnRun run = RunTarn(arguments);
-        EXPECT_EQ(run.status, c.status);
-        EXPECT_NE((run.err + run.out).find(c.says), std::string::npos) << run.err;
-        if (c.status == 1) {
-            EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1);
-        }
-        EXPECT_EQ(dir.FileCount(), 1u);
+        EXPECT_EQ(run.status, 1);
+        const auto error = nlohmann::json::parse(run.out, nullptr, false)["error"];
+        EXPECT_EQ(error["code"], c.code);
+        EXPECT_EQ(error["side"], c.side);
+        EXPECT_EQ(error["file"], c.file);
+        const std::string text = error.value("text", "");
+        EXPECT_NE(text.find(c.text), std::string::npos) << text;
+        EXPECT_EQ(run.err, "tarn: " + c.file + ": " + text + "\n");
+        EXPECT_EQ(dir.FileCount(), 2u);
         EXPECT_EQ(dir.Read("there.wav"), "keep me");
+    }
+}
+
+TEST(ExportCommand, RefusesWrongUsage) {
+    const struct {
+        std::vector<std::string> arguments;
+        const char* says;
+    } cases[] = {
+        {{"out.wav", "--in", "9", "--out", "9"}, "must lie before --out"},
+        {{}, "give an input and an output"},
+        {{"out.wav", "--loud"}, "--loud"},
+        {{"out.wav", "--in", "1:75"}, "'1:75' is no time"},
+        {{"out.wav", "--bass", "101"}, "not in range -100 to 100"},
+        {{"out.wav", "--treble", "5.5"}, "--treble"},
+        {{"out.wav", "--reverb", "10"}, "10 is none of: off, room-low"},
+        {{"out.wav", "--normalize", "-9dB"}, "-9dB is none of"},
+        {{"out.wav", "--peak", "nan"}, "between 0 and 1"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.says);
+        std::vector<std::string> arguments = {"export", "in.wav"};
+        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+        const TarnRun run = RunTarn(arguments);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_NE((run.err + run.out).find(c.says), std::string::npos) << run.err;
     }
 }
 
@@ -158,7 +185,7 @@ TEST(ExportCommand, LeavesNothingOnAFullDisk) {
     EXPECT_EQ(dir.FileCount(), 1u);
 }
 
-TEST(ExportCommand, SavesMoviesOneByOneAndAsABatch) {
+TEST(ExportCommand, SavesMovies) {
     TempDir dir;
     const std::string clips = TARN_TEST_DATA "/clips/";
     const TarnRun one =
@@ -180,15 +207,37 @@ TEST(ExportCommand, SavesMoviesOneByOneAndAsABatch) {
         RunTarn({"export", dir.Path("silent.mp4"), dir.Path("pictures.mp4"), "--normalize", "1"});
     EXPECT_EQ(note.status, 0);
     EXPECT_NE(note.err.find("has no sound: the effects"), std::string::npos) << note.err;
+}
 
-    // One bad clip does not stop the others; what is there is not replaced.
-    const TarnRun batch = RunTarn({"export", clips + "cam_texts.mp4", clips + "plain_hevc.mp4",
-                                   clips + "cam_roles.mp4", clips + "cam_texts.mp4", "--to",
-                                   dir.Path(""), "--wav", "--jobs", "1"});
-    EXPECT_EQ(batch.status, 1);
-    EXPECT_NE(batch.out.find("3 of 4 clips saved"), std::string::npos) << batch.out;
-    EXPECT_NE(batch.err.find("cam_texts.wav: already exists"), std::string::npos) << batch.err;
-    EXPECT_EQ(dir.FileCount(), 6u);
+TEST(ExportCommand, BatchesGoOnAndTellOfEveryInput) {
+    TempDir dir;
+    const std::string clips = TARN_TEST_DATA "/clips/";
+    dir.Write("cam_roles.wav", "keep me");
+    const std::vector<std::string> inputs = {dir.Path("none.mp4"), clips + "cam_texts.mp4",
+                                             clips + "cam_roles.mp4", clips + "plain_hevc.mp4"};
+    std::vector<std::string> arguments = {"export", "--to", dir.Path(""), "--wav"};
+    arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+    const TarnRun words = RunTarn(arguments);
+    EXPECT_EQ(words.status, 1);
+    EXPECT_NE(words.out.find("2 of 4 clips saved"), std::string::npos) << words.out;
+    EXPECT_NE(words.err.find("none.mp4: can't be opened: No such"), std::string::npos);
+    EXPECT_NE(words.err.find("cam_roles.wav: already exists"), std::string::npos) << words.err;
+    EXPECT_EQ(dir.Read("cam_roles.wav"), "keep me");
+    std::filesystem::remove(dir.Path("cam_texts.wav"));
+
+    arguments.emplace_back("--json");
+    const auto said = nlohmann::json::parse(RunTarn(arguments).out);
+    EXPECT_EQ(said["done"], 1);
+    EXPECT_EQ(said["failed"], 3);
+    const std::vector<std::string> errors = {"CANT_OPEN", "", "EXISTS", "EXISTS"};
+    ASSERT_EQ(said["results"].size(), inputs.size());
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        const auto& result = said["results"][i];
+        EXPECT_EQ(result["input"], inputs[i]);
+        EXPECT_EQ(result.contains("error") ? result["error"]["code"] : "", errors[i]);
+        EXPECT_EQ(result.contains("bytes"), errors[i].empty());
+    }
+    EXPECT_EQ(dir.FileCount(), 3u);
 }
 
 }  // namespace
