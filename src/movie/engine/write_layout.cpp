@@ -1,4 +1,4 @@
-// Where the parts of a new file lie: what is in front of the media, the media, the movie.
+// Where the parts of a new file lie: what comes before the media, the media, the movie.
 #include "movie/engine/write_session.h"
 #include "mp4format/atoms/write_atoms.h"
 #include "mp4format/io.h"
@@ -21,7 +21,7 @@ Mp4Result write_head(const Mp4WriteSession& s, Mp4File* file, uint64_t* total) {
     return FF4_RET_OK;
 }
 
-// The header in front of so much media, 8 or 16 bytes.
+// The header of so much media, 8 or 16 bytes.
 Mp4Result mdat_header(const Mp4WriteSession& s, uint64_t media_bytes, uint64_t* size) {
     uint64_t whole = 0;
     FF4_TRY(mp4_atom_total_size(s.host, s.options, media_bytes, &whole));
@@ -37,7 +37,7 @@ struct Filling {
     uint64_t filler;  // zeros between the header and the media
 };
 
-// FF4_RET_OVERFLOW when there is no room for the header behind `front`.
+// FF4_RET_OVERFLOW when there is no room for the header after `front`.
 Mp4Result plan_filling(const Mp4WriteSession& s, uint64_t front, uint64_t media_bytes,
                        Filling* out) {
     uint64_t header = 0, least_free = 0, header_with_filler = 0;
@@ -69,7 +69,7 @@ Mp4Result write_filling(const Mp4WriteSession& s, const Filling& filling) {
     return mp4_put(s.host, s.file, filling.mdat_offset + header, kZeros, filling.filler, &size);
 }
 
-// The movie goes in front where the layout asks for it and the room does.
+// The movie goes before the media where the layout asks for that and there is room.
 Mp4Result plan_file(const Mp4WriteSession& s, uint64_t movie_size, uint64_t media_bytes,
                     Filling* filling, uint64_t* movie_offset) {
     if (s.layout == kMovieBeforeMedia) {
@@ -92,7 +92,7 @@ uint64_t mp4_reserved_front(uint64_t media_bytes) {
 Mp4Result mp4_begin_media(Mp4WriteSession* session, Mp4Layout layout, uint64_t most_media_bytes,
                           uint64_t* data_offset) {
     if (!session || !data_offset) return FF4_RET_ARGS;
-    if (layout != kMovieBeforeMedia && layout != kMovieBehindMedia) return FF4_RET_ARGS;
+    if (layout != kMovieBeforeMedia && layout != kMovieAfterMedia) return FF4_RET_ARGS;
     if (!session->has_movie || session->has_media) return FF4_RET_STATE;
     Mp4WriteSession& s = *session;
     uint64_t head = 0, header = 0, written = 0;

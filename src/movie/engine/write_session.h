@@ -1,8 +1,8 @@
 // write_session.h - one movie file being made.
 //
-// The order of calls: open, make the movie and its tracks, say where media begins, write the media
-// bytes through the file and tell of each chunk, add the edits, finish, close. Everything of the
-// movie but its media is kept in memory until the end.
+// The order of calls: open, make the movie and its tracks, begin the media, then for each chunk
+// write its bytes to the file and add it to its track, add the edits, finish, close. All but the
+// media stays in memory until the finish.
 //
 //     FF4_TRY(mp4_open_write(host, file, kWriteAsNeeded, &session));
 //     FF4_TRY(mp4_create_movie(session, kFieldTimescale, header));
@@ -10,7 +10,7 @@
 //     FF4_TRY(mp4_add_track(session, new_track, &track, &track_id));
 //     FF4_TRY(mp4_add_track_data_ref(session, track, fourcc("url "), nullptr, nullptr));
 //     FF4_TRY(mp4_add_track_description(session, track, *source_entry, &description));
-//     FF4_TRY(mp4_begin_media(session, kMovieBehindMedia, most_media_bytes, &at));
+//     FF4_TRY(mp4_begin_media(session, kMovieAfterMedia, most_media_bytes, &at));
 //     ... bytes of a chunk at `at`, then
 //     FF4_TRY(mp4_add_track_chunk(session, track, {at, description, runs, run_count}));
 //     FF4_TRY(mp4_add_track_edit(session, track, {duration, first_time, 1, 0, nullptr}));
@@ -30,7 +30,7 @@
 namespace tarn {
 
 // Where 'moov' goes.
-enum Mp4Layout : uint32_t { kMovieBeforeMedia = 1, kMovieBehindMedia = 2 };
+enum Mp4Layout : uint32_t { kMovieBeforeMedia = 1, kMovieAfterMedia = 2 };
 
 struct Mp4WriteSession {
     Mp4Host* host;
@@ -59,8 +59,8 @@ Mp4Result mp4_create_movie(Mp4WriteSession* session, uint32_t fields, const Mp4M
 Mp4Result mp4_set_times(Mp4WriteSession* session, uint64_t creation, uint64_t modification);
 Mp4Result mp4_set_file_type(Mp4WriteSession* session, uint32_t major_brand, uint32_t minor_version,
                             const uint32_t* brands, uint32_t brand_count);
-// The profile records behind 'ftyp', with the ids of the new tracks. Which there are must be
-// settled before the media begins; their values may still change.
+// The profile records that follow 'ftyp', with the ids of the new tracks. Once the media has begun
+// their values can still change, but no record can come or go.
 Mp4Result mp4_set_profile(Mp4WriteSession* session, const Mp4ProfileBuild& profile);
 
 Mp4Result mp4_add_track(Mp4WriteSession* session, const Mp4NewTrack& track, uint32_t* number,
@@ -95,20 +95,20 @@ Mp4Result mp4_shift_chunk_offsets(Mp4WriteSession* session, uint32_t track, uint
 // Bytes of 'moov' as it stands.
 Mp4Result mp4_get_movie_size(Mp4WriteSession* session, uint64_t* size);
 
-// Where media begins in a file with 'moov' in front: 64 KB, or what 1/1024 of the media needs, in
-// steps of 64 KB.
+// Where the media begins when 'moov' stands before it: at 64 KB, or at as many steps of 64 KB as
+// hold 1/1024 of the media.
 uint64_t mp4_reserved_front(uint64_t media_bytes);
 
-// Settles where the media begins and leaves the file there. `most_media_bytes` is the most there
-// will be: in layout 1 it sets the room for the movie, in layout 2 the form of the media's header.
-// Neither need be exact, but one that is far too small costs: the movie then goes behind the media
-// in layout 1, and FF4_RET_OVERFLOW ends layout 2 when the media passes 4 GB unannounced.
+// Chooses where the media begins and moves the file there. `most_media_bytes` is the most that will
+// come. More than comes does no harm. Less does: in layout 1 the movie may then have to go after
+// the media; in layout 2 media that passes 4 GB without having been announced can't be finished
+// (FF4_RET_OVERFLOW).
 Mp4Result mp4_begin_media(Mp4WriteSession* session, Mp4Layout layout, uint64_t most_media_bytes,
                           uint64_t* data_offset);
 
-// Writes all that surrounds `media_bytes` bytes of media: 'ftyp', 'PROF', 'moov', 'free' and the
-// header of 'mdat'. Media is never overwritten: a movie too large for the room in front of it goes
-// behind it. Room too small for a 'free' becomes the first bytes of the 'mdat'.
+// Writes all but the media: 'ftyp', 'PROF', 'moov', 'free' and the header of 'mdat'. A movie that
+// is too large for the room before the media goes after it: media is never overwritten. A gap too
+// small for a 'free' becomes the first bytes of the 'mdat'.
 Mp4Result mp4_finish_write(Mp4WriteSession* session, uint64_t media_bytes, uint64_t* file_size);
 
 }  // namespace tarn

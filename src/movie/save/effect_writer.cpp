@@ -200,7 +200,7 @@ MovieCode CMP4MovieWriteWithAudioEffect::Open(const XpSharedPtr<CMP4MovieRead>& 
     const MovieRange& range = reader->GetRange();
     const uint64_t media = most_media_bytes(range);
     m_mostBytes = media + table_bytes(range) + kHeadRoom;
-    return Open(reader, kMovieBehindMedia, media);
+    return Open(reader, kMovieAfterMedia, media);
 }
 
 }  // namespace tarn
