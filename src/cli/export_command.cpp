@@ -14,7 +14,6 @@
 #include "cli/export_job.h"
 #include "cli/report.h"
 #include "cli/times.h"
-#include "movie/facts/clip_session.h"
 
 namespace tarn {
 namespace {
@@ -29,39 +28,27 @@ struct Options {
     unsigned jobs = 0;
 };
 
-enum class InputKind { kWave, kMovie };
-
 // By content: names are the user's business.
-Reason find_kind(const std::string& path, InputKind* kind) {
+bool is_wave(const std::string& path) {
     XpFile file;
     char head[12] = {};
     uint64_t done = 0;
-    int error = file.Open(path, XpFile::Mode::kRead);
-    if (error == 0) error = file.ReadAt(0, head, sizeof head, &done);
-    if (error != 0) return SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error);
+    if (file.Open(path, XpFile::Mode::kRead) != 0 || file.ReadAt(0, head, sizeof head, &done) != 0)
+        return false;
     const std::string_view text(head, sizeof head);
-    *kind =
-        text.starts_with("RIFF") && text.ends_with("WAVE") ? InputKind::kWave : InputKind::kMovie;
-    return {};
+    return text.starts_with("RIFF") && text.ends_with("WAVE");
 }
 
 ExportReport export_one(const ExportOptions& options, const CancelOnSignals& cancel) {
-    const auto refuse = [](ReasonCode code, ReasonSide side, const std::string& file) {
-        return ExportReport{{code, side, file, {}}, {}};
+    const auto refuse = [&](ReasonCode code) {
+        return ExportReport{{code, ReasonSide::kTarget, options.output, {}}, {}};
     };
-    InputKind kind = InputKind::kMovie;
-    if (Reason reason = find_kind(options.input, &kind)) return {std::move(reason), {}};
     const bool wav = XpPath::HasExtension(options.output, ".wav");
     if (!wav && !XpPath::HasExtension(options.output, ".mp4"))
-        return refuse(ReasonCode::kNotMovieOrWave, ReasonSide::kTarget, options.output);
-    if (kind == InputKind::kMovie) {
-        // Looked at first: what is no movie at all gets a better word than the save has for it.
-        ClipSession look;
-        if (Reason reason = look.Open(options.input)) return {std::move(reason), {}};
-        return ExportMovie(options, cancel);
-    }
-    if (!wav) return refuse(ReasonCode::kWaveAsMovie, ReasonSide::kTarget, options.output);
-    return ExportWave(options, cancel);
+        return refuse(ReasonCode::kNotMovieOrWave);
+    ExportReport report = ExportMovie(options, cancel);
+    if (report.reason.code != ReasonCode::kNotAMovie || !is_wave(options.input)) return report;
+    return wav ? ExportWave(options, cancel) : refuse(ReasonCode::kWaveAsMovie);
 }
 
 int run_single(const Options& options) {

@@ -84,6 +84,7 @@ TEST(ExportCommand, SaysWhatIsWrong) {
         {{"/dev/zero", out}, "NOT_A_FILE", "source", "/dev/zero", "not an ordinary file"},
         {{Golden("in/fmt18.wav"), out}, "WAVE_FORMAT", "source", Golden("in/fmt18.wav"), "16-bit"},
         {{there, out}, "NOT_A_MOVIE", "source", there, "not an MP4 file"},
+        {{dir.Path("there.mp4"), movie}, "EMPTY_FILE", "source", dir.Path("there.mp4"), "is empty"},
         {{in, there}, "EXISTS", "target", there, "already exists"},
         {{clip, there}, "EXISTS", "target", there, "already exists"},
         {{clip, dir.Path("there.mp4")}, "EXISTS", "target", dir.Path("there.mp4"), "exists"},

@@ -301,7 +301,8 @@ uint32_t CMP4MovieRead::GetSelectedSampleCount() const {
 }
 
 Reason SourceReason(const CMP4MovieRead& reader, MovieCode code) {
-    return MovieReason(code, ReasonSide::kSource, reader.Path(), reader.LastError());
+    const bool of_reader = code != kMovieCodec && reader.GetReason();
+    return of_reader ? reader.GetReason() : MovieReason(code, ReasonSide::kSource, reader.Path());
 }
 
 }  // namespace tarn

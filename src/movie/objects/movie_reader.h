@@ -141,7 +141,7 @@ private:
     MovieRange m_range;
 };
 
-// What a reader's call has failed with, as its source's fault.
+// The reader's own reason, else what `code` says of its file.
 Reason SourceReason(const CMP4MovieRead& reader, MovieCode code);
 
 }  // namespace tarn

@@ -83,8 +83,6 @@ public:
     // Gives the finished file its name.
     MovieCode Close();
 
-    // Why the last call failed.
-    const Reason& GetReason() const { return m_reason; }
     uint64_t FileBytes() const { return m_fileBytes; }  // once it is finished
     const WrittenTrack& Video() const { return m_video; }
     const WrittenTrack& Audio() const { return m_audio; }
@@ -150,7 +148,6 @@ private:
     // Presentation of the first kept picture, counted from its own decoding time.
     int64_t m_firstVideoTime = 0;
     bool m_hasFirstVideo = false, m_soundFinished = false, m_finished = false;
-    Reason m_reason;
 };
 
 }  // namespace tarn

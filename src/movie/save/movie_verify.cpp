@@ -13,8 +13,11 @@ bool same(const CReadBuffer& a, const ReadSampleInfo& of_a, const CReadBuffer& b
 
 // The medium gave back nothing at all, or something that is no movie.
 Reason cant_read_back(const CMP4MovieRead& output) {
-    const int error = output.LastError() != 0 ? output.LastError() : EIO;
-    return {ReasonCode::kCantReadBack, ReasonSide::kTarget, output.Path(), {ReasonError{error}}};
+    const int error = output.GetReason().SystemError();
+    return {ReasonCode::kCantReadBack,
+            ReasonSide::kTarget,
+            output.Path(),
+            {ReasonError{error != 0 ? error : EIO}}};
 }
 
 }  // namespace

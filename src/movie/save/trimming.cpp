@@ -173,7 +173,7 @@ MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4M
     movie->SetPath(segment.source);
     movie->SetSizeLimit(static_cast<int64_t>(std::min<uint64_t>(segment.sizeLimit, INT64_MAX)));
     if (const MovieCode code = movie->Open(); code != kMovieOk)
-        return fail(code, SourceReason(*movie, code));
+        return fail(code, movie->GetReason());
     if (Reason why = refusal(*movie, m_wavOutput))
         return fail(movie_code(FF4_RET_FORMAT), std::move(why));
 
