@@ -25,8 +25,9 @@ MovieCode WaveWriter::FromSource(MovieCode code) {
 }
 
 MovieCode WaveWriter::Open(XpSharedPtr<CMP4MovieRead> reader) {
-    if (!reader || !reader->HasAudio()) return kMovieNoTrack;
+    if (!reader) return movie_code(FF4_RET_ARGS);
     m_reader = std::move(reader);
+    if (!m_reader->HasAudio()) return FromSource(kMovieNoTrack);
     MOVIE_TRY(FromSource(
         m_sound.Open(m_reader.get(), m_settings, m_inMs, m_outMs, m_options.compensateDelay)));
     MOVIE_TRY(FromSource(Plan()));

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <utility>
 
 #include "movie/save/sound_treatment.h"
@@ -296,6 +297,66 @@ std::string patched(const std::string& name, const std::string& after, const std
     const size_t at = bytes.find(from, bytes.rfind(after));
     EXPECT_NE(at, std::string::npos);
     return bytes.replace(at, from.size(), to);
+}
+
+// How many pictures lie together each time before sound comes; the sound keeps up with them.
+std::vector<uint32_t> picture_runs(const std::string& path) {
+    CMP4MovieRead movie;
+    movie.SetPath(path);
+    EXPECT_EQ(movie.Open(), kMovieOk);
+    std::map<uint64_t, std::pair<bool, double>> samples;  // by place: picture?, seconds
+    for (const MovieTrackInfo* track : {&movie.GetInfo().video, &movie.GetInfo().audio}) {
+        for (uint32_t n = 1; n <= track->sampleCount; ++n) {
+            Mp4SampleInfo info{};
+            EXPECT_EQ(mp4_get_sample_info(movie.Session(), track->trackNumber, n, &info),
+                      FF4_RET_OK);
+            samples[info.offset] = {track == &movie.GetInfo().video,
+                                    info.duration / static_cast<double>(track->timescale)};
+        }
+    }
+    std::vector<uint32_t> runs;
+    double seconds[2] = {};  // of sound and of pictures so far
+    bool before = false;
+    for (const auto& [place, sample] : samples) {
+        if (sample.first && !before) {
+            EXPECT_NEAR(seconds[0], seconds[1], 0.1) << "before picture run " << runs.size();
+            runs.push_back(0);
+        }
+        if (sample.first) ++runs.back();
+        seconds[sample.first] += sample.second;
+        before = sample.first;
+    }
+    return runs;
+}
+
+TEST(Trimming, PicturesAndSoundTakeTurns) {
+    using std::string_literals::operator""s;
+    const struct {
+        std::string source;
+        uint64_t in, out;
+        std::vector<uint32_t> runs;
+    } cases[] = {
+        // A group of pictures at a time,
+        {patched("cam_avc_2997_g12_b2_3s", "ftyp", "MSNV", "MSNV"),
+         0,
+         3003,
+         {12, 12, 12, 12, 12, 12, 12, 6}},
+        // of a long one a second in AVC
+        {patched("plain_frag_key", "ftyp", "isom", "isom"), 2500, 4000, {25, 25}},
+        // and five in other pictures; here only the first is a sync sample.
+        {patched("cam_mp4v_25_g12_10s", "stss", "\0\0\0\0\0\0\0\x15"s, "\0\0\0\0\0\0\0\1"s),
+         0,
+         9000,
+         {125, 125}},
+    };
+    for (const auto& c : cases) {
+        TempDir dir;
+        dir.Write("in.mp4", c.source);
+        const MovieSegment s = segment(dir.Path("in.mp4"), dir.Path("out.mp4"), c.in, c.out);
+        SavedSegment saved;
+        ASSERT_EQ(save(s, &saved), kMovieOk) << ReasonText(saved.reason);
+        EXPECT_EQ(picture_runs(s.target), c.runs);
+    }
 }
 
 // Bytes of a file's only chunk of PCM.
