@@ -9,6 +9,7 @@
 #include "cli/report.h"
 #include "movie/save/trimming.h"
 #include "movie/waveform/peaks.h"
+#include "movie/waveform/waveform_movie.h"
 
 namespace tarn {
 namespace {
@@ -31,11 +32,12 @@ private:
 };
 
 // The peak that normalising needs: that of the whole clip, as the waveform has it.
-bool measure_peak(const std::string& path, float* peak) {
-    const auto source = PeakSource::Create(path, 1);
-    if (!source || source->GetCount() == 0) return false;
+bool measure_peak(CMP4MovieRead* movie, float* peak) {
+    WFMP4Reader sound;
+    sound.Open(movie, PeakSource::PointsPerSecond());
+    const auto source = PeakSource::Create(&sound, 1);
     *peak = source->GetPeak();
-    return true;
+    return source->GetCount() > 0;
 }
 
 Json document_of(const MovieSegment& segment, const SavedSegment& s) {
@@ -87,8 +89,11 @@ ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& ca
     float peak = 1.0f;
     if (!reader->HasAudio() && options.effects.AnyChosen())
         Note(options.input, "has no sound: the effects have nothing to treat");
-    else if (options.effects.NeedsPeak() && !measure_peak(options.input, &peak))
+    else if (options.effects.NeedsPeak() && !measure_peak(reader.get(), &peak))
         return {{ReasonCode::kPeakUnknown, ReasonSide::kSource, options.input, {}}, {}};
+    // What is broken outside the selection keeps nobody from saving that.
+    if (!reader->Session() && editor.Prepare(segment, &reader, &saved) != kMovieOk)
+        return {saved.reason, {}};
     editor.SetEffects(options.effects.Settings(peak));
     if (editor.Save(segment, reader, &steps, &saved) != kMovieOk) return {saved.reason, {}};
     if (!options.json && !options.quiet) say(segment, saved, wav);

@@ -53,23 +53,27 @@ MovieWaveform::~MovieWaveform() = default;
 
 bool MovieWaveform::Read(const std::string& path, uint32_t pointsPerSecond,
                          const WaveformProgress& progress) {
+    CMP4MovieRead movie;
+    movie.SetPath(path);
+    if (movie.Open() != kMovieOk) return Stop(WaveformFault::kFile, movie.GetReason());
+    return Read(&movie, pointsPerSecond, progress);
+}
+
+bool MovieWaveform::Read(CMP4MovieRead* movie, uint32_t pointsPerSecond,
+                         const WaveformProgress& progress) {
+    m_movie = movie;
     try {
-        if (!Open(path) || !IsAllowed() || !MakeRows(pointsPerSecond)) return false;
+        if (!FindSound() || !IsAllowed() || !MakeRows(pointsPerSecond)) return false;
         WaveformPicker picker(&points, pointsPerSecond, progress);
-        const bool done = Sound().entry.format == kAac ? ReadAac(&picker) : ReadPcm(&picker);
-        m_movie->Close();
-        return done;
+        return Sound().entry.format == kAac ? ReadAac(&picker) : ReadPcm(&picker);
     } catch (const std::bad_alloc&) {
         points = {};
-        return Stop(WaveformFault::kFile, {ReasonCode::kOutOfMemory, ReasonSide::kNone, path, {}});
+        return Stop(WaveformFault::kFile,
+                    {ReasonCode::kOutOfMemory, ReasonSide::kNone, movie->Path(), {}});
     }
 }
 
-bool MovieWaveform::Open(const std::string& path) {
-    m_movie = std::make_unique<CMP4MovieRead>();
-    m_movie->SetPath(path);
-    const MovieCode code = m_movie->Open();
-    if (code != kMovieOk) return Stop(WaveformFault::kFile, m_movie->GetReason());
+bool MovieWaveform::FindSound() {
     if (!m_movie->HasAudio() || m_movie->GetInfo().audioDescriptions.empty())
         return Stop(WaveformFault::kNoSound, Why(ReasonCode::kNoSoundShown));
     Mp4AudioProfile profile{};
@@ -124,23 +128,24 @@ bool MovieWaveform::MakeRows(uint32_t pointsPerSecond) {
 
 bool MovieWaveform::ReadAac(WaveformPicker* picker) {
     AacSound sound;
-    const uint32_t timescale = m_movie->GetInfo().audio.timescale;
+    const MovieTrackInfo& track = m_movie->GetInfo().audio;
     if (!sound.Init(Sound(), m_hasProfile ? m_profileRate : EntryRate(), !m_hasProfile))
         return StopAt(0, Why(ReasonCode::kSoundBroken));
     CReadBuffer sample;
     ReadSampleInfo info;
-    uint64_t time = 0;  // of the next sample, media units
+    TrackCursor cursor{track.trackNumber};
     while (!picker->Full()) {
         if (!picker->Report()) return Stop(WaveformFault::kCancelled, Why(ReasonCode::kCancelled));
-        const MovieCode code = m_movie->ReadAudioSample(&sample, &info);
-        if (code == kMovieEndOfSamples) return StopAt(time, Why(ReasonCode::kSoundEndsEarly));
-        if (code != kMovieOk) return StopAt(time, m_movie->GetReason());
+        const uint64_t time = cursor.currentTime;
+        if (cursor.currentSample > track.sampleCount)
+            return StopAt(time, Why(ReasonCode::kSoundEndsEarly));
+        if (m_movie->ReadSample(&cursor, &sample, &info) != kMovieOk)
+            return StopAt(time, m_movie->GetReason());
         std::span<const int16_t> pcm;
         if (!sound.Decode(&sample, &pcm)) return StopAt(time, Why(ReasonCode::kSoundBroken));
         picker->SetRate(sound.Rate());
-        const uint64_t first = frame_at(time, sound.Rate(), timescale);
-        time += info.duration;
-        pick(pcm, sound.Channels(), first, frame_at(time, sound.Rate(), timescale), picker);
+        pick(pcm, sound.Channels(), frame_at(time, sound.Rate(), track.timescale),
+             frame_at(cursor.currentTime, sound.Rate(), track.timescale), picker);
     }
     return true;
 }
@@ -180,11 +185,21 @@ bool MovieWaveform::StopAt(uint64_t time, const Reason& reason) {
 }
 
 bool WFMP4Reader::Open(const std::string& path, uint32_t pointsPerSecond) {
-    MovieWaveform movie;
-    static_cast<void>(movie.Read(path, pointsPerSecond, m_progress));
-    m_points = std::move(movie.points);
-    m_outcome = std::move(movie.outcome);
+    MovieWaveform waveform;
+    static_cast<void>(waveform.Read(path, pointsPerSecond, m_progress));
+    Take(&waveform);
     return true;
+}
+
+void WFMP4Reader::Open(CMP4MovieRead* movie, uint32_t pointsPerSecond) {
+    MovieWaveform waveform;
+    static_cast<void>(waveform.Read(movie, pointsPerSecond, m_progress));
+    Take(&waveform);
+}
+
+void WFMP4Reader::Take(MovieWaveform* waveform) {
+    m_points = std::move(waveform->points);
+    m_outcome = std::move(waveform->outcome);
 }
 
 }  // namespace tarn

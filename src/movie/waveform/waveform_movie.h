@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "movie/objects/movie_reader.h"
@@ -22,12 +21,14 @@ public:
     // True when every point could be read. Otherwise `outcome` tells; the points that were read
     // stay and the others are 0. Where the sound can't be decoded, reading ends.
     bool Read(const std::string& path, uint32_t pointsPerSecond, const WaveformProgress& progress);
+    // Of all the sound of an open movie, whose own walk goes on where it was.
+    bool Read(CMP4MovieRead* movie, uint32_t pointsPerSecond, const WaveformProgress& progress);
 
     WaveformPoints points;
     WaveformOutcome outcome;
 
 private:
-    bool Open(const std::string& path);
+    bool FindSound();
     bool IsAllowed();
     bool MakeRows(uint32_t pointsPerSecond);
     bool ReadAac(WaveformPicker* picker);
@@ -39,7 +40,7 @@ private:
     bool Stop(WaveformFault fault, const Reason& reason);
     bool StopAt(uint64_t time, const Reason& reason);
 
-    std::unique_ptr<CMP4MovieRead> m_movie;
+    CMP4MovieRead* m_movie = nullptr;  // while it is read
     bool m_hasProfile = false;
     uint32_t m_profileChannels = 0, m_profileRate = 0;
 };
@@ -48,6 +49,11 @@ class WFMP4Reader final : public WFFileReader {
 public:
     // Always true: a movie that can't be read has no points.
     bool Open(const std::string& path, uint32_t pointsPerSecond) override;
+    // The same of a movie that is open, which a table that is broken somewhere closes.
+    void Open(CMP4MovieRead* movie, uint32_t pointsPerSecond);
+
+private:
+    void Take(MovieWaveform* waveform);
 };
 
 }  // namespace tarn
