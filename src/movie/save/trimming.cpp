@@ -72,7 +72,7 @@ public:
         : m_segment(segment), m_reader(std::move(reader)), m_progress(progress), m_saved(saved) {}
 
     template <typename Writer>
-    MovieCode Run(Writer* out, const AMPEffectSettings& effects);
+    MovieCode Run(Writer& writer, const AMPEffectSettings& effects);
 
 private:
     MovieCode Fail(MovieCode code, const Reason& reason);
@@ -92,8 +92,7 @@ private:
 };
 
 template <typename Writer>
-MovieCode Saving::Run(Writer* out, const AMPEffectSettings& effects) {
-    Writer& writer = *out;
+MovieCode Saving::Run(Writer& writer, const AMPEffectSettings& effects) {
     writer.SetPath(m_segment.target);
     writer.SetOptions(m_segment.options);
     writer.SetPoints(clamp32(m_saved->actualInMs), clamp32(FadeEnd()));
@@ -200,8 +199,7 @@ MovieCode Mp4MovieEditor::Save(const MovieSegment& segment,
     Saving saving(segment, reader, progress, saved);
     CMP4MovieWriteWithAudioEffect movie;
     WaveWriter wave;
-    const MovieCode code =
-        m_wavOutput ? saving.Run(&wave, m_effects) : saving.Run(&movie, m_effects);
+    const MovieCode code = m_wavOutput ? saving.Run(wave, m_effects) : saving.Run(movie, m_effects);
     saved->seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return code;
