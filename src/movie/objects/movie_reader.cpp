@@ -300,9 +300,4 @@ uint32_t CMP4MovieRead::GetSelectedSampleCount() const {
     return cursor.endSample > cursor.currentSample ? cursor.endSample - cursor.currentSample : 0;
 }
 
-Reason SourceReason(const CMP4MovieRead& reader, MovieCode code) {
-    const bool of_reader = code != kMovieCodec && reader.GetReason();
-    return of_reader ? reader.GetReason() : MovieReason(code, ReasonSide::kSource, reader.Path());
-}
-
 }  // namespace tarn

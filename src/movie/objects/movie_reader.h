@@ -141,7 +141,4 @@ private:
     MovieRange m_range;
 };
 
-// The reader's own reason, else what `code` says of its file.
-Reason SourceReason(const CMP4MovieRead& reader, MovieCode code);
-
 }  // namespace tarn

@@ -61,22 +61,11 @@ MovieCode CMP4MovieWrite::Written(Mp4Result result) {
     return movie_code(result);
 }
 
-// What did not fail in writing lies in what was read.
-MovieCode CMP4MovieWrite::Explained(MovieCode code) {
-    if (code != kMovieOk && code != kMovieDone && !m_reason)
-        m_reason = SourceReason(*m_reader, code);
-    return code;
-}
-
 MovieCode CMP4MovieWrite::Open(XpSharedPtr<CMP4MovieRead> reader, Mp4Layout layout,
                                uint64_t totalBytes) {
     if (!reader || !m_sound || m_path.empty()) return movie_code(FF4_RET_ARGS);
     m_reader = std::move(reader);
     m_total = m_reader->GetSelectedSampleCount();
-    return Explained(Begin(layout, totalBytes));
-}
-
-MovieCode CMP4MovieWrite::Begin(Mp4Layout layout, uint64_t totalBytes) {
     if (!m_stagingBuffer.Allocate(kStagingBytes)) return kMovieBuffer;
     if (const int error = m_output.Create(m_path)) return Failed(error);
     MOVIE_TRY(OpenSession());
@@ -332,10 +321,7 @@ MovieCode CMP4MovieWrite::StoreSound(const SoundBlock& block, Chunk* chunk) {
 }
 
 MovieCode CMP4MovieWrite::WriteNext() {
-    return m_session ? Explained(WriteRound()) : kMovieBuffer;
-}
-
-MovieCode CMP4MovieWrite::WriteRound() {
+    if (!m_session) return kMovieBuffer;
     bool video_ended = true;
     if (m_video.number != 0) MOVIE_TRY(WriteVideoChunk(&video_ended));
     if (m_audio.number == 0) return video_ended ? kMovieDone : kMovieOk;
@@ -390,10 +376,7 @@ MovieCode CMP4MovieWrite::AddEdits() {
 }
 
 MovieCode CMP4MovieWrite::Finish() {
-    return m_session ? Explained(WriteEnd()) : kMovieBuffer;
-}
-
-MovieCode CMP4MovieWrite::WriteEnd() {
+    if (!m_session) return kMovieBuffer;
     if (const int error = m_stagingBuffer.Flush(&m_output.File())) return Failed(error);
     MOVIE_TRY(AddEdits());
     const uint64_t now = static_cast<uint64_t>(std::time(nullptr)) + kSecondsFrom1904To1970;

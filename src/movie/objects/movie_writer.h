@@ -68,6 +68,7 @@ public:
     virtual uint64_t Delay() const = 0;
 };
 
+// GetReason tells of failures of the output alone: the reader has its own.
 class CMP4MovieWrite : public CMP4MovieBase {
 public:
     ~CMP4MovieWrite() override;
@@ -102,9 +103,6 @@ private:
         std::vector<Mp4SampleRun> runs;
     };
 
-    MovieCode Begin(Mp4Layout layout, uint64_t totalBytes);
-    MovieCode WriteRound();
-    MovieCode WriteEnd();
     MovieCode OpenSession();
     MovieCode AddHead();
     MovieCode AddProfile();
@@ -132,7 +130,6 @@ private:
     MovieCode CopyDescriptions(const MovieTrackInfo& source, uint32_t track);
     MovieCode Written(Mp4Result result);
     MovieCode Failed(int error);
-    MovieCode Explained(MovieCode code);
     const CMovieInfoType& Source() const { return m_reader->GetInfo(); }
 
     XpSharedPtr<CMP4MovieRead> m_reader;

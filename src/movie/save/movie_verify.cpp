@@ -39,10 +39,7 @@ MovieCode VerifyPictures(CMP4MovieRead* source, const std::string& output,
     ReadSampleInfo of_kept, of_saved;
     for (uint32_t n = range.first; n < range.end; ++n) {
         if (!step(*verified)) return kMovieCancelled;
-        if (const MovieCode code = source->ReadSample(&from, &kept, &of_kept); code != kMovieOk) {
-            *reason = SourceReason(*source, code);
-            return code;
-        }
+        MOVIE_TRY(source->ReadSample(&from, &kept, &of_kept));
         const MovieCode code = written.ReadSample(&to, &saved, &of_saved);
         if (code == kMovieSystem) {
             *reason = cant_read_back(written);

@@ -75,7 +75,7 @@ public:
     MovieCode Run(Writer& writer, const AMPEffectSettings& effects);
 
 private:
-    MovieCode Fail(MovieCode code, const Reason& reason);
+    MovieCode Fail(MovieCode code, const Reason& ofOutput);
     MovieCode Cancelled();
     MovieCode CheckRoom(uint64_t needed);
     MovieCode Verify(const std::string& written);
@@ -118,11 +118,17 @@ MovieCode Saving::Run(Writer& writer, const AMPEffectSettings& effects) {
     return kMovieOk;
 }
 
-// A source that was cut short or written over meanwhile explains whatever failed.
-MovieCode Saving::Fail(MovieCode code, const Reason& reason) {
+// A source that was cut short or written over meanwhile explains whatever failed. Else what is not
+// the output's fault lies in the source.
+MovieCode Saving::Fail(MovieCode code, const Reason& ofOutput) {
+    const Reason& of_source = m_reader->GetReason();
     if (SourceChanged()) code = kMovieChanged;
-    m_saved->reason =
-        code == kMovieChanged ? MovieReason(code, ReasonSide::kSource, m_segment.source) : reason;
+    if (code != kMovieChanged && ofOutput)
+        m_saved->reason = ofOutput;
+    else if (code != kMovieChanged && code != kMovieCodec && of_source)
+        m_saved->reason = of_source;
+    else
+        m_saved->reason = MovieReason(code, ReasonSide::kSource, m_segment.source);
     return code;
 }
 
@@ -185,7 +191,7 @@ MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4M
     uint64_t in = saved->inMs, out = saved->outMs;
     const bool at_end = duration <= segment.outMs;
     if (const MovieCode code = movie->SelectRange(&in, &out, at_end); code != kMovieOk)
-        return fail(code, SourceReason(*movie, code));
+        return fail(code, movie->GetReason());
     saved->actualInMs = segment.options.exact ? movie->GetRange().exactInMs : in;
     saved->actualOutMs = out;
     *reader = std::move(movie);

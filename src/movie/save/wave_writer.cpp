@@ -19,23 +19,17 @@ MovieCode WaveWriter::Failed(int error) {
     return kMovieSystem;
 }
 
-MovieCode WaveWriter::FromSource(MovieCode code) {
-    if (code != kMovieOk) m_reason = SourceReason(*m_reader, code);
-    return code;
-}
-
 MovieCode WaveWriter::Open(XpSharedPtr<CMP4MovieRead> reader) {
     if (!reader) return movie_code(FF4_RET_ARGS);
     m_reader = std::move(reader);
-    if (!m_reader->HasAudio()) return FromSource(kMovieNoTrack);
-    MOVIE_TRY(FromSource(
-        m_sound.Open(m_reader.get(), m_settings, m_inMs, m_outMs, m_options.compensateDelay)));
-    MOVIE_TRY(FromSource(Plan()));
+    if (!m_reader->HasAudio()) return kMovieNoTrack;
+    MOVIE_TRY(m_sound.Open(m_reader.get(), m_settings, m_inMs, m_outMs, m_options.compensateDelay));
+    MOVIE_TRY(Plan());
     if (m_frames > (UINT32_MAX - sizeof(WaveStart)) / kWaveFrameSize) {
         m_reason = MovieReason(kMovieTooLarge, ReasonSide::kTarget, m_path);
         return kMovieTooLarge;
     }
-    if (!m_buffer.Allocate(kBufferBytes)) return FromSource(kMovieBuffer);
+    if (!m_buffer.Allocate(kBufferBytes)) return kMovieBuffer;
     if (const int error = m_output.Create(m_path)) return Failed(error);
     return WriteHeader();
 }
@@ -94,7 +88,7 @@ MovieCode WaveWriter::WriteNext() {
     uint64_t taken = 0;
     const MovieCode code = m_sound.Next(UINT64_MAX, m_startsAt, &taken);
     if (code == kMovieEndOfSamples) return kMovieDone;
-    MOVIE_TRY(FromSource(code));
+    MOVIE_TRY(code);
     m_samplesRead += m_sound.Samples();
     return WriteFrames(m_sound.Treated().Pcm().data(), m_sound.Treated().Frames());
 }

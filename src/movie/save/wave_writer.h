@@ -31,6 +31,7 @@ public:
     // Gives the finished file its name.
     MovieCode Close();
 
+    // Of a failure of the output; the reader has its own.
     const Reason& GetReason() const { return m_reason; }
     uint64_t Done() const { return m_samplesRead; }
     uint64_t Total() const { return m_samples; }  // of the source
@@ -44,7 +45,6 @@ private:
     MovieCode Plan();
     MovieCode WriteHeader();
     MovieCode Failed(int error);
-    MovieCode FromSource(MovieCode code);
     MovieCode WriteFrames(const int16_t* pcm, uint64_t frames);
 
     std::string m_path;
