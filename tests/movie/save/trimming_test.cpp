@@ -266,26 +266,36 @@ std::string le32(uint32_t value) {
 
 TEST(Trimming, WavHasTheSelectionToTheFrame) {
     using std::string_literals::operator""s;
-    TempDir dir;
-    const MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.wav"), 1300, 2700);
-    SavedSegment saved;
-    ASSERT_EQ(save(s, &saved, wav_editor()), kMovieOk);
-    const std::string wav = dir.Read("out.wav");
-    const auto size = static_cast<uint32_t>(saved.audioSamples * 4);
-    ASSERT_EQ(wav.size(), 44 + size);
-    EXPECT_EQ(saved.fileBytes, wav.size());
-    EXPECT_EQ(saved.audioBytes, size);
-    // The RIFF size counts the whole header.
-    EXPECT_EQ(wav.substr(0, 44), "RIFF" + le32(size + 44) + "WAVEfmt \x10\0\0\0\1\0\2\0"s +
-                                     le32(48000) + le32(192000) + "\4\0\x10\0data"s + le32(size));
-    int64_t from = 0;
-    const auto source = decode(s.source, &from);
-    // 1201.2 ms of the movie, by the tables of the picture: 57657.6 samples.
-    const size_t at = static_cast<size_t>(from + 57658);
-    for (size_t i = 0; i < 20000; ++i) {
-        const auto value =
-            static_cast<int16_t>(static_cast<uint8_t>(wav[44 + 4 * i]) | wav[45 + 4 * i] << 8);
-        ASSERT_NEAR(value, source[at + i], 1) << i;
+    const struct {
+        bool exact;
+        int64_t first;  // sample of the movie's time
+    } cases[] = {
+        {false, 57658},  // 36 pictures are 1201.2 ms
+        {true, 60861},   // 38 are 1267.93
+    };
+    for (const auto& c : cases) {
+        TempDir dir;
+        MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.wav"), 1300, 2700);
+        s.options.exact = c.exact;
+        SavedSegment saved;
+        ASSERT_EQ(save(s, &saved, wav_editor()), kMovieOk);
+        const std::string wav = dir.Read("out.wav");
+        const auto size = static_cast<uint32_t>(saved.audioSamples * 4);
+        ASSERT_EQ(wav.size(), 44 + size);
+        EXPECT_EQ(saved.fileBytes, wav.size());
+        EXPECT_EQ(saved.audioBytes, size);
+        // The RIFF size counts the whole header.
+        EXPECT_EQ(wav.substr(0, 44), "RIFF" + le32(size + 44) + "WAVEfmt \x10\0\0\0\1\0\2\0"s +
+                                         le32(48000) + le32(192000) + "\4\0\x10\0data"s +
+                                         le32(size));
+        int64_t from = 0;
+        const auto source = decode(s.source, &from);
+        const auto at = static_cast<size_t>(from + c.first);
+        for (size_t i = 0; i < 20000; ++i) {
+            const auto value =
+                static_cast<int16_t>(static_cast<uint8_t>(wav[44 + 4 * i]) | wav[45 + 4 * i] << 8);
+            ASSERT_NEAR(value, source[at + i], 1) << i;
+        }
     }
 }
 
@@ -359,6 +369,24 @@ TEST(Trimming, PicturesAndSoundTakeTurns) {
     }
 }
 
+TEST(Trimming, SoundAloneComesASecondAtATime) {
+    const struct {
+        uint64_t out, samples;
+        char chunks;
+    } cases[] = {
+        {UINT64_MAX, 472, 11}, {1, 3, 1},  // a selection is never empty
+    };
+    for (const auto& c : cases) {
+        TempDir dir;
+        SavedSegment saved;
+        ASSERT_EQ(save(segment(clip("cam_audio_only"), dir.Path("out.mp4"), 0, c.out), &saved),
+                  kMovieOk);
+        EXPECT_EQ(saved.audioSamples, c.samples);
+        const std::string movie = dir.Read("out.mp4");
+        EXPECT_EQ(movie.at(movie.rfind("stco") + 11), c.chunks);
+    }
+}
+
 // Bytes of a file's only chunk of PCM.
 std::string media_of(const std::string& movie) {
     const size_t at = movie.find("mdat") + 4;
@@ -378,6 +406,7 @@ TEST(Trimming, PcmKeepsItsByteOrder) {
         SavedSegment saved;
         ASSERT_EQ(save(s, &saved), kMovieOk) << ReasonText(saved.reason);
         EXPECT_EQ(saved.audioSamples, 24000u);
+        EXPECT_EQ(dir.Read(name + "-out.mp4").find("stss"), std::string::npos) << "all are sync";
         EXPECT_EQ(media_of(dir.Read(name + "-out.mp4")), media_of(dir.Read(name + ".mp4")));
         s.target = dir.Path(name + ".wav");
         ASSERT_EQ(save(s, &saved, wav_editor()), kMovieOk) << ReasonText(saved.reason);
