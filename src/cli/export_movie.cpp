@@ -57,11 +57,11 @@ void say(const MovieSegment& segment, const SavedSegment& s, bool wav) {
     std::cout << XpPath::Printable(segment.target) << ": " << TimeText(s.actualInMs) << " to "
               << TimeText(s.actualOutMs);
     if (wav) {
-        std::cout << ", " << s.audioSamples << " sound frames made anew\n";
+        std::cout << ", " << s.audioSamples << " sound frames re-encoded\n";
         return;
     }
     std::cout << ", " << s.videoSamples << " pictures kept as they were, " << s.audioSamples
-              << " sound samples made anew\n";
+              << " sound samples re-encoded\n";
     if (segment.verify)
         std::cout << "verified: " << s.verifiedSamples
                   << " pictures are the source's, byte for byte\n";
