@@ -9,8 +9,6 @@
 namespace tarn {
 namespace {
 
-constexpr uint32_t kMostTracks = 2;
-
 template <typename Description>
 uint32_t position_of(const std::vector<Description>& list, uint32_t index) {
     for (size_t i = 0; i < list.size(); ++i)
@@ -134,8 +132,7 @@ MovieCode CMP4MovieInput::LoadTimes() {
 MovieCode CMP4MovieInput::LoadTracks() {
     uint32_t chosen = 0;
     MOVIE_TRY(SelectTracks(Session(), m_info.hasBrandMsnv != 0, &m_info, &chosen));
-    if (chosen == 0 || chosen > kMostTracks) return kMovieNoTrack;
-    return kMovieOk;
+    return chosen == 0 ? kMovieNoTrack : kMovieOk;
 }
 
 MovieCode CMP4MovieInput::LoadTimelines() {

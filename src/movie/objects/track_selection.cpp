@@ -178,7 +178,6 @@ Mp4Result ReadTrackInfo(Mp4ReadSession* session, MovieTrackInfo* track) {
 
     Mp4EditList* edits = nullptr;
     FF4_TRY(mp4_open_edit_list(session, track->trackNumber, &edits));
-    track->edits.clear();
     for (const Mp4Edit* edit = edits->head; edit; edit = edit->next) {
         track->edits.push_back(
             {edit->segment_duration, edit->media_time,

@@ -43,6 +43,53 @@ private:
     uint32_t m_flags = 0;
 };
 
+// A number is 1, a pointer null.
+template <typename T>
+T nothing() {
+    if constexpr (std::is_pointer_v<T>)
+        return nullptr;
+    else
+        return T{1};
+}
+
+template <typename... Args>
+void expect_refused(Mp4ReadSession* session, int n, Mp4Result (*call)(Mp4ReadSession*, Args...)) {
+    EXPECT_EQ(call(nullptr, nothing<Args>()...), FF4_RET_ARGS) << "without a session, call " << n;
+    EXPECT_EQ(call(session, nothing<Args>()...), FF4_RET_ARGS) << "without outputs, call " << n;
+}
+
+template <typename... Calls>
+void expect_all_refused(Mp4ReadSession* session, Calls... calls) {
+    int n = 0;
+    (expect_refused(session, ++n, calls), ...);
+}
+
+TEST(Session, PointersAreTestedFirst) {
+    OpenMovie movie(RichMovie().Build());
+    ASSERT_EQ(mp4_open_track(movie, 1), FF4_RET_OK);
+    expect_all_refused(
+        movie, mp4_get_file_type, mp4_has_compatible_brand, mp4_get_compatible_brand,
+        mp4_get_movie_header, mp4_get_movie_extent, mp4_get_movie_duration, mp4_get_track_count,
+        mp4_get_track_header, mp4_get_media_header, mp4_get_handler, mp4_get_tables_duration,
+        mp4_get_track_duration, mp4_get_track_fragment_defaults, mp4_open_edit_list,
+        mp4_get_edit_count, mp4_get_edit_entry, mp4_close_edit_list, mp4_open_data_refs,
+        mp4_get_data_ref, mp4_close_data_refs, mp4_open_sample_entries, mp4_get_sample_entry_count,
+        mp4_close_sample_entries, mp4_get_sample_entry, mp4_get_video_entry, mp4_get_audio_entry,
+        mp4_get_decoder_config_size, mp4_get_decoder_config, mp4_get_avc_config_info,
+        mp4_get_sps_size, mp4_get_sps, mp4_get_pps_size, mp4_get_pps, mp4_open_meta_texts,
+        mp4_open_meta_files, mp4_close_meta_list, mp4_get_meta_count, mp4_get_meta_text,
+        mp4_get_meta_file, mp4_get_meta_data, mp4_find_meta_text, mp4_get_track_role,
+        mp4_get_profile_counts, mp4_get_file_profile, mp4_get_video_profile, mp4_get_audio_profile,
+        mp4_get_sample_count, mp4_get_sample_info, mp4_get_total_sample_count, mp4_get_media_bytes,
+        mp4_get_range_bytes, mp4_get_alike_samples, mp4_next_sync_number, mp4_get_numbered_sample,
+        mp4_find_sample_at_time, mp4_get_sample_number_at_time, mp4_next_sync_sample,
+        mp4_find_sync_after_time, mp4_get_sample_info_at_time);
+    for (const auto function : {mp4_open_track, mp4_close_track}) {
+        EXPECT_EQ(function(nullptr, 1), FF4_RET_ARGS);
+        EXPECT_EQ(function(movie, 0), FF4_RET_ARGS);
+    }
+}
+
 TEST(Session, FlagsTellWhatWasFound) {
     const struct {
         const char* name;
@@ -67,6 +114,27 @@ TEST(Session, FlagsTellWhatWasFound) {
         OpenMovie movie(c.bytes);
         EXPECT_EQ(movie.result(), FF4_RET_OK);
         EXPECT_EQ(movie.flags(), c.flags);
+    }
+}
+
+TEST(Session, WhatIsAbsentIsNotFound) {
+    OpenMovie movie(Join(Atom("free"), Atom("moov", Atom("trak")))), nothing(Atom("free"));
+    Mp4FileType type{};
+    Mp4MovieHeaderInfo header{};
+    Mp4MovieExtent extent{};
+    Mp4TrackHeaderInfo track{};
+    Mp4MediaHeaderInfo media{};
+    Mp4HandlerInfo handler{};
+    EXPECT_EQ(mp4_get_file_type(movie, &type), FF4_RET_NOTFOUND);
+    EXPECT_EQ(mp4_get_movie_header(movie, &header), FF4_RET_NOTFOUND);
+    EXPECT_EQ(mp4_get_movie_extent(nothing, &extent), FF4_RET_NOTFOUND);
+    EXPECT_EQ(mp4_get_movie_extent(movie, &extent), FF4_RET_OK);
+    EXPECT_EQ(extent.atom.offset, 8u);
+    EXPECT_EQ(extent.payload.size, 8u);
+    for (const uint32_t number : {1u, 2u}) {
+        EXPECT_EQ(mp4_get_track_header(movie, number, &track), FF4_RET_NOTFOUND);
+        EXPECT_EQ(mp4_get_media_header(movie, number, &media), FF4_RET_NOTFOUND);
+        EXPECT_EQ(mp4_get_handler(movie, number, &handler), FF4_RET_NOTFOUND);
     }
 }
 

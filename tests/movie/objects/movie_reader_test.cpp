@@ -60,41 +60,33 @@ TEST(MovieReader, TheRecordHoldsWhatTheFileSays) {
     const Opened<CMP4MovieRead> movie(builder.Build());
     ASSERT_EQ(movie.code, kMovieOk);
     const CMovieInfoType& info = movie.reader.GetInfo();
-    EXPECT_EQ(info.majorBrand, fourcc("MSNV"));
-    EXPECT_EQ(info.minorVersion, 0x200u);
-    EXPECT_EQ(info.hasBrandMsnv + info.hasBrandIsom + info.hasBrandMp42, 3u);
-    for (const Mp4Date& date : {info.creationDate, info.modificationDate}) {
-        EXPECT_EQ(date.year * 10000 + date.month * 100 + date.day, 20080924);
-        EXPECT_EQ(date.hour * 10000 + date.minute * 100 + date.second, 143232);
-    }
-    EXPECT_EQ(info.timescale, 1000u);
-    EXPECT_EQ(info.editTimescale, 1000u);
-    EXPECT_EQ(info.duration, 1300u) << "the picture's edits";
-    EXPECT_EQ(info.editDuration, 1300u);
-    EXPECT_EQ(movie.reader.GetDurationMs(), 1300u);
-    EXPECT_EQ(info.fileProfile, 0u);
-    EXPECT_FALSE(movie.reader.IsFragmented());
-
+    const Mp4Date &made = info.creationDate, &changed = info.modificationDate;
     const MovieTrackInfo &video = info.video, &audio = info.audio;
-    EXPECT_EQ(info.videoDurationMovie, 40u * 1001);
-    EXPECT_EQ(video.duration, 40u * 1001);
-    EXPECT_EQ(video.timescale, 30000u);
-    EXPECT_EQ(video.sampleCount, 40u);
-    EXPECT_EQ(video.defaultDuration, 1001u);
-    EXPECT_EQ(video.role, 1u);
-    EXPECT_EQ(video.averageBitRate, 3000u);
-    EXPECT_EQ(video.maximumBitRate, 4000u);
-    ASSERT_EQ(video.edits.size(), 2u);
+    using Figures = std::vector<uint64_t>;
+    EXPECT_EQ((Figures{info.majorBrand, info.minorVersion, info.hasBrandMsnv, info.hasBrandIsom,
+                       info.hasBrandMp42, info.fileProfile}),
+              (Figures{fourcc("MSNV"), 0x200, 1, 1, 1, 0}));
+    EXPECT_EQ((Figures{made.year, made.month, made.day, made.hour, made.minute, made.second}),
+              (Figures{2008, 9, 24, 14, 32, 32}));
+    EXPECT_EQ(changed.second, 32);
+    // The picture's edits are the longest: 100 and 1200 ms.
+    EXPECT_EQ((Figures{info.timescale, info.editTimescale, info.duration, info.editDuration,
+                       movie.reader.GetDurationMs()}),
+              (Figures{1000, 1000, 1300, 1300, 1300}));
+    EXPECT_EQ(
+        (Figures{video.duration, info.videoDurationMovie, video.timescale, video.sampleCount,
+                 video.defaultDuration, video.role, video.averageBitRate, video.maximumBitRate}),
+        (Figures{40040, 40040, 30000, 40, 1001, 1, 3000, 4000}));
+    EXPECT_EQ((Figures{audio.duration, audio.timescale, audio.sampleCount, audio.defaultDuration,
+                       audio.averageBitRate, audio.maximumBitRate}),
+              (Figures{61440, 48000, 60, 1024, 96, 128}));
+    ASSERT_EQ(video.edits.size() * 10 + audio.edits.size(), 21u);
     EXPECT_EQ(video.edits[0].segmentDuration, 100u);
     EXPECT_EQ(video.edits[0].mediaTime, -1);
     EXPECT_EQ(video.edits[1].rate, 0x10000u);
-    EXPECT_EQ(audio.duration, 60u * 1024);
-    EXPECT_EQ(audio.sampleCount, 60u);
-    EXPECT_EQ(audio.averageBitRate, 96u);
-    EXPECT_EQ(audio.maximumBitRate, 128u);
-    ASSERT_EQ(audio.edits.size(), 1u);
     EXPECT_EQ(audio.edits[0].mediaTime, 1024);
     EXPECT_EQ(audio.edits[0].rate, 0x30000u);
+    EXPECT_FALSE(movie.reader.IsFragmented());
 
     ASSERT_EQ(info.videoDescriptions.size(), 2u);
     EXPECT_EQ(info.videoDescriptions[1].index, 2u);
@@ -139,6 +131,8 @@ TEST(MovieReader, ChoosesTheFirstServedTrackOfEachKind) {
     const MovieTrack here = with_refs(video, {FullAtom("url ", 0, 0, TextZ(""))});
     const MovieTrack second = with_role(video, 2), main_video = with_role(video, 1);
     const MovieTrack main_sound = with_role(sound, 1);
+    MovieTrack data = video;
+    data.handler = "meta";
     const struct {
         const char* name;
         std::vector<MovieTrack> tracks;
@@ -159,6 +153,7 @@ TEST(MovieReader, ChoosesTheFirstServedTrackOfEachKind) {
         {"no reference is here", {with_refs(video, {})}, kMovieOk, 1, 0},
         {"other roles are passed over", {second, main_video, main_sound}, kMovieOk, 2, 3, true},
         {"no role ends the choice", {main_sound, video}, kMovieOk, 0, 1, true},
+        {"another kind of track", {data, sound}, kMovieOk, 0, 2},
         {"none", {}, kMovieNoTrack, 0, 0},
     };
     for (const auto& c : cases) {
@@ -172,18 +167,41 @@ TEST(MovieReader, ChoosesTheFirstServedTrackOfEachKind) {
     }
 }
 
-TEST(MovieReader, ZeroTimescales) {
+TEST(MovieReader, TellsWhatIsWrongWithAFile) {
+    Bytes timeless = MovieBuilder{.tracks = {VideoTrack(3)}}.Build();
+    put_be32(&timeless[AtomAt(timeless, "moov/trak/mdia/mdhd") + 20], 0);
+    const struct {
+        const char* name;
+        Bytes bytes;
+        MovieCode code;
+        ReasonCode reason;
+    } cases[] = {
+        {"empty", {}, movie_code(FF4_RET_NOTFOUND), ReasonCode::kEmptyFile},
+        {"text", Be32({0x48656C6C, 0x6F2C2077}), movie_code(FF4_RET_NOTFOUND),
+         ReasonCode::kNotAMovie},
+        {"cut short", Ftyp("isom", 0, {}), kMovieNoTrack, ReasonCode::kNoMovieHeader},
+        {"no type", Join(Atom("free"), Atom("moov")), movie_code(FF4_RET_NOTFOUND),
+         ReasonCode::kNothingKnown},
+        {"no tracks", MovieBuilder{}.Build(), kMovieNoTrack, ReasonCode::kNoTrack},
+        {"a short type", Join(Atom("ftyp", Bytes(4)), Atom("moov")), movie_code(FF4_RET_FORMAT),
+         ReasonCode::kDamaged},
+        {"no timescale", timeless, movie_code(FF4_RET_FORMAT), ReasonCode::kDamaged},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Opened<CMP4MovieRead> movie(c.bytes);
+        EXPECT_EQ(movie.code, c.code);
+        EXPECT_EQ(movie.reader.GetReason().code, c.reason);
+    }
+}
+
+TEST(MovieReader, AMovieWithoutATimescaleHasNoLength) {
     MovieTrack video = VideoTrack(10);
     video.edits = {{1000, 0}};
-    Bytes movie = MovieBuilder{.tracks = {video}, .timescale = 0}.Build();
-    const Opened<CMP4MovieRead> without_movie_scale(movie);
+    const Opened<CMP4MovieRead> without_movie_scale(
+        MovieBuilder{.tracks = {video}, .timescale = 0}.Build());
     EXPECT_EQ(without_movie_scale.code, kMovieOk);
     EXPECT_EQ(without_movie_scale.reader.GetDurationMs(), 0u);
-
-    movie = MovieBuilder{.tracks = {video}}.Build();
-    put_be32(&movie[AtomAt(movie, "moov/trak/mdia/mdhd") + 20], 0);
-    const Opened<CMP4MovieRead> without_media_scale(movie);
-    EXPECT_EQ(without_media_scale.code, movie_code(FF4_RET_FORMAT));
 }
 
 TEST(MovieRead, WalksEverySampleOfBothKindsOfFile) {

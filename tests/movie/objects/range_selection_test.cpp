@@ -68,7 +68,13 @@ TEST(RangeSelection, CutsOnSyncSamplesWithSoundInStep) {
         {"B, too early", {reordered, sound}, 0, 440, {1, 11, 1, 22}, {-1000, 0}, {0, 440}},
         // The sound comes a second late: nothing of it before, and its own delay kept.
         {"late sound", {plain, late}, 400, 1600, {11, 41, 1, 29}, {0, -28800}, {400, 1600}},
-        {"over", {pictures(200), sound}, 6000, 6400, {151, 161, 189, 189}, {0, 0}, {6000, 6400}},
+        {"sound just over",
+         {pictures(200), SoundTrack(300)},
+         6400,
+         6800,
+         {161, 171, 301, 301},
+         {0, 0},
+         {6400, 6800}},
         {"sound alone", {sound}, 500, 1000, {1, 1, 24, 48}, {0, 448}, {500, 1000}},
         {"picture alone", {plain}, 500, 1000, {11, 31, 1, 1}, {0, 0}, {400, 1200}},
     };
@@ -127,17 +133,17 @@ TEST(RangeSelection, PlacesTheCursorsAndCountsTheBytes) {
 
 TEST(RangeSelection, ALimitOfBytesKeepsWholeGroups) {
     const MovieTrack track = pictures(100);
-    const uint64_t two = bytes_of(track, 1, 21);
+    const auto two = static_cast<int64_t>(bytes_of(track, 1, 21));
     const struct {
-        uint64_t limit;
+        int64_t limit;
         uint32_t end, sound_end;
         uint64_t out;
-    } cases[] = {
-        {two, 21, 39, 800}, {two - 1, 11, 20, 400}, {1, 11, 20, 400}, {two * 9, 101, 189, 4000}};
+    } cases[] = {{two, 21, 39, 800},        {two - 1, 11, 20, 400}, {1, 11, 20, 400},
+                 {two * 9, 101, 189, 4000}, {0, 101, 191, 4000},    {-1, 101, 191, 4000}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.limit);
-        Opened opened({.tracks = {track, SoundTrack(188)}});
-        opened.movie.SetSizeLimit(static_cast<int64_t>(c.limit));
+        Opened opened({.tracks = {track, SoundTrack(190)}});
+        opened.movie.SetSizeLimit(c.limit);
         uint64_t in = 0, out = 4000;
         ASSERT_EQ(opened.movie.SelectRange(&in, &out, true), kMovieOk);
         EXPECT_EQ(opened.movie.GetRange().video.end, c.end);
