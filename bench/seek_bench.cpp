@@ -23,7 +23,7 @@
 namespace {
 
 constexpr int kSeeks = 200;
-constexpr int kProcesses = 40;  // of the places, for a peer that is started anew for each
+constexpr int kProcesses = 40;  // of the places, for a peer that is started for each
 constexpr int64_t kUnitsPerSecond = 10'000'000;
 constexpr int kClipSeconds = 30;
 

@@ -63,10 +63,10 @@ bool CEVR::Prepare(GstElement* bin) {
         gst_context_unref(static_cast<GstContext*>(data));
     });
     // The display lives as long as the bin, which holds it in that context.
-    auto settle =
-        std::make_unique<OverlaySettle>([events = display.get()] { HandleEvents(events); });
-    g_object_set_data_full(G_OBJECT(bin), kOverlaySettleKey, settle.release(), [](gpointer data) {
-        const std::unique_ptr<OverlaySettle> owner(static_cast<OverlaySettle*>(data));
+    auto closer =
+        std::make_unique<OverlayCloser>([events = display.get()] { HandleEvents(events); });
+    g_object_set_data_full(G_OBJECT(bin), kOverlayCloserKey, closer.release(), [](gpointer data) {
+        const std::unique_ptr<OverlayCloser> owner(static_cast<OverlayCloser*>(data));
     });
     return true;
 }

@@ -37,7 +37,7 @@ void CVMR9::Refresh(const VideoRect& area) {
 }
 
 HRESULT CVMR9::DisplayModeChanged() {
-    return Filter() ? PlaceAgain() : E_HANDLE;
+    return Filter() ? MoveOverlay() : E_HANDLE;
 }
 
 }  // namespace tarn

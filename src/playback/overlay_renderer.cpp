@@ -31,20 +31,21 @@ void AnswerOrForward(GstBin* bin, GstMessage* message) {
     base->handle_message(bin, message);
 }
 
-GstStateChangeReturn SettleOrForward(GstElement* bin, GstStateChange change) {
-    auto* settle = static_cast<OverlaySettle*>(g_object_get_data(G_OBJECT(bin), kOverlaySettleKey));
-    if (change == GST_STATE_CHANGE_READY_TO_NULL && settle) (*settle)();
+GstStateChangeReturn CallCloser(GstElement* bin, GstStateChange change) {
+    auto* closer = static_cast<OverlayCloser*>(g_object_get_data(G_OBJECT(bin), kOverlayCloserKey));
+    if (change == GST_STATE_CHANGE_READY_TO_NULL && closer) (*closer)();
     auto* base = static_cast<GstElementClass*>(g_type_class_peek(GST_TYPE_BIN));
     return base->change_state(bin, change);
 }
 
-// A bin that gives its sink the window under kWindowKey, and settles things before it stops.
+// A bin that gives its sink the window under kWindowKey, and calls what is under kOverlayCloserKey
+// before it stops.
 GType OverlayBinType() {
     static const GType type = g_type_register_static_simple(
         GST_TYPE_BIN, "TarnOverlayBin", sizeof(GstBinClass),
         [](gpointer type_class, gpointer) {
             static_cast<GstBinClass*>(type_class)->handle_message = AnswerOrForward;
-            static_cast<GstElementClass*>(type_class)->change_state = SettleOrForward;
+            static_cast<GstElementClass*>(type_class)->change_state = CallCloser;
         },
         sizeof(GstBin), nullptr, static_cast<GTypeFlags>(0));
     return type;
@@ -120,7 +121,7 @@ HRESULT OverlayRenderer::SetVideoWindow(IVideoWindow* window, const VideoRect* r
     if (!Filter()) return E_HANDLE;
     m_window = window;
     SetArea(rectangle);
-    if (window) return PlaceAgain();
+    if (window) return MoveOverlay();
     m_overlay->Hide();
     return S_OK;
 }
@@ -130,22 +131,22 @@ HRESULT OverlayRenderer::SetPosition(IVideoWindow* window, const VideoRect* rect
     if (!window) return E_POINTER;
     if (window != m_window) return E_INVALIDARG;
     SetArea(rectangle);
-    return PlaceAgain();
+    return MoveOverlay();
 }
 
 HRESULT OverlayRenderer::RepaintVideo(IVideoWindow* window, IVideoPainter*) {
     if (!Filter()) return E_HANDLE;
     if (!window) return E_POINTER;
-    return window == m_window ? PlaceAgain() : E_INVALIDARG;
+    return window == m_window ? MoveOverlay() : E_INVALIDARG;
 }
 
-HRESULT OverlayRenderer::PlaceAgain() {
+HRESULT OverlayRenderer::MoveOverlay() {
     if (!m_window) return S_OK;
     const uintptr_t parent = m_window->NativeHandle();
     if (parent == 0) return E_INVALIDARG;
     const VideoRect area = Area(*m_window);
-    if (!m_overlay->Place(parent, area) &&
-        (!ReplaceLostOverlay() || !m_overlay->Place(parent, area)))
+    if (!m_overlay->MoveInto(parent, area) &&
+        (!ReplaceLostOverlay() || !m_overlay->MoveInto(parent, area)))
         return E_FAIL;
     Refresh(area);
     return S_OK;

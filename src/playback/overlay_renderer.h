@@ -12,8 +12,8 @@ namespace tarn {
 
 // What a form's Prepare may put on the bin under that key, to be called each time before the sink
 // closes what it draws into.
-using OverlaySettle = std::function<void()>;
-inline constexpr char kOverlaySettleKey[] = "tarn-overlay-settle";
+using OverlayCloser = std::function<void()>;
+inline constexpr char kOverlayCloserKey[] = "tarn-overlay-closer";
 // And the GstContext that elements of the bin get when they ask for its kind.
 inline constexpr char kOverlayContextKey[] = "tarn-overlay-context";
 
@@ -33,11 +33,11 @@ protected:
     [[nodiscard]] virtual bool Prepare(GstElement* bin) = 0;
     // Whether the sink in the bin, which is whole now, can draw here. It is stopped afterwards.
     [[nodiscard]] virtual bool CanStart(GstElement* bin);
-    // Puts the present picture into the window again, which has that place now.
+    // Puts the present picture into the overlay again, which has that area now.
     virtual void Refresh(const VideoRect& area);
 
-    // Into the place in the present window again; nothing where there is none.
-    HRESULT PlaceAgain();
+    // Into its area of the present window; nothing where there is none.
+    HRESULT MoveOverlay();
     GstElement* Sink() const { return m_sink; }
     OverlayWindow& Overlay() const { return *m_overlay; }
 

@@ -114,17 +114,17 @@ uintptr_t OverlayWindow::Id() const {
     return m_connection->window;
 }
 
-bool OverlayWindow::Place(uintptr_t parent, const VideoRect& place) {
+bool OverlayWindow::MoveInto(uintptr_t parent, const VideoRect& area) {
     Display* display = m_connection->display.get();
     const Window window = m_connection->window;
     const bool placed = Succeeds(display, [&] {
-        if (parent != m_parent) XReparentWindow(display, window, parent, place.left, place.top);
-        if (IsEmpty(place)) {
+        if (parent != m_parent) XReparentWindow(display, window, parent, area.left, area.top);
+        if (IsEmpty(area)) {
             XUnmapWindow(display, window);
         } else {
-            XMoveResizeWindow(display, window, place.left, place.top,
-                              static_cast<unsigned>(place.right - place.left),
-                              static_cast<unsigned>(place.bottom - place.top));
+            XMoveResizeWindow(display, window, area.left, area.top,
+                              static_cast<unsigned>(area.right - area.left),
+                              static_cast<unsigned>(area.bottom - area.top));
             XMapWindow(display, window);
         }
     });

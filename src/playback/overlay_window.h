@@ -25,9 +25,9 @@ public:
     OverlayWindow& operator=(const OverlayWindow&) = delete;
 
     uintptr_t Id() const;
-    // Moves into that place of that window; an empty place only hides. False where the window or
+    // Moves into that area of that window; an empty one only hides. False where the window or
     // the parent doesn't exist.
-    [[nodiscard]] bool Place(uintptr_t parent, const VideoRect& place);
+    [[nodiscard]] bool MoveInto(uintptr_t parent, const VideoRect& area);
     // Back below the root: what happens to the parent from now on is of no concern.
     void Hide();
     [[nodiscard]] bool Exists();

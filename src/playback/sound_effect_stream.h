@@ -34,7 +34,7 @@ public:
     // What follows has nothing to do with what was before.
     void Flush();
     // `frames` of left and right sample in turn, in place; does nothing before SetFormat. `time`:
-    // nanoseconds of the clip at the first one; none: right behind the last block, or where
+    // nanoseconds of the clip at the first one; none: right after the last block, or where
     // SetPosition says after a flush. A block elsewhere begins with silent filters.
     void Process(int16_t* samples, uint32_t frames, std::optional<uint64_t> time);
 

@@ -28,7 +28,7 @@ TEST(ClockGuard, LeavesOutWildTimesAlone) {
         {"an hour ahead", 3600 * GST_SECOND, 10 * GST_MSECOND},
         {"it goes on", 30 * GST_MSECOND, 30 * GST_MSECOND},
         {"no time at all", GST_CLOCK_TIME_NONE, 30 * GST_MSECOND},
-        {"a device that started anew", 0, 30 * GST_MSECOND},
+        {"a device that began at 0 again", 0, 30 * GST_MSECOND},
         {"catches up after a stall", 900 * GST_MSECOND, 900 * GST_MSECOND},
     };
     for (const auto& row : rows) {

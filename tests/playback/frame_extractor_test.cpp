@@ -17,7 +17,7 @@ TEST(FrameExtractor, GivesThePictureOfATime) {
     ASSERT_EQ(extractor.GetDuration(&duration), S_OK);
     std::mt19937_64 random(5);
     for (int i = 0; i < 40; ++i) {
-        // The first one comes from a graph that was never started; times behind the end count as
+        // The first one comes from a graph that was never started; times after the end count as
         // it.
         const int64_t target =
             static_cast<int64_t>(random() % static_cast<uint64_t>(duration + duration / 20));

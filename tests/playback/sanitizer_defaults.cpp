@@ -3,7 +3,7 @@
 // The libraries have no frame pointers, so what they allocate is seen without its callers; the slow
 // unwinder that would find them can deadlock among a graphics driver's threads. The one block that
 // is always left is a table of names, which its library swaps for a larger one without a release.
-// The graphics driver leaves a little behind with each display.
+// The graphics driver loses a little with each display.
 extern "C" const char* __lsan_default_suppressions() {
     return "leak:^g_malloc$\nleak:_dri.so\n";
 }
