@@ -14,6 +14,7 @@ namespace tarn {
 namespace {
 
 constexpr int64_t kUnit = 100;  // nanoseconds
+const Reason kUnknown = {ReasonCode::kUnexpected, ReasonSide::kDevice, {}, {}};
 
 GstState to_gst(int32_t state) {
     return state == 2 ? GST_STATE_PLAYING : state == 1 ? GST_STATE_PAUSED : GST_STATE_READY;
@@ -152,16 +153,14 @@ HRESULT DShowHelper::Fail(HRESULT result, const Reason& reason) {
 }
 
 HRESULT DShowHelper::Fail(HRESULT result) {
-    const bool memory = result == E_OUTOFMEMORY;
-    return Fail(
-        result,
-        {memory ? ReasonCode::kOutOfMemory : ReasonCode::kUnexpected, ReasonSide::kDevice, {}, {}});
+    Reason reason = kUnknown;
+    if (result == E_OUTOFMEMORY) reason.code = ReasonCode::kOutOfMemory;
+    return Fail(result, reason);
 }
 
-// The graph does not follow: by what it has told, if it has told anything.
-HRESULT DShowHelper::FailState() {
+HRESULT DShowHelper::FailState(const Reason& otherwise) {
     TakeMessages();
-    return m_error ? Fail(E_FAIL, m_error) : Fail(E_FAIL);
+    return Fail(E_FAIL, m_error ? m_error : otherwise);
 }
 
 HRESULT DShowHelper::SetNotifyWindow(INotifyWindow* window, uint32_t message, intptr_t parameter) {
@@ -206,14 +205,15 @@ HRESULT DShowHelper::SetState(int32_t state) {
     const bool seek = start > 0 || stop >= 0;
     const GstState target = seek ? GST_STATE_PAUSED : to_gst(state);
     m_asked = state;
-    if (gst_element_set_state(m_pGraph, target) == GST_STATE_CHANGE_FAILURE) return FailState();
+    if (gst_element_set_state(m_pGraph, target) == GST_STATE_CHANGE_FAILURE)
+        return FailState(kUnknown);
     if (!seek) return S_OK;
     constexpr GstClockTime kPrerollTime = 10 * GST_SECOND;
     gst_element_get_state(m_pGraph, nullptr, nullptr, kPrerollTime);
     const HRESULT result = SetPositions(start, stop);
     if (Failed(result) || state == 1) return result;
     const bool failed = gst_element_set_state(m_pGraph, to_gst(state)) == GST_STATE_CHANGE_FAILURE;
-    return failed ? FailState() : S_OK;
+    return failed ? FailState(kUnknown) : S_OK;
 }
 
 HRESULT DShowHelper::GetState(int timeoutMs, int32_t* state) {
@@ -225,7 +225,7 @@ HRESULT DShowHelper::GetState(int timeoutMs, int32_t* state) {
     TakeMessages();
     if (result == GST_STATE_CHANGE_FAILURE) {
         *state = 0;
-        return FailState();
+        return FailState(kUnknown);
     }
     *state = result == GST_STATE_CHANGE_ASYNC ? m_asked : from_gst(current);
     return result == GST_STATE_CHANGE_ASYNC ? VFW_S_STATE_INTERMEDIATE : S_OK;
@@ -249,7 +249,7 @@ HRESULT DShowHelper::SetPositions(int64_t position, int64_t stop) {
     m_lastSeek = gst_event_get_seqnum(seek);
     if (!gst_element_send_event(m_pGraph, seek)) {
         m_lastSeek = 0;  // part of the graph may be there, and part may not
-        return FailState();
+        return FailState(kUnknown);
     }
     m_position = target;
     m_stop = stop;
@@ -297,7 +297,6 @@ void DShowHelper::TakeError(GstMessage* message) {
 }
 
 bool DShowHelper::NextEvent(GraphEvent* event) {
-    if (!m_pGraph) return false;
     TakeMessages();
     if (m_events.empty()) return false;
     *event = std::move(m_events.front());

@@ -62,13 +62,15 @@ protected:
     HRESULT SetState(int32_t state);
     HRESULT GetState(int timeoutMs, int32_t* state);
     HRESULT SetPositions(int64_t position, int64_t stop);
-    // The next event without waiting; false when none is left.
+    // The next event of the graph without waiting; false when none is left.
     bool NextEvent(GraphEvent* event);
     bool HasEnded() const { return m_ended; }
     // Keeps the reason and passes the result on. A failure without one is the caller's mistake, or
     // a lack of memory.
     HRESULT Fail(HRESULT result, const Reason& reason);
     HRESULT Fail(HRESULT result);
+    // The graph does not follow: for the reason that it has told, else for this one.
+    HRESULT FailState(const Reason& otherwise);
 
     GstElement* m_pGraph = nullptr;
     GstBus* m_pEvent = nullptr;
@@ -81,7 +83,6 @@ private:
 
     void TakeMessages();
     void TakeError(GstMessage* message);
-    HRESULT FailState();
     bool IsPresentEnd(GstMessage* message) const;
     int64_t AskPosition();
 

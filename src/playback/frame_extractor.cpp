@@ -98,7 +98,7 @@ HRESULT CFrameExtractor::GetFrame(int64_t position, StillPicture* picture) {
     } catch (const std::bad_alloc&) {
         return Fail(E_OUTOFMEMORY);
     }
-    return Fail(E_FAIL, {ReasonCode::kNoPictureThere, ReasonSide::kSource, m_path, {}});
+    return FailState({ReasonCode::kNoPictureThere, ReasonSide::kSource, m_path, {}});
 }
 
 HRESULT CFrameExtractor::ReleaseGraph() {

@@ -28,7 +28,6 @@ ReasonCode TrackFeed::NoTrack(Kind kind) {
 }
 
 Reason TrackFeed::Open(const std::string& path, Kind kind) {
-    m_path = path;
     m_kind = kind;
     if (Reason reason = m_clip.Open(path)) return reason;
     const ClipSession::Tracks tracks = m_clip.ChooseTracks();
@@ -38,8 +37,8 @@ Reason TrackFeed::Open(const std::string& path, Kind kind) {
     return ReasonOf(SeekTo(0, m_movieEnd));
 }
 
-Reason TrackFeed::ReasonOf(MovieCode code) const {
-    return MovieReason(code, ReasonSide::kSource, m_path, m_systemError);
+Reason TrackFeed::ReasonOf(MovieCode code) {
+    return code == kMovieOk ? Reason{} : m_clip.ReasonFor(code);
 }
 
 uint32_t TrackFeed::Format() const {
@@ -173,8 +172,7 @@ MovieCode TrackFeed::ReadRun(const Row& row, FeedSample* sample, uint32_t* count
         MOVIE_TRY(mp4_get_alike_samples(m_clip.get(), m_track.trackNumber, row.number, count));
         *count = std::clamp<uint32_t>(*count, 1, kPcmRun);
     }
-    return m_clip.ReadBytes(row.info.offset, uint64_t{row.info.size} * *count, &sample->data,
-                            &m_systemError);
+    return m_clip.ReadBytes(row.info.offset, uint64_t{row.info.size} * *count, &sample->data);
 }
 
 uint32_t TrackFeed::DescriptionOf(uint32_t index) const {

@@ -53,7 +53,7 @@ public:
     // kMovieEndOfSamples at the end.
     MovieCode Next(FeedSample* sample);
     // Why SeekTo or Next failed with that code.
-    Reason ReasonOf(MovieCode code) const;
+    Reason ReasonOf(MovieCode code);
 
 private:
     // A sample in the neighbourhood of the next one.
@@ -76,7 +76,6 @@ private:
     int64_t ToNs(int64_t units) const;
     int64_t ToUnits(int64_t time) const;
 
-    std::string m_path;
     ClipSession m_clip;
     Kind m_kind = Kind::kVideo;
     MovieTrackInfo m_track;
@@ -89,7 +88,6 @@ private:
     uint32_t m_fetched = 1;         // the next number to be looked up
     std::deque<Row> m_rows;         // passed ones, the next, and those that follow
     size_t m_next = 0;              // of them, the one that is read next
-    int m_systemError = 0;
 };
 
 }  // namespace tarn

@@ -35,13 +35,6 @@ uint64_t ClipSession::GetDurationMs() const {
     return mp4_mul_div_or(units, 1000, get()->index.movie.timescale, 0);
 }
 
-MovieCode ClipSession::ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes,
-                                 int* systemError) {
-    const MovieCode code = m_file.ReadBytes(offset, size, bytes);
-    *systemError = m_file.ReasonFor(code).SystemError();
-    return code;
-}
-
 ClipSession::Tracks ClipSession::ChooseTracks() const {
     uint32_t camera = 0;
     static_cast<void>(mp4_has_compatible_brand(get(), fourcc("MSNV"), &camera));

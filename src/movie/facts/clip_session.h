@@ -27,8 +27,9 @@ public:
     uint64_t GetDurationMs() const;  // 0 where the movie does not say
     // Bytes of a sample or a run of them. FF4_RET_FORMAT when they reach past the end of the file,
     // which is looked at before any memory is taken.
-    MovieCode ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes,
-                        int* systemError);
+    MovieCode ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes) {
+        return m_file.ReadBytes(offset, size, bytes);
+    }
 
     struct Tracks {
         uint32_t video = 0, audio = 0;  // 1-based; 0: none
