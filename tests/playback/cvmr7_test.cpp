@@ -133,6 +133,37 @@ TEST(CVMR7, CallsNoWindowThatWasTakenAway) {
         << "the stream goes on without it";
 }
 
+TEST(CVMR7, EndsItsCallBeforeAWindowGoes) {
+    struct Window : IVideoWindow {
+        uintptr_t NativeHandle() const override { return 0; }
+        VideoRect ClientRect() const override { return {}; }
+        void PictureChanged() override {
+            meanwhile.Run([this] {
+                const HRESULT result = renderer->SetVideoWindow(nullptr, nullptr);
+                EXPECT_EQ(result, S_OK);
+            });
+        }
+        CVideoRenderer* renderer = nullptr;
+        Meanwhile meanwhile;
+    } window;
+    TestGraph graph;
+    const auto renderer = Renderer(graph);
+    window.renderer = renderer.get();
+    ASSERT_EQ(renderer->SetVideoWindow(&window, nullptr), S_OK);
+    EXPECT_EQ(renderer->DisplayModeChanged(), S_OK);
+    EXPECT_FALSE(window.meanwhile.CameBackEarly());
+}
+
+TEST(CVMR7, IsReadWhileFramesCome) {
+    TestGraph graph;
+    const auto renderer = Renderer(graph);
+    ASSERT_TRUE(graph.Feed(*renderer, "videotestsrc ! video/x-raw,format=BGRx,width=16,height=16"));
+    graph.PlayUnpaced();
+    ASSERT_TRUE(graph.Reach(GST_STATE_PLAYING));
+    for (int i = 0; i < 200'000; ++i)
+        ASSERT_EQ(renderer->ReadPicture([](const VideoPicture&) {}), S_OK);
+}
+
 TEST(CVMR7, EntersAndLeavesTheGraph) {
     TestGraph graph;
     {

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <random>
 
+#include "picture_rig.h"
 #include "player_rig.h"
+#include "support/temp_dir.h"
 
 namespace tarn {
 namespace {
@@ -33,7 +36,8 @@ TEST(FrameExtractor, GivesThePictureOfATime) {
 TEST(FrameExtractor, FitsPicturesIntoABox) {
     const struct {
         int32_t mostWidth, mostHeight, width, height;
-    } cases[] = {{160, 160, 160, 90}, {320, 45, 80, 45}, {0, 0, 320, 180}, {1000, 90, 160, 90}};
+    } cases[] = {{160, 160, 160, 90}, {320, 45, 80, 45}, {0, 0, 320, 180},
+                 {1000, 90, 160, 90}, {0, 45, 80, 45},   {160, 0, 160, 90}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.mostWidth);
         CFrameExtractor extractor;
@@ -46,6 +50,31 @@ TEST(FrameExtractor, FitsPicturesIntoABox) {
     }
 }
 
+TEST(FrameExtractor, OpensAClipAgainAfterAPlaceWasLost) {
+    const TempDir dir;
+    const std::string path = dir.Path("card.mp4"), whole = ClipPath("cam_mp4v_25_g12_10s");
+    std::filesystem::copy_file(whole, path);
+    CFrameExtractor extractor;
+    ASSERT_EQ(extractor.Open(path), S_OK) << extractor.GetReason();
+    const KnownPictures known("cam_mp4v_25_g12_10s");
+    StillPicture still;
+    ASSERT_EQ(extractor.GetFrame(10'000'000, &still), S_OK);
+    EXPECT_EQ(extractor.GetFrame(0, nullptr), E_POINTER);
+    const auto size = std::filesystem::file_size(path);
+    std::filesystem::resize_file(path, 2000);
+    EXPECT_EQ(extractor.GetFrame(50'000'000, &still), E_FAIL);
+    EXPECT_EQ(extractor.GetReason().code, ReasonCode::kEndsEarly) << extractor.GetReason();
+    EXPECT_EQ(extractor.GetReason().file, path);
+    std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
+    ASSERT_EQ(std::filesystem::file_size(path), size);
+    ASSERT_EQ(extractor.Open(path), S_OK) << extractor.GetReason();
+    EXPECT_FALSE(extractor.GetReason());
+    ASSERT_EQ(extractor.GetFrame(50'000'000, &still), S_OK) << extractor.GetReason();
+    EXPECT_EQ(known.Nearest(
+                  Thumbnail(still.rgb.data(), still.width, still.height, still.width * 3, 3, 2, 0)),
+              known.At(5'000'000'000));
+}
+
 TEST(FrameExtractor, SaysWhyThereIsNone) {
     CFrameExtractor extractor;
     StillPicture still;
@@ -54,6 +83,13 @@ TEST(FrameExtractor, SaysWhyThereIsNone) {
     EXPECT_EQ(extractor.GetReason().code, ReasonCode::kNoVideoTrack);
     EXPECT_EQ(extractor.Open("/nowhere/a.mp4"), E_FAIL);
     EXPECT_EQ(extractor.GetReason().file, "/nowhere/a.mp4");
+    EXPECT_EQ(extractor.GetFrame(0, &still), E_HANDLE) << "nothing is open";
+    for (const char* part : {"videoconvert", "videoscale", "capsfilter", "appsink"}) {
+        SCOPED_TRACE(part);
+        const HiddenFactory hidden(part);
+        EXPECT_EQ(extractor.Open(ClipPath("cam_texts")), E_FAIL);
+        EXPECT_EQ(extractor.GetReason().code, ReasonCode::kNoGraphPart);
+    }
 }
 
 }  // namespace

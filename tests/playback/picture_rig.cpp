@@ -18,6 +18,34 @@ bool WaitFor(const std::function<bool()>& condition) {
     return true;
 }
 
+void Unpace(GstElement* graph) {
+    GstIterator* all = gst_bin_iterate_recurse(GST_BIN(graph));
+    const auto unpace = [](const GValue* item, gpointer) {
+        auto* object = static_cast<GObject*>(g_value_get_object(item));
+        if (g_object_class_find_property(G_OBJECT_GET_CLASS(object), "sync"))
+            g_object_set(object, "sync", FALSE, nullptr);
+    };
+    gst_iterator_foreach(all, unpace, nullptr);
+    gst_iterator_free(all);
+}
+
+void Meanwhile::Run(std::function<void()> call) {
+    if (m_ran) return;
+    m_ran = true;
+    std::atomic<bool> begun = false;
+    m_thread = std::thread([this, &begun, call = std::move(call)] {
+        begun = true;
+        call();
+        m_back = true;
+    });
+    while (!begun)
+        std::this_thread::yield();
+    constexpr int kChances = 100'000;
+    for (int i = 0; i < kChances && !m_back; ++i)
+        std::this_thread::yield();
+    m_early = m_back;
+}
+
 TestGraph::TestGraph() {
     if (!StartGst()) std::abort();
     g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL));
@@ -41,6 +69,10 @@ bool TestGraph::Reach(GstState state) {
     if (gst_element_set_state(m_pipeline, state) == GST_STATE_CHANGE_FAILURE) return false;
     return gst_element_get_state(m_pipeline, nullptr, nullptr, kDeadlineSeconds * GST_SECOND) ==
            GST_STATE_CHANGE_SUCCESS;
+}
+
+void TestGraph::PlayUnpaced() {
+    Unpace(m_pipeline);
 }
 
 bool TestGraph::Seek(int64_t milliseconds) {

@@ -4,10 +4,12 @@
 
 #include <gst/gst.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "playback/video_renderer.h"
@@ -19,6 +21,32 @@ constexpr int kDeadlineSeconds = 60;
 
 // Asks again and again, a few milliseconds apart. False when the deadline passes first.
 [[nodiscard]] bool WaitFor(const std::function<bool()>& condition);
+
+// No sink of the graph waits for its time any more.
+void Unpace(GstElement* graph);
+
+// For a callback that must be over before another thread's call returns: makes that call in the
+// middle of the callback, and sees whether it waits.
+class Meanwhile {
+public:
+    Meanwhile() = default;
+    ~Meanwhile() { Join(); }
+    Meanwhile(const Meanwhile&) = delete;
+    Meanwhile& operator=(const Meanwhile&) = delete;
+
+    // Of the first callback; others do nothing.
+    void Run(std::function<void()> call);
+    bool CameBackEarly() { return Join(), !m_ran || m_early; }
+
+private:
+    void Join() {
+        if (m_thread.joinable()) m_thread.join();
+    }
+
+    std::thread m_thread;
+    std::atomic<bool> m_back{false};
+    bool m_ran = false, m_early = false;
+};
 
 class TestGraph {
 public:
@@ -32,6 +60,7 @@ public:
     [[nodiscard]] bool Feed(const CVideoRenderer& renderer, const std::string& source);
     // Waits until the pipeline is there.
     [[nodiscard]] bool Reach(GstState state);
+    void PlayUnpaced();
     [[nodiscard]] bool Seek(int64_t milliseconds);
     // An error was reported since the last question.
     [[nodiscard]] bool HasError() const;

@@ -42,14 +42,7 @@ int64_t TestPlayer::Duration() {
 }
 
 void TestPlayer::PlayUnpaced() {
-    GstIterator* all = gst_bin_iterate_recurse(GST_BIN(Graph()));
-    const auto unpace = [](const GValue* item, gpointer) {
-        auto* object = static_cast<GObject*>(g_value_get_object(item));
-        if (g_object_class_find_property(G_OBJECT_GET_CLASS(object), "sync"))
-            g_object_set(object, "sync", FALSE, nullptr);
-    };
-    gst_iterator_foreach(all, unpace, nullptr);
-    gst_iterator_free(all);
+    Unpace(Graph());
 }
 
 HRESULT TestPlayer::WaitForEnd() {

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <thread>
 
 #include "movie/facts/clip_info.h"
 #include "picture_rig.h"
@@ -22,6 +23,22 @@ constexpr int64_t kUnit = 100;  // nanoseconds
 constexpr int64_t kSecond = 10'000'000;
 
 const std::string kData = TARN_TEST_DATA;
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// Counts what it is told.
+struct CountingWindow final : INotifyWindow {
+    void PostMessage(uint32_t, intptr_t) override { ++count; }
+    std::atomic<int> count{0};
+};
+
+void PostError(const TestPlayer& player, const char* bin, const char* text) {
+    const GstElementPtr element(gst_bin_get_by_name(GST_BIN(player.Graph()), bin));
+    GST_ELEMENT_ERROR(element.get(), RESOURCE, NOT_FOUND, ("%s", text), (nullptr));
+}
 
 size_t CountFiles(const char* folder) {
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
@@ -199,6 +216,12 @@ TEST(Player, StopsWhereASeekSays) {
         EXPECT_EQ(player.Seek(kSecond, set, kSecond - 1, set), E_INVALIDARG);
         EXPECT_GE(player.Seek(INT64_MAX, kRelativePositioning, INT64_MAX, set), 0);
         EXPECT_EQ(player.Position(), player.Duration() - 1);
+        EXPECT_GE(player.Seek(INT64_MIN, kRelativePositioning, INT64_MAX, set), 0);
+        EXPECT_EQ(player.Position(), 0);
+        EXPECT_GE(player.Seek(kSecond / 4, set, INT64_MAX, set), 0);
+        EXPECT_GE(player.Seek(0, kNoPositioning, kSecond, set), 0) << "the stop alone";
+        EXPECT_EQ(player.Position(), kSecond / 4);
+        EXPECT_EQ(player.Seek(0, set, 0, 2), E_INVALIDARG);
         ASSERT_GE(player.Seek(0, set, kSecond, set), 0);
         ASSERT_GE(player.Run(), 0);
         EXPECT_EQ(player.WaitForEnd(), S_OK);
@@ -232,7 +255,7 @@ TEST(Player, AnswersByNumber) {
     EXPECT_EQ(player.SeekTo(0), E_HANDLE);
     EXPECT_EQ(player.ProcessEvents(), E_HANDLE);
     EXPECT_EQ(player.SetInPoint(0), E_HANDLE);
-    EXPECT_EQ(player.OpenClip("notes.txt"), E_INVALIDARG);
+    EXPECT_EQ(player.GetReason().code, ReasonCode::kUnexpected);
     EXPECT_EQ(player.CreateGraph(), S_OK);
     EXPECT_EQ(player.CreateGraph(), E_ACCESSDENIED);
     EXPECT_EQ(player.ReleaseGraph(), S_OK);
@@ -273,14 +296,230 @@ TEST(Player, TellsALostDeviceFromAClosedWindow) {
         ASSERT_GE(player.Pause(), 0);
         GraphEvent heard{};
         player.SetEventCallback([&](const GraphEvent& event) { heard = event; });
-        const GstElementPtr bin(gst_bin_get_by_name(GST_BIN(player.Graph()), c.bin));
-        GST_ELEMENT_ERROR(bin.get(), RESOURCE, NOT_FOUND, ("no more"), (nullptr));
+        PostError(player, c.bin, "no more");
         EXPECT_EQ(player.WaitForEnd(), E_ABORT);
         EXPECT_EQ(heard.code, c.event);
         EXPECT_EQ(heard.reason.code, c.code);
         EXPECT_EQ(heard.reason.side, c.side);
         EXPECT_EQ(player.GetReason(), heard.reason);
     }
+}
+
+TEST(Player, RemembersNothingOfTheClipBefore) {
+    const std::string clip = ClipPath("cam_roles");
+    CountingWindow window;
+    TestPlayer player;
+    // A place to start, a place to stop, an error that nobody has heard of, a window.
+    ASSERT_EQ(player.Open(clip, true, &window, 0, 0, nullptr, nullptr, false), S_OK);
+    ASSERT_GE(player.Seek(kSecond / 2, kAbsolutePositioning, kSecond, kAbsolutePositioning), 0);
+    PostError(player, "Audio Decoder", "old");
+    EXPECT_EQ(window.count, 1);
+    ASSERT_EQ(player.OpenClip(clip), S_OK);
+    EXPECT_EQ(player.Position(), 0);
+    EXPECT_EQ(player.ProcessEvents(), S_FALSE);
+    EXPECT_FALSE(player.GetReason()) << player.GetReason();
+    player.PlayUnpaced();
+    const SoundCapture sound(&player);
+    ASSERT_GE(player.Run(), 0);
+    ASSERT_EQ(player.WaitForEnd(), S_OK);
+    EXPECT_EQ(sound.FirstTime(), 0);
+    EXPECT_EQ(player.Position(), player.Duration());
+    PostError(player, "Audio Decoder", "new");
+    EXPECT_EQ(player.ProcessEvents(), E_ABORT);
+    EXPECT_EQ(player.GetReason().arguments, std::vector<ReasonArgument>{std::string("new")});
+    EXPECT_EQ(window.count, 1);
+
+    // At its end, and with a seek's stop: neither counts for the next one.
+    ASSERT_EQ(player.OpenClip(clip), S_OK);
+    EXPECT_EQ(player.State(), kStopped);
+    ASSERT_GE(player.Pause(), 0);
+    EXPECT_EQ(player.State(), kPaused);
+    EXPECT_LT(player.Position(), kSecond / 10);
+    EXPECT_EQ(player.ProcessEvents(), S_FALSE);
+}
+
+TEST(Player, IsNotOpenAfterAnOpenThatFailed) {
+    const std::string text = kData + "/clips/cam_roles.json";
+    const struct {
+        std::string path;
+        ReasonCode code;
+        HRESULT result;
+    } rows[] = {
+        {"/nowhere/a.mp4", ReasonCode::kCantOpen, E_FAIL},
+        {"/nowhere/a.wav", ReasonCode::kCantOpen, E_FAIL},
+        {text, ReasonCode::kNotMovieOrWave, E_INVALIDARG},
+    };
+    TestPlayer player;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.path);
+        ASSERT_EQ(player.OpenClip(ClipPath("cam_texts")), S_OK);
+        EXPECT_EQ(player.OpenClip(row.path), row.result);
+        EXPECT_EQ(player.GetReason().code, row.code) << player.GetReason();
+        EXPECT_EQ(player.GetReason().side, ReasonSide::kSource);
+        EXPECT_EQ(player.GetReason().file, row.path);
+        EXPECT_EQ(player.Graph(), nullptr);
+        EXPECT_EQ(player.Renderer(), nullptr);
+        EXPECT_EQ(player.SoundDevice(), nullptr);
+        EXPECT_EQ(player.Run(), E_HANDLE);
+    }
+    ASSERT_EQ(player.CreateGraph(), S_OK) << "nothing is in the way";
+    EXPECT_FALSE(player.GetReason());
+}
+
+TEST(Player, TellsOneErrorUntilTheNextSeek) {
+    TestPlayer player;
+    ASSERT_EQ(player.OpenClip(ClipPath("cam_roles")), S_OK);
+    ASSERT_GE(player.Pause(), 0);
+    ASSERT_TRUE(player.WaitForState());
+    PostError(player, "Audio Decoder", "first");
+    PostError(player, "Audio Decoder", "its echo");
+    EXPECT_EQ(player.ProcessEvents(), E_ABORT);
+    EXPECT_EQ(player.State(), kStopped);
+    EXPECT_EQ(player.ProcessEvents(), S_FALSE);
+    EXPECT_EQ(player.GetReason().arguments, std::vector<ReasonArgument>{std::string("first")});
+    ASSERT_GE(player.SeekTo(0), 0);
+    // The window may let go of the clip as soon as it hears.
+    player.SetEventCallback([&](const GraphEvent&) { player.ReleaseGraph(); });
+    PostError(player, "Audio Decoder", "second");
+    EXPECT_EQ(player.ProcessEvents(), E_ABORT);
+    EXPECT_EQ(player.Graph(), nullptr);
+}
+
+TEST(Player, EndsItsCallsBeforeAWindowGoes) {
+    // Takes the window away from another thread, in the middle of a call.
+    struct Window : INotifyWindow {
+        void PostMessage(uint32_t, intptr_t) override {
+            meanwhile.Run([this] { player.SetNotifyWindow(nullptr, 0, 0); });
+        }
+        TestPlayer player;
+        Meanwhile meanwhile;
+    } window;
+    ASSERT_EQ(window.player.OpenClip(ClipPath("cam_roles")), S_OK);
+    window.player.SetNotifyWindow(&window, 0, 0);
+    PostError(window.player, "Audio Decoder", "now");
+    EXPECT_FALSE(window.meanwhile.CameBackEarly());
+}
+
+TEST(Player, TakesMessagesFromManyThreads) {
+    constexpr int kThreads = 4, kEach = 5000;
+    CountingWindow window;
+    TestPlayer player;
+    ASSERT_EQ(player.Open(ClipPath("cam_roles"), true, &window, 0, 0, nullptr, nullptr, false),
+              S_OK);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+        threads.emplace_back([&] {
+            GstObject* graph = GST_OBJECT(player.Graph());
+            for (int k = 0; k < kEach; ++k)
+                gst_element_post_message(player.Graph(), gst_message_new_eos(graph));
+        });
+    int ends = 0;
+    while (window.count < kThreads * kEach)
+        ends += player.ProcessEvents() == S_OK ? 1 : 0;
+    for (std::thread& thread : threads)
+        thread.join();
+    while (player.ProcessEvents() == S_OK)
+        ++ends;
+    EXPECT_EQ(ends, kThreads * kEach);
+}
+
+TEST(Player, SaysThatItIsOnItsWay) {
+    TestPlayer player;
+    ASSERT_EQ(player.OpenClip(ClipPath("cam_texts")), S_OK);
+    const GstElementPtr decoder(
+        gst_bin_get_by_name(GST_BIN(player.Graph()), "Kelo AVC Decoder Light"));
+    const GstPadPtr out(gst_element_get_static_pad(decoder.get(), "src"));
+    const gulong block = gst_pad_add_probe(
+        out.get(), GST_PAD_PROBE_TYPE_BLOCK_DOWNSTREAM,
+        [](GstPad*, GstPadProbeInfo*, gpointer) { return GST_PAD_PROBE_OK; }, nullptr, nullptr);
+    EXPECT_EQ(player.Pause(), VFW_S_STATE_INTERMEDIATE);
+    EXPECT_EQ(player.State(), kPaused);
+    gst_pad_remove_probe(out.get(), block);
+    EXPECT_TRUE(player.WaitForState());
+    EXPECT_EQ(player.State(), kPaused);
+}
+
+TEST(Player, PutsTheEffectInAndTakesItOut) {
+    TestPlayer player;
+    EXPECT_EQ(player.InsertSoundFilter(), E_HANDLE);
+    EXPECT_EQ(player.RemoveSoundFilter(), E_HANDLE);
+    ASSERT_EQ(player.OpenClip(ClipPath("cam_roles"), false), S_OK);
+    const auto has_effect = [&] {
+        return GstElementPtr(gst_bin_get_by_name(GST_BIN(player.Graph()), "Sound Effect")) !=
+               nullptr;
+    };
+    EXPECT_EQ(player.RemoveSoundFilter(), S_FALSE);
+    EXPECT_EQ(player.InsertSoundFilter(), S_OK);
+    EXPECT_EQ(player.InsertSoundFilter(), S_FALSE);
+    EXPECT_TRUE(has_effect());
+    EXPECT_EQ(player.SetInPoint(0), S_OK);
+    EXPECT_EQ(player.SetInPoint(-1), E_INVALIDARG);
+    EXPECT_EQ(player.GetReason().code, ReasonCode::kUnexpected);
+    EXPECT_EQ(player.RemoveSoundFilter(), S_OK);
+    EXPECT_FALSE(has_effect());
+    player.PlayUnpaced();
+    const SoundCapture sound(&player);
+    ASSERT_GE(player.Run(), 0);
+    EXPECT_EQ(player.WaitForEnd(), S_OK) << player.GetReason();
+    EXPECT_GT(sound.Samples().size(), 2 * 90000u) << "the way is whole again";
+    ASSERT_EQ(player.OpenClip(kData + "/playback/picture_alone.mp4"), S_OK);
+    EXPECT_EQ(player.InsertSoundFilter(), E_FAIL);
+    EXPECT_EQ(player.GetReason().code, ReasonCode::kNoAudioTrack);
+}
+
+TEST(Player, OpensAsItsCallerWants) {
+    const std::string wave = kData + "/golden/in/noise_48k.wav", clip = ClipPath("cam_texts");
+    std::string bytes = ReadFile(wave);
+    bytes[22] = 1, bytes[32] = 2;     // channels, bytes a frame
+    bytes[29] = 0x77, bytes[30] = 1;  // bytes a second
+    const TempDir dir;
+    dir.Write("mono.wav", bytes);
+    const std::string mono = dir.Path("mono.wav");
+    const struct {
+        const char* name;
+        std::string path;
+        bool withSound, strict;
+        HRESULT opened, effect;
+    } rows[] = {
+        {"with effects", clip, true, true, S_OK, S_OK},
+        {"as it is", clip, false, true, S_OK, S_FALSE},
+        {"a WAV file", wave, true, true, S_OK, S_OK},
+        {"mono", mono, true, false, S_OK, S_OK},
+        {"mono, to be edited", mono, true, true, E_FAIL, E_HANDLE},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        TestWindow window;
+        TestPlayer player;
+        EXPECT_EQ(player.Open(row.path, row.withSound, nullptr, 0, 0, &window, nullptr, row.strict),
+                  row.opened);
+        EXPECT_EQ(player.GetReason().code == ReasonCode::kNone, row.opened == S_OK);
+        EXPECT_EQ(player.SetEffects({}), row.effect);
+        if (row.opened != S_OK) continue;
+        EXPECT_EQ(player.Renderer() != nullptr, row.path == clip) << "a WAV file has no picture";
+        ASSERT_GE(player.Pause(), 0) << player.GetReason();
+        ASSERT_TRUE(player.WaitForState());
+        EXPECT_TRUE(row.path != clip || window.WaitForChanges(1));
+    }
+    // The short form is without effects and not strict.
+    TestPlayer player;
+    PlayerController& base = player;
+    EXPECT_EQ(base.Open(mono, nullptr, 0, 0, nullptr, nullptr), S_OK);
+    EXPECT_EQ(player.SetEffects({}), S_FALSE);
+}
+
+TEST(Player, LoadsAnotherWaveFileIntoItsSource) {
+    TestPlayer player;
+    ASSERT_EQ(player.CreateGraph(), S_OK);
+    ASSERT_EQ(player.RenderFile(kData + "/golden/in/impulse_48k.wav", false), S_OK);
+    EXPECT_EQ(player.Duration(), kSecond);
+    ASSERT_EQ(player.RenderFile(kData + "/golden/in/range_10s_8k.wav", false), S_OK);
+    EXPECT_EQ(player.Duration(), 10 * kSecond);
+    player.PlayUnpaced();
+    const SoundCapture sound(&player);
+    ASSERT_GE(player.Run(), 0);
+    EXPECT_EQ(player.WaitForEnd(), S_OK) << player.GetReason();
+    EXPECT_EQ(sound.Samples().size(), 2 * 80000u);
 }
 
 TEST(Player, SurvivesAnyOrderOfPlayPauseAndSeek) {
@@ -358,11 +597,6 @@ TEST(Player, GetsThroughBrokenClips) {
         }
         player.SeekTo(kSecond);
     }
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 TEST(Player, PlaysOnThroughDamagedSamples) {

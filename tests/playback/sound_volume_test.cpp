@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "picture_rig.h"
 #include "playback/audio_renderer.h"
 #include "playback/gst_handles.h"
 #include "playback/sound_volume.h"
@@ -38,6 +39,14 @@ TEST(SoundVolume, WorksOnTheElementBeforeASinkWithoutOne) {
     EXPECT_TRUE(mute);
     EXPECT_EQ(codes, (std::vector<int32_t>{0x3D1, 0x3D1}));
 
+    EXPECT_EQ(controller.GetVolume(nullptr), E_POINTER);
+    EXPECT_EQ(controller.GetMute(nullptr), E_POINTER);
+    EXPECT_EQ(controller.SetVolume(0), S_OK);
+    EXPECT_EQ(Factor(element.get()), 0);
+    EXPECT_EQ(controller.SetVolume(65535), S_OK);
+    EXPECT_EQ(Factor(element.get()), 1);
+    codes.resize(2);
+
     EXPECT_EQ(controller.SetVolume(-1), E_INVALIDARG);
     EXPECT_EQ(controller.SetVolume(65536), E_INVALIDARG);
 
@@ -51,6 +60,17 @@ TEST(SoundVolume, WorksOnTheElementBeforeASinkWithoutOne) {
     g_object_set(element.get(), "volume", 0.5, nullptr);
     EXPECT_EQ(codes.size(), 3u) << "closed: no more calls";
     EXPECT_EQ(controller.GetVolume(&volume), E_HANDLE);
+}
+
+TEST(SoundVolume, EndsItsCallBeforeItIsClosed) {
+    ASSERT_TRUE(StartGst());
+    const GstElementPtr bin = MakeAudioRenderer("fakesink");
+    SoundVolumeController controller;
+    Meanwhile meanwhile;
+    const auto changed = [&](int32_t) { meanwhile.Run([&] { controller.CloseVolume(); }); };
+    ASSERT_EQ(controller.OpenVolume(bin.get(), changed), S_OK);
+    EXPECT_EQ(controller.SetMute(true), S_OK);
+    EXPECT_FALSE(meanwhile.CameBackEarly());
 }
 
 TEST(SoundVolume, PrefersTheStreamOfTheMixer) {

@@ -128,6 +128,16 @@ TEST(TrackFeed, ShowsTheLastPictureUntilTheMoviesEnd) {
     }
 }
 
+TEST(TrackFeed, TakesOnePictureForAMovie) {
+    MovieTrack one = VideoTrack(1);
+    one.edits = {{500, -1}, {300, 0}};
+    Feed clip(one);
+    const std::vector<FeedSample> given = Rest(&clip.feed);
+    ASSERT_EQ(given.size(), 1u);
+    EXPECT_EQ(given[0].shown, 500 * kMs);
+    EXPECT_EQ(given[0].duration, 300 * kMs);
+}
+
 TEST(TrackFeed, TellsWhatLiesBeforeTheMoviesStart) {
     MovieTrack sound = SoundTrack(20);
     sound.edits = {{400, 1024}};  // an encoder's delay
@@ -238,6 +248,14 @@ TEST(TrackFeed, SaysWhatIsWrong) {
     EXPECT_EQ(missing.file, "/nowhere/a.mp4");
     EXPECT_EQ(missing.side, ReasonSide::kSource);
 
+    MovieTrack far = VideoTrack(2);
+    far.version = 1;
+    far.edits = {{1000, INT64_MAX / 2}};
+    const Bytes bytes = MovieBuilder{.tracks = {far}}.Build();
+    const TempDir dir;
+    dir.Write("far.mp4", {bytes.begin(), bytes.end()});
+    EXPECT_EQ(none.Open(dir.Path("far.mp4"), kVideo).code, ReasonCode::kNumberTooLarge);
+
     Feed clip(VideoTrack(30));
     FeedSample sample;
     std::filesystem::resize_file(clip.Path(), 300);
@@ -245,8 +263,7 @@ TEST(TrackFeed, SaysWhatIsWrong) {
     while (code == kMovieOk)
         code = clip.feed.Next(&sample);
     const Reason cut = clip.feed.ReasonOf(code);
-    EXPECT_EQ(cut.code, ReasonCode::kCantRead) << cut;
-    EXPECT_EQ(cut.SystemError(), EIO);
+    EXPECT_EQ(cut.code, ReasonCode::kEndsEarly) << cut;
     EXPECT_EQ(cut.file, clip.Path());
 }
 
