@@ -33,8 +33,6 @@ public:
     const std::string& Path() const { return m_path; }
     // Why the last call that answered a failure did so.
     const Reason& GetReason() const { return m_reason; }
-    // The system's error behind a kMovieSystem, 0 when there is none.
-    int32_t LastError() const { return m_lastError; }
     uint16_t Language() const { return m_language; }
     // The length of the file, -1 without a path or when it can't be had.
     int64_t GetFileSize() const;
@@ -43,7 +41,6 @@ protected:
     // May run on a half-open object, and twice.
     void CloseEngine();
 
-    int32_t m_lastError = 0;
     Reason m_reason;
     std::string m_path;
     uint16_t m_language;

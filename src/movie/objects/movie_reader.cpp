@@ -41,7 +41,6 @@ MovieCode CMP4MovieInput::Load(Loading loading) {
     MovieCode code = m_engine.file.Open(m_path);
     if (code != kMovieOk) {
         m_reason = m_engine.file.GetReason();
-        m_lastError = m_reason.SystemError();
         return code;
     }
     try {
@@ -63,7 +62,6 @@ MovieCode CMP4MovieInput::LoadAll(Loading loading) {
 
 MovieCode CMP4MovieInput::Told(MovieCode code) {
     if (code != kMovieOk) m_reason = m_engine.file.ReasonFor(code);
-    if (code != kMovieOk) m_lastError = m_reason.SystemError();
     return code;
 }
 
