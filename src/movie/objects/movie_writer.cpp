@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "movie/engine/descriptions.h"
+#include "mp4format/time_math.h"
 
 namespace tarn {
 namespace {
@@ -18,18 +19,6 @@ constexpr uint64_t kAvcChunkMs = 1000;
 constexpr uint64_t kOtherChunkMs = 5000;
 constexpr uint64_t kSoundChunkMs = 1000;  // of a movie without picture
 constexpr uint64_t kSecondsFrom1904To1970 = 2082844800;
-
-// value * to / from to the nearest; an overflow is clamped, as no real duration comes near.
-int64_t rescale(int64_t value, uint32_t from, uint32_t to) {
-    if (from == 0) return 0;
-    const uint64_t magnitude =
-        value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-    uint64_t doubled = 0;
-    if (mp4_mul_div(magnitude, uint64_t{to} * 2, from, &doubled) != FF4_RET_OK)
-        return INT64_MAX / 4;
-    const auto nearest = static_cast<int64_t>((doubled / 2) + (doubled % 2));
-    return value < 0 ? -nearest : nearest;
-}
 
 void add_run(const Mp4SampleRun& run, std::vector<Mp4SampleRun>* runs) {
     if (!runs->empty()) {
@@ -219,20 +208,16 @@ MovieCode CMP4MovieWrite::AddChunk(WrittenTrack* track, const Chunk& chunk) {
 bool CMP4MovieWrite::IsChunkFull(const Chunk& chunk) const {
     const auto& list = Source().videoDescriptions;
     const bool avc = !list.empty() && list[0].entry.kind == kEntryAvc;
-    uint64_t ms = 0;
-    static_cast<void>(mp4_mul_div(chunk.duration, 1000, Source().video.timescale, &ms));
+    const uint64_t ms = mp4_mul_div_or(chunk.duration, 1000, Source().video.timescale, 0);
     return ms >= (avc ? kAvcChunkMs : kOtherChunkMs);
 }
 
 MovieCode CMP4MovieWrite::AddVideoSample(const CReadBuffer& sample, const ReadSampleInfo& info,
                                          Chunk* chunk) {
-    if (m_video.samples == 0) {
-        const int64_t shown = static_cast<int64_t>(chunk->duration) + info.compositionOffset;
-        // Pictures that are shown before the sync sample they follow can't be decoded: the output
-        // starts with the sync sample then.
-        if (!m_hasFirstVideo) m_firstVideoTime = shown;
-        m_hasFirstVideo = true;
-    }
+    // Pictures that are shown before the sync sample they follow can't be decoded: the output
+    // starts with the sync sample.
+    if (!m_hasFirstVideo) m_firstVideoTime = info.compositionOffset;
+    m_hasFirstVideo = true;
     return Store(sample.data.data(), sample.size(),
                  {1, sample.size(), info.duration, info.compositionOffset, info.isSync}, chunk);
 }
@@ -264,13 +249,11 @@ uint64_t CMP4MovieWrite::SoundTarget(bool final) const {
     const MovieTrackInfo& audio = Source().audio;
     // What is left after the pictures goes in steps too: a save can be ended between them.
     if (final || m_video.number == 0) {
-        uint64_t units = 0;
-        static_cast<void>(mp4_mul_div(kSoundChunkMs, audio.timescale, 1000, &units));
-        return std::max<uint64_t>(units, 1);
+        return std::max<uint64_t>(kSoundChunkMs * audio.timescale / 1000, 1);
     }
     const MovieRange& range = m_reader->GetRange();
     const int64_t written = static_cast<int64_t>(m_video.duration) - range.video.startOffset;
-    const int64_t target = rescale(written, Source().video.timescale, audio.timescale) +
+    const int64_t target = mp4_scale_nearest(written, audio.timescale, Source().video.timescale) +
                            range.audio.startOffset - static_cast<int64_t>(m_soundTaken);
     return target > 0 ? static_cast<uint64_t>(target) : 0;
 }
@@ -340,8 +323,9 @@ int64_t CMP4MovieWrite::SoundStart() const {
     const MovieRange& range = m_reader->GetRange();
     // The sound goes with the picture that is really shown first.
     if (m_video.number == 0 || !m_hasFirstVideo) return range.audio.startOffset;
-    return range.audio.startOffset + rescale(ShownFrom() - range.video.presentationStart,
-                                             Source().video.timescale, Source().audio.timescale);
+    return range.audio.startOffset + mp4_scale_nearest(ShownFrom() - range.video.presentationStart,
+                                                       Source().audio.timescale,
+                                                       Source().video.timescale);
 }
 
 // `start` is the media time that is shown first, after a wait of so many media units; `hidden` of
@@ -351,7 +335,7 @@ MovieCode CMP4MovieWrite::AddEdit(const WrittenTrack& track, uint32_t timescale,
     if (track.number == 0 || track.samples == 0) return kMovieOk;
     const auto to_movie = [&](uint64_t units) {
         return static_cast<uint64_t>(
-            rescale(static_cast<int64_t>(units), timescale, Source().timescale));
+            mp4_scale_nearest(static_cast<int64_t>(units), Source().timescale, timescale));
     };
     if (wait > 0) {
         const Mp4Edit empty{to_movie(wait), -1, 1, 0, nullptr};

@@ -31,9 +31,7 @@ uint64_t table_bytes(const MovieRange& range) {
 }
 
 uint32_t block_units(uint32_t timescale, uint32_t rate) {
-    uint64_t units = 0;
-    static_cast<void>(mp4_mul_div(UMC::AACEncoder::kBlockFrames, timescale, rate, &units));
-    return static_cast<uint32_t>(units);
+    return static_cast<uint32_t>(mp4_mul_div_or(UMC::AACEncoder::kBlockFrames, timescale, rate, 0));
 }
 
 }  // namespace
@@ -60,10 +58,9 @@ MovieCode SoundReader::WarmUp() {
 }
 
 uint32_t SoundReader::Position(int64_t startsAt) const {
-    const int64_t at = static_cast<int64_t>(m_time) - startsAt;
-    uint64_t ms = 0;
-    static_cast<void>(mp4_mul_div(static_cast<uint64_t>(std::max<int64_t>(at, 0)), 1000,
-                                  m_reader->GetInfo().audio.timescale, &ms));
+    const int64_t at = std::max<int64_t>(static_cast<int64_t>(m_time) - startsAt, 0);
+    const uint64_t ms =
+        mp4_mul_div_or(static_cast<uint64_t>(at), 1000, m_reader->GetInfo().audio.timescale, 0);
     return static_cast<uint32_t>(std::min<uint64_t>(m_startMs + ms, UINT32_MAX));
 }
 
