@@ -180,14 +180,6 @@ Mp4Result mp4_add_track_edit(Mp4WriteSession* session, uint32_t track, const Mp4
     return mp4_add_edit(session->host, session->options, edit, found);
 }
 
-Mp4Result mp4_get_written_duration(Mp4WriteSession* session, uint32_t track, uint64_t* duration) {
-    Mp4TrackBuild* found = nullptr;
-    FF4_TRY(find_track(session, track, &found));
-    if (!duration) return FF4_RET_ARGS;
-    *duration = found->media.tables.duration;
-    return FF4_RET_OK;
-}
-
 Mp4Result mp4_add_meta_text(Mp4WriteSession* session, uint32_t track, const Mp4MetaItem& item) {
     Mp4UserBuild* user = nullptr;
     FF4_TRY(find_user(session, track, &user));

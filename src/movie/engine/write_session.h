@@ -77,8 +77,6 @@ Mp4Result mp4_add_track_ref(Mp4WriteSession* session, uint32_t track, uint32_t t
 // As mp4_add_chunk. After a failure on the way the file can't be finished any more.
 Mp4Result mp4_add_track_chunk(Mp4WriteSession* session, uint32_t track, const Mp4NewChunk& chunk);
 Mp4Result mp4_add_track_edit(Mp4WriteSession* session, uint32_t track, const Mp4Edit& edit);
-// What the chunks of a track add up to, in media units.
-Mp4Result mp4_get_written_duration(Mp4WriteSession* session, uint32_t track, uint64_t* duration);
 
 // An item of the 'MTDT' or 'MTDF' list, of track 0 for the movie's. The data is copied.
 Mp4Result mp4_add_meta_text(Mp4WriteSession* session, uint32_t track, const Mp4MetaItem& item);
