@@ -64,7 +64,7 @@ constexpr float kHighPassShare = 0.3f;  // of the high-passed wet signal, subtra
 }  // namespace
 
 struct AMPReverb::Scratch {
-    float left[kReverbSlice], right[kReverbSlice];  // behind the pre-delay
+    float left[kReverbSlice], right[kReverbSlice];  // after the pre-delay
     AMPCombMix combs;
     float wet[kReverbSlice], high[kReverbSlice];  // of the channel at hand
     float sum[kReverbSlice];

@@ -135,6 +135,29 @@ TEST(Commands, AnswerOnWaveFiles) {
                      {"check", "peaks --columns 2 --json", "tree", "info"});
 }
 
+TEST(Commands, ListEveryFileAndWhatFailedInIt) {
+    const std::string clip = kData + "clips/cam_roles.mp4", hurt = kData + "broken/count_aco_0.mp4";
+    const TarnRun info = RunTarn({"info", clip, "none.mp4", hurt, "--json"});
+    EXPECT_EQ(info.status, 1);
+    const Json list = Json::parse(info.out);
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(list[0]["path"], clip);
+    EXPECT_EQ(list[1], (Json{{"path", "none.mp4"},
+                             {"error",
+                              {{"code", "CANT_OPEN"},
+                               {"side", "source"},
+                               {"file", "none.mp4"},
+                               {"text", "can't be opened: No such file or directory"}}}}));
+    EXPECT_EQ(list[2]["path"], hurt);
+
+    // A failure among the rows is the last of them.
+    const TarnRun samples = RunTarn({"samples", hurt, "--track", "2", "--json"});
+    EXPECT_EQ(samples.status, 1);
+    const Json rows = Json::parse(samples.out);
+    EXPECT_EQ(rows.back()["error"]["code"], "DAMAGED_SAMPLE");
+    EXPECT_EQ(samples.err, "tarn: " + hurt + ": sample 1 is damaged\n");
+}
+
 TEST(Commands, TellHowTheyAreUsed) {
     const TarnRun help = RunTarn({"--help"});
     EXPECT_EQ(help.status, 0);

@@ -96,7 +96,7 @@ TEST(Fade, GainsByPosition) {
         {"down: two and a half left", 0, 10000, 5000, 6000, 2500, 0.0625f},
         {"down: the last second", 0, 10000, 5000, 6000, 4001, 0},
         {"down: block within", 0, 10000, 7500, 100, 0, 0.0625f},
-        {"down: behind the end", 0, 10000, 12000, 10, 3, 0},
+        {"down: after the end", 0, 10000, 12000, 10, 3, 0},
         {"short range keeps its level", 0, 3999, 3500, 400, 399, 1},
         {"far position", 0, 4000000000, 3999997500, 10, 0, 0.0625f},
     };

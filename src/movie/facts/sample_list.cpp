@@ -47,7 +47,10 @@ Reason SampleList::Open(const std::string& path, const std::string& track) {
 }
 
 Reason SampleList::Row(uint32_t number, SampleRow* row) {
-    return m_impl->Why(m_impl->Row(number, row));
+    const Mp4Result result = m_impl->Row(number, row);
+    if (result == FF4_RET_NOTFOUND && number <= m_count)  // the tables contradict each other
+        return {ReasonCode::kDamagedSample, ReasonSide::kSource, m_impl->path, {uint64_t{number}}};
+    return m_impl->Why(result);
 }
 
 Reason SampleList::AtMs(uint64_t ms, SampleRow* row) {

@@ -51,7 +51,7 @@ TEST(PeakSource, PairsOfACloseUp) {
         {"from the start", 0, 0, {{1, 0}, {2, 0}, {8, -4}, {0, 0}}},
         {"8 ms is point 8", 0, 8, {{2, 0}, {8, -4}, {0, 0}}},
         {"right", 1, 8, {{0, -3}, {0, -3}, {0, 0}}},
-        {"behind the end", 0, 2000000000, {{0, 0}}},
+        {"after the end", 0, 2000000000, {{0, 0}}},
         {"before the start", 0, -8, {{0, 0}, {1, 0}, {2, 0}}},
     };
     for (const auto& c : cases) {

@@ -251,7 +251,7 @@ TEST(Waveform, BrokenFramesEndItAndEmptyOnesDoNot) {
     AacClip clip("stereo_48k", {0x11, 0x90}, 48000);
     ASSERT_GT(clip.samples.size(), 6u);
     AacClip holed = clip;
-    // The decoder misses a frame and the one behind it needs the missing one.
+    // The decoder misses a frame and the one after it needs the missing one.
     holed.samples[3].clear();
     holed.samples.back().clear();
     const Waveform with_hole = holed.Read();
