@@ -2,8 +2,6 @@
 
 #include <iconv.h>
 
-#include "base/xp_file.h"
-
 namespace tarn {
 namespace {
 
@@ -27,43 +25,6 @@ std::optional<std::string> from_utf16(const std::vector<uint8_t>& bytes) {
 }
 
 }  // namespace
-
-std::string MovieCodeText(MovieCode code, int systemError) {
-    switch (static_cast<uint32_t>(code)) {
-        case FF4_RET_OK:
-            return {};
-        case FF4_RET_NOMEM:
-            return "not enough memory";
-        case FF4_RET_FILE:
-            return "the file can't be read, or ends too early";
-        case FF4_RET_NOTFOUND:
-            return "the file holds nothing that this program reads";
-        case FF4_RET_OVERFLOW:
-            return "the file is damaged: a number in it is too large";
-        case FF4_RET_FORMAT:
-            return "the file is damaged";
-        case kMovieSystem:
-            return XpErrorText(systemError);
-        case kMovieRange:
-            return "the in or out point lies outside the movie";
-        case kMovieNoTrack:
-            return "no picture or sound that this program can edit";
-        case kMovieCodec:
-            return "the sound can't be decoded or encoded";
-        case kMovieChanged:
-            return "the file was changed or removed while it was read";
-        case kMovieMismatch:
-            return "reading back found another picture than the source's";
-        case kMovieTooLarge:
-            return "more sound than a WAV file can hold";
-        case kMovieCancelled:
-            return "cancelled";
-        case kMovieEndOfSamples:
-            return "the movie has no further samples";
-        default:
-            return "unexpected failure";
-    }
-}
 
 std::optional<std::string> MetaText(const CMetaDataInfo& item) {
     if (item.encoding != kEncodingUtf16) return std::nullopt;

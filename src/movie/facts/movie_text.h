@@ -4,14 +4,9 @@
 #include <optional>
 #include <string>
 
-#include "movie/movie_codes.h"
 #include "movie/objects/movie_info.h"
 
 namespace tarn {
-
-// What went wrong, for people: "the file is damaged". `systemError` (errno) is used where the code
-// is kMovieSystem.
-std::string MovieCodeText(MovieCode code, int systemError);
 
 // A metadata item's text in UTF-8; nothing for data that is no text.
 std::optional<std::string> MetaText(const CMetaDataInfo& item);
