@@ -209,7 +209,7 @@ std::vector<uint8_t> MakeAdtsHeader(const AacConfig& config, uint32_t payload) {
 }
 
 std::vector<uint8_t> MakeAdifHeader(const AacConfig& config, int32_t bit_rate) {
-    // Elements of the channel configurations 1 to 7: in front single or pair, pairs behind, a
+    // Elements of the channel configurations 1 to 6: in front single or pair, pairs behind, a
     // single one behind, low frequencies.
     struct Elements {
         uint8_t front_count;
@@ -224,11 +224,10 @@ std::vector<uint8_t> MakeAdifHeader(const AacConfig& config, int32_t bit_rate) {
                                              {2, 2, 0, 0, 0},
                                              {2, 2, 1, 0, 0},
                                              {2, 2, 1, 1, 0},
-                                             {2, 2, 1, 1, 1},
-                                             {3, 6, 1, 1, 1}};
+                                             {2, 2, 1, 1, 1}};
     const int rate = SampleRateIndex(config.sampleRate);
     if (rate < 0 || config.objectType < 1 || config.objectType > 4 || config.channelConfig < 1 ||
-        config.channelConfig > 7)
+        config.channelConfig >= static_cast<int32_t>(std::size(kElements)))
         return {};
     const Elements& elements = kElements[config.channelConfig];
     BitWriter bits;

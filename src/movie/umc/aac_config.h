@@ -39,7 +39,7 @@ uint32_t AdtsFrameLength(std::span<const uint8_t> bytes);
 std::vector<uint8_t> MakeAdtsHeader(const AacConfig& config, uint32_t payload);
 
 // The header that opens an ADIF stream of this bit rate, with its program config element. Empty as
-// above.
+// above and for more than 6 channels.
 std::vector<uint8_t> MakeAdifHeader(const AacConfig& config, int32_t bit_rate);
 
 }  // namespace tarn::UMC

@@ -101,6 +101,11 @@ TEST(AacConfig, HeadersAreTheFormatsOwn) {
     // One program with one pair of channels in front, 128000 bits a second, variable.
     EXPECT_EQ(MakeAdifHeader(config, 128000), (Bytes{'A', 'D', 'I', 'F', 0x10, 0x3e, 0x80, 0x00,
                                                      0x09, 0x88, 0x00, 0x00, 0x40, 0x00}));
+    // A single one and a pair in front, a pair in the back, low frequencies.
+    config.channelConfig = 6;
+    EXPECT_EQ(MakeAdifHeader(config, 128000),
+              (Bytes{'A', 'D', 'I', 'F', 0x10, 0x3e, 0x80, 0x00, 0x09, 0x90, 0x0a, 0x00, 0x02, 0x11,
+                     0x00, 0x00}));
     config.channelConfig = 0;
     EXPECT_TRUE(MakeAdtsHeader(config, 200).empty());
     EXPECT_TRUE(MakeAdifHeader(config, 128000).empty());
