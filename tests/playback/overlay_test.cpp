@@ -8,6 +8,7 @@
 
 #include "picture_rig.h"
 #include "playback/gst_handles.h"
+#include "playback/player_controller.h"
 #include "x_server.h"
 
 namespace tarn {
@@ -188,6 +189,17 @@ TEST_F(RendererOrder, TakesTheFirstFormThatCanDraw) {
     unsetenv("DISPLAY");
     EXPECT_EQ(first(kAllRendererForms), "VMR-7");
     EXPECT_EQ(first(overlays), "none");
+}
+
+TEST_F(RendererOrder, IsNoClipOpenWithoutAPlaceForItsPicture) {
+    static constexpr VideoRendererForm kForms[] = {VideoRendererForm::CVMR9};
+    TestWindow painted;  // no X window
+    PlayerController player(PlayerDevices{"fakesink", kForms});
+    const std::string clip = std::string(TARN_TEST_DATA) + "/playback/picture_alone.mp4";
+    EXPECT_EQ(player.Open(clip, nullptr, 0, 0, &painted, nullptr), E_INVALIDARG);
+    EXPECT_EQ(player.GetReason().code, ReasonCode::kNoScreen);
+    EXPECT_EQ(player.GetReason().side, ReasonSide::kDevice);
+    EXPECT_EQ(player.Graph(), nullptr);
 }
 
 }  // namespace

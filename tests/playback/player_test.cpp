@@ -5,6 +5,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <random>
 #include <thread>
@@ -120,7 +121,7 @@ TEST(Player, AgreesWithTheFactsAboutEachClip) {
     }
 }
 
-TEST(Player, EndsAtTheEndAndBeginsAnew) {
+TEST(Player, EndsAtTheEndAndStartsAgain) {
     for (const std::string& path :
          {ClipPath("cam_roles"), ClipPath("cam_audio_only"), kData + "/playback/picture_alone.mp4",
           kData + "/golden/in/noise_48k.wav"}) {
@@ -136,49 +137,30 @@ TEST(Player, EndsAtTheEndAndBeginsAnew) {
         EXPECT_EQ(player.State(), kStopped);
         EXPECT_EQ(player.Position(), player.Duration());
         EXPECT_GT(player.Duration(), 0);
+        if (!path.ends_with(".mp4") || !player.SoundDevice()) continue;
+        const SoundCapture again(&player);
+        ASSERT_GE(player.Run(), 0);
+        EXPECT_EQ(player.WaitForEnd(), S_OK);
+        EXPECT_EQ(again.FirstTime(), 0);
     }
-}
-
-TEST(Player, PlaysAnewWhenItIsStartedAtTheEnd) {
-    TestPlayer player;
-    ASSERT_EQ(player.OpenClip(ClipPath("cam_roles")), S_OK);
-    player.PlayUnpaced();
-    ASSERT_GE(player.Run(), 0);
-    ASSERT_EQ(player.WaitForEnd(), S_OK);
-    const SoundCapture again(&player);
-    ASSERT_GE(player.Run(), 0);
-    EXPECT_EQ(player.WaitForEnd(), S_OK);
-    EXPECT_EQ(again.FirstTime(), 0);
-}
-
-TEST(Player, TellsItsWindowOfTheEnd) {
-    struct Window : INotifyWindow {
-        void PostMessage(uint32_t message, intptr_t parameter) override {
-            last = message + static_cast<uint32_t>(parameter);
-        }
-        std::atomic<uint32_t> last{0};
-    } window;
-    TestPlayer player;
-    ASSERT_EQ(player.Open(kData + "/playback/picture_alone.mp4", true, &window, 0x7E8, 1, nullptr,
-                          nullptr, true),
-              S_OK);
-    player.PlayUnpaced();
-    ASSERT_GE(player.Run(), 0);
-    EXPECT_TRUE(WaitFor([&] { return window.last == 0x7E9; }));
-    EXPECT_EQ(player.WaitForEnd(), S_OK);
 }
 
 TEST(Player, TellsItsWindowOnceTheEventIsThere) {
     struct Window : INotifyWindow {
-        void PostMessage(uint32_t, intptr_t) override { result = player.ProcessEvents(); }
+        void PostMessage(uint32_t message, intptr_t parameter) override {
+            told = message + static_cast<uint32_t>(parameter);
+            result = player.ProcessEvents();
+        }
         TestPlayer player;
+        uint32_t told = 0;
         HRESULT result = S_FALSE;
     } window;
     TestPlayer& player = window.player;
-    ASSERT_EQ(player.Open(kData + "/playback/picture_alone.mp4", true, &window, 0, 0, nullptr,
+    ASSERT_EQ(player.Open(kData + "/playback/picture_alone.mp4", true, &window, 0x7E8, 1, nullptr,
                           nullptr, true),
               S_OK);
     gst_element_post_message(player.Graph(), gst_message_new_eos(GST_OBJECT(player.Graph())));
+    EXPECT_EQ(window.told, 0x7E9u);
     EXPECT_EQ(window.result, S_OK);
     player.SetNotifyWindow(nullptr, 0, 0);
 }
@@ -599,60 +581,52 @@ TEST(Player, GetsThroughBrokenClips) {
     }
 }
 
+// A clip that is changed before it is opened.
+struct ChangedClip {
+    ChangedClip(const std::string& clip, const std::function<void(std::string*)>& change) {
+        std::string bytes = ReadFile(clip);
+        change(&bytes);
+        dir.Write("a.mp4", bytes);
+        EXPECT_EQ(player.OpenClip(path), S_OK) << player.GetReason();
+    }
+    const TempDir dir;
+    const std::string path = dir.Path("a.mp4");
+    TestPlayer player;
+};
+
 TEST(Player, PlaysOnThroughDamagedSamples) {
-    std::string bytes = ReadFile(ClipPath("cam_avc_2997_g12_b2_3s"));
-    const size_t media = bytes.find("mdat") + 4;
-    std::mt19937 random(3);
-    for (size_t i = media + bytes.size() / 8; i < bytes.size() - bytes.size() / 8; i += 40)
-        bytes[i] = static_cast<char>(random());
-    const TempDir dir;
-    dir.Write("damaged.mp4", bytes);
-    TestPlayer player;
-    ASSERT_EQ(player.OpenClip(dir.Path("damaged.mp4")), S_OK) << player.GetReason();
-    player.PlayUnpaced();
-    ASSERT_GE(player.Run(), 0);
-    EXPECT_EQ(player.WaitForEnd(), S_OK) << player.GetReason();
+    ChangedClip damaged(ClipPath("cam_avc_2997_g12_b2_3s"), [](std::string* bytes) {
+        std::mt19937 random(3);
+        const size_t eighth = bytes->size() / 8;
+        for (size_t i = bytes->find("mdat") + 4 + eighth; i < bytes->size() - eighth; i += 40)
+            (*bytes)[i] = static_cast<char>(random());
+    });
+    // 24000 units a second become 448: the bytes tell how long the sound is.
+    ChangedClip slow(kData + "/playback/pcm.mp4",
+                     [](std::string* bytes) { (*bytes)[bytes->find("mdhd") + 18] = 1; });
+    for (TestPlayer* player : {&damaged.player, &slow.player}) {
+        player->PlayUnpaced();
+        ASSERT_GE(player->Run(), 0);
+        EXPECT_EQ(player->WaitForEnd(), S_OK) << player->GetReason();
+    }
 }
 
-TEST(Player, TakesTheLengthOfSoundFromItsBytes) {
-    std::string bytes = ReadFile(kData + "/playback/pcm.mp4");
-    bytes[bytes.find("mdhd") + 18] = 1;  // 24000 units a second become 448
-    const TempDir dir;
-    dir.Write("slow.mp4", bytes);
-    TestPlayer player;
-    ASSERT_EQ(player.OpenClip(dir.Path("slow.mp4")), S_OK) << player.GetReason();
-    player.PlayUnpaced();
-    ASSERT_GE(player.Run(), 0);
-    EXPECT_EQ(player.WaitForEnd(), S_OK) << player.GetReason();
-}
-
-TEST(Player, NamesTheFileWhoseTablesLackThePlace) {
-    std::string bytes = ReadFile(ClipPath("cam_audio_only"));
-    bytes[bytes.find("mvhd") + 21] = 1;     // the movie lasts far longer than its samples,
-    bytes[bytes.find("stts") + 12] = 0x7f;  // which claim to be more than there are
-    const TempDir dir;
-    dir.Write("claims.mp4", bytes);
-    TestPlayer player;
-    ASSERT_EQ(player.OpenClip(dir.Path("claims.mp4")), S_OK) << player.GetReason();
-    ASSERT_GE(player.Pause(), 0);
-    ASSERT_TRUE(player.WaitForState());
-    player.SeekTo(player.Duration());
-    EXPECT_EQ(player.WaitForEnd(), E_ABORT);
-    EXPECT_EQ(player.GetReason().file, dir.Path("claims.mp4")) << player.GetReason();
-}
-
-TEST(Player, NamesTheFileThatCanNoLongerBeRead) {
-    const TempDir dir;
-    std::string bytes = ReadFile(ClipPath("cam_avc_2997_g12_b2_3s"));
-    dir.Write("card.mp4", bytes);
-    TestPlayer player;
-    ASSERT_EQ(player.OpenClip(dir.Path("card.mp4")), S_OK);
-    ASSERT_GE(player.Pause(), 0);
-    std::filesystem::resize_file(dir.Path("card.mp4"), 2000);
-    player.SeekTo(2 * kSecond);
-    EXPECT_EQ(player.WaitForEnd(), E_ABORT);
-    EXPECT_EQ(player.GetReason().file, dir.Path("card.mp4")) << player.GetReason();
-    EXPECT_EQ(player.State(), kStopped);
+TEST(Player, NamesTheFileThatLacksThePlace) {
+    ChangedClip claims(ClipPath("cam_audio_only"), [](std::string* bytes) {
+        (*bytes)[bytes->find("mvhd") + 21] = 1;     // far longer than its samples,
+        (*bytes)[bytes->find("stts") + 12] = 0x7f;  // which claim to be more than there are
+    });
+    ChangedClip cut(ClipPath("cam_avc_2997_g12_b2_3s"), [](std::string*) {});
+    for (ChangedClip* clip : {&claims, &cut}) {
+        TestPlayer& player = clip->player;
+        ASSERT_GE(player.Pause(), 0);
+        ASSERT_TRUE(player.WaitForState());
+        if (clip == &cut) std::filesystem::resize_file(clip->path, 2000);
+        player.SeekTo(player.Duration());
+        EXPECT_EQ(player.WaitForEnd(), E_ABORT);
+        EXPECT_EQ(player.GetReason().file, clip->path) << player.GetReason();
+        EXPECT_EQ(player.State(), kStopped);
+    }
 }
 
 }  // namespace

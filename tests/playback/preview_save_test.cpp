@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "../cli/run_tarn.h"
+#include "playback/gst_handles.h"
 #include "player_rig.h"
 #include "support/temp_dir.h"
 
@@ -111,6 +112,37 @@ TEST(PreviewAndSave, GoOnAlikeBehindASeek) {
                                   {treated.begin() + 2 * (start + kForgotten), treated.end()}),
                   -1);
     }
+}
+
+// Where the sound bears no times the effects go by what the player tells them.
+TEST(PreviewAndSave, FadeFromThePlaceThatWasSought) {
+    AMPEffectSettings fade;
+    fade.fade = 1;
+    const auto play = [&](bool timed) {
+        TestPlayer player;
+        EXPECT_EQ(player.OpenClip(ClipPath("cam_audio_only")), S_OK);
+        player.PlayUnpaced();
+        const GstElementPtr decoder(gst_bin_get_by_name(GST_BIN(player.Graph()), "Audio Decoder"));
+        const GstPadPtr out(gst_element_get_static_pad(decoder.get(), "src"));
+        const auto strip = [](GstPad*, GstPadProbeInfo* info, gpointer) {
+            info->data = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+            GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info)) = GST_CLOCK_TIME_NONE;
+            return GST_PAD_PROBE_OK;
+        };
+        if (!timed)
+            gst_pad_add_probe(out.get(), GST_PAD_PROBE_TYPE_BUFFER, strip, nullptr, nullptr);
+        const SoundCapture capture(&player);
+        EXPECT_EQ(player.SetEffects(fade), S_OK);
+        EXPECT_EQ(player.SetInPoint(4000), S_OK);
+        EXPECT_EQ(player.SetOutPoint(9000), S_OK);
+        EXPECT_EQ(player.SeekTo(50'000'000), S_OK);
+        EXPECT_GE(player.Run(), 0);
+        EXPECT_EQ(player.WaitForEnd(), S_OK) << player.GetReason();
+        return capture.Samples();
+    };
+    const Sound timed = play(true);
+    EXPECT_GT(timed.size(), 2 * 48000u);
+    EXPECT_EQ(FirstDifference(timed, play(false)), -1);
 }
 
 }  // namespace
