@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Sound and picture in step, as a player shows them: before a save and after it.
 
-    tests/tools/flash_and_click.py TARN [CUTS [SEED]]
+    tools/flash_and_click.py TARN [CUTS [SEED]]
 
 Makes clips with one white picture and one click each second (three picture rates, with and without
 B pictures, two sound rates, AAC and PCM), cuts each CUTS times at random points, decodes clip and
