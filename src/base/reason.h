@@ -13,113 +13,11 @@
 
 namespace tarn {
 
-// One for each cause that a user can meet. Comments name the arguments, in the order of the text.
+// One for each cause that a user can meet; reasons.def has them, with their arguments.
 enum class ReasonCode : uint16_t {
-    kNone,  // no failure
-
-    // Anything
-    kUnexpected,  // none of the others: a fault of the program
-    kOutOfMemory,
-    kCancelled,
-
-    // Files
-    kCantOpen,       // the system's error
-    kCantRead,       // the system's error
-    kCantWrite,      // the system's error
-    kExists,         // the output is there already
-    kNoRoom,         // the system's error
-    kTooLittleRoom,  // megabytes needed, megabytes free, and the system's error unsaid
-    kChanged,        // changed or removed while it was read
-    kNotAFile,       // a pipe, a device
-    kNotAFolder,
-    kLongPath,  // the most characters
-    kSameFile,  // the output is the input
-    kNotMovieOrWave,
-
-    // Movies
-    kEmptyFile,
-    kNotAMovie,
-    kNothingKnown,  // a movie file without anything that this program reads
-    kNoMovieHeader,
-    kEndsEarly,
-    kDamaged,
-    kNumberTooLarge,
-    kDamagedAtom,         // the atom
-    kDamagedPictureAtom,  // the atom, of the picture's track
-    kDamagedSoundAtom,    // the atom, of the sound's track
-    kNoTimescale,
-    kNoTrack,  // neither picture nor sound that can be edited
-    kNoVideoTrack,
-    kNoAudioTrack,
-    kNoSuchTrack,  // its number
-    kNoSuchSample,
-    kNoMoreSamples,
-    kDamagedSample,  // its number
-    kBrokenHeader,   // byte at which a broken atom header stands
-
-    // Points
-    kInPastEnd,    // the end
-    kInPastEndAt,  // the in point, the end
-    kOutBeforeIn,
-    kOutsideMovie,
-
-    // Pictures that can't be carried over
-    kPictureDamaged,
-    kPictureElsewhere,  // in another file
-    kPictureNotMain,
-    kPictureUnknown,
-    kPictureKind,  // the codec's name
-
-    // Sound that can't be edited, treated or encoded
-    kSoundDamaged,
-    kSoundElsewhere,
-    kSoundNotMain,
-    kSoundUnknown,
-    kSoundKind,        // the codec's name
-    kSoundNotDecoded,  // the codec's name
-    kSoundMono,
-    kSoundChannels,  // their number
-    kSoundBits,      // bits a sample
-    kSoundConfiguration,
-    kSoundReplicated,  // AAC with band replication
-    kSoundFrameLength,
-    kSoundRate,  // samples a second
-    kNoSound,
-    kNoSoundShown,  // nothing that the waveform can show
-    kProfileNotStereo,
-    kSoundNotShown,  // only 16-bit PCM can be shown
-    kSoundBroken,    // a decoder refuses it
-    kSoundEndsEarly,
-    kCodec,  // decoding or encoding failed
-    kPeakUnknown,
-
-    // Reading back what was saved
-    kPictureDiffers,  // the picture's number
-    kMorePictures,
-    kCantReadBack,  // the system's error
-
-    // WAV
-    kWaveFormat,
-    kWaveAsMovie,  // can only be saved as WAV
-    kWaveNoSound,
-    kWaveRate,  // samples a second
-    kWaveTooLarge,
-    kWaveOutTooLarge,  // more sound than a WAV file can hold
-    kWaveRange,
-    kWaveCutShort,
-    kWaveShrank,
-
-    // Preview
-    kNoPlugin,          // what it would have done
-    kNoStart,           // GStreamer can't be started
-    kNoScreen,          // nothing to show pictures with
-    kPictureNoDecoder,  // it can't be connected
-    kSoundNoDecoder,
-    kNoGraphPart,  // the elements' names
-    kSoundDevice,  // the device's words
-    kNoPictureThere,
-    kPlayback,  // the player's words
-
+#define TARN_REASON(code, name, text) code,
+#include "base/reasons.def"
+#undef TARN_REASON
     kCount
 };
 
