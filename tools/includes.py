@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Holds the arrows between the folders and rooms of src: an include may only name an earlier one.
 
-Usage: includes.py SRC. Prints each include that points the wrong way, and a circle of files if there
-is one, where a header and its source count as one.
+Usage: includes.py SRC. Prints each include that points the wrong way, and a circle of headers if
+there is one.
 """
 import graphlib
 import re
@@ -28,9 +28,7 @@ def main():
             faults.append(f"{file}: its room {room} has no place in the order")
             continue
         named = re.findall(r'^#include "([^"]+)"', path.read_text(), re.M)
-        pair = file.rpartition(".")[0]
-        includes.setdefault(pair, set()).update(n.rpartition(".")[0] for n in named)
-        includes[pair].discard(pair)
+        includes[file] = named
         for other in named:
             target = other.rpartition("/")[0]
             if target not in ORDER or ORDER.index(target) > ORDER.index(room):
