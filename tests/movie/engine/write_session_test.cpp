@@ -338,6 +338,7 @@ TEST(WriteSession, CallsOutOfTurn) {
     ASSERT_EQ(mp4_create_movie(s, 0, {}), FF4_RET_OK);
     EXPECT_EQ(mp4_create_movie(s, 0, {}), FF4_RET_STATE);
     EXPECT_EQ(mp4_finish_write(s, 0, &size), FF4_RET_STATE) << "no media yet";
+    EXPECT_EQ(mp4_add_track(s, sound, &number, nullptr), FF4_RET_ARGS);
     ASSERT_EQ(mp4_add_track(s, sound, &number, &id), FF4_RET_OK);
 
     Mp4SampleEntry entry{};

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <utility>
 
 #include "movie/save/sound_treatment.h"
@@ -63,20 +64,25 @@ Mp4MovieEditor wav_editor() {
     return editor;
 }
 
+std::unique_ptr<CMP4MovieRead> opened(const std::string& path) {
+    auto movie = std::make_unique<CMP4MovieRead>();
+    movie->SetPath(path);
+    EXPECT_EQ(movie->Open(), kMovieOk);
+    return movie;
+}
+
 // The left channel of a clip's whole sound, and the media time that its first edit shows first.
 std::vector<int16_t> decode(const std::string& path, int64_t* shown_from) {
-    CMP4MovieRead movie;
-    movie.SetPath(path);
-    EXPECT_EQ(movie.Open(), kMovieOk);
+    const auto movie = opened(path);
     SoundTreatment sound;
-    EXPECT_EQ(sound.Open(movie.GetInfo().audioDescriptions.at(0), {}, 0, 0), kMovieOk);
-    EXPECT_EQ(GetEditOffset(movie.Session(), movie.GetInfo().audio, movie.GetInfo().timescale,
+    EXPECT_EQ(sound.Open(movie->GetInfo().audioDescriptions.at(0), {}, 0, 0), kMovieOk);
+    EXPECT_EQ(GetEditOffset(movie->Session(), movie->GetInfo().audio, movie->GetInfo().timescale,
                             shown_from),
               FF4_RET_OK);
     std::vector<int16_t> left;
     CReadBuffer buffer;
     ReadSampleInfo info;
-    while (movie.ReadAudioSample(&buffer, &info) == kMovieOk) {
+    while (movie->ReadAudioSample(&buffer, &info) == kMovieOk) {
         if (sound.Treat(buffer.data, 0) != kMovieOk) break;
         for (size_t i = 0; i < sound.Pcm().size(); i += 2)
             left.push_back(sound.Pcm()[i]);
@@ -140,20 +146,18 @@ TEST(Trimming, KeepsPicturesAndSoundInStep) {
         EXPECT_EQ(dir.FileCount(), 1u);
 
         // What was cut once can be cut again, and the first picture of it is shown at 0.
-        CMP4MovieRead result;
-        result.SetPath(s.target);
-        ASSERT_EQ(result.Open(), kMovieOk);
+        const auto result = opened(s.target);
         int64_t offset = 1;
-        EXPECT_EQ(GetEditOffset(result.Session(), result.GetInfo().video,
-                                result.GetInfo().timescale, &offset),
+        EXPECT_EQ(GetEditOffset(result->Session(), result->GetInfo().video,
+                                result->GetInfo().timescale, &offset),
                   FF4_RET_OK);
         if (!c.exact) {
             EXPECT_EQ(offset, 0);
         }
-        const auto& edit = result.GetInfo().video.edits.back();
+        const auto& edit = result->GetInfo().video.edits.back();
         uint64_t shown = 0;
-        ASSERT_EQ(mp4_mul_div(result.GetInfo().video.duration, result.GetInfo().timescale,
-                              result.GetInfo().video.timescale, &shown),
+        ASSERT_EQ(mp4_mul_div(result->GetInfo().video.duration, result->GetInfo().timescale,
+                              result->GetInfo().video.timescale, &shown),
                   FF4_RET_OK);
         if (!c.exact) {
             EXPECT_NEAR(static_cast<double>(edit.segmentDuration), static_cast<double>(shown), 1)
@@ -222,12 +226,8 @@ TEST(Trimming, CarriesWhatTheSourceSays) {
         const MovieSegment s = segment(clip(name), dir.Path("out.mp4"), 500, 1500);
         SavedSegment saved;
         ASSERT_EQ(save(s, &saved), kMovieOk) << ReasonText(saved.reason);
-        CMP4MovieRead before, after;
-        before.SetPath(s.source);
-        after.SetPath(s.target);
-        ASSERT_EQ(before.Open(), kMovieOk);
-        ASSERT_EQ(after.Open(), kMovieOk);
-        const CMovieInfoType &from = before.GetInfo(), &to = after.GetInfo();
+        const auto before = opened(s.source), after = opened(s.target);
+        const CMovieInfoType &from = before->GetInfo(), &to = after->GetInfo();
         EXPECT_EQ(to.majorBrand, from.majorBrand);
         EXPECT_EQ(to.minorVersion, 0x146008Au);
         EXPECT_EQ(to.hasBrandMsnv, from.hasBrandMsnv);
@@ -311,16 +311,14 @@ std::string patched(const std::string& name, const std::string& after, const std
 
 // How many pictures lie together each time before sound comes; the sound keeps up with them.
 std::vector<uint32_t> picture_runs(const std::string& path) {
-    CMP4MovieRead movie;
-    movie.SetPath(path);
-    EXPECT_EQ(movie.Open(), kMovieOk);
+    const auto movie = opened(path);
     std::map<uint64_t, std::pair<bool, double>> samples;  // by place: picture?, seconds
-    for (const MovieTrackInfo* track : {&movie.GetInfo().video, &movie.GetInfo().audio}) {
+    for (const MovieTrackInfo* track : {&movie->GetInfo().video, &movie->GetInfo().audio}) {
         for (uint32_t n = 1; n <= track->sampleCount; ++n) {
             Mp4SampleInfo info{};
-            EXPECT_EQ(mp4_get_sample_info(movie.Session(), track->trackNumber, n, &info),
+            EXPECT_EQ(mp4_get_sample_info(movie->Session(), track->trackNumber, n, &info),
                       FF4_RET_OK);
-            samples[info.offset] = {track == &movie.GetInfo().video,
+            samples[info.offset] = {track == &movie->GetInfo().video,
                                     info.duration / static_cast<double>(track->timescale)};
         }
     }
@@ -437,27 +435,37 @@ TEST(Trimming, NothingIsLeftWhereASaveDoesNotEnd) {
     }
 }
 
-TEST(Trimming, WhatIsNotTheSourcesOnReadingBackNeverGetsItsName) {
-    TempDir dir;
-    // From the first step on the medium gives back other bytes than it was given.
-    uint64_t spoilt = 0;
-    const auto spoil = [&] {
-        for (const auto& entry : std::filesystem::directory_iterator(dir.Path(""))) {
-            if (entry.file_size() < 100000) continue;  // not complete yet
-            std::fstream file(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
-            file.seekp(2000);
-            file << "spoilt";
-            ++spoilt;
-        }
+TEST(Trimming, WhatCannotBeReadBackRightNeverGetsItsName) {
+    using Entry = std::filesystem::directory_entry;
+    const auto spoil = [](const Entry& entry) {
+        if (entry.file_size() < 100000) return;  // not complete yet
+        std::fstream file(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(2000);
+        file << "spoilt";
     };
-    MovieSegment s = segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.mp4"), 0, 3000);
-    SavedSegment saved;
-    Steps steps(0, spoil);
-    EXPECT_EQ(save(s, &saved, {}, &steps), kMovieMismatch);
-    EXPECT_GT(spoilt, 0u);
-    EXPECT_EQ(saved.reason,
-              (Reason{ReasonCode::kPictureDiffers, ReasonSide::kTarget, s.target, {uint64_t{1}}}));
-    EXPECT_EQ(dir.FileCount(), 0u);
+    const auto remove = [](const Entry& entry) { std::filesystem::remove(entry.path()); };
+    const struct {
+        std::function<void(const Entry&)> act;  // from the first step on
+        MovieCode result;
+        ReasonCode code;
+        ReasonArgument argument;
+    } cases[] = {
+        {spoil, kMovieMismatch, ReasonCode::kPictureDiffers, uint64_t{1}},
+        {remove, kMovieSystem, ReasonCode::kCantReadBack, ReasonError{ENOENT}},
+    };
+    for (const auto& c : cases) {
+        TempDir dir;
+        const MovieSegment s =
+            segment(clip("cam_avc_2997_g12_b2_3s"), dir.Path("out.mp4"), 0, 3000);
+        SavedSegment saved;
+        Steps steps(0, [&] {
+            for (const Entry& entry : std::filesystem::directory_iterator(dir.Path("")))
+                c.act(entry);
+        });
+        EXPECT_EQ(save(s, &saved, {}, &steps), c.result);
+        EXPECT_EQ(saved.reason, (Reason{c.code, ReasonSide::kTarget, s.target, {c.argument}}));
+        EXPECT_EQ(dir.FileCount(), 0u);
+    }
 }
 
 TEST(Trimming, EveryFullDiskIsToldAndLeavesNothing) {
@@ -482,20 +490,6 @@ TEST(Trimming, EveryFullDiskIsToldAndLeavesNothing) {
     }
     setrlimit(RLIMIT_FSIZE, &before);
     signal(SIGXFSZ, handler);
-}
-
-TEST(Trimming, WhatCannotBeReadBackIsTheTargetsFault) {
-    TempDir dir;
-    const MovieSegment s = segment(clip("cam_texts"), dir.Path("out.mp4"), 0, 2000);
-    SavedSegment saved;
-    Steps steps(0, [&] {
-        for (const auto& entry : std::filesystem::directory_iterator(dir.Path("")))
-            std::filesystem::remove(entry.path());
-    });
-    EXPECT_EQ(save(s, &saved, {}, &steps), kMovieSystem);
-    EXPECT_EQ(
-        saved.reason,
-        (Reason{ReasonCode::kCantReadBack, ReasonSide::kTarget, s.target, {ReasonError{ENOENT}}}));
 }
 
 TEST(Trimming, RoomIsLookedForFirst) {
