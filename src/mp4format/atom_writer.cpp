@@ -24,16 +24,19 @@ Mp4Result header_size(const Mp4WriteOptions& options, uint64_t payload, uint64_t
 
 }  // namespace
 
-Mp4Result mp4_put(Mp4Host* host, Mp4File* file, uint64_t offset, const void* bytes, uint64_t size,
-                  uint64_t* total) {
-    if (!host || !total || (!bytes && size > 0)) return FF4_RET_ARGS;
-    if (file && size > 0) {
-        FF4_TRY(mp4_seek(host, file, offset));
+Mp4Sink mp4_counting(const Mp4Sink& sink) {
+    return {sink.host, sink.options, nullptr, 0};
+}
+
+Mp4Result mp4_put(Mp4Sink& sink, const void* bytes, uint64_t size) {
+    if (!sink.host || (!bytes && size > 0)) return FF4_RET_ARGS;
+    if (sink.file && size > 0) {
+        FF4_TRY(mp4_seek(sink.host, sink.file, sink.position));
         uint64_t done = 0;
-        if (host->callbacks.write(file, bytes, size, &done) != FF4_RET_OK) return FF4_RET_FILE;
-        if (done != size) return FF4_RET_FILE;
+        if (sink.host->callbacks.write(sink.file, bytes, size, &done) != FF4_RET_OK || done != size)
+            return FF4_RET_FILE;
     }
-    *total += size;
+    sink.position += size;
     return FF4_RET_OK;
 }
 
@@ -49,7 +52,9 @@ Mp4Result mp4_write_atom_header(Mp4Host* host, const Mp4WriteOptions& options, M
     put_be32(bytes, large ? 1 : static_cast<uint32_t>(payload + size));
     put_be32(bytes + 4, type);
     if (large) put_be64(bytes + 8, payload + size);
-    FF4_TRY(mp4_put(host, file, offset, bytes, size, total));
+    Mp4Sink sink{host, options, file, offset};
+    FF4_TRY(mp4_put(sink, bytes, size));
+    *total += size;
     if (header) *header = size;
     return FF4_RET_OK;
 }
@@ -78,7 +83,10 @@ Mp4Result mp4_write_descriptor_header(Mp4Host* host, Mp4File* file, uint64_t off
         const uint32_t group = static_cast<uint32_t>(payload >> (7 * i)) & 0x7F;
         fields.U8(i > 0 ? group | 0x80 : group);
     }
-    return mp4_put(host, file, offset, fields.Data(), fields.Size(), total);
+    Mp4Sink sink{host, {}, file, offset};
+    FF4_TRY(mp4_put_fields(sink, fields));
+    *total += fields.Size();
+    return FF4_RET_OK;
 }
 
 Mp4Result mp4_pick_version(Mp4Host* host, const Mp4WriteOptions& options, uint64_t creation,
@@ -102,38 +110,31 @@ Mp4Result mp4_pick_version(Mp4Host* host, const Mp4WriteOptions& options, uint64
     }
 }
 
-Mp4Result mp4_write_plain_atom(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                               uint64_t offset, uint32_t type, const void* payload, uint64_t size,
-                               uint64_t* total) {
-    if (!host || !total) return FF4_RET_ARGS;
-    uint64_t atom = 0;
-    FF4_TRY(mp4_write_atom_header(host, options, file, offset, size, type, nullptr, &atom));
-    FF4_TRY(mp4_put(host, file, offset + atom, payload, size, &atom));
-    *total += atom;
-    return FF4_RET_OK;
+Mp4Result mp4_write_plain_atom(Mp4Sink& sink, uint32_t type, const void* payload, uint64_t size) {
+    FF4_TRY(mp4_write_atom_header(sink.host, sink.options, sink.file, sink.position, size, type,
+                                  nullptr, &sink.position));
+    return mp4_put(sink, payload, size);
 }
 
-Mp4Result mp4_put_extended_type(Mp4Host* host, Mp4File* file, uint64_t offset, uint32_t name,
-                                uint64_t* total) {
+Mp4Result mp4_put_extended_type(Mp4Sink& sink, uint32_t name) {
     Mp4Fields<16> fields;
     fields.U32(name);
     fields.U32(0x21D24FCE);
     fields.U32(0xBB88695C);
     fields.U32(0xFAC9C740);
-    return mp4_put(host, file, offset, fields.Data(), fields.Size(), total);
+    return mp4_put_fields(sink, fields);
 }
 
-Mp4Result mp4_write_free(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, uint64_t size, uint64_t* total) {
-    if (!host || !total) return FF4_RET_ARGS;
+Mp4Result mp4_write_free(Mp4Sink& sink, uint64_t size) {
     for (const uint64_t header : {kAtomHeader, kLargeHeader}) {
         if (size < header) return FF4_RET_ARGS;
-        uint64_t whole = 0, written = 0;
-        FF4_TRY(mp4_atom_total_size(host, options, size - header, &whole));
+        const uint64_t payload = size - header;
+        uint64_t whole = 0;
+        FF4_TRY(mp4_atom_total_size(sink.host, sink.options, payload, &whole));
         if (whole != size) continue;
-        FF4_TRY(mp4_write_atom_header(host, options, file, offset, size - header, fourcc("free"),
-                                      nullptr, &written));
-        *total += size;
+        FF4_TRY(mp4_write_atom_header(sink.host, sink.options, sink.file, sink.position, payload,
+                                      fourcc("free"), nullptr, &sink.position));
+        sink.position += payload;
         return FF4_RET_OK;
     }
     return FF4_RET_ARGS;

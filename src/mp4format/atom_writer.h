@@ -1,8 +1,8 @@
 // atom_writer.h - putting atoms into a file: headers of all forms, small atoms, containers.
 //
 // Every writer is one function used twice: with no file it only counts, with a file it writes, so a
-// size can't disagree with the bytes. A writer puts its atom at `offset` and adds what it wrote to
-// `total`. A failed or short write, like a failed seek, is FF4_RET_FILE; what was written stays.
+// size can't disagree with the bytes. A failed or short write, like a failed seek, is FF4_RET_FILE;
+// what was written stays.
 #pragma once
 
 #include <cassert>
@@ -14,9 +14,18 @@
 
 namespace tarn {
 
-// Writes `size` bytes at `offset`; with no file it only counts them.
-Mp4Result mp4_put(Mp4Host* host, Mp4File* file, uint64_t offset, const void* bytes, uint64_t size,
-                  uint64_t* total);
+// Where the next atom goes. A writer moves `position` on by what it writes or counts.
+struct Mp4Sink {
+    Mp4Host* host;
+    Mp4WriteOptions options;
+    Mp4File* file;  // null: nothing is written
+    uint64_t position;
+};
+
+// A sink that only counts, from 0.
+Mp4Sink mp4_counting(const Mp4Sink& sink);
+
+Mp4Result mp4_put(Mp4Sink& sink, const void* bytes, uint64_t size);
 
 // u32 size and u32 type, or u32 1, the type and a u64 size, as `size_policy` has it. `header` takes
 // the 8 or 16 bytes of the form and may be null. FF4_RET_ARGS for an unknown policy.
@@ -70,63 +79,56 @@ private:
     uint64_t m_size = 0;
 };
 
-// An atom whose whole payload is at hand.
-Mp4Result mp4_write_plain_atom(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                               uint64_t offset, uint32_t type, const void* payload, uint64_t size,
-                               uint64_t* total);
-
 template <uint64_t kCapacity>
-Mp4Result mp4_write_fields(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                           uint64_t offset, uint32_t type, const Mp4Fields<kCapacity>& fields,
-                           uint64_t* total) {
-    return mp4_write_plain_atom(host, options, file, offset, type, fields.Data(), fields.Size(),
-                                total);
+Mp4Result mp4_put_fields(Mp4Sink& sink, const Mp4Fields<kCapacity>& fields) {
+    return mp4_put(sink, fields.Data(), fields.Size());
 }
 
-// Writes an atom around what body(Mp4File* file, uint64_t offset, uint64_t* size) writes: payload
-// at offset + *size, which it moves on. The body runs without a file first, to tell the header.
-template <typename Body>
-Mp4Result mp4_write_container(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                              uint64_t offset, uint32_t type, Body body, uint64_t* total) {
-    if (!host || !total) return FF4_RET_ARGS;
-    uint64_t payload = 0;
-    FF4_TRY(body(nullptr, 0, &payload));
-    uint64_t size = 0;
-    FF4_TRY(mp4_write_atom_header(host, options, file, offset, payload, type, nullptr, &size));
-    if (!file) {
-        *total += size + payload;
-        return FF4_RET_OK;
-    }
-    FF4_TRY(body(file, offset, &size));
-    *total += size;
+// An atom whose whole payload is at hand.
+Mp4Result mp4_write_plain_atom(Mp4Sink& sink, uint32_t type, const void* payload, uint64_t size);
+
+template <uint64_t kCapacity>
+Mp4Result mp4_write_fields(Mp4Sink& sink, uint32_t type, const Mp4Fields<kCapacity>& fields) {
+    return mp4_write_plain_atom(sink, type, fields.Data(), fields.Size());
+}
+
+// The header in front of the payload, by header(uint64_t payload), then what body(Mp4Sink&) writes.
+// The body only counts first, for the header.
+template <typename Header, typename Body>
+Mp4Result mp4_write_around(Mp4Sink& sink, Header header, Body body) {
+    Mp4Sink payload = mp4_counting(sink);
+    FF4_TRY(body(payload));
+    FF4_TRY(header(payload.position));
+    if (sink.file) return body(sink);
+    sink.position += payload.position;
     return FF4_RET_OK;
+}
+
+// An atom around what body(Mp4Sink&) writes.
+template <typename Body>
+Mp4Result mp4_write_container(Mp4Sink& sink, uint32_t type, Body body) {
+    const auto header = [&](uint64_t payload) {
+        return mp4_write_atom_header(sink.host, sink.options, sink.file, sink.position, payload,
+                                     type, nullptr, &sink.position);
+    };
+    return mp4_write_around(sink, header, body);
 }
 
 // The same around a descriptor.
 template <typename Body>
-Mp4Result mp4_write_descriptor(Mp4Host* host, Mp4File* file, uint64_t offset, uint8_t tag,
-                               Body body, uint64_t* total) {
-    if (!host || !total) return FF4_RET_ARGS;
-    uint64_t payload = 0;
-    FF4_TRY(body(nullptr, 0, &payload));
-    uint64_t size = 0;
-    FF4_TRY(mp4_write_descriptor_header(host, file, offset, payload, tag, &size));
-    if (!file) {
-        *total += size + payload;
-        return FF4_RET_OK;
-    }
-    FF4_TRY(body(file, offset, &size));
-    *total += size;
-    return FF4_RET_OK;
+Mp4Result mp4_write_descriptor(Mp4Sink& sink, uint8_t tag, Body body) {
+    const auto header = [&](uint64_t payload) {
+        return mp4_write_descriptor_header(sink.host, sink.file, sink.position, payload, tag,
+                                           &sink.position);
+    };
+    return mp4_write_around(sink, header, body);
 }
 
 // The 16-byte name that a 'uuid' payload of the camera's family begins with.
-Mp4Result mp4_put_extended_type(Mp4Host* host, Mp4File* file, uint64_t offset, uint32_t name,
-                                uint64_t* total);
+Mp4Result mp4_put_extended_type(Mp4Sink& sink, uint32_t name);
 
 // A 'free' atom of `size` bytes in all. Its header alone is written: the bytes behind it are left
 // as they are. A size that no header fits is FF4_RET_ARGS.
-Mp4Result mp4_write_free(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, uint64_t size, uint64_t* total);
+Mp4Result mp4_write_free(Mp4Sink& sink, uint64_t size);
 
 }  // namespace tarn

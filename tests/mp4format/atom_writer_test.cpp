@@ -119,10 +119,10 @@ TEST(AtomWriter, FreeIsAHeaderAlone) {
         TestHost host(Bytes{});
         Mp4WriteOptions options = kOptions;
         options.size_policy = c.policy;
-        uint64_t total = 0;
-        EXPECT_EQ(mp4_write_free(host, options, host.File(), 0, c.size, &total), c.result);
+        Mp4Sink sink{host, options, host.File(), 0};
+        EXPECT_EQ(mp4_write_free(sink, c.size), c.result);
         EXPECT_EQ(host.Content(host.File()), c.bytes);
-        EXPECT_EQ(total, c.result == FF4_RET_OK ? c.size : 0);
+        EXPECT_EQ(sink.position, c.result == FF4_RET_OK ? c.size : 0);
     }
 }
 

@@ -9,16 +9,22 @@ namespace {
 
 constexpr uint64_t kMostHeader = 16;
 
+Mp4Sink sink_at(const Mp4WriteSession& s, uint64_t position) {
+    return {s.host, s.options, s.file, position};
+}
+
 // 'ftyp' and the profile records.
-Mp4Result write_head(const Mp4WriteSession& s, Mp4File* file, uint64_t* total) {
-    uint64_t size = 0;
+Mp4Result write_head(const Mp4WriteSession& s, Mp4Sink& sink) {
     if (s.brands) {
         const Mp4FileTypeBuild type{s.major_brand, s.minor_version, s.brands, s.brand_count};
-        FF4_TRY(mp4_write_ftyp(s.host, s.options, file, 0, type, &size));
+        FF4_TRY(mp4_write_ftyp(sink, type));
     }
-    FF4_TRY(mp4_write_prof(s.host, s.options, file, size, s.profile, &size));
-    *total += size;
-    return FF4_RET_OK;
+    return mp4_write_prof(sink, s.profile);
+}
+
+Mp4Result write_mdat_header(Mp4Sink& sink, uint64_t media_bytes) {
+    return mp4_write_atom_header(sink.host, sink.options, sink.file, sink.position, media_bytes,
+                                 fourcc("mdat"), nullptr, &sink.position);
 }
 
 // The header of so much media, 8 or 16 bytes.
@@ -33,7 +39,7 @@ Mp4Result mdat_header(const Mp4WriteSession& s, uint64_t media_bytes, uint64_t* 
 // 'mdat' and maybe a few bytes of its own.
 struct Filling {
     uint64_t free_offset, free_size;
-    uint64_t mdat_offset, mdat_payload;
+    uint64_t mdat_payload;
     uint64_t filler;  // zeros between the header and the media
 };
 
@@ -47,26 +53,21 @@ Mp4Result plan_filling(const Mp4WriteSession& s, uint64_t front, uint64_t media_
 
     const uint64_t gap = s.data_offset - header - front;
     if (gap == 0 || gap >= least_free) {
-        *out = {front, gap, front + gap, media_bytes, 0};
+        *out = {front, gap, media_bytes, 0};
         return FF4_RET_OK;
     }
     FF4_TRY(mdat_header(s, media_bytes + gap, &header_with_filler));
     if (header_with_filler != header) return FF4_RET_OVERFLOW;
-    *out = {front, 0, front, media_bytes + gap, gap};
+    *out = {front, 0, media_bytes + gap, gap};
     return FF4_RET_OK;
 }
 
 Mp4Result write_filling(const Mp4WriteSession& s, const Filling& filling) {
     constexpr uint8_t kZeros[kMostHeader] = {};
-    uint64_t size = 0;
-    if (filling.free_size > 0) {
-        FF4_TRY(mp4_write_free(s.host, s.options, s.file, filling.free_offset, filling.free_size,
-                               &size));
-    }
-    uint64_t header = 0;
-    FF4_TRY(mp4_write_atom_header(s.host, s.options, s.file, filling.mdat_offset,
-                                  filling.mdat_payload, fourcc("mdat"), &header, &size));
-    return mp4_put(s.host, s.file, filling.mdat_offset + header, kZeros, filling.filler, &size);
+    Mp4Sink sink = sink_at(s, filling.free_offset);
+    if (filling.free_size > 0) FF4_TRY(mp4_write_free(sink, filling.free_size));
+    FF4_TRY(write_mdat_header(sink, filling.mdat_payload));
+    return mp4_put(sink, kZeros, filling.filler);
 }
 
 // The movie goes before the media where the layout asks for that and there is room.
@@ -95,16 +96,17 @@ Mp4Result mp4_begin_media(Mp4WriteSession* session, Mp4Layout layout, uint64_t m
     if (layout != kMovieBeforeMedia && layout != kMovieAfterMedia) return FF4_RET_ARGS;
     if (!session->has_movie || session->has_media) return FF4_RET_STATE;
     Mp4WriteSession& s = *session;
-    uint64_t head = 0, header = 0, written = 0;
-    FF4_TRY(write_head(s, nullptr, &head));
+    Mp4Sink sink = sink_at(s, 0), counted = mp4_counting(sink);
+    uint64_t header = 0;
+    FF4_TRY(write_head(s, counted));
+    const uint64_t head = counted.position;
     FF4_TRY(mdat_header(s, most_media_bytes, &header));
     const bool movie_first = layout == kMovieBeforeMedia;
     const uint64_t front = movie_first ? mp4_reserved_front(most_media_bytes) : head + header;
     if (movie_first && head + 2 * kMostHeader > front) return FF4_RET_OVERFLOW;
     if (!movie_first) {
-        FF4_TRY(write_head(s, s.file, &written));
-        FF4_TRY(mp4_write_atom_header(s.host, s.options, s.file, head, most_media_bytes,
-                                      fourcc("mdat"), nullptr, &written));
+        FF4_TRY(write_head(s, sink));
+        FF4_TRY(write_mdat_header(sink, most_media_bytes));
     }
     FF4_TRY(mp4_seek(s.host, s.file, front));
     s.layout = layout;
@@ -118,14 +120,15 @@ Mp4Result mp4_finish_write(Mp4WriteSession* session, uint64_t media_bytes, uint6
     if (!session || !file_size) return FF4_RET_ARGS;
     if (!session->has_media || session->finished) return FF4_RET_STATE;
     Mp4WriteSession& s = *session;
-    uint64_t movie_size = 0, movie_offset = 0, media_end = 0, written = 0;
+    uint64_t movie_size = 0, movie_offset = 0, media_end = 0;
     FF4_TRY(mp4_get_movie_size(session, &movie_size));
     FF4_TRY(mp4_add(s.data_offset, media_bytes, &media_end));
     Filling filling{};
     FF4_TRY(plan_file(s, movie_size, media_bytes, &filling, &movie_offset));
 
-    FF4_TRY(write_head(s, s.file, &written));
-    FF4_TRY(mp4_write_moov(s.host, s.options, s.file, movie_offset, &s.movie, &written));
+    Mp4Sink head = sink_at(s, 0), movie = sink_at(s, movie_offset);
+    FF4_TRY(write_head(s, head));
+    FF4_TRY(mp4_write_moov(movie, &s.movie));
     FF4_TRY(write_filling(s, filling));
     s.finished = true;
     *file_size = movie_offset < s.data_offset ? media_end : media_end + movie_size;

@@ -151,9 +151,8 @@ Mp4Result mp4_add_track_description(Mp4WriteSession* session, uint32_t track,
     if (!index) return FF4_RET_ARGS;
     const uint32_t reference = entry.data_reference_index;
     if (reference == 0 || reference > found->media.refs.count) return FF4_RET_ARGS;
-    uint64_t ignored = 0;
-    const Mp4Result writable =
-        mp4_write_sample_entry(session->host, session->options, nullptr, 0, entry, &ignored);
+    Mp4Sink counted{session->host, session->options, nullptr, 0};
+    const Mp4Result writable = mp4_write_sample_entry(counted, entry);
     if (writable != FF4_RET_OK) return writable == FF4_RET_INTERNAL ? FF4_RET_STATE : writable;
     Mp4SampleEntryList& entries = found->media.tables.entries;
     FF4_TRY(mp4_copy_sample_entry(session->host, entry, &entries));
@@ -219,9 +218,9 @@ Mp4Result mp4_shift_chunk_offsets(Mp4WriteSession* session, uint32_t track, uint
 Mp4Result mp4_get_movie_size(Mp4WriteSession* session, uint64_t* size) {
     FF4_TRY(check_open(session));
     if (!size) return FF4_RET_ARGS;
-    uint64_t counted = 0;
-    FF4_TRY(mp4_write_moov(session->host, session->options, nullptr, 0, &session->movie, &counted));
-    *size = counted;
+    Mp4Sink counted{session->host, session->options, nullptr, 0};
+    FF4_TRY(mp4_write_moov(counted, &session->movie));
+    *size = counted.position;
     return FF4_RET_OK;
 }
 

@@ -85,132 +85,116 @@ Mp4Result put_fixed(const Mp4SampleEntry& entry, Fixed* fixed) {
 }
 
 // A child kept as bytes; nothing for an empty one.
-Mp4Result put_block(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file, uint64_t offset,
-                    uint32_t type, const Mp4ByteBlock& block, uint64_t* total) {
+Mp4Result put_block(Mp4Sink& sink, uint32_t type, const Mp4ByteBlock& block) {
     if (block.size == 0) return FF4_RET_OK;
-    return mp4_write_plain_atom(host, options, file, offset, type, block.data, block.size, total);
+    return mp4_write_plain_atom(sink, type, block.data, block.size);
 }
 
-Mp4Result put_extra(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file, uint64_t offset,
-                    const Mp4ByteBlock& extra, uint64_t* total) {
+Mp4Result put_extra(Mp4Sink& sink, const Mp4ByteBlock& extra) {
     if (extra.size == 0) return FF4_RET_OK;
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
-        FF4_TRY(mp4_put_extended_type(host, to, at + *size, fourcc("3DDS"), size));
-        return mp4_put(host, to, at + *size, extra.data, extra.size, size);
+    const auto body = [&](Mp4Sink& to) {
+        FF4_TRY(mp4_put_extended_type(to, fourcc("3DDS")));
+        return mp4_put(to, extra.data, extra.size);
     };
-    return mp4_write_container(host, options, file, offset, fourcc("uuid"), body, total);
+    return mp4_write_container(sink, fourcc("uuid"), body);
 }
 
-Mp4Result put_stereo(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file, uint64_t offset,
-                     const Mp4GraphicsFields& graphics, uint64_t* total) {
+Mp4Result put_stereo(Mp4Sink& sink, const Mp4GraphicsFields& graphics) {
     Mp4Fields<1 + sizeof graphics.stereo_numbers> fields;
     fields.U8(graphics.stereo_version);
     fields.Copy(graphics.stereo_numbers, sizeof graphics.stereo_numbers);
-    return mp4_write_fields(host, options, file, offset, fourcc("3STP"), fields, total);
+    return mp4_write_fields(sink, fourcc("3STP"), fields);
 }
 
-Mp4Result put_config(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file, uint64_t offset,
-                     const Mp4SampleEntry& entry, uint64_t* total) {
+Mp4Result put_config(Mp4Sink& sink, const Mp4SampleEntry& entry) {
     switch (entry.kind) {
         case kEntryAvc:
-            return mp4_write_avcc(host, options, file, offset, entry.avc, total);
+            return mp4_write_avcc(sink, entry.avc);
         case kEntryMpeg4Visual:
         case kEntryStream:
-            return mp4_write_esds(host, options, file, offset, entry.es, total);
+            return mp4_write_esds(sink, entry.es);
         case kEntryAudio:  // PCM has none
-            return entry.es.has_es ? mp4_write_esds(host, options, file, offset, entry.es, total)
-                                   : FF4_RET_OK;
+            return entry.es.has_es ? mp4_write_esds(sink, entry.es) : FF4_RET_OK;
         case kEntryGraphicsStereo:
-            return put_stereo(host, options, file, offset, entry.graphics, total);
+            return put_stereo(sink, entry.graphics);
         default:
             return FF4_RET_OK;
     }
 }
 
-Mp4Result put_children(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                       uint64_t offset, const Mp4SampleEntry& entry, uint64_t* total) {
-    uint64_t size = 0;
-    FF4_TRY(put_config(host, options, file, offset, entry, &size));
+Mp4Result put_children(Mp4Sink& sink, const Mp4SampleEntry& entry) {
+    FF4_TRY(put_config(sink, entry));
     if (is_visual(entry)) {
         const Mp4VisualFields& visual = entry.visual;
-        FF4_TRY(put_block(host, options, file, offset + size, fourcc("pasp"), visual.pasp, &size));
-        FF4_TRY(put_block(host, options, file, offset + size, fourcc("colr"), visual.colr, &size));
-        FF4_TRY(put_extra(host, options, file, offset + size, visual.extra, &size));
+        FF4_TRY(put_block(sink, fourcc("pasp"), visual.pasp));
+        FF4_TRY(put_block(sink, fourcc("colr"), visual.colr));
+        FF4_TRY(put_extra(sink, visual.extra));
     }
     for (const Mp4ProtectionInfo* info = entry.sinf.head; info; info = info->next) {
-        FF4_TRY(
-            put_block(host, options, file, offset + size, fourcc("sinf"), info->payload, &size));
+        FF4_TRY(put_block(sink, fourcc("sinf"), info->payload));
     }
-    *total += size;
     return FF4_RET_OK;
 }
 
 // A count of parameter sets and the sets, each behind its length.
-Mp4Result put_sets(Mp4Host* host, Mp4File* file, uint64_t offset, const Mp4ParameterSetList& sets,
-                   uint32_t most, uint32_t reserved_bits, uint64_t* total) {
+Mp4Result put_sets(Mp4Sink& sink, const Mp4ParameterSetList& sets, uint32_t most,
+                   uint32_t reserved_bits) {
     if (sets.count > most) return FF4_RET_OVERFLOW;
-    uint64_t size = 0;
     Mp4Fields<1> head;
     head.U8(reserved_bits | sets.count);
-    FF4_TRY(mp4_put(host, file, offset, head.Data(), head.Size(), &size));
+    FF4_TRY(mp4_put_fields(sink, head));
     for (const Mp4ParameterSet* set = sets.head; set; set = set->next) {
         if (set->data.size > UINT16_MAX) return FF4_RET_OVERFLOW;
         Mp4Fields<2> length;
         length.U16(set->data.size);
-        FF4_TRY(mp4_put(host, file, offset + size, length.Data(), length.Size(), &size));
-        FF4_TRY(mp4_put(host, file, offset + size, set->data.data, set->data.size, &size));
+        FF4_TRY(mp4_put_fields(sink, length));
+        FF4_TRY(mp4_put(sink, set->data.data, set->data.size));
     }
-    *total += size;
     return FF4_RET_OK;
 }
 
 }  // namespace
 
-Mp4Result mp4_write_avcc(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4AvcConfig& config, uint64_t* total) {
+Mp4Result mp4_write_avcc(Mp4Sink& sink, const Mp4AvcConfig& config) {
     constexpr uint32_t kMostSequenceSets = 31, kMostPictureSets = 255;
-    if (config.bytes.size > 0)
-        return put_block(host, options, file, offset, fourcc("avcC"), config.bytes, total);
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
+    if (config.bytes.size > 0) return put_block(sink, fourcc("avcC"), config.bytes);
+    const auto body = [&](Mp4Sink& to) {
         Mp4Fields<5> head;
         head.U8(config.configuration_version);
         head.U8(config.profile);
         head.U8(config.profile_compatibility);
         head.U8(config.level);
         head.U8(0xFCu | (config.length_size_minus_one & 3u));
-        FF4_TRY(mp4_put(host, to, at + *size, head.Data(), head.Size(), size));
-        FF4_TRY(
-            put_sets(host, to, at + *size, config.sequence_sets, kMostSequenceSets, 0xE0, size));
-        return put_sets(host, to, at + *size, config.picture_sets, kMostPictureSets, 0, size);
+        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(put_sets(to, config.sequence_sets, kMostSequenceSets, 0xE0));
+        return put_sets(to, config.picture_sets, kMostPictureSets, 0);
     };
-    return mp4_write_container(host, options, file, offset, fourcc("avcC"), body, total);
+    return mp4_write_container(sink, fourcc("avcC"), body);
 }
 
-Mp4Result mp4_write_sample_entry(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                                 uint64_t offset, const Mp4SampleEntry& entry, uint64_t* total) {
+Mp4Result mp4_write_sample_entry(Mp4Sink& sink, const Mp4SampleEntry& entry) {
     const uint32_t format = format_of(entry);
     if (format == 0) return FF4_RET_INTERNAL;
     Fixed fixed;
     FF4_TRY(put_fixed(entry, &fixed));
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
-        FF4_TRY(mp4_put(host, to, at + *size, fixed.Data(), fixed.Size(), size));
-        return put_children(host, options, to, at + *size, entry, size);
+    const auto body = [&](Mp4Sink& to) {
+        FF4_TRY(mp4_put_fields(to, fixed));
+        return put_children(to, entry);
     };
-    return mp4_write_container(host, options, file, offset, format, body, total);
+    return mp4_write_container(sink, format, body);
 }
 
-Mp4Result mp4_write_stsd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4SampleEntryList& entries, uint64_t* total) {
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
+Mp4Result mp4_write_stsd(Mp4Sink& sink, const Mp4SampleEntryList& entries) {
+    const auto body = [&](Mp4Sink& to) {
         Mp4Fields<kTableHead> head;
         head.U32(0);
         head.U32(entries.count);
-        FF4_TRY(mp4_put(host, to, at + *size, head.Data(), head.Size(), size));
+        FF4_TRY(mp4_put_fields(to, head));
         for (const Mp4SampleEntry* entry = entries.head; entry; entry = entry->next)
-            FF4_TRY(mp4_write_sample_entry(host, options, to, at + *size, *entry, size));
+            FF4_TRY(mp4_write_sample_entry(to, *entry));
         return FF4_RET_OK;
     };
-    return mp4_write_container(host, options, file, offset, fourcc("stsd"), body, total);
+    return mp4_write_container(sink, fourcc("stsd"), body);
 }
 
 }  // namespace tarn

@@ -32,29 +32,27 @@ void put_matrix(Fields* fields, const uint32_t (&matrix)[9]) {
 
 }  // namespace
 
-Mp4Result mp4_write_ftyp(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4FileTypeBuild& type, uint64_t* total) {
+Mp4Result mp4_write_ftyp(Mp4Sink& sink, const Mp4FileTypeBuild& type) {
     if (type.brand_count > 0 && !type.brands) return FF4_RET_ARGS;
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
+    const auto body = [&](Mp4Sink& to) {
         Mp4Fields<8> head;
         head.U32(type.major_brand);
         head.U32(type.minor_version);
-        FF4_TRY(mp4_put(host, to, at + *size, head.Data(), head.Size(), size));
+        FF4_TRY(mp4_put_fields(to, head));
         for (uint32_t i = 0; i < type.brand_count; ++i) {
             Mp4Fields<4> brand;
             brand.U32(type.brands[i]);
-            FF4_TRY(mp4_put(host, to, at + *size, brand.Data(), brand.Size(), size));
+            FF4_TRY(mp4_put_fields(to, brand));
         }
         return FF4_RET_OK;
     };
-    return mp4_write_container(host, options, file, offset, fourcc("ftyp"), body, total);
+    return mp4_write_container(sink, fourcc("ftyp"), body);
 }
 
-Mp4Result mp4_write_mvhd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4MovieHeader& header, uint64_t* total) {
+Mp4Result mp4_write_mvhd(Mp4Sink& sink, const Mp4MovieHeader& header) {
     uint32_t version = 0;
-    FF4_TRY(mp4_pick_version(host, options, header.creation_time, header.modification_time,
-                             header.duration, &version));
+    FF4_TRY(mp4_pick_version(sink.host, sink.options, header.creation_time,
+                             header.modification_time, header.duration, &version));
     Mp4Fields<112> fields;
     fields.U32(version_flags(version, header.version_flags));
     fields.Time(version, header.creation_time);
@@ -67,14 +65,13 @@ Mp4Result mp4_write_mvhd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File*
     put_matrix(&fields, header.matrix);
     fields.Skip(24);
     fields.U32(header.next_track_id);
-    return mp4_write_fields(host, options, file, offset, fourcc("mvhd"), fields, total);
+    return mp4_write_fields(sink, fourcc("mvhd"), fields);
 }
 
-Mp4Result mp4_write_tkhd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4TrackHeader& header, uint64_t* total) {
+Mp4Result mp4_write_tkhd(Mp4Sink& sink, const Mp4TrackHeader& header) {
     uint32_t version = 0;
-    FF4_TRY(mp4_pick_version(host, options, header.creation_time, header.modification_time,
-                             header.duration, &version));
+    FF4_TRY(mp4_pick_version(sink.host, sink.options, header.creation_time,
+                             header.modification_time, header.duration, &version));
     Mp4Fields<96> fields;
     fields.U32(version_flags(version, header.version_flags));
     fields.Time(version, header.creation_time);
@@ -90,15 +87,14 @@ Mp4Result mp4_write_tkhd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File*
     put_matrix(&fields, header.matrix);
     fields.U32(header.width);
     fields.U32(header.height);
-    return mp4_write_fields(host, options, file, offset, fourcc("tkhd"), fields, total);
+    return mp4_write_fields(sink, fourcc("tkhd"), fields);
 }
 
-Mp4Result mp4_write_mdhd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4MediaHeader& header, uint64_t* total) {
+Mp4Result mp4_write_mdhd(Mp4Sink& sink, const Mp4MediaHeader& header) {
     constexpr uint16_t kLanguageBits = 0x7FFF;
     uint32_t version = 0;
-    FF4_TRY(mp4_pick_version(host, options, header.creation_time, header.modification_time,
-                             header.duration, &version));
+    FF4_TRY(mp4_pick_version(sink.host, sink.options, header.creation_time,
+                             header.modification_time, header.duration, &version));
     Mp4Fields<36> fields;
     fields.U32(version_flags(version, header.version_flags));
     fields.Time(version, header.creation_time);
@@ -107,11 +103,10 @@ Mp4Result mp4_write_mdhd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File*
     fields.Time(version, header.duration);
     fields.U16(header.language & kLanguageBits);
     fields.Skip(2);
-    return mp4_write_fields(host, options, file, offset, fourcc("mdhd"), fields, total);
+    return mp4_write_fields(sink, fourcc("mdhd"), fields);
 }
 
-Mp4Result mp4_write_hdlr(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, uint32_t handler_type, uint64_t* total) {
+Mp4Result mp4_write_hdlr(Mp4Sink& sink, uint32_t handler_type) {
     for (const HandlerName& handler : kHandlerNames) {
         if (handler.type != handler_type) continue;
         Mp4Fields<64> fields;
@@ -120,38 +115,35 @@ Mp4Result mp4_write_hdlr(Mp4Host* host, const Mp4WriteOptions& options, Mp4File*
         fields.U32(handler_type);
         fields.Skip(12);
         fields.Copy(handler.name, std::strlen(handler.name) + 1);
-        return mp4_write_fields(host, options, file, offset, fourcc("hdlr"), fields, total);
+        return mp4_write_fields(sink, fourcc("hdlr"), fields);
     }
     return FF4_RET_INTERNAL;
 }
 
-Mp4Result mp4_write_vmhd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4MediaHeaderAtom& header, uint64_t* total) {
+Mp4Result mp4_write_vmhd(Mp4Sink& sink, const Mp4MediaHeaderAtom& header) {
     if (header.type != fourcc("vmhd")) return FF4_RET_INTERNAL;
     Mp4Fields<12> fields;
     fields.U32(kVideoHeaderFlags);
     fields.U16(header.graphics_mode);
     for (const uint16_t color : header.op_color)
         fields.U16(color);
-    return mp4_write_fields(host, options, file, offset, fourcc("vmhd"), fields, total);
+    return mp4_write_fields(sink, fourcc("vmhd"), fields);
 }
 
-Mp4Result mp4_write_smhd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4MediaHeaderAtom& header, uint64_t* total) {
+Mp4Result mp4_write_smhd(Mp4Sink& sink, const Mp4MediaHeaderAtom& header) {
     if (header.type != fourcc("smhd")) return FF4_RET_INTERNAL;
     Mp4Fields<8> fields;
     fields.U32(0);
     fields.U16(static_cast<uint16_t>(header.balance));
     fields.Skip(2);
-    return mp4_write_fields(host, options, file, offset, fourcc("smhd"), fields, total);
+    return mp4_write_fields(sink, fourcc("smhd"), fields);
 }
 
-Mp4Result mp4_write_nmhd(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4MediaHeaderAtom& header, uint64_t* total) {
+Mp4Result mp4_write_nmhd(Mp4Sink& sink, const Mp4MediaHeaderAtom& header) {
     if (header.type != fourcc("nmhd")) return FF4_RET_INTERNAL;
     Mp4Fields<4> fields;
     fields.U32(0);
-    return mp4_write_fields(host, options, file, offset, fourcc("nmhd"), fields, total);
+    return mp4_write_fields(sink, fourcc("nmhd"), fields);
 }
 
 }  // namespace tarn

@@ -9,13 +9,10 @@
 namespace tarn {
 
 // 'uuid' 'USMT' with an 'MTDT' and an 'MTDF', each where it has items; nothing without any.
-Mp4Result mp4_write_usmt(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4UserBuild& user, uint64_t* total);
+Mp4Result mp4_write_usmt(Mp4Sink& sink, const Mp4UserBuild& user);
 // One list, 'MTDT' or 'MTDF'. Items must be loaded; an item or a count past 16 bits is
 // FF4_RET_OVERFLOW.
-Mp4Result mp4_write_meta_list(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                              uint64_t offset, uint32_t type, const Mp4MetaList& list,
-                              uint64_t* total);
+Mp4Result mp4_write_meta_list(Mp4Sink& sink, uint32_t type, const Mp4MetaList& list);
 
 // The records of 'PROF', each where it is present.
 struct Mp4ProfileBuild {
@@ -25,7 +22,6 @@ struct Mp4ProfileBuild {
     Mp4VideoProfile video;
 };
 // Nothing without any record.
-Mp4Result mp4_write_prof(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4ProfileBuild& profile, uint64_t* total);
+Mp4Result mp4_write_prof(Mp4Sink& sink, const Mp4ProfileBuild& profile);
 
 }  // namespace tarn

@@ -7,34 +7,29 @@
 namespace tarn {
 namespace {
 
-Mp4Result write_media_header(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                             uint64_t offset, const Mp4MediaHeaderAtom& header, uint64_t* total) {
+Mp4Result write_media_header(Mp4Sink& sink, const Mp4MediaHeaderAtom& header) {
     switch (header.type) {
         case fourcc("vmhd"):
-            return mp4_write_vmhd(host, options, file, offset, header, total);
+            return mp4_write_vmhd(sink, header);
         case fourcc("smhd"):
-            return mp4_write_smhd(host, options, file, offset, header, total);
+            return mp4_write_smhd(sink, header);
         default:
-            return mp4_write_nmhd(host, options, file, offset, header, total);
+            return mp4_write_nmhd(sink, header);
     }
 }
 
-Mp4Result write_dinf(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file, uint64_t offset,
-                     const Mp4DataRefs& refs, uint64_t* total) {
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
-        return mp4_write_dref(host, options, to, at + *size, refs, size);
-    };
-    return mp4_write_container(host, options, file, offset, fourcc("dinf"), body, total);
+Mp4Result write_dinf(Mp4Sink& sink, const Mp4DataRefs& refs) {
+    const auto body = [&](Mp4Sink& to) { return mp4_write_dref(to, refs); };
+    return mp4_write_container(sink, fourcc("dinf"), body);
 }
 
-Mp4Result write_minf(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file, uint64_t offset,
-                     Mp4MediaBuild* media, uint64_t* total) {
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
-        FF4_TRY(write_media_header(host, options, to, at + *size, media->media_header, size));
-        FF4_TRY(write_dinf(host, options, to, at + *size, media->refs, size));
-        return mp4_write_stbl(host, options, to, at + *size, &media->tables, size);
+Mp4Result write_minf(Mp4Sink& sink, Mp4MediaBuild* media) {
+    const auto body = [&](Mp4Sink& to) {
+        FF4_TRY(write_media_header(to, media->media_header));
+        FF4_TRY(write_dinf(to, media->refs));
+        return mp4_write_stbl(to, &media->tables);
     };
-    return mp4_write_container(host, options, file, offset, fourcc("minf"), body, total);
+    return mp4_write_container(sink, fourcc("minf"), body);
 }
 
 // 'mvhd' with what the caller left open.
@@ -47,84 +42,71 @@ Mp4Result finished_movie_header(const Mp4MovieBuild& movie, Mp4MovieHeader* head
 
 }  // namespace
 
-Mp4Result mp4_write_moov(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, Mp4MovieBuild* movie, uint64_t* total) {
-    if (!host || !movie || !total) return FF4_RET_ARGS;
+Mp4Result mp4_write_moov(Mp4Sink& sink, Mp4MovieBuild* movie) {
+    if (!movie) return FF4_RET_ARGS;
     Mp4MovieHeader header{};
     FF4_TRY(finished_movie_header(*movie, &header));
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
-        FF4_TRY(mp4_write_mvhd(host, options, to, at + *size, header, size));
-        if (movie->iods.size > 0)
-            FF4_TRY(mp4_write_iods(host, options, to, at + *size, movie->iods, size));
+    const auto body = [&](Mp4Sink& to) {
+        FF4_TRY(mp4_write_mvhd(to, header));
+        if (movie->iods.size > 0) FF4_TRY(mp4_write_iods(to, movie->iods));
         for (Mp4TrackBuild* track = movie->tracks.head; track; track = track->next)
-            FF4_TRY(mp4_write_trak(host, options, to, at + *size, *movie, track, size));
-        if (movie->has_extends)
-            FF4_TRY(mp4_write_mvex(host, options, to, at + *size, movie->extends, size));
-        return mp4_write_usmt(host, options, to, at + *size, movie->user, size);
+            FF4_TRY(mp4_write_trak(to, *movie, track));
+        if (movie->has_extends) FF4_TRY(mp4_write_mvex(to, movie->extends));
+        return mp4_write_usmt(to, movie->user);
     };
-    uint64_t size = 0;
-    FF4_TRY(mp4_write_container(host, options, file, offset, fourcc("moov"), body, &size));
-    movie->atom_size = size;
-    *total += size;
+    const uint64_t start = sink.position;
+    FF4_TRY(mp4_write_container(sink, fourcc("moov"), body));
+    movie->atom_size = sink.position - start;
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_write_trak(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4MovieBuild& movie, Mp4TrackBuild* track,
-                         uint64_t* total) {
-    if (!host || !track || !total) return FF4_RET_ARGS;
+Mp4Result mp4_write_trak(Mp4Sink& sink, const Mp4MovieBuild& movie, Mp4TrackBuild* track) {
+    if (!track) return FF4_RET_ARGS;
     Mp4TrackHeader header = track->header;
     FF4_TRY(mp4_track_duration(movie, *track, &header.duration));
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
-        FF4_TRY(mp4_write_tkhd(host, options, to, at + *size, header, size));
-        FF4_TRY(mp4_write_tref(host, options, to, at + *size, track->references, size));
-        FF4_TRY(mp4_write_edts(host, options, to, at + *size, track->edits, size));
-        FF4_TRY(mp4_write_mdia(host, options, to, at + *size, &track->media, size));
-        return mp4_write_usmt(host, options, to, at + *size, track->user, size);
+    const auto body = [&](Mp4Sink& to) {
+        FF4_TRY(mp4_write_tkhd(to, header));
+        FF4_TRY(mp4_write_tref(to, track->references));
+        FF4_TRY(mp4_write_edts(to, track->edits));
+        FF4_TRY(mp4_write_mdia(to, &track->media));
+        return mp4_write_usmt(to, track->user);
     };
-    uint64_t size = 0;
-    FF4_TRY(mp4_write_container(host, options, file, offset, fourcc("trak"), body, &size));
-    track->atom_size = size;
-    *total += size;
+    const uint64_t start = sink.position;
+    FF4_TRY(mp4_write_container(sink, fourcc("trak"), body));
+    track->atom_size = sink.position - start;
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_write_mdia(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, Mp4MediaBuild* media, uint64_t* total) {
-    if (!host || !media || !total) return FF4_RET_ARGS;
+Mp4Result mp4_write_mdia(Mp4Sink& sink, Mp4MediaBuild* media) {
+    if (!media) return FF4_RET_ARGS;
     Mp4MediaHeader header = media->header;
     header.duration = media->tables.duration;
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
-        FF4_TRY(mp4_write_mdhd(host, options, to, at + *size, header, size));
-        FF4_TRY(mp4_write_hdlr(host, options, to, at + *size, media->handler_type, size));
-        return write_minf(host, options, to, at + *size, media, size);
+    const auto body = [&](Mp4Sink& to) {
+        FF4_TRY(mp4_write_mdhd(to, header));
+        FF4_TRY(mp4_write_hdlr(to, media->handler_type));
+        return write_minf(to, media);
     };
-    uint64_t size = 0;
-    FF4_TRY(mp4_write_container(host, options, file, offset, fourcc("mdia"), body, &size));
-    media->atom_size = size;
-    *total += size;
+    const uint64_t start = sink.position;
+    FF4_TRY(mp4_write_container(sink, fourcc("mdia"), body));
+    media->atom_size = sink.position - start;
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_write_stbl(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, Mp4TableBuild* tables, uint64_t* total) {
-    if (!host || !tables || !total) return FF4_RET_ARGS;
+Mp4Result mp4_write_stbl(Mp4Sink& sink, Mp4TableBuild* tables) {
+    if (!tables) return FF4_RET_ARGS;
     if (tables->broken) return FF4_RET_STATE;
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
-        FF4_TRY(mp4_write_stsd(host, options, to, at + *size, tables->entries, size));
-        FF4_TRY(mp4_write_stts(host, options, to, at + *size, *tables, size));
-        if (tables->has_compositions)
-            FF4_TRY(mp4_write_ctts(host, options, to, at + *size, *tables, size));
-        FF4_TRY(mp4_write_stsc(host, options, to, at + *size, *tables, size));
-        FF4_TRY(mp4_write_sizes(host, options, to, at + *size, *tables, size));
-        FF4_TRY(mp4_write_chunk_offsets(host, options, to, at + *size, *tables, size));
-        return tables->has_syncs ? mp4_write_stss(host, options, to, at + *size, *tables, size)
-                                 : FF4_RET_OK;
+    const auto body = [&](Mp4Sink& to) {
+        FF4_TRY(mp4_write_stsd(to, tables->entries));
+        FF4_TRY(mp4_write_stts(to, *tables));
+        if (tables->has_compositions) FF4_TRY(mp4_write_ctts(to, *tables));
+        FF4_TRY(mp4_write_stsc(to, *tables));
+        FF4_TRY(mp4_write_sizes(to, *tables));
+        FF4_TRY(mp4_write_chunk_offsets(to, *tables));
+        return tables->has_syncs ? mp4_write_stss(to, *tables) : FF4_RET_OK;
     };
-    uint64_t size = 0;
-    FF4_TRY(mp4_write_container(host, options, file, offset, fourcc("stbl"), body, &size));
-    tables->atom_size = size;
-    *total += size;
+    const uint64_t start = sink.position;
+    FF4_TRY(mp4_write_container(sink, fourcc("stbl"), body));
+    tables->atom_size = sink.position - start;
     return FF4_RET_OK;
 }
 

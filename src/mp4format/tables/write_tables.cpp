@@ -13,40 +13,37 @@ static_assert(kTableBlockEntries % 2 == 0);
 // Puts the entries of a list, one write a block. encode(const Entry* from, uint32_t count,
 // uint8_t* to) fills packed_size(count, bits) bytes, which come as zeros.
 template <typename Entry, typename Encode>
-Mp4Result put_entries(Mp4Host* host, Mp4File* file, uint64_t offset, const Mp4ChunkList& list,
-                      uint32_t bits, Encode encode, uint64_t* total) {
-    if (!file) {
-        *total += packed_size(list.count, bits);
+Mp4Result put_entries(Mp4Sink& sink, const Mp4ChunkList& list, uint32_t bits, Encode encode) {
+    if (!sink.file) {
+        sink.position += packed_size(list.count, bits);
         return FF4_RET_OK;
     }
     for (const Mp4ChunkBlock* block = list.head; block; block = block->next) {
         const uint64_t size = packed_size(block->count, bits);
-        auto bytes = mp4_make<uint8_t>(host, size);
+        auto bytes = mp4_make<uint8_t>(sink.host, size);
         if (!bytes) return FF4_RET_NOMEM;
         encode(static_cast<const Entry*>(block->entries), block->count, bytes.get());
-        FF4_TRY(mp4_put(host, file, offset, bytes.get(), size, total));
-        offset += size;
+        FF4_TRY(mp4_put(sink, bytes.get(), size));
     }
     return FF4_RET_OK;
 }
 
 // A table with the usual head. put(const Entry&, uint8_t* to) writes one entry of `entry_size`.
 template <typename Entry, typename Put>
-Mp4Result write_table(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file, uint64_t offset,
-                      uint32_t type, uint32_t version, const Mp4ChunkList& list,
-                      uint32_t entry_size, Put put, uint64_t* total) {
+Mp4Result write_table(Mp4Sink& sink, uint32_t type, uint32_t version, const Mp4ChunkList& list,
+                      uint32_t entry_size, Put put) {
     const auto encode = [&](const Entry* from, uint32_t count, uint8_t* to) {
         for (uint32_t i = 0; i < count; ++i)
             put(from[i], to + uint64_t{entry_size} * i);
     };
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
+    const auto body = [&](Mp4Sink& to) {
         Mp4Fields<kTableHead> head;
         head.U32(version << 24);
         head.U32(list.count);
-        FF4_TRY(mp4_put(host, to, at + *size, head.Data(), head.Size(), size));
-        return put_entries<Entry>(host, to, at + *size, list, entry_size * 8, encode, size);
+        FF4_TRY(mp4_put_fields(to, head));
+        return put_entries<Entry>(to, list, entry_size * 8, encode);
     };
-    return mp4_write_container(host, options, file, offset, type, body, total);
+    return mp4_write_container(sink, type, body);
 }
 
 void put_number(const uint32_t& value, uint8_t* to) {
@@ -78,42 +75,35 @@ Mp4Result needs_large_offsets(const Mp4WriteOptions& options, const Mp4ChunkList
 
 }  // namespace
 
-Mp4Result mp4_write_stts(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4TableBuild& tables, uint64_t* total) {
+Mp4Result mp4_write_stts(Mp4Sink& sink, const Mp4TableBuild& tables) {
     const auto put = [](const Mp4BuildTimeRun& run, uint8_t* to) {
         put_be32(to, run.count);
         put_be32(to + 4, run.delta);
     };
-    return write_table<Mp4BuildTimeRun>(host, options, file, offset, fourcc("stts"), 0,
-                                        tables.times, 8, put, total);
+    return write_table<Mp4BuildTimeRun>(sink, fourcc("stts"), 0, tables.times, 8, put);
 }
 
-Mp4Result mp4_write_ctts(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4TableBuild& tables, uint64_t* total) {
+Mp4Result mp4_write_ctts(Mp4Sink& sink, const Mp4TableBuild& tables) {
     const auto put = [](const Mp4BuildOffsetRun& run, uint8_t* to) {
         put_be32(to, run.count);
         put_be32(to + 4, static_cast<uint32_t>(run.offset));
     };
-    return write_table<Mp4BuildOffsetRun>(host, options, file, offset, fourcc("ctts"),
-                                          tables.has_negative_offset ? 1 : 0, tables.compositions,
-                                          8, put, total);
+    return write_table<Mp4BuildOffsetRun>(sink, fourcc("ctts"), tables.has_negative_offset ? 1 : 0,
+                                          tables.compositions, 8, put);
 }
 
-Mp4Result mp4_write_stsc(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4TableBuild& tables, uint64_t* total) {
+Mp4Result mp4_write_stsc(Mp4Sink& sink, const Mp4TableBuild& tables) {
     const auto put = [](const Mp4BuildChunkRun& run, uint8_t* to) {
         put_be32(to, run.first_chunk);
         put_be32(to + 4, run.samples_per_chunk);
         put_be32(to + 8, run.description_index);
     };
-    return write_table<Mp4BuildChunkRun>(host, options, file, offset, fourcc("stsc"), 0,
-                                         tables.chunk_runs, 12, put, total);
+    return write_table<Mp4BuildChunkRun>(sink, fourcc("stsc"), 0, tables.chunk_runs, 12, put);
 }
 
 // Both kinds have a head of 12 bytes: version and flags, the constant size or the field width, the
 // count.
-Mp4Result mp4_write_sizes(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                          uint64_t offset, const Mp4TableBuild& tables, uint64_t* total) {
+Mp4Result mp4_write_sizes(Mp4Sink& sink, const Mp4TableBuild& tables) {
     const bool compact = tables.field_bits > 0;
     const uint32_t bits = compact ? tables.field_bits : 32;
     const auto encode = [&](const uint32_t* from, uint32_t count, uint8_t* to) {
@@ -121,38 +111,33 @@ Mp4Result mp4_write_sizes(Mp4Host* host, const Mp4WriteOptions& options, Mp4File
         for (uint32_t i = 0; i < count; ++i)
             put_be32(to + 4 * i, from[i]);
     };
-    const auto body = [&](Mp4File* to, uint64_t at, uint64_t* size) {
+    const auto body = [&](Mp4Sink& to) {
         Mp4Fields<12> head;
         head.U32(0);
         head.U32(compact ? tables.field_bits : tables.constant_size);
         head.U32(tables.sample_count);
-        FF4_TRY(mp4_put(host, to, at + *size, head.Data(), head.Size(), size));
-        return put_entries<uint32_t>(host, to, at + *size, tables.sizes, bits, encode, size);
+        FF4_TRY(mp4_put_fields(to, head));
+        return put_entries<uint32_t>(to, tables.sizes, bits, encode);
     };
     const uint32_t type = compact ? fourcc("stz2") : fourcc("stsz");
-    return mp4_write_container(host, options, file, offset, type, body, total);
+    return mp4_write_container(sink, type, body);
 }
 
-Mp4Result mp4_write_chunk_offsets(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                                  uint64_t offset, const Mp4TableBuild& tables, uint64_t* total) {
+Mp4Result mp4_write_chunk_offsets(Mp4Sink& sink, const Mp4TableBuild& tables) {
     bool large = false;
-    FF4_TRY(needs_large_offsets(options, tables.chunks, &large));
+    FF4_TRY(needs_large_offsets(sink.options, tables.chunks, &large));
     if (large) {
         const auto put = [](const uint64_t& value, uint8_t* to) { put_be64(to, value); };
-        return write_table<uint64_t>(host, options, file, offset, fourcc("co64"), 0, tables.chunks,
-                                     8, put, total);
+        return write_table<uint64_t>(sink, fourcc("co64"), 0, tables.chunks, 8, put);
     }
     const auto put = [](const uint64_t& value, uint8_t* to) {
         put_be32(to, static_cast<uint32_t>(value));
     };
-    return write_table<uint64_t>(host, options, file, offset, fourcc("stco"), 0, tables.chunks, 4,
-                                 put, total);
+    return write_table<uint64_t>(sink, fourcc("stco"), 0, tables.chunks, 4, put);
 }
 
-Mp4Result mp4_write_stss(Mp4Host* host, const Mp4WriteOptions& options, Mp4File* file,
-                         uint64_t offset, const Mp4TableBuild& tables, uint64_t* total) {
-    return write_table<uint32_t>(host, options, file, offset, fourcc("stss"), 0, tables.syncs, 4,
-                                 put_number, total);
+Mp4Result mp4_write_stss(Mp4Sink& sink, const Mp4TableBuild& tables) {
+    return write_table<uint32_t>(sink, fourcc("stss"), 0, tables.syncs, 4, put_number);
 }
 
 }  // namespace tarn

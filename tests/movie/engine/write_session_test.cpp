@@ -105,8 +105,9 @@ struct Rig {
             const MovieSample& sample = from.samples[*next];
             if (sample.description != description) break;
             runs.push_back({1, sample.size, sample.duration, sample.composition, sample.sync});
-            FF4_TRY(mp4_put(host, file, data_offset + written, source.data() + sample.offset,
-                            sample.size, &written));
+            Mp4Sink sink{host, kWriteAsNeeded, file, data_offset + written};
+            FF4_TRY(mp4_put(sink, source.data() + sample.offset, sample.size));
+            written += sample.size;
         }
         return mp4_add_track_chunk(
             session, number, {at, description, runs.data(), static_cast<uint32_t>(runs.size())});

@@ -30,15 +30,6 @@ Mp4TrackBuild* AddTrack(Movie& movie, const Mp4NewTrack& track = {.handler_type 
     return made;
 }
 
-template <typename Record>
-auto Writer(Mp4Result (*writer)(Mp4Host*, const Mp4WriteOptions&, Mp4File*, uint64_t, const Record&,
-                                uint64_t*),
-            const Record& record, const Mp4WriteOptions& options = kOptions) {
-    return [=](Mp4Host* host, Mp4File* file, uint64_t offset, uint64_t* total) {
-        return writer(host, options, file, offset, record, total);
-    };
-}
-
 TEST(WriteAtoms, HeadersOfBothVersions) {
     for (const uint8_t version : {0, 1}) {
         SCOPED_TRACE(version);
@@ -49,12 +40,12 @@ TEST(WriteAtoms, HeadersOfBothVersions) {
         // What is written is the builder's, and reads back as it was.
         const auto both_ways = [&](auto writer, auto reader, const auto& record,
                                    const Bytes& expected) {
-            EXPECT_EQ(Written(host, Writer(writer, record, options)), expected);
+            EXPECT_EQ(Written(host, writer, record, options), expected);
             auto read = std::remove_cvref_t<decltype(record)>{};
             TestHost file(expected);
             ASSERT_EQ(reader(file, file.File(), {8, expected.size() - 8}, &read), FF4_RET_OK);
             read.version_flags &= 0xFFFFFF;
-            EXPECT_EQ(Written(host, Writer(writer, read, options)), expected);
+            EXPECT_EQ(Written(host, writer, read, options), expected);
         };
         Mp4MovieHeader mvhd = movie.build.header;
         mvhd.creation_time = 11;
@@ -109,23 +100,17 @@ TEST(WriteAtoms, HandlersHaveNamesAndHeaders) {
         {"BKDT", "Book Media Handler", mp4_write_nmhd},
     };
     TestHost host;
-    const auto hdlr = [](uint32_t type) {
-        return [type](Mp4Host* h, Mp4File* file, uint64_t offset, uint64_t* size) {
-            return mp4_write_hdlr(h, kOptions, file, offset, type, size);
-        };
-    };
-    uint64_t total = 0;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(Written(host, hdlr(c.type.value)), Hdlr(c.type, c.name));
+        EXPECT_EQ(Written(host, mp4_write_hdlr, c.type.value), Hdlr(c.type, c.name));
         Movie movie(host);
         Mp4TrackBuild* made = AddTrack(movie, {.handler_type = c.type.value, .timescale = 1});
         const Mp4MediaHeaderAtom& header = made->media.media_header;
-        EXPECT_EQ(Written(host, Writer(c.media_header, header)), MediaHeader(c.type));
+        EXPECT_EQ(Written(host, c.media_header, header), MediaHeader(c.type));
         auto* wrong = c.media_header == mp4_write_nmhd ? mp4_write_smhd : mp4_write_nmhd;
-        EXPECT_EQ(wrong(host, kOptions, nullptr, 0, header, &total), FF4_RET_INTERNAL);
+        EXPECT_EQ(DryRun(host, wrong, header), FF4_RET_INTERNAL);
     }
-    EXPECT_EQ(hdlr(fourcc("text"))(host, nullptr, 0, &total), FF4_RET_INTERNAL);
+    EXPECT_EQ(DryRun(host, mp4_write_hdlr, fourcc("text")), FF4_RET_INTERNAL);
 }
 
 TEST(WriteAtoms, EditListsTakeTheVersionTheyNeed) {
@@ -154,7 +139,7 @@ TEST(WriteAtoms, EditListsTakeTheVersionTheyNeed) {
         EXPECT_EQ(mp4_add_edit(host, options, c.edit, track), c.added);
         std::vector<Edit> edits = {{1, 2}};
         if (c.added == FF4_RET_OK) edits.push_back({c.edit.segment_duration, c.edit.media_time});
-        EXPECT_EQ(Written(host, Writer(mp4_write_edts, track->edits, options)),
+        EXPECT_EQ(Written(host, mp4_write_edts, track->edits, options),
                   Atom("edts", Elst(edits, c.version)));
     }
 }
@@ -208,7 +193,7 @@ TEST(WriteAtoms, SampleEntriesComeBack) {
             FF4_RET_OK);
         ASSERT_EQ(mp4_copy_sample_entry(host, *read.head, &copied), FF4_RET_OK);
         mp4_free_sample_entries(host, &read);
-        EXPECT_EQ(Written(host, Writer(mp4_write_stsd, copied)), Stsd({c.out}));
+        EXPECT_EQ(Written(host, mp4_write_stsd, copied), Stsd({c.out}));
         mp4_free_sample_entries(host, &copied);
     }
 }
@@ -225,10 +210,9 @@ TEST(WriteAtoms, EntriesMadeFromFields) {
     config.length_size_minus_one = 3;
     config.sequence_sets = {&sps, &sps, 1};
     config.picture_sets = {&pps, &pps, 1};
-    EXPECT_EQ(Written(host, Writer(mp4_write_avcc, config)), Avcc({set}, {picture}));
+    EXPECT_EQ(Written(host, mp4_write_avcc, config), Avcc({set}, {picture}));
     config.sequence_sets.count = 32;
-    uint64_t total = 0;
-    EXPECT_EQ(mp4_write_avcc(host, kOptions, nullptr, 0, config, &total), FF4_RET_OVERFLOW);
+    EXPECT_EQ(DryRun(host, mp4_write_avcc, config), FF4_RET_OVERFLOW);
 
     Bytes url = Text("there");
     Mp4EsDescriptor es{};
@@ -239,10 +223,9 @@ TEST(WriteAtoms, EntriesMadeFromFields) {
     es.ocr_es_id = 9;
     es.url = {url.data(), 5};
     const Bytes es_fields = Join(Be16({7}), Bytes{0xE3}, Be16({8}), Bytes{5}, url, Be16({9}));
-    EXPECT_EQ(Written(host, Writer(mp4_write_esds, es)),
-              FullAtom("esds", 0, 0, Descriptor(3, es_fields)));
+    EXPECT_EQ(Written(host, mp4_write_esds, es), FullAtom("esds", 0, 0, Descriptor(3, es_fields)));
     es.url.size = 256;
-    EXPECT_EQ(mp4_write_esds(host, kOptions, nullptr, 0, es, &total), FF4_RET_OVERFLOW);
+    EXPECT_EQ(DryRun(host, mp4_write_esds, es), FF4_RET_OVERFLOW);
 
     Mp4SampleEntry entry{};
     for (const auto& [kind, code] : {std::pair{kEntryMpeg4Visual, "mp4v"},
@@ -250,55 +233,45 @@ TEST(WriteAtoms, EntriesMadeFromFields) {
                                      {kEntryAudio, "mp4a"},
                                      {kEntryStream, "mp4s"}}) {
         entry.kind = kind;
-        const Bytes bytes = Written(host, Writer(mp4_write_sample_entry, entry));
+        const Bytes bytes = Written(host, mp4_write_sample_entry, entry);
         EXPECT_EQ(Bytes(bytes.begin() + 4, bytes.begin() + 8), Text(code));
     }
     entry.kind = kEntryUnknown;
     entry.format = fourcc("hev1");
-    EXPECT_EQ(mp4_write_sample_entry(host, kOptions, nullptr, 0, entry, &total), FF4_RET_INTERNAL);
+    EXPECT_EQ(DryRun(host, mp4_write_sample_entry, entry), FF4_RET_INTERNAL);
 }
 
 TEST(WriteAtoms, ObjectDescriptors) {
     TestHost host;
     const uint32_t streams[] = {1, 0x10002};
     const Mp4ObjectDescriptor object{1, false, 0xFF, 0xFE, 0xFD, 0xFC, 0xFB, streams, 2};
-    const Bytes bytes = Written(host, [&](Mp4Host* h, Mp4File* file, uint64_t at, uint64_t* size) {
-        return mp4_write_initial_object_descriptor(h, file, at, object, size);
-    });
+    const Bytes bytes = Written(host, mp4_write_initial_object_descriptor, object);
     EXPECT_EQ(bytes,
               Descriptor(16, Join(Bytes{0, 0x4F, 0xFF, 0xFE, 0xFD, 0xFC, 0xFB},
                                   Descriptor(14, Be32({1})), Descriptor(14, Be32({0x10002})))));
     Bytes copy = bytes;
+    EXPECT_EQ(Written(host, mp4_write_iods, Mp4ByteBlock{copy.data(), uint32_t(copy.size())}),
+              FullAtom("iods", 0, 0, bytes));
     EXPECT_EQ(
-        Written(host, Writer(mp4_write_iods, Mp4ByteBlock{copy.data(), uint32_t(copy.size())})),
-        FullAtom("iods", 0, 0, bytes));
-    EXPECT_EQ(
-        Written(host,
-                [&](Mp4Host* h, Mp4File* file, uint64_t at, uint64_t* size) {
-                    return mp4_write_object_descriptor(h, file, at, object, size);
-                }),
+        Written(host, mp4_write_object_descriptor, object),
         Descriptor(17, Join(Bytes{0, 0x5F}, Descriptor(15, Be16({1})), Descriptor(15, Be16({2})))));
     const uint8_t data[] = {1, 2};
-    EXPECT_EQ(Written(host,
-                      [&](Mp4Host* h, Mp4File* file, uint64_t at, uint64_t* size) {
-                          return mp4_write_ipmp_descriptor(h, file, at, {3, 4, data, 2}, size);
-                      }),
+    EXPECT_EQ(Written(host, mp4_write_ipmp_descriptor, Mp4IpmpDescriptor{3, 4, data, 2}),
               Descriptor(11, {3, 0, 4, 1, 2}));
 }
 
 TEST(WriteAtoms, ProfilesAndTheirAbsence) {
     TestHost host;
     Mp4ProfileBuild profile{};
-    EXPECT_TRUE(Written(host, Writer(mp4_write_prof, profile)).empty());
+    EXPECT_TRUE(Written(host, mp4_write_prof, profile).empty());
     profile.has_file = profile.has_audio = profile.has_video = true;
     profile.file_profile = 0x10000002;
     profile.audio = {2, fourcc("mp4a"), 0x20F, 0, 128, 96, 48000, 2};
     profile.video = {1,        fourcc("avc1"), 0x014D0015, 0,   4000, 3000,
                      0x1DF853, 0x1DF853,       320,        180, 1,    1};
-    EXPECT_EQ(Written(host, Writer(mp4_write_prof, profile)),
-              Prof({Fprf(0x10000002), Aprf(), Vprf()}));
+    EXPECT_EQ(Written(host, mp4_write_prof, profile), Prof({Fprf(0x10000002), Aprf(), Vprf()}));
     profile.has_file = profile.has_audio = false;
-    EXPECT_EQ(Written(host, Writer(mp4_write_prof, profile)), Prof({Vprf()}));
+    EXPECT_EQ(Written(host, mp4_write_prof, profile), Prof({Vprf()}));
 }
 
 TEST(WriteAtoms, UserMetadataUpToItsLimits) {
@@ -319,7 +292,7 @@ TEST(WriteAtoms, UserMetadataUpToItsLimits) {
     data.resize(65525);
     const Bytes texts = Mtdt({{.type = 3, .language = 0x95C4, .encoding = 1, .data = data}});
     const Bytes files = Mtdf({{.type = 3, .language = 0x95C4, .encoding = 1}});
-    EXPECT_EQ(Written(host, Writer(mp4_write_usmt, movie.build.user)), Uuid("USMT", texts, files));
+    EXPECT_EQ(Written(host, mp4_write_usmt, movie.build.user), Uuid("USMT", texts, files));
     movie.build.user.texts.count = 65536;
     EXPECT_EQ(mp4_add_meta_item(host, item, &movie.build.user.texts), FF4_RET_OVERFLOW);
 }
@@ -405,11 +378,7 @@ TEST(WriteAtoms, AWholeMovieByteForByte) {
         Atom("moov", Mvhd({.timescale = 600, .duration = 620, .next_track_id = 6}), Iods(), video,
              sound, Atom("mvex", Mehd(900), Trex({.track_id = 5, .duration = 1024})),
              Uuid("USMT", Mtdt({{.type = 10}})));
-    EXPECT_EQ(Written(host,
-                      [&](Mp4Host* h, Mp4File* file, uint64_t at, uint64_t* size) {
-                          return mp4_write_moov(h, kOptions, file, at, &movie.build, size);
-                      }),
-              expected);
+    EXPECT_EQ(Written(host, mp4_write_moov, &movie.build), expected);
     EXPECT_EQ(movie.build.atom_size, expected.size());
     EXPECT_EQ(movie.build.tracks.head->atom_size, video.size());
     EXPECT_EQ(movie.build.tracks.tail->media.tables.atom_size, sound_tables.size());
@@ -418,9 +387,9 @@ TEST(WriteAtoms, AWholeMovieByteForByte) {
 TEST(WriteAtoms, EveryFaultIsReportedAndLeaksNothing) {
     const auto step = [](TestHost& host) {
         Movie movie(host);
-        uint64_t total = 0;
         FF4_TRY(MakeMovie(host, &movie.build));
-        return mp4_write_moov(host, kOptions, host.File(), 0, &movie.build, &total);
+        Mp4Sink sink{host, kOptions, host.File(), 0};
+        return mp4_write_moov(sink, &movie.build);
     };
     ExpectFaultsTold({HostCall::kWrite, HostCall::kSeek, HostCall::kAlloc}, {}, step, 31);
 }
@@ -500,9 +469,9 @@ TEST(MovieBuild, VisibilityAndDurationsPast64Bits) {
     Movie movie(host);
     Mp4TrackBuild* track = AddTrack(movie);
     track->media.tables.duration = UINT64_MAX / 1000 + 1;
-    uint64_t duration = 0, total = 0;
+    uint64_t duration = 0;
     EXPECT_EQ(mp4_track_duration(movie.build, *track, &duration), FF4_RET_OVERFLOW);
-    EXPECT_EQ(mp4_write_moov(host, kOptions, nullptr, 0, &movie.build, &total), FF4_RET_OVERFLOW);
+    EXPECT_EQ(DryRun(host, mp4_write_moov, &movie.build), FF4_RET_OVERFLOW);
 }
 
 }  // namespace

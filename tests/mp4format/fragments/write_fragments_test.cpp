@@ -17,9 +17,6 @@ TEST(WriteFragments, EveryFieldOfAMoof) {
                                   {{0x020000, 2, 0, 0, 0, 0, 0}, bare, 2}};
     const Mp4MoofBuild moof{9, trafs, 2};
     TestHost host;
-    const auto write = [&](Mp4Host* h, Mp4File* file, uint64_t at, uint64_t* size) {
-        return mp4_write_moof(h, kOptions, file, at, moof, size);
-    };
     const Bytes first = Atom(
         "traf",
         Tfhd({.base_offset = 0x100000000, .description = 2, .duration = 3, .size = 4, .flags = 5}),
@@ -32,11 +29,11 @@ TEST(WriteFragments, EveryFieldOfAMoof) {
     const Bytes second =
         Atom("traf", Tfhd({.track_id = 2, .more_flags = 0x20000}), Trun({.count = 3}),
              Trun({.row_flags = 0x200, .count = 3, .words = {7, 8, 9}}));
-    EXPECT_EQ(Written(host, write), Moof(9, {first, second}));
+    EXPECT_EQ(Written(host, mp4_write_moof, moof), Moof(9, {first, second}));
 
     const auto step = [&](TestHost& h) {
-        uint64_t total = 0;
-        return write(h, h.File(), 0, &total);
+        Mp4Sink sink{h, kOptions, h.File(), 0};
+        return mp4_write_moof(sink, moof);
     };
     ExpectFaultsTold({HostCall::kWrite}, {}, step, 10);
 }
@@ -45,11 +42,8 @@ TEST(WriteFragments, ExtendsTakeTheVersionTheyNeed) {
     TestHost host;
     Mp4Trex trex{{}, 2, 1, 1024, 6, 0x10000, nullptr};
     Mp4MovieExtends extends{{}, 0x100000000, &trex, &trex};
-    const auto write = [&](Mp4Host* h, Mp4File* file, uint64_t at, uint64_t* size) {
-        return mp4_write_mvex(h, kOptions, file, at, extends, size);
-    };
     const Bytes defaults = Trex({2, 1, 1024, 6, 0x10000});
-    const Bytes written = Written(host, write);
+    const Bytes written = Written(host, mp4_write_mvex, extends);
     EXPECT_EQ(written, Atom("mvex", Mehd(0x100000000, 1), defaults));
     Mp4MovieExtends read{};
     ASSERT_EQ(mp4_read_mvex(host, host.Add(written), {8, written.size() - 8}, &read), FF4_RET_OK);
@@ -62,10 +56,10 @@ TEST(WriteFragments, ExtendsTakeTheVersionTheyNeed) {
     EXPECT_EQ(found->default_flags, 0x10000u);
     EXPECT_EQ(mp4_find_trex(read, 1), nullptr);
     mp4_free_mvex(host, &read);
-    uint64_t total = 0;
-    EXPECT_EQ(mp4_write_mvex(host, {1, kVersion0, 1}, nullptr, 0, extends, &total), FF4_RET_STATE);
+    EXPECT_EQ(DryRun(host, mp4_write_mvex, extends, {1, kVersion0, 1}), FF4_RET_STATE);
     extends.fragment_duration = 0;
-    EXPECT_EQ(Written(host, write), Atom("mvex", defaults)) << "no duration, no mehd";
+    EXPECT_EQ(Written(host, mp4_write_mvex, extends), Atom("mvex", defaults))
+        << "no duration, no mehd";
 }
 
 TEST(MovieExtends, ShortAndUnknownAtoms) {
@@ -118,13 +112,9 @@ TEST(WriteFragments, RandomAccessTables) {
         Mp4TrackRandomAccess table{7, 0, 0x12, 2, {}, points, nullptr};
         const Mp4RandomAccess access{{}, {}, &table, &table};
         const Mp4WriteOptions options = {kSizeAuto, c.policy, kOffsetAuto};
-        const auto write = [&](Mp4Host* h, Mp4File* file, uint64_t at, uint64_t* size) {
-            return mp4_write_mfra(h, options, file, at, access, size);
-        };
-        uint64_t total = 0;
-        EXPECT_EQ(write(host, nullptr, 0, &total), c.result);
+        EXPECT_EQ(DryRun(host, mp4_write_mfra, access, options), c.result);
         if (c.result != FF4_RET_OK) continue;
-        const Bytes bytes = Written(host, write);
+        const Bytes bytes = Written(host, mp4_write_mfra, access, options);
         EXPECT_EQ(bytes,
                   Mfra({Tfra(7, {{0, 100}, {9, c.offset, 0x1FF, 2, 0x123456}}, c.version, 0x12)}));
         // The reader finds it from the end of the file.
@@ -138,7 +128,8 @@ TEST(WriteFragments, RandomAccessTables) {
         mp4_free_mfra(host, &found);
 
         table.length_sizes = 0;
-        EXPECT_EQ(write(host, nullptr, 0, &total), FF4_RET_OVERFLOW) << "0x1FF takes two bytes";
+        EXPECT_EQ(DryRun(host, mp4_write_mfra, access, options), FF4_RET_OVERFLOW)
+            << "0x1FF takes two bytes";
     }
 }
 

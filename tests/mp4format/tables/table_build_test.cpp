@@ -28,9 +28,7 @@ struct Tables {
     }
     using Writer = decltype(mp4_write_stts);
     Bytes Get(Writer* writer, const Mp4WriteOptions& options = kOptions) {
-        return Written(host, [&](Mp4Host* h, Mp4File* file, uint64_t offset, uint64_t* total) {
-            return writer(h, options, file, offset, build, total);
-        });
+        return Written(host, writer, build, options);
     }
 
     TestHost& host;
@@ -120,8 +118,7 @@ TEST(TableBuild, OffsetsWidenWhenOneNeedsIt) {
         ASSERT_EQ(t.Add(8, {{1, 1, 1, 0, true}}), FF4_RET_OK);
         ASSERT_EQ(t.Add(c.offset, {{1, 1, 1, 0, true}}), FF4_RET_OK);
         const Mp4WriteOptions options = {kSizeAuto, kVersionAuto, c.policy};
-        uint64_t total = 0;
-        EXPECT_EQ(mp4_write_chunk_offsets(host, options, nullptr, 0, t.build, &total), c.result);
+        EXPECT_EQ(DryRun(host, mp4_write_chunk_offsets, t.build, options), c.result);
         if (c.result == FF4_RET_OK) {
             EXPECT_EQ(t.Get(mp4_write_chunk_offsets, options), c.bytes);
         }
@@ -156,8 +153,7 @@ TEST(TableBuild, RefusesWhatIsNoChunk) {
     host.FailAt(HostCall::kAlloc, 1);
     EXPECT_EQ(t.Add(0, {{2000, 1, 1, 0, true}}), FF4_RET_NOMEM);
     EXPECT_EQ(t.Add(0, {{1, 1, 1, 0, true}}), FF4_RET_STATE);
-    uint64_t total = 0;
-    EXPECT_EQ(mp4_write_stbl(host, kOptions, nullptr, 0, &t.build, &total), FF4_RET_STATE);
+    EXPECT_EQ(DryRun(host, mp4_write_stbl, &t.build), FF4_RET_STATE);
 }
 
 // Two million samples: a block for each thousand of each table and as many writes, no more.
@@ -173,8 +169,8 @@ TEST(TableBuild, MillionsOfSamplesGrowByBlocks) {
 
     Mp4File* file = host.Add({});
     host.ResetCounts();
-    uint64_t total = 0;
-    ASSERT_EQ(mp4_write_stbl(host, kOptions, file, 0, &t.build, &total), FF4_RET_OK);
+    Mp4Sink sink{host, kOptions, file, 0};
+    ASSERT_EQ(mp4_write_stbl(sink, &t.build), FF4_RET_OK);
     EXPECT_LT(host.Calls(HostCall::kWrite), 2000u + 40);
     EXPECT_EQ(host.Content(file).size(), t.build.atom_size);
     EXPECT_LE(host.LargestBlock(), 8100u);
