@@ -32,22 +32,26 @@ public:
         if (!clip.Write(path)) Check(FF4_RET_FILE);
         m_descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
 
+        Mp4Host* host = nullptr;
+        Mp4TrackCache* cache = nullptr;
         Mp4HostCallbacks callbacks;
         mp4_init_fd_callbacks(&callbacks);
         Check(mp4_create_host(callbacks, &host));
         Check(mp4_set_memory_limit(host, true, 0, 0, 0));
         host->limitClass2 /= 2;
-        file = reinterpret_cast<Mp4File*>(&m_descriptor);
+        auto* file = reinterpret_cast<Mp4File*>(&m_descriptor);
         uint64_t size = 0;
         Check(host->callbacks.size(file, &size));
         Check(mp4_scan_file(host, file, size, {}, &m_index));
-        Check(mp4_read_track_tables(host, file, m_index.movie.tracks.head->payload, size, &tables));
-        Check(mp4_add_track_cache(host, &m_list, tables, &cache));
+        Check(
+            mp4_read_track_tables(host, file, m_index.movie.tracks.head->payload, size, &m_tables));
+        Check(mp4_add_track_cache(host, &m_list, m_tables, &cache));
+        reader = {host, file, &m_tables, cache};
     }
     ~OpenTrack() {
-        mp4_free_track_caches(host, &m_list);
-        mp4_free_file_index(host, &m_index);
-        mp4_free_host(host);
+        mp4_free_track_caches(reader.host, &m_list);
+        mp4_free_file_index(reader.host, &m_index);
+        mp4_free_host(reader.host);
         close(m_descriptor);
     }
     OpenTrack(const OpenTrack&) = delete;
@@ -56,37 +60,33 @@ public:
     // All that describes a sample.
     uint64_t Describe(uint32_t n) {
         Mp4TimeRun time{};
-        Mp4ChunkRun run{};
+        Mp4ChunkPlace place{};
         int32_t composition = 0;
         uint32_t size = 0;
         bool sync = false;
         uint64_t offset = 0, before = 0;
-        Check(mp4_lookup_sample_size(host, file, tables, cache, n, &size));
-        Check(mp4_lookup_sample_time(host, file, tables, cache, n, &time));
-        Check(mp4_lookup_composition_offset(host, file, tables, cache, n, &composition));
-        Check(mp4_lookup_is_sync(host, file, tables, cache, n, &sync));
-        Check(mp4_lookup_chunk_run(host, file, tables, cache, n, &run));
-        const uint32_t in_run = n - run.first_sample, in_chunk = in_run % run.samples_per_chunk;
-        const uint32_t chunk = run.first_chunk + in_run / run.samples_per_chunk;
-        Check(mp4_lookup_chunk_offset(host, file, tables, cache, chunk, &offset));
-        Check(mp4_lookup_size_sum(host, file, tables, cache, n - in_chunk, in_chunk, &before));
+        Check(mp4_lookup_sample_size(reader, n, &size));
+        Check(mp4_lookup_sample_time(reader, n, &time));
+        Check(mp4_lookup_composition_offset(reader, n, &composition));
+        Check(mp4_lookup_is_sync(reader, n, &sync));
+        Check(mp4_lookup_chunk(reader, n, &place));
+        Check(mp4_lookup_chunk_offset(reader, place.chunk, &offset));
+        Check(mp4_lookup_size_sum(reader, place.first_sample, n - place.first_sample, &before));
         return offset + before + size + sync + static_cast<uint64_t>(composition);
     }
 
     uint32_t SampleAt(uint64_t time) {
         Mp4TimeRun run{};
-        Check(mp4_lookup_time_sample(host, file, tables, cache, time, &run));
+        Check(mp4_lookup_time_sample(reader, time, &run));
         return run.first_sample + static_cast<uint32_t>((time - run.first_time) / run.sample_delta);
     }
 
-    Mp4Host* host = nullptr;
-    Mp4File* file = nullptr;
-    Mp4TrackTables tables{};
-    Mp4TrackCache* cache = nullptr;
+    Mp4TableReader reader{};
 
 private:
     TempDir m_folder;
     int m_descriptor = -1;
+    Mp4TrackTables m_tables{};
     Mp4FileIndex m_index{};
     Mp4TrackCacheList m_list{};
 };
@@ -115,7 +115,7 @@ void BM_RandomTimes(benchmark::State& state) {
     const auto samples = static_cast<uint32_t>(state.range(0));
     OpenTrack track(samples, static_cast<uint32_t>(state.range(1)));
     uint64_t duration = 0;
-    Check(mp4_lookup_media_duration(track.host, track.file, track.tables, track.cache, &duration));
+    Check(mp4_lookup_media_duration(track.reader, &duration));
     std::mt19937_64 dice(1);
     for (auto _ : state)
         for (uint32_t i = 0; i < kTimes; ++i)

@@ -27,7 +27,7 @@ struct Pool {
     Answer Ask(const uint8_t* question) {
         const auto lookup = static_cast<Lookup>(question[0] % 10);
         const uint64_t a = uint64_t{get_be16(question + 2)} << 32 | get_be32(question + 4);
-        return AskWindows(host, host.File(), tables, cache, lookup, a, question[1] * 9u);
+        return AskWindows({host, host.File(), &tables, cache}, lookup, a, question[1] * 9u);
     }
 
     TestHost& host;

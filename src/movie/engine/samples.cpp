@@ -8,34 +8,26 @@
 namespace tarn {
 namespace {
 
-// An open track with all that its lookups need.
-struct Look {
-    Mp4Host* host;
-    Mp4File* file;
-    Mp4OpenTrack* track;
-    const Mp4TrackTables& tables() const { return track->tables; }
-};
-
-Mp4Result look_at(Mp4ReadSession* session, uint32_t track, Look* look) {
-    Mp4OpenTrack* open = mp4_find_open_track(session, track);
+Mp4Result find_tables(Mp4ReadSession* session, uint32_t track, Mp4TableReader* tables) {
+    const Mp4OpenTrack* open = mp4_find_open_track(session, track);
     if (!open) return FF4_RET_STATE;
-    *look = {session->host, session->file, open};
+    *tables = mp4_tables_of(session, *open);
     return FF4_RET_OK;
 }
 
 // The same, for calls that name a sample of the tables.
-Mp4Result look_at_sample(Mp4ReadSession* session, uint32_t track, uint32_t number, Look* look) {
+Mp4Result find_tables_of_sample(Mp4ReadSession* session, uint32_t track, uint32_t number,
+                                Mp4TableReader* tables) {
     if (number == 0) return FF4_RET_ARGS;
-    FF4_TRY(look_at(session, track, look));
-    if (look->tables().stts.offset == 0) return FF4_RET_FORMAT;
-    return number > look->tables().sample_count ? FF4_RET_NOTFOUND : FF4_RET_OK;
+    FF4_TRY(find_tables(session, track, tables));
+    if (tables->at->stts.offset == 0) return FF4_RET_FORMAT;
+    return number > tables->at->sample_count ? FF4_RET_NOTFOUND : FF4_RET_OK;
 }
 
-Mp4Result read_sync(const Look& look, uint32_t number, uint32_t* isSync) {
-    bool sync = look.tables().stss.offset == 0;  // without the table every sample is one
-    if (!sync && look.tables().stss_count > 0) {
-        FF4_TRY(mp4_lookup_is_sync(look.host, look.file, look.tables(), look.track->cache, number,
-                                   &sync));
+Mp4Result read_sync(const Mp4TableReader& tables, uint32_t number, uint32_t* isSync) {
+    bool sync = tables.at->stss.offset == 0;  // without the table every sample is one
+    if (!sync && tables.at->stss_count > 0) {
+        FF4_TRY(mp4_lookup_is_sync(tables, number, &sync));
     }
     *isSync = sync ? 1 : 0;
     return FF4_RET_OK;
@@ -56,24 +48,15 @@ Mp4SampleInfo from_fragment(const Mp4FragmentSample& sample) {
 }
 
 // Where the sample lies: the start of its chunk and the sizes of those before it there.
-Mp4Result locate(const Look& look, uint32_t number, Mp4SampleInfo* info) {
-    Mp4TrackCache* cache = look.track->cache;
-    Mp4ChunkRun run{};
-    FF4_TRY(mp4_lookup_chunk_run(look.host, look.file, look.tables(), cache, number, &run));
-    info->descriptionIndex = run.description_index;
-    if (run.first_chunk == 0 || run.samples_per_chunk == 0) return FF4_RET_FORMAT;
-
-    const uint32_t chunks_before = (number - run.first_sample) / run.samples_per_chunk;
-    const uint32_t first = run.first_sample + chunks_before * run.samples_per_chunk;
-    uint64_t chunk = 0, before = 0;
-    FF4_TRY(mp4_add(run.first_chunk, chunks_before, &chunk));
-    if (chunk > UINT32_MAX) return FF4_RET_FORMAT;
-    FF4_TRY(mp4_lookup_chunk_offset(look.host, look.file, look.tables(), cache,
-                                    static_cast<uint32_t>(chunk), &info->offset));
-    if (number > first) {
-        FF4_TRY(mp4_lookup_size_sum(look.host, look.file, look.tables(), cache, first,
-                                    number - first, &before));
-    }
+Mp4Result locate(const Mp4TableReader& tables, uint32_t number, Mp4SampleInfo* info) {
+    Mp4ChunkPlace place{};
+    uint64_t before = 0;
+    FF4_TRY(mp4_lookup_chunk(tables, number, &place));
+    info->descriptionIndex = place.description_index;
+    FF4_TRY(mp4_lookup_chunk_offset(tables, place.chunk, &info->offset));
+    if (number > place.first_sample)
+        FF4_TRY(
+            mp4_lookup_size_sum(tables, place.first_sample, number - place.first_sample, &before));
     return mp4_add(info->offset, before, &info->offset);
 }
 
@@ -81,10 +64,10 @@ Mp4Result locate(const Look& look, uint32_t number, Mp4SampleInfo* info) {
 
 Mp4Result mp4_get_sample_count(Mp4ReadSession* session, uint32_t track, uint32_t* count) {
     if (!session || !count || track == 0) return FF4_RET_ARGS;
-    Look look{};
-    FF4_TRY(look_at(session, track, &look));
-    if (look.tables().stts.offset == 0) return FF4_RET_FORMAT;
-    *count = look.tables().sample_count;
+    Mp4TableReader tables{};
+    FF4_TRY(find_tables(session, track, &tables));
+    if (tables.at->stts.offset == 0) return FF4_RET_FORMAT;
+    *count = tables.at->sample_count;
     return FF4_RET_OK;
 }
 
@@ -92,21 +75,19 @@ Mp4Result mp4_get_sample_info(Mp4ReadSession* session, uint32_t track, uint32_t 
                               Mp4SampleInfo* out) {
     if (!session || !out || track == 0) return FF4_RET_ARGS;
     *out = {};
-    Look look{};
-    FF4_TRY(look_at_sample(session, track, number, &look));
-    Mp4TrackCache* cache = look.track->cache;
+    Mp4TableReader tables{};
+    FF4_TRY(find_tables_of_sample(session, track, number, &tables));
     Mp4SampleInfo info{};
     Mp4TimeRun run{};
-    FF4_TRY(mp4_lookup_sample_size(look.host, look.file, look.tables(), cache, number, &info.size));
-    FF4_TRY(mp4_lookup_sample_time(look.host, look.file, look.tables(), cache, number, &run));
+    FF4_TRY(mp4_lookup_sample_size(tables, number, &info.size));
+    FF4_TRY(mp4_lookup_sample_time(tables, number, &run));
     info.duration = run.sample_delta;
-    if (look.tables().ctts.offset != 0) {
-        FF4_TRY(mp4_lookup_composition_offset(look.host, look.file, look.tables(), cache, number,
-                                              &info.compositionOffset));
-        info.compositionSigned = look.tables().ctts_version == 1 ? 1 : 0;
+    if (tables.at->ctts.offset != 0) {
+        FF4_TRY(mp4_lookup_composition_offset(tables, number, &info.compositionOffset));
+        info.compositionSigned = tables.at->ctts_version == 1 ? 1 : 0;
     }
-    FF4_TRY(read_sync(look, number, &info.isSync));
-    FF4_TRY(locate(look, number, &info));
+    FF4_TRY(read_sync(tables, number, &info.isSync));
+    FF4_TRY(locate(tables, number, &info));
     *out = info;
     return FF4_RET_OK;
 }
@@ -114,28 +95,26 @@ Mp4Result mp4_get_sample_info(Mp4ReadSession* session, uint32_t track, uint32_t 
 Mp4Result mp4_find_sample_at_time(Mp4ReadSession* session, uint32_t track, uint64_t time,
                                   uint32_t* isSync, uint32_t* number, uint64_t* start) {
     if (!session || !isSync || !number || !start || track == 0) return FF4_RET_ARGS;
-    Look look{};
-    FF4_TRY(look_at(session, track, &look));
+    Mp4TableReader tables{};
+    FF4_TRY(find_tables(session, track, &tables));
     Mp4TimeRun run{};
-    FF4_TRY(
-        mp4_lookup_time_sample(look.host, look.file, look.tables(), look.track->cache, time, &run));
+    FF4_TRY(mp4_lookup_time_sample(tables, time, &run));
     if (time > run.first_time && run.sample_delta == 0) return FF4_RET_FORMAT;
     const uint64_t steps = run.sample_delta == 0 ? 0 : (time - run.first_time) / run.sample_delta;
     const uint64_t found = run.first_sample + steps;
-    if (found > look.tables().sample_count) return FF4_RET_NOTFOUND;
+    if (found > tables.at->sample_count) return FF4_RET_NOTFOUND;
     *number = static_cast<uint32_t>(found);
     *start = run.first_time + steps * run.sample_delta;
-    return read_sync(look, *number, isSync);
+    return read_sync(tables, *number, isSync);
 }
 
 Mp4Result mp4_get_sample_time(Mp4ReadSession* session, uint32_t track, uint32_t number,
                               uint64_t* start) {
     if (!session || !start || track == 0) return FF4_RET_ARGS;
-    Look look{};
-    FF4_TRY(look_at_sample(session, track, number, &look));
+    Mp4TableReader tables{};
+    FF4_TRY(find_tables_of_sample(session, track, number, &tables));
     Mp4TimeRun run{};
-    FF4_TRY(mp4_lookup_sample_time(look.host, look.file, look.tables(), look.track->cache, number,
-                                   &run));
+    FF4_TRY(mp4_lookup_sample_time(tables, number, &run));
     // Inside a run that the lookup has checked, so the product does not wrap.
     *start = run.first_time + uint64_t{number - run.first_sample} * run.sample_delta;
     return FF4_RET_OK;
@@ -144,15 +123,14 @@ Mp4Result mp4_get_sample_time(Mp4ReadSession* session, uint32_t track, uint32_t 
 Mp4Result mp4_next_sync_sample(Mp4ReadSession* session, uint32_t track, uint32_t number,
                                uint32_t* next, uint64_t* time) {
     if (!session || !next || !time || track == 0) return FF4_RET_ARGS;
-    Look look{};
-    FF4_TRY(look_at_sample(session, track, number, &look));
-    const uint32_t count = look.tables().sample_count;
+    Mp4TableReader tables{};
+    FF4_TRY(find_tables_of_sample(session, track, number, &tables));
+    const uint32_t count = tables.at->sample_count;
     if (number >= count) return FF4_RET_NOTFOUND;
     uint32_t found = number + 1;
-    if (look.tables().stss.offset != 0) {
-        if (look.tables().stss_count == 0) return FF4_RET_NOTFOUND;
-        FF4_TRY(mp4_lookup_next_sync(look.host, look.file, look.tables(), look.track->cache, number,
-                                     &found));
+    if (tables.at->stss.offset != 0) {
+        if (tables.at->stss_count == 0) return FF4_RET_NOTFOUND;
+        FF4_TRY(mp4_lookup_next_sync(tables, number, &found));
     }
     if (found == 0 || found > count) return FF4_RET_NOTFOUND;
     FF4_TRY(mp4_get_sample_time(session, track, found, time));
@@ -195,11 +173,11 @@ Mp4Result mp4_get_range_bytes(Mp4ReadSession* session, uint32_t track, uint32_t 
     FF4_TRY(mp4_get_sample_count(session, track, &in_tables));
     uint64_t number = first, end = uint64_t{first} + count;
     if (number <= in_tables) {
-        Look look{};
-        FF4_TRY(look_at(session, track, &look));
+        Mp4TableReader tables{};
+        FF4_TRY(find_tables(session, track, &tables));
         const uint64_t tables_end = std::min<uint64_t>(end, uint64_t{in_tables} + 1);
-        FF4_TRY(mp4_lookup_size_sum(look.host, look.file, look.tables(), look.track->cache, first,
-                                    static_cast<uint32_t>(tables_end - number), bytes));
+        FF4_TRY(
+            mp4_lookup_size_sum(tables, first, static_cast<uint32_t>(tables_end - number), bytes));
         number = tables_end;
     }
     for (; number < end; ++number) {
@@ -222,22 +200,18 @@ Mp4Result mp4_get_alike_samples(Mp4ReadSession* session, uint32_t track, uint32_
                                 uint32_t* count) {
     if (!session || !count || track == 0) return FF4_RET_ARGS;
     *count = 1;
-    Look look{};
-    const Mp4Result found = look_at_sample(session, track, number, &look);
+    Mp4TableReader tables{};
+    const Mp4Result found = find_tables_of_sample(session, track, number, &tables);
     if (found == FF4_RET_NOTFOUND && session->fragments) return FF4_RET_OK;
     FF4_TRY(found);
-    if (look.tables().sample_size == 0) return FF4_RET_OK;
-    Mp4ChunkRun chunks{};
+    if (tables.at->sample_size == 0) return FF4_RET_OK;
+    Mp4ChunkPlace place{};
     Mp4TimeRun times{};
-    FF4_TRY(mp4_lookup_chunk_run(look.host, look.file, look.tables(), look.track->cache, number,
-                                 &chunks));
-    FF4_TRY(mp4_lookup_sample_time(look.host, look.file, look.tables(), look.track->cache, number,
-                                   &times));
-    if (chunks.samples_per_chunk == 0) return FF4_RET_FORMAT;
-    const uint32_t in_chunk = (number - chunks.first_sample) % chunks.samples_per_chunk;
-    const uint32_t chunk_left = chunks.samples_per_chunk - in_chunk;
+    FF4_TRY(mp4_lookup_chunk(tables, number, &place));
+    FF4_TRY(mp4_lookup_sample_time(tables, number, &times));
+    const uint32_t chunk_left = place.sample_count - (number - place.first_sample);
     const uint32_t run_left = times.sample_count - (number - times.first_sample);
-    const uint32_t table_left = look.tables().sample_count - number + 1;
+    const uint32_t table_left = tables.at->sample_count - number + 1;
     *count = std::max(1u, std::min({chunk_left, run_left, table_left}));
     return FF4_RET_OK;
 }

@@ -58,6 +58,10 @@ Mp4OpenTrack* mp4_find_open_track(Mp4ReadSession* session, uint32_t track) {
     return open;
 }
 
+Mp4TableReader mp4_tables_of(const Mp4ReadSession* session, const Mp4OpenTrack& open) {
+    return {session->host, session->file, &open.tables, open.cache};
+}
+
 Mp4Result mp4_open_track(Mp4ReadSession* session, uint32_t track) {
     if (!session || track == 0) return FF4_RET_ARGS;
     if (mp4_find_open_track(session, track)) return FF4_RET_OK;
@@ -149,8 +153,7 @@ Mp4Result mp4_get_tables_duration(Mp4ReadSession* session, uint32_t track, uint6
     if (!session || !duration || track == 0) return FF4_RET_ARGS;
     Mp4OpenTrack* open = mp4_find_open_track(session, track);
     if (!open) return FF4_RET_STATE;
-    return mp4_lookup_media_duration(session->host, session->file, open->tables, open->cache,
-                                     duration);
+    return mp4_lookup_media_duration(mp4_tables_of(session, *open), duration);
 }
 
 Mp4Result mp4_use_track_fragments(Mp4ReadSession* session, uint32_t track) {

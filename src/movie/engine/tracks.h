@@ -9,6 +9,7 @@
 #include "movie/engine/session.h"
 #include "mp4format/atoms/data_refs.h"
 #include "mp4format/atoms/edit_list.h"
+#include "mp4format/tables/sample_tables.h"
 
 namespace tarn {
 
@@ -20,6 +21,8 @@ Mp4Result mp4_open_track(Mp4ReadSession* session, uint32_t track);
 Mp4Result mp4_close_track(Mp4ReadSession* session, uint32_t track);
 // The open track of that number, or null.
 Mp4OpenTrack* mp4_find_open_track(Mp4ReadSession* session, uint32_t track);
+// The tables of an open track, for lookups.
+Mp4TableReader mp4_tables_of(const Mp4ReadSession* session, const Mp4OpenTrack& open);
 // The index record of a track, open or not; null past the last.
 const Mp4TrackIndex* mp4_find_track_index(const Mp4ReadSession* session, uint32_t track);
 

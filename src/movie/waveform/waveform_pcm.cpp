@@ -48,15 +48,12 @@ Mp4Result PcmFrames::FindChunk(uint32_t sample, uint32_t inTables, uint32_t* sam
                                uint64_t* size) {
     const Mp4OpenTrack* open = mp4_find_open_track(m_session, m_track);
     if (!open) return FF4_RET_STATE;
-    Mp4ChunkRun run{};
-    FF4_TRY(mp4_lookup_chunk_run(m_session->host, m_session->file, open->tables, open->cache,
-                                 sample, &run));
-    const uint32_t chunk = run.first_chunk + (sample - run.first_sample) / run.samples_per_chunk;
-    FF4_TRY(mp4_lookup_chunk_offset(m_session->host, m_session->file, open->tables, open->cache,
-                                    chunk, &m_piece.offset));
-    *samples = std::min(run.samples_per_chunk, inTables - sample + 1);
-    return mp4_lookup_size_sum(m_session->host, m_session->file, open->tables, open->cache, sample,
-                               *samples, size);
+    const Mp4TableReader tables = mp4_tables_of(m_session, *open);
+    Mp4ChunkPlace place{};
+    FF4_TRY(mp4_lookup_chunk(tables, sample, &place));
+    FF4_TRY(mp4_lookup_chunk_offset(tables, place.chunk, &m_piece.offset));
+    *samples = std::min(place.sample_count, inTables - sample + 1);
+    return mp4_lookup_size_sum(tables, sample, *samples, size);
 }
 
 Mp4Result PcmFrames::Fetch(uint64_t offset, uint64_t most) {

@@ -12,19 +12,24 @@ bool present(const Mp4Span& table) {
     return table.offset != 0;
 }
 
+bool is_complete(const Mp4TableReader& tables) {
+    return tables.host && tables.file && tables.at && tables.cache;
+}
+
 // The entry that covers `target`, with its window.
-Mp4Result find(Mp4Host* host, Mp4File* file, Mp4TrackCache* cache, Mp4TableId table,
-               Mp4TableAxis axis, uint64_t target, uint32_t* entry) {
-    FF4_TRY(mp4_load_track_cache(host, cache));
-    return mp4_find_entry(host, file, &cache->windows[table], axis, target, entry);
+Mp4Result find(const Mp4TableReader& tables, Mp4TableId table, Mp4TableAxis axis, uint64_t target,
+               uint32_t* entry) {
+    FF4_TRY(mp4_load_track_cache(tables.host, tables.cache));
+    return mp4_find_entry(tables.host, tables.file, &tables.cache->windows[table], axis, target,
+                          entry);
 }
 
 // The same for a sample that the size table counts: a table that ends before it contradicts that.
-Mp4Result find_counted(Mp4Host* host, Mp4File* file, Mp4TrackCache* cache, Mp4TableId table,
-                       uint32_t sample, uint32_t* entry) {
-    const Mp4Result result = find(host, file, cache, table, kByNumber, sample, entry);
+Mp4Result find_counted(const Mp4TableReader& tables, Mp4TableId table, uint32_t sample,
+                       uint32_t* entry) {
+    const Mp4Result result = find(tables, table, kByNumber, sample, entry);
     if (result != FF4_RET_NOTFOUND) return result;
-    mp4_clear_window(&cache->windows[table]);
+    mp4_clear_window(&tables.cache->windows[table]);
     return FF4_RET_FORMAT;
 }
 
@@ -46,12 +51,11 @@ Mp4TimeRun time_run(const Mp4TrackCache& cache, uint32_t entry) {
 // --- sums of sizes
 
 // The sizes of `count` entries from `first` on, which the table has.
-Mp4Result sum_entries(Mp4Host* host, Mp4File* file, Mp4TrackCache* cache, uint32_t first,
-                      uint32_t count, uint64_t* sum) {
-    const Mp4TableWindow& window = cache->windows[kTableSize];
+Mp4Result sum_entries(const Mp4TableReader& tables, uint32_t first, uint32_t count, uint64_t* sum) {
+    const Mp4TableWindow& window = tables.cache->windows[kTableSize];
     while (count > 0) {
         uint32_t entry = 0;
-        FF4_TRY(find(host, file, cache, kTableSize, kByNumber, first, &entry));
+        FF4_TRY(find(tables, kTableSize, kByNumber, first, &entry));
         const uint32_t n = std::min(count, window.end - entry);
         const Mp4SizeEntry* sizes = &mp4_entry<Mp4SizeEntry>(window, entry);
         for (uint32_t i = 0; i < n; ++i)
@@ -73,98 +77,94 @@ Mp4Result make_sum_blocks(Mp4Host* host, uint32_t sample_count, Mp4SizeSums* sum
 }
 
 // Makes sure of blocks[block]; each builds on the one before.
-Mp4Result reach_sum_block(Mp4Host* host, Mp4File* file, Mp4TrackCache* cache, uint32_t block) {
-    Mp4SizeSums& sums = cache->sums;
+Mp4Result reach_sum_block(const Mp4TableReader& tables, uint32_t block) {
+    Mp4SizeSums& sums = tables.cache->sums;
     for (; sums.used <= block; ++sums.used) {
         uint64_t sum = sums.blocks[sums.used - 1];
         const uint32_t first = 1 + (sums.used - 1) * sums.spacing;
-        FF4_TRY(sum_entries(host, file, cache, first, sums.spacing, &sum));
+        FF4_TRY(sum_entries(tables, first, sums.spacing, &sum));
         sums.blocks[sums.used] = sum;
     }
     return FF4_RET_OK;
 }
 
 // A long run takes the whole blocks inside it from the running sums.
-Mp4Result sum_run(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables, Mp4TrackCache* cache,
-                  uint32_t first, uint32_t count, uint64_t* sum) {
+Mp4Result sum_run(const Mp4TableReader& tables, uint32_t first, uint32_t count, uint64_t* sum) {
     constexpr uint32_t kLongRun = 4 * kMinSumSpacing;
-    if (count < kLongRun) return sum_entries(host, file, cache, first, count, sum);
-    Mp4SizeSums& sums = cache->sums;
-    FF4_TRY(make_sum_blocks(host, tables.sample_count, &sums));
+    if (count < kLongRun) return sum_entries(tables, first, count, sum);
+    Mp4SizeSums& sums = tables.cache->sums;
+    FF4_TRY(make_sum_blocks(tables.host, tables.at->sample_count, &sums));
     const uint32_t skipped = first - 1, end = skipped + count;
     const uint32_t low = skipped / sums.spacing + 1, high = end / sums.spacing;
-    if (low >= high) return sum_entries(host, file, cache, first, count, sum);
+    if (low >= high) return sum_entries(tables, first, count, sum);
 
-    FF4_TRY(reach_sum_block(host, file, cache, high));
+    FF4_TRY(reach_sum_block(tables, high));
     *sum += sums.blocks[high] - sums.blocks[low];
-    FF4_TRY(sum_entries(host, file, cache, first, low * sums.spacing - skipped, sum));
-    return sum_entries(host, file, cache, 1 + high * sums.spacing, end - high * sums.spacing, sum);
+    FF4_TRY(sum_entries(tables, first, low * sums.spacing - skipped, sum));
+    return sum_entries(tables, 1 + high * sums.spacing, end - high * sums.spacing, sum);
 }
 
 }  // namespace
 
-Mp4Result mp4_lookup_sample_time(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                 Mp4TrackCache* cache, uint32_t sample, Mp4TimeRun* out) {
-    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
-    FF4_TRY(check_times(tables));
-    FF4_TRY(check_sample(tables, sample));
+Mp4Result mp4_lookup_sample_time(const Mp4TableReader& tables, uint32_t sample, Mp4TimeRun* out) {
+    if (!is_complete(tables) || !out) return FF4_RET_ARGS;
+    FF4_TRY(check_times(*tables.at));
+    FF4_TRY(check_sample(*tables.at, sample));
     uint32_t entry = 0;
-    FF4_TRY(find_counted(host, file, cache, kTableStts, sample, &entry));
-    *out = time_run(*cache, entry);
+    FF4_TRY(find_counted(tables, kTableStts, sample, &entry));
+    *out = time_run(*tables.cache, entry);
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_lookup_time_sample(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                 Mp4TrackCache* cache, uint64_t time, Mp4TimeRun* out) {
-    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
-    FF4_TRY(check_times(tables));
+Mp4Result mp4_lookup_time_sample(const Mp4TableReader& tables, uint64_t time, Mp4TimeRun* out) {
+    if (!is_complete(tables) || !out) return FF4_RET_ARGS;
+    FF4_TRY(check_times(*tables.at));
     uint32_t entry = 0;
-    FF4_TRY(find(host, file, cache, kTableStts, kByTime, time, &entry));
-    *out = time_run(*cache, entry);
+    FF4_TRY(find(tables, kTableStts, kByTime, time, &entry));
+    *out = time_run(*tables.cache, entry);
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_lookup_media_duration(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                    Mp4TrackCache* cache, uint64_t* out) {
-    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
-    if (!present(tables.stts) || !present(tables.size_table)) return FF4_RET_FORMAT;
-    if (tables.sample_count == 0) {
+Mp4Result mp4_lookup_media_duration(const Mp4TableReader& tables, uint64_t* out) {
+    if (!is_complete(tables) || !out) return FF4_RET_ARGS;
+    if (!present(tables.at->stts) || !present(tables.at->size_table)) return FF4_RET_FORMAT;
+    if (tables.at->sample_count == 0) {
         *out = 0;
         return FF4_RET_OK;
     }
     Mp4TimeRun last{};
-    FF4_TRY(mp4_lookup_sample_time(host, file, tables, cache, tables.sample_count, &last));
+    FF4_TRY(mp4_lookup_sample_time(tables, tables.at->sample_count, &last));
     // The window has added the same up without a wrap.
     *out = last.first_time + uint64_t{last.sample_count} * last.sample_delta;
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_lookup_composition_offset(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                        Mp4TrackCache* cache, uint32_t sample, int32_t* out) {
-    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
-    if (!present(tables.size_table)) return FF4_RET_FORMAT;
-    FF4_TRY(check_sample(tables, sample));
+Mp4Result mp4_lookup_composition_offset(const Mp4TableReader& tables, uint32_t sample,
+                                        int32_t* out) {
+    if (!is_complete(tables) || !out) return FF4_RET_ARGS;
+    if (!present(tables.at->size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(check_sample(*tables.at, sample));
     *out = 0;
-    if (!present(tables.ctts)) return FF4_RET_OK;
+    if (!present(tables.at->ctts)) return FF4_RET_OK;
     uint32_t entry = 0;
-    FF4_TRY(find_counted(host, file, cache, kTableCtts, sample, &entry));
+    FF4_TRY(find_counted(tables, kTableCtts, sample, &entry));
     *out = static_cast<int32_t>(
-        mp4_entry<Mp4CttsEntry>(cache->windows[kTableCtts], entry).sample_offset);
+        mp4_entry<Mp4CttsEntry>(tables.cache->windows[kTableCtts], entry).sample_offset);
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_lookup_chunk_run(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                               Mp4TrackCache* cache, uint32_t sample, Mp4ChunkRun* out) {
-    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
-    if (!present(tables.stsc) || !present(tables.size_table) || !present(tables.chunk_table))
+Mp4Result mp4_lookup_chunk_run(const Mp4TableReader& tables, uint32_t sample, Mp4ChunkRun* out) {
+    if (!is_complete(tables) || !out) return FF4_RET_ARGS;
+    if (!present(tables.at->stsc) || !present(tables.at->size_table) ||
+        !present(tables.at->chunk_table))
         return FF4_RET_FORMAT;
-    if (tables.stsc_count == 0 || tables.sample_count == 0 || tables.chunk_count == 0)
+    if (tables.at->stsc_count == 0 || tables.at->sample_count == 0 || tables.at->chunk_count == 0)
         return FF4_RET_NOTFOUND;
-    FF4_TRY(check_sample(tables, sample));
+    FF4_TRY(check_sample(*tables.at, sample));
     uint32_t entry = 0;
-    FF4_TRY(find_counted(host, file, cache, kTableStsc, sample, &entry));
+    FF4_TRY(find_counted(tables, kTableStsc, sample, &entry));
 
-    const Mp4TableWindow& window = cache->windows[kTableStsc];
+    const Mp4TableWindow& window = tables.cache->windows[kTableStsc];
     const auto& e = mp4_entry<Mp4StscEntry>(window, entry);
     // The entry covers the sample, so that it has samples, and whole chunks of them.
     const uint64_t samples =
@@ -174,72 +174,78 @@ Mp4Result mp4_lookup_chunk_run(Mp4Host* host, Mp4File* file, const Mp4TrackTable
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_lookup_chunk_offset(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                  Mp4TrackCache* cache, uint32_t chunk, uint64_t* out) {
-    if (!host || !file || !cache || !out || chunk == 0) return FF4_RET_ARGS;
-    if (!present(tables.chunk_table)) return FF4_RET_FORMAT;
-    uint32_t entry = 0;
-    FF4_TRY(find(host, file, cache, kTableChunk, kByNumber, chunk, &entry));
-    *out = mp4_entry<Mp4ChunkEntry>(cache->windows[kTableChunk], entry).offset;
+Mp4Result mp4_lookup_chunk(const Mp4TableReader& tables, uint32_t sample, Mp4ChunkPlace* out) {
+    if (!out) return FF4_RET_ARGS;
+    Mp4ChunkRun run{};
+    FF4_TRY(mp4_lookup_chunk_run(tables, sample, &run));
+    const uint32_t before = (sample - run.first_sample) / run.samples_per_chunk;
+    *out = {run.first_chunk + before, run.first_sample + before * run.samples_per_chunk,
+            run.samples_per_chunk, run.description_index};
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_lookup_sample_size(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                 Mp4TrackCache* cache, uint32_t sample, uint32_t* out) {
-    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
-    if (!present(tables.size_table)) return FF4_RET_FORMAT;
-    FF4_TRY(check_sample(tables, sample));
-    if (tables.sample_size != 0) {
-        *out = tables.sample_size;
+Mp4Result mp4_lookup_chunk_offset(const Mp4TableReader& tables, uint32_t chunk, uint64_t* out) {
+    if (!is_complete(tables) || !out || chunk == 0) return FF4_RET_ARGS;
+    if (!present(tables.at->chunk_table)) return FF4_RET_FORMAT;
+    uint32_t entry = 0;
+    FF4_TRY(find(tables, kTableChunk, kByNumber, chunk, &entry));
+    *out = mp4_entry<Mp4ChunkEntry>(tables.cache->windows[kTableChunk], entry).offset;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_lookup_sample_size(const Mp4TableReader& tables, uint32_t sample, uint32_t* out) {
+    if (!is_complete(tables) || !out) return FF4_RET_ARGS;
+    if (!present(tables.at->size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(check_sample(*tables.at, sample));
+    if (tables.at->sample_size != 0) {
+        *out = tables.at->sample_size;
         return FF4_RET_OK;
     }
     uint32_t entry = 0;
-    FF4_TRY(find(host, file, cache, kTableSize, kByNumber, sample, &entry));
-    *out = mp4_entry<Mp4SizeEntry>(cache->windows[kTableSize], entry).size;
+    FF4_TRY(find(tables, kTableSize, kByNumber, sample, &entry));
+    *out = mp4_entry<Mp4SizeEntry>(tables.cache->windows[kTableSize], entry).size;
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_lookup_size_sum(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                              Mp4TrackCache* cache, uint32_t sample, uint32_t count,
+Mp4Result mp4_lookup_size_sum(const Mp4TableReader& tables, uint32_t sample, uint32_t count,
                               uint64_t* out) {
-    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
-    if (!present(tables.size_table)) return FF4_RET_FORMAT;
-    FF4_TRY(check_sample(tables, sample));
-    if (count > tables.sample_count - sample + 1) return FF4_RET_FORMAT;
-    if (tables.sample_size != 0) {
-        *out = uint64_t{count} * tables.sample_size;
+    if (!is_complete(tables) || !out) return FF4_RET_ARGS;
+    if (!present(tables.at->size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(check_sample(*tables.at, sample));
+    if (count > tables.at->sample_count - sample + 1) return FF4_RET_FORMAT;
+    if (tables.at->sample_size != 0) {
+        *out = uint64_t{count} * tables.at->sample_size;
         return FF4_RET_OK;
     }
-    Mp4SizeSums& last = cache->sums;
+    Mp4SizeSums& last = tables.cache->sums;
     const bool grown = last.first == sample && count >= last.count;
     const uint32_t done = grown ? last.count : 0;
     uint64_t sum = grown ? last.sum : 0;
-    FF4_TRY(sum_run(host, file, tables, cache, sample + done, count - done, &sum));
+    FF4_TRY(sum_run(tables, sample + done, count - done, &sum));
     last.first = sample;
     last.count = count;
     *out = last.sum = sum;
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_lookup_is_sync(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                             Mp4TrackCache* cache, uint32_t sample, bool* out) {
-    if (!host || !file || !cache || !out || sample == 0) return FF4_RET_ARGS;
-    if (!present(tables.stss) || !present(tables.size_table)) return FF4_RET_FORMAT;
+Mp4Result mp4_lookup_is_sync(const Mp4TableReader& tables, uint32_t sample, bool* out) {
+    if (!is_complete(tables) || !out || sample == 0) return FF4_RET_ARGS;
+    if (!present(tables.at->stss) || !present(tables.at->size_table)) return FF4_RET_FORMAT;
     uint32_t entry = 0;
-    const Mp4Result result = find(host, file, cache, kTableStss, kByNumber, sample, &entry);
+    const Mp4Result result = find(tables, kTableStss, kByNumber, sample, &entry);
     if (result != FF4_RET_OK && result != FF4_RET_NOTFOUND) return result;
-    *out = result == FF4_RET_OK &&
-           mp4_entry<Mp4StssEntry>(cache->windows[kTableStss], entry).sample_number == sample;
+    *out =
+        result == FF4_RET_OK &&
+        mp4_entry<Mp4StssEntry>(tables.cache->windows[kTableStss], entry).sample_number == sample;
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_lookup_next_sync(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                               Mp4TrackCache* cache, uint32_t sample, uint32_t* out) {
-    if (!host || !file || !cache || !out) return FF4_RET_ARGS;
-    if (!present(tables.stss) || !present(tables.size_table)) return FF4_RET_FORMAT;
+Mp4Result mp4_lookup_next_sync(const Mp4TableReader& tables, uint32_t sample, uint32_t* out) {
+    if (!is_complete(tables) || !out) return FF4_RET_ARGS;
+    if (!present(tables.at->stss) || !present(tables.at->size_table)) return FF4_RET_FORMAT;
     uint32_t entry = 0;
-    FF4_TRY(find(host, file, cache, kTableStss, kByNumber, uint64_t{sample} + 1, &entry));
-    *out = mp4_entry<Mp4StssEntry>(cache->windows[kTableStss], entry).sample_number;
+    FF4_TRY(find(tables, kTableStss, kByNumber, uint64_t{sample} + 1, &entry));
+    *out = mp4_entry<Mp4StssEntry>(tables.cache->windows[kTableStss], entry).sample_number;
     return FF4_RET_OK;
 }
 

@@ -17,6 +17,14 @@
 
 namespace tarn {
 
+// A track's tables, and what is needed to look into them.
+struct Mp4TableReader {
+    Mp4Host* host;
+    Mp4File* file;
+    const Mp4TrackTables* at;  // where they lie
+    Mp4TrackCache* cache;      // their windows
+};
+
 // Samples that follow each other with one duration.
 struct Mp4TimeRun {
     uint64_t first_time;
@@ -31,37 +39,38 @@ struct Mp4ChunkRun {
     uint32_t chunk_count;  // at least 1
 };
 
+// One chunk.
+struct Mp4ChunkPlace {
+    uint32_t chunk;
+    uint32_t first_sample, sample_count;
+    uint32_t description_index;
+};
+
 // The run that holds a sample.
-Mp4Result mp4_lookup_sample_time(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                 Mp4TrackCache* cache, uint32_t sample, Mp4TimeRun* out);
+Mp4Result mp4_lookup_sample_time(const Mp4TableReader& tables, uint32_t sample, Mp4TimeRun* out);
 // The run that holds a time; FF4_RET_NOTFOUND past the table's last sample. The run's sample_delta
 // is never 0. Where 'stts' goes on past the last sample, so do the times that are found.
-Mp4Result mp4_lookup_time_sample(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                 Mp4TrackCache* cache, uint64_t time, Mp4TimeRun* out);
+Mp4Result mp4_lookup_time_sample(const Mp4TableReader& tables, uint64_t time, Mp4TimeRun* out);
 // The end of the run that holds the last sample; 0 for a track without samples.
-Mp4Result mp4_lookup_media_duration(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                    Mp4TrackCache* cache, uint64_t* out);
+Mp4Result mp4_lookup_media_duration(const Mp4TableReader& tables, uint64_t* out);
 // Presentation time less decoding time; 0 without a 'ctts'. Signed in both versions of the table:
 // an offset with the top bit set is negative.
-Mp4Result mp4_lookup_composition_offset(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                        Mp4TrackCache* cache, uint32_t sample, int32_t* out);
+Mp4Result mp4_lookup_composition_offset(const Mp4TableReader& tables, uint32_t sample,
+                                        int32_t* out);
 // The run of chunks that holds a sample.
-Mp4Result mp4_lookup_chunk_run(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                               Mp4TrackCache* cache, uint32_t sample, Mp4ChunkRun* out);
-Mp4Result mp4_lookup_chunk_offset(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                  Mp4TrackCache* cache, uint32_t chunk, uint64_t* out);
-Mp4Result mp4_lookup_sample_size(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                                 Mp4TrackCache* cache, uint32_t sample, uint32_t* out);
+Mp4Result mp4_lookup_chunk_run(const Mp4TableReader& tables, uint32_t sample, Mp4ChunkRun* out);
+// The chunk that holds a sample.
+Mp4Result mp4_lookup_chunk(const Mp4TableReader& tables, uint32_t sample, Mp4ChunkPlace* out);
+Mp4Result mp4_lookup_chunk_offset(const Mp4TableReader& tables, uint32_t chunk, uint64_t* out);
+Mp4Result mp4_lookup_sample_size(const Mp4TableReader& tables, uint32_t sample, uint32_t* out);
 // The bytes of `count` samples from `sample` on. FF4_RET_FORMAT when they reach past the last.
-Mp4Result mp4_lookup_size_sum(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                              Mp4TrackCache* cache, uint32_t sample, uint32_t count, uint64_t* out);
+Mp4Result mp4_lookup_size_sum(const Mp4TableReader& tables, uint32_t sample, uint32_t count,
+                              uint64_t* out);
 // Whether the sample stands in 'stss'. What a track without one means is the caller's to say: here
 // it is FF4_RET_FORMAT.
-Mp4Result mp4_lookup_is_sync(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                             Mp4TrackCache* cache, uint32_t sample, bool* out);
+Mp4Result mp4_lookup_is_sync(const Mp4TableReader& tables, uint32_t sample, bool* out);
 // The first entry of 'stss' above the number, which may be 0. The entry may lie past the last
 // sample.
-Mp4Result mp4_lookup_next_sync(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables,
-                               Mp4TrackCache* cache, uint32_t sample, uint32_t* out);
+Mp4Result mp4_lookup_next_sync(const Mp4TableReader& tables, uint32_t sample, uint32_t* out);
 
 }  // namespace tarn

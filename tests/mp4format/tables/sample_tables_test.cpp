@@ -35,7 +35,7 @@ struct OpenTables {
     ~OpenTables() { mp4_free_track_caches(host, &list); }
 
     Answer Ask(Lookup lookup, uint64_t a, uint64_t b = 0) {
-        return AskWindows(host, host.File(), tables, cache, lookup, a, b);
+        return AskWindows({host, host.File(), &tables, cache}, lookup, a, b);
     }
 
     Mp4TrackTables tables{};
@@ -270,9 +270,9 @@ TEST(SampleTables, EveryFaultIsReportedAndNothingLeaks) {
         for (uint64_t n = 1; n < 3000 && result == FF4_RET_OK; n += 1400)
             for (const Lookup lookup : {Lookup::kTime, Lookup::kRun, Lookup::kNext, Lookup::kSum})
                 if (result == FF4_RET_OK)
-                    result = AskWindows(host, host.File(), tables, cache, lookup, n, 1).result;
+                    result = AskWindows({host, host.File(), &tables, cache}, lookup, n, 1).result;
         if (result == FF4_RET_OK)
-            result = AskWindows(host, host.File(), tables, cache, Lookup::kSum, 1, 2999).result;
+            result = AskWindows({host, host.File(), &tables, cache}, Lookup::kSum, 1, 2999).result;
         mp4_free_track_caches(host, &list);
         return result;
     };

@@ -127,8 +127,7 @@ Answer TableSet::Ask(Lookup lookup, uint64_t a, uint64_t b) const {
     return {FF4_RET_INTERNAL};
 }
 
-Answer AskWindows(Mp4Host* host, Mp4File* file, const Mp4TrackTables& t, Mp4TrackCache* cache,
-                  Lookup lookup, uint64_t a, uint64_t b) {
+Answer AskWindows(const Mp4TableReader& tables, Lookup lookup, uint64_t a, uint64_t b) {
     const auto n = static_cast<uint32_t>(a);
     const auto answer = [](Mp4Result result, std::array<uint64_t, 5> values) {
         return result == FF4_RET_OK ? Answer{result, values} : Answer{result};
@@ -143,35 +142,34 @@ Answer AskWindows(Mp4Host* host, Mp4File* file, const Mp4TrackTables& t, Mp4Trac
     switch (lookup) {
         case Lookup::kTime:
         case Lookup::kAtTime:
-            result = lookup == Lookup::kTime
-                         ? mp4_lookup_sample_time(host, file, t, cache, n, &time)
-                         : mp4_lookup_time_sample(host, file, t, cache, a, &time);
+            result = lookup == Lookup::kTime ? mp4_lookup_sample_time(tables, n, &time)
+                                             : mp4_lookup_time_sample(tables, a, &time);
             return answer(
                 result, {time.first_time, time.first_sample, time.sample_count, time.sample_delta});
         case Lookup::kDuration:
-            result = mp4_lookup_media_duration(host, file, t, cache, &wide);
+            result = mp4_lookup_media_duration(tables, &wide);
             return answer(result, {wide});
         case Lookup::kOffset:
-            result = mp4_lookup_composition_offset(host, file, t, cache, n, &offset);
+            result = mp4_lookup_composition_offset(tables, n, &offset);
             return answer(result, {static_cast<uint64_t>(offset)});
         case Lookup::kRun:
-            result = mp4_lookup_chunk_run(host, file, t, cache, n, &run);
+            result = mp4_lookup_chunk_run(tables, n, &run);
             return answer(result, {run.first_sample, run.first_chunk, run.samples_per_chunk,
                                    run.description_index, run.chunk_count});
         case Lookup::kChunk:
-            result = mp4_lookup_chunk_offset(host, file, t, cache, n, &wide);
+            result = mp4_lookup_chunk_offset(tables, n, &wide);
             return answer(result, {wide});
         case Lookup::kSize:
-            result = mp4_lookup_sample_size(host, file, t, cache, n, &word);
+            result = mp4_lookup_sample_size(tables, n, &word);
             return answer(result, {word});
         case Lookup::kSum:
-            result = mp4_lookup_size_sum(host, file, t, cache, n, static_cast<uint32_t>(b), &wide);
+            result = mp4_lookup_size_sum(tables, n, static_cast<uint32_t>(b), &wide);
             return answer(result, {wide});
         case Lookup::kSync:
-            result = mp4_lookup_is_sync(host, file, t, cache, n, &sync);
+            result = mp4_lookup_is_sync(tables, n, &sync);
             return answer(result, {sync});
         case Lookup::kNext:
-            result = mp4_lookup_next_sync(host, file, t, cache, n, &word);
+            result = mp4_lookup_next_sync(tables, n, &word);
             return answer(result, {word});
     }
     return {FF4_RET_INTERNAL};

@@ -49,8 +49,7 @@ private:
 };
 
 // The same question through the windows.
-Answer AskWindows(Mp4Host* host, Mp4File* file, const Mp4TrackTables& tables, Mp4TrackCache* cache,
-                  Lookup lookup, uint64_t a, uint64_t b = 0);
+Answer AskWindows(const Mp4TableReader& tables, Lookup lookup, uint64_t a, uint64_t b = 0);
 
 // Tables of up to some 200 samples that agree with each other; with `broken`, one figure in one
 // or two of them is then spoilt.
