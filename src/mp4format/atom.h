@@ -92,21 +92,28 @@ Mp4Result mp4_walk_by(uint64_t least, const Mp4Span& payload, Read read, Visit v
     return FF4_RET_OK;
 }
 
+// Over the atoms of a container in the file. A child's bytes are blamed on the child.
 template <typename Visit>
 Mp4Result mp4_walk(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Visit visit) {
     const auto read = [=](uint64_t offset, uint64_t available, Mp4AtomInfo* info) {
         return mp4_read_atom_header(host, file, offset, available, info);
     };
-    return mp4_walk_by(kAtomHeader, payload, read, visit);
+    const auto blaming = [&](const Mp4AtomInfo& child) {
+        return mp4_blame(host, child.type, visit(child));
+    };
+    return mp4_walk_by(kAtomHeader, payload, read, blaming);
 }
 
 // The same over bytes in memory; spans index `buffer`.
 template <typename Visit>
-Mp4Result mp4_walk_mem(const uint8_t* buffer, const Mp4Span& payload, Visit visit) {
+Mp4Result mp4_walk_mem(Mp4Host* host, const uint8_t* buffer, const Mp4Span& payload, Visit visit) {
     const auto read = [=](uint64_t offset, uint64_t available, Mp4AtomInfo* info) {
         return mp4_read_atom_header_mem(buffer, offset, available, info);
     };
-    return mp4_walk_by(kAtomHeader, payload, read, visit);
+    const auto blaming = [&](const Mp4AtomInfo& child) {
+        return mp4_blame(host, child.type, visit(child));
+    };
+    return mp4_walk_by(kAtomHeader, payload, read, blaming);
 }
 
 // The same over descriptors, down to 2 bytes.

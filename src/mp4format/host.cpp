@@ -242,6 +242,20 @@ Mp4Result mp4_set_memory_limit(Mp4Host* host, bool forReading, uint64_t limit, u
     return FF4_RET_OK;
 }
 
+Mp4Result mp4_blame(Mp4Host* host, uint32_t atom, Mp4Result result) {
+    const bool bytes = result == FF4_RET_FORMAT || result == FF4_RET_OVERFLOW;
+    if (bytes && host->faultAtom == 0) host->faultAtom = atom;
+    return result;
+}
+
+uint32_t mp4_fault_atom(const Mp4Host* host) {
+    return host ? host->faultAtom : 0;
+}
+
+void mp4_clear_fault(Mp4Host* host) {
+    if (host) host->faultAtom = 0;
+}
+
 void* mp4_alloc(Mp4Host* host, uint64_t size, uint32_t memoryClass) {
     Pool pool{};
     if (!host || !pool_of(host, memoryClass, &pool)) return nullptr;

@@ -71,7 +71,16 @@ struct Mp4Host {
     uint64_t limitClass2;  // bytes, windows; also the pool that open tracks divide among them
     uint64_t usedClass1;
     uint64_t usedClass2;
+    uint32_t faultAtom;  // see mp4_blame
 };
+
+// Passes a result on. Where it blames the bytes of the file (FF4_RET_FORMAT, FF4_RET_OVERFLOW), the
+// host keeps the type of the atom that they are in: of the first such call since the last
+// mp4_clear_fault, which is the innermost atom, as results are passed outwards.
+Mp4Result mp4_blame(Mp4Host* host, uint32_t atom, Mp4Result result);
+// The atom that was kept, or 0.
+uint32_t mp4_fault_atom(const Mp4Host* host);
+void mp4_clear_fault(Mp4Host* host);
 
 // The table over a POSIX descriptor: `userData`, to be set by the caller, points at an int.
 void mp4_init_fd_callbacks(Mp4HostCallbacks* callbacks);

@@ -102,7 +102,7 @@ TEST(Walk, VisitsChildrenAndIgnoresAShortTail) {
         return FF4_RET_OK;
     };
     EXPECT_EQ(mp4_walk(host, host.File(), {0, bytes.size()}, note), FF4_RET_OK);
-    EXPECT_EQ(mp4_walk_mem(bytes.data(), {0, bytes.size()}, note), FF4_RET_OK);
+    EXPECT_EQ(mp4_walk_mem(host, bytes.data(), {0, bytes.size()}, note), FF4_RET_OK);
     const std::vector<uint32_t> both = {fourcc("aaaa"), fourcc("bbbb"), fourcc("aaaa"),
                                         fourcc("bbbb")};
     EXPECT_EQ(seen, both);

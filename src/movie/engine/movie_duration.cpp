@@ -58,13 +58,14 @@ Mp4Result to_movie_units(Mp4ReadSession* session, const Mp4TrackIndex& index, ui
                          uint64_t* length) {
     *length = 0;
     if (media == 0) return FF4_RET_OK;
-    if (index.timescale == 0) return FF4_RET_FORMAT;
+    if (index.timescale == 0) return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);
     return mp4_mul_div(media, session->index.movie.timescale, index.timescale, length);
 }
 
 Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
                        uint64_t* length) {
-    if (session->fragments && index.mdhd.offset == 0) return FF4_RET_FORMAT;
+    if (session->fragments && index.mdhd.offset == 0)
+        return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);
     TrackVisit visit(session, track);
     FF4_TRY(visit.Open());
     bool edited = false;

@@ -20,7 +20,7 @@ Mp4Result find_tables_of_sample(Mp4ReadSession* session, uint32_t track, uint32_
                                 Mp4TableReader* tables) {
     if (number == 0) return FF4_RET_ARGS;
     FF4_TRY(find_tables(session, track, tables));
-    if (tables->at->stts.offset == 0) return FF4_RET_FORMAT;
+    FF4_TRY(mp4_need_times(*tables));
     return number > tables->at->sample_count ? FF4_RET_NOTFOUND : FF4_RET_OK;
 }
 
@@ -66,7 +66,7 @@ Mp4Result mp4_get_sample_count(Mp4ReadSession* session, uint32_t track, uint32_t
     if (!session || !count || track == 0) return FF4_RET_ARGS;
     Mp4TableReader tables{};
     FF4_TRY(find_tables(session, track, &tables));
-    if (tables.at->stts.offset == 0) return FF4_RET_FORMAT;
+    FF4_TRY(mp4_need_times(tables));
     *count = tables.at->sample_count;
     return FF4_RET_OK;
 }
@@ -99,7 +99,8 @@ Mp4Result mp4_find_sample_at_time(Mp4ReadSession* session, uint32_t track, uint6
     FF4_TRY(find_tables(session, track, &tables));
     Mp4TimeRun run{};
     FF4_TRY(mp4_lookup_time_sample(tables, time, &run));
-    if (time > run.first_time && run.sample_delta == 0) return FF4_RET_FORMAT;
+    if (time > run.first_time && run.sample_delta == 0)
+        return mp4_blame(session->host, fourcc("stts"), FF4_RET_FORMAT);
     const uint64_t steps = run.sample_delta == 0 ? 0 : (time - run.first_time) / run.sample_delta;
     const uint64_t found = run.first_sample + steps;
     if (found > tables.at->sample_count) return FF4_RET_NOTFOUND;
@@ -279,7 +280,8 @@ Mp4Result find_sync_in_fragments(Mp4ReadSession* session, uint32_t track, uint64
         }
         uint64_t next = 0;
         FF4_TRY(mp4_add(start, sample.duration, &next));
-        if (next <= time) return FF4_RET_FORMAT;  // a step that does not advance
+        if (next <= time)  // a step that does not advance
+            return mp4_blame(session->host, fourcc("stts"), FF4_RET_FORMAT);
         time = next;
     }
 }

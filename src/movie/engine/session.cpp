@@ -85,7 +85,8 @@ Mp4Result mp4_get_file_type(Mp4ReadSession* session, Mp4FileType* out) {
     if (!session || !out) return FF4_RET_ARGS;
     *out = {};
     if (!present(session->index.ftyp)) return FF4_RET_NOTFOUND;
-    if (session->index.ftyp.size < kFileTypeHead) return FF4_RET_FORMAT;
+    if (session->index.ftyp.size < kFileTypeHead)
+        return mp4_blame(session->host, fourcc("ftyp"), FF4_RET_FORMAT);
     uint8_t head[kFileTypeHead];
     FF4_TRY(
         mp4_read_at(session->host, session->file, session->index.ftyp.offset, head, sizeof head));
@@ -97,7 +98,7 @@ Mp4Result mp4_get_compatible_brand(Mp4ReadSession* session, uint32_t number, uin
     if (!session || !brand || number == 0) return FF4_RET_ARGS;
     const Mp4Span& ftyp = session->index.ftyp;
     if (!present(ftyp)) return FF4_RET_NOTFOUND;
-    if (ftyp.size < kFileTypeHead) return FF4_RET_FORMAT;
+    if (ftyp.size < kFileTypeHead) return mp4_blame(session->host, fourcc("ftyp"), FF4_RET_FORMAT);
     if (number > (ftyp.size - kFileTypeHead) / 4) return FF4_RET_NOTFOUND;
     FF4_TRY(mp4_seek(session->host, session->file,
                      ftyp.offset + kFileTypeHead + uint64_t{4} * (number - 1)));

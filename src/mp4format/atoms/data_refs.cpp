@@ -57,10 +57,11 @@ Mp4Result mp4_read_data_refs(Mp4Host* host, Mp4File* file, const Mp4Span& entrie
     Mp4Span left = {0, entries.size};
     while (refs->count < count && left.size >= kAtomHeader) {
         Mp4AtomInfo atom{};
-        FF4_TRY(mp4_read_atom_header_mem(bytes.get(), left.offset, left.size, &atom));
+        FF4_TRY(mp4_blame(host, fourcc("dref"),
+                          mp4_read_atom_header_mem(bytes.get(), left.offset, left.size, &atom)));
         RefPtr ref(mp4_make<Mp4DataRef>(host).release(), {host});
         if (!ref) return FF4_RET_NOMEM;
-        FF4_TRY(read_entry(host, bytes.get(), atom, ref.get()));
+        FF4_TRY(mp4_blame(host, atom.type, read_entry(host, bytes.get(), atom, ref.get())));
         mp4_append(refs, ref.release());
         ++refs->count;
         left.offset += atom.atom.size;

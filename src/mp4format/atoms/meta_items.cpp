@@ -42,8 +42,9 @@ Mp4Result mp4_read_meta_items(Mp4Host* host, Mp4File* file, const Mp4UserAtom& a
     Mp4Span left = atom.entries;
     for (int32_t n = 0; n < atom.item_count && left.size >= kSmallAtomHeader; ++n) {
         Mp4AtomInfo info{};
-        FF4_TRY(mp4_read_small_atom_header(host, file, left.offset, left.size, &info));
-        FF4_TRY(read_item(host, file, info, limit, list));
+        FF4_TRY(mp4_blame(host, atom.type,
+                          mp4_read_small_atom_header(host, file, left.offset, left.size, &info)));
+        FF4_TRY(mp4_blame(host, atom.type, read_item(host, file, info, limit, list)));
         left.offset += info.atom.size;
         left.size -= info.atom.size;
     }

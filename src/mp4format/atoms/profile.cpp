@@ -12,7 +12,7 @@ Mp4Result read_record(Mp4Host* host, Mp4File* file, const Mp4UserAtomList& list,
                       uint8_t* bytes, uint64_t size) {
     const Mp4UserAtom* record = mp4_find_user_atom(list, type);
     if (!record) return FF4_RET_NOTFOUND;
-    if (record->payload.size < size) return FF4_RET_FORMAT;
+    if (record->payload.size < size) return mp4_blame(host, type, FF4_RET_FORMAT);
     return mp4_read_at(host, file, record->payload.offset, bytes, size);
 }
 
@@ -50,7 +50,7 @@ Mp4Result mp4_read_file_profile(Mp4Host* host, Mp4File* file, const Mp4UserAtomL
     if (!host || !file || !profile) return FF4_RET_ARGS;
     uint8_t bytes[kFileRecord];
     FF4_TRY(read_record(host, file, list, fourcc("FPRF"), bytes, sizeof bytes));
-    if (full_version(get_be32(bytes)) != 0) return FF4_RET_FORMAT;
+    if (full_version(get_be32(bytes)) != 0) return mp4_blame(host, fourcc("FPRF"), FF4_RET_FORMAT);
     *profile = get_be32(bytes + 4);
     return FF4_RET_OK;
 }

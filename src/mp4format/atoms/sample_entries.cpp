@@ -127,7 +127,7 @@ private:
     }
 
     Mp4Result Walk(const Mp4Span& children) {
-        return mp4_walk_mem(m_bytes, children,
+        return mp4_walk_mem(m_host, m_bytes, children,
                             [&](const Mp4AtomInfo& child) { return Visit(child); });
     }
 
@@ -174,7 +174,7 @@ private:
     }
 
     Mp4Result VisitWave(const Mp4Span& payload) {
-        return mp4_walk_mem(m_bytes, payload, [&](const Mp4AtomInfo& child) -> Mp4Result {
+        return mp4_walk_mem(m_host, m_bytes, payload, [&](const Mp4AtomInfo& child) -> Mp4Result {
             return child.type == fourcc("esds") ? ReadEsds(child.payload) : FF4_RET_OK;
         });
     }
@@ -204,7 +204,7 @@ private:
         auto info = mp4_make<Mp4ProtectionInfo>(m_host);
         if (!info) return FF4_RET_NOMEM;
         bool has_format = false;
-        FF4_TRY(mp4_walk_mem(m_bytes, payload, [&](const Mp4AtomInfo& child) -> Mp4Result {
+        FF4_TRY(mp4_walk_mem(m_host, m_bytes, payload, [&](const Mp4AtomInfo& child) -> Mp4Result {
             if (child.type != fourcc("frma") || has_format) return FF4_RET_OK;
             if (child.payload.size < 4) return FF4_RET_FORMAT;
             has_format = true;
@@ -277,8 +277,9 @@ Mp4Result mp4_read_sample_entries(Mp4Host* host, Mp4File* file, const Mp4Span& e
     Mp4Span left{0, entries.size};
     for (uint32_t n = 0; n < count && left.size >= kAtomHeader; ++n) {
         Mp4AtomInfo atom{};
-        FF4_TRY(mp4_read_atom_header_mem(bytes.get(), left.offset, left.size, &atom));
-        FF4_TRY(read_entry(host, bytes.get(), atom, handler, list));
+        FF4_TRY(mp4_blame(host, fourcc("stsd"),
+                          mp4_read_atom_header_mem(bytes.get(), left.offset, left.size, &atom)));
+        FF4_TRY(mp4_blame(host, atom.type, read_entry(host, bytes.get(), atom, handler, list)));
         left.offset += atom.atom.size;
         left.size -= atom.atom.size;
     }

@@ -72,7 +72,7 @@ Mp4Result mp4_read_user_atoms(Mp4Host* host, Mp4File* file, const Mp4Span& span,
         item->item_count = -1;
         item->atom = info.atom;
         item->payload = info.payload;
-        FF4_TRY(read_items_head(host, file, item.get()));
+        FF4_TRY(mp4_blame(host, item->type, read_items_head(host, file, item.get())));
         mp4_append(list, item.release());
         left.offset += info.atom.size;
         left.size -= info.atom.size;

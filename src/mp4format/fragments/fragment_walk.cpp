@@ -240,8 +240,8 @@ Mp4Result read_time(const Mp4FragmentSource& source, const Mp4Span& payload,
 // --- the walk
 
 // A run of the wanted track: its times and numbers, counted on from the position's.
-Mp4Result place_run(const Mp4FragmentSource& source, const Mp4AtomInfo& atom,
-                    Mp4FragmentPosition* position, Mp4FragmentRun* run) {
+Mp4Result add_run(const Mp4FragmentSource& source, const Mp4AtomInfo& atom,
+                  Mp4FragmentPosition* position, Mp4FragmentRun* run) {
     RunLength length{};
     FF4_TRY(read_run(source, position->head, atom, position->data_end, run));
     FF4_TRY(measure_run(source, *run, &length));
@@ -268,15 +268,16 @@ Mp4Result step_in_traf(const Mp4FragmentSource& source, Mp4FragmentPosition* pos
     Mp4AtomInfo atom{};
     FF4_TRY(take_atom(source, &position->traf_left, &atom));
     if (!position->has_head) {
-        if (atom.type == fourcc("tfhd")) FF4_TRY(read_head(source, atom.payload, position));
-        return FF4_RET_OK;
+        return atom.type == fourcc("tfhd")
+                   ? mp4_blame(source.host, atom.type, read_head(source, atom.payload, position))
+                   : FF4_RET_OK;
     }
     if (position->head.track_id != source.track_id) {
         position->traf_left.size = 0;
     } else if (atom.type == fourcc("tfdt") && !position->in_run) {
-        return read_time(source, atom.payload, position);
+        return mp4_blame(source.host, atom.type, read_time(source, atom.payload, position));
     } else if (atom.type == fourcc("trun")) {
-        return place_run(source, atom, position, run);
+        return mp4_blame(source.host, atom.type, add_run(source, atom, position, run));
     }
     return FF4_RET_OK;
 }
@@ -343,8 +344,10 @@ Mp4Result mp4_next_fragment_run(const Mp4FragmentSource& source, Mp4FragmentPosi
     *found = false;
     bool more = true;
     while (more && run->sample_count == 0) {
-        const Mp4Result result = step(source, position, run, &more);
+        const Mp4Result result =
+            mp4_blame(source.host, fourcc("moof"), step(source, position, run, &more));
         if (result == FF4_RET_FORMAT && position->moof_is_cut) {
+            mp4_clear_fault(source.host);
             run->sample_count = 0;
             position->traf_left = position->moof_left = {};
         } else {

@@ -273,7 +273,10 @@ Mp4Result jump_ahead(Mp4FragmentState* state, const Mp4FragmentSource& source, u
     Mp4FragmentRun run{};
     bool found = false;
     const Mp4Result result = mp4_next_fragment_run(source, &ahead, &run, &found);
-    if (result == FF4_RET_FORMAT) return FF4_RET_OK;  // the index points anywhere
+    if (result == FF4_RET_FORMAT) {  // the index points anywhere
+        mp4_clear_fault(source.host);
+        return FF4_RET_OK;
+    }
     FF4_TRY(result);
     if (found && ahead.anchored && ahead.moof == point->moof_offset && run.start_time <= time)
         *position = there;

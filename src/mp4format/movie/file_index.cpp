@@ -245,7 +245,7 @@ Mp4Result mp4_scan_file(Mp4Host* host, Mp4File* file, uint64_t file_size,
     while (left.size >= kAtomHeader) {
         Mp4AtomInfo atom{};
         FF4_TRY(mp4_read_atom_header(host, file, left.offset, left.size, &atom));
-        FF4_TRY(read_top_atom(w, atom, options, index));
+        FF4_TRY(mp4_blame(host, atom.type, read_top_atom(w, atom, options, index)));
         if (!options.scan_past_moof && index->moofs.head) break;
         left.offset += atom.atom.size;
         left.size -= atom.atom.size;
@@ -253,6 +253,7 @@ Mp4Result mp4_scan_file(Mp4Host* host, Mp4File* file, uint64_t file_size,
     if (index->moofs.head && !present(index->random_access.atom)) {
         // A help for seeking only: a broken one is as good as none.
         static_cast<void>(mp4_find_mfra(host, file, file_size, &index->random_access));
+        mp4_clear_fault(host);
     }
     return FF4_RET_OK;
 }

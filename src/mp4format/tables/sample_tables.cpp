@@ -1,6 +1,7 @@
 #include "mp4format/tables/sample_tables.h"
 
 #include <algorithm>
+#include <initializer_list>
 
 namespace tarn {
 namespace {
@@ -8,8 +9,39 @@ namespace {
 constexpr uint32_t kMaxSumBlocks = 512;  // 4 KB for a track
 constexpr uint32_t kMinSumSpacing = 256;
 
-bool present(const Mp4Span& table) {
-    return table.offset != 0;
+// The type of a table's atom; where it is missing, of the one that the format asks for.
+uint32_t code_of(const Mp4TrackTables& t, Mp4TableId table) {
+    switch (table) {
+        case kTableStts:
+            return fourcc("stts");
+        case kTableCtts:
+            return fourcc("ctts");
+        case kTableSize:
+            return t.size_type != 0 ? t.size_type : fourcc("stsz");
+        case kTableStsc:
+            return fourcc("stsc");
+        case kTableChunk:
+            return t.chunk_type != 0 ? t.chunk_type : fourcc("stco");
+        default:
+            return fourcc("stss");
+    }
+}
+
+bool is_present(const Mp4TrackTables& t, Mp4TableId table) {
+    const Mp4Span* const spans[kTableCount] = {&t.stts, &t.ctts,        &t.size_table,
+                                               &t.stsc, &t.chunk_table, &t.stss};
+    return spans[table]->offset != 0;
+}
+
+Mp4Result blame(const Mp4TableReader& tables, Mp4TableId table, Mp4Result result) {
+    return mp4_blame(tables.host, code_of(*tables.at, table), result);
+}
+
+// FF4_RET_FORMAT for a table that is missing.
+Mp4Result need(const Mp4TableReader& tables, std::initializer_list<Mp4TableId> needed) {
+    for (const Mp4TableId table : needed)
+        if (!is_present(*tables.at, table)) return blame(tables, table, FF4_RET_FORMAT);
+    return FF4_RET_OK;
 }
 
 bool is_complete(const Mp4TableReader& tables) {
@@ -20,8 +52,9 @@ bool is_complete(const Mp4TableReader& tables) {
 Mp4Result find(const Mp4TableReader& tables, Mp4TableId table, Mp4TableAxis axis, uint64_t target,
                uint32_t* entry) {
     FF4_TRY(mp4_load_track_cache(tables.host, tables.cache));
-    return mp4_find_entry(tables.host, tables.file, &tables.cache->windows[table], axis, target,
-                          entry);
+    return blame(tables, table,
+                 mp4_find_entry(tables.host, tables.file, &tables.cache->windows[table], axis,
+                                target, entry));
 }
 
 // The same for a sample that the size table counts: a table that ends before it contradicts that.
@@ -30,7 +63,7 @@ Mp4Result find_counted(const Mp4TableReader& tables, Mp4TableId table, uint32_t 
     const Mp4Result result = find(tables, table, kByNumber, sample, entry);
     if (result != FF4_RET_NOTFOUND) return result;
     mp4_clear_window(&tables.cache->windows[table]);
-    return FF4_RET_FORMAT;
+    return blame(tables, table, FF4_RET_FORMAT);
 }
 
 Mp4Result check_sample(const Mp4TrackTables& tables, uint32_t sample) {
@@ -38,9 +71,10 @@ Mp4Result check_sample(const Mp4TrackTables& tables, uint32_t sample) {
     return sample > tables.sample_count ? FF4_RET_NOTFOUND : FF4_RET_OK;
 }
 
-Mp4Result check_times(const Mp4TrackTables& tables) {
-    if (!present(tables.stts) || !present(tables.size_table)) return FF4_RET_FORMAT;
-    return tables.stts_count == 0 || tables.sample_count == 0 ? FF4_RET_NOTFOUND : FF4_RET_OK;
+Mp4Result check_times(const Mp4TableReader& tables) {
+    FF4_TRY(need(tables, {kTableStts, kTableSize}));
+    return tables.at->stts_count == 0 || tables.at->sample_count == 0 ? FF4_RET_NOTFOUND
+                                                                      : FF4_RET_OK;
 }
 
 Mp4TimeRun time_run(const Mp4TrackCache& cache, uint32_t entry) {
@@ -106,9 +140,13 @@ Mp4Result sum_run(const Mp4TableReader& tables, uint32_t first, uint32_t count, 
 
 }  // namespace
 
+Mp4Result mp4_need_times(const Mp4TableReader& tables) {
+    return is_complete(tables) ? need(tables, {kTableStts}) : FF4_RET_ARGS;
+}
+
 Mp4Result mp4_lookup_sample_time(const Mp4TableReader& tables, uint32_t sample, Mp4TimeRun* out) {
     if (!is_complete(tables) || !out) return FF4_RET_ARGS;
-    FF4_TRY(check_times(*tables.at));
+    FF4_TRY(check_times(tables));
     FF4_TRY(check_sample(*tables.at, sample));
     uint32_t entry = 0;
     FF4_TRY(find_counted(tables, kTableStts, sample, &entry));
@@ -118,7 +156,7 @@ Mp4Result mp4_lookup_sample_time(const Mp4TableReader& tables, uint32_t sample, 
 
 Mp4Result mp4_lookup_time_sample(const Mp4TableReader& tables, uint64_t time, Mp4TimeRun* out) {
     if (!is_complete(tables) || !out) return FF4_RET_ARGS;
-    FF4_TRY(check_times(*tables.at));
+    FF4_TRY(check_times(tables));
     uint32_t entry = 0;
     FF4_TRY(find(tables, kTableStts, kByTime, time, &entry));
     *out = time_run(*tables.cache, entry);
@@ -127,7 +165,7 @@ Mp4Result mp4_lookup_time_sample(const Mp4TableReader& tables, uint64_t time, Mp
 
 Mp4Result mp4_lookup_media_duration(const Mp4TableReader& tables, uint64_t* out) {
     if (!is_complete(tables) || !out) return FF4_RET_ARGS;
-    if (!present(tables.at->stts) || !present(tables.at->size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(need(tables, {kTableStts, kTableSize}));
     if (tables.at->sample_count == 0) {
         *out = 0;
         return FF4_RET_OK;
@@ -142,10 +180,10 @@ Mp4Result mp4_lookup_media_duration(const Mp4TableReader& tables, uint64_t* out)
 Mp4Result mp4_lookup_composition_offset(const Mp4TableReader& tables, uint32_t sample,
                                         int32_t* out) {
     if (!is_complete(tables) || !out) return FF4_RET_ARGS;
-    if (!present(tables.at->size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(need(tables, {kTableSize}));
     FF4_TRY(check_sample(*tables.at, sample));
     *out = 0;
-    if (!present(tables.at->ctts)) return FF4_RET_OK;
+    if (!is_present(*tables.at, kTableCtts)) return FF4_RET_OK;
     uint32_t entry = 0;
     FF4_TRY(find_counted(tables, kTableCtts, sample, &entry));
     *out = static_cast<int32_t>(
@@ -155,9 +193,7 @@ Mp4Result mp4_lookup_composition_offset(const Mp4TableReader& tables, uint32_t s
 
 Mp4Result mp4_lookup_chunk_run(const Mp4TableReader& tables, uint32_t sample, Mp4ChunkRun* out) {
     if (!is_complete(tables) || !out) return FF4_RET_ARGS;
-    if (!present(tables.at->stsc) || !present(tables.at->size_table) ||
-        !present(tables.at->chunk_table))
-        return FF4_RET_FORMAT;
+    FF4_TRY(need(tables, {kTableStsc, kTableSize, kTableChunk}));
     if (tables.at->stsc_count == 0 || tables.at->sample_count == 0 || tables.at->chunk_count == 0)
         return FF4_RET_NOTFOUND;
     FF4_TRY(check_sample(*tables.at, sample));
@@ -186,7 +222,7 @@ Mp4Result mp4_lookup_chunk(const Mp4TableReader& tables, uint32_t sample, Mp4Chu
 
 Mp4Result mp4_lookup_chunk_offset(const Mp4TableReader& tables, uint32_t chunk, uint64_t* out) {
     if (!is_complete(tables) || !out || chunk == 0) return FF4_RET_ARGS;
-    if (!present(tables.at->chunk_table)) return FF4_RET_FORMAT;
+    FF4_TRY(need(tables, {kTableChunk}));
     uint32_t entry = 0;
     FF4_TRY(find(tables, kTableChunk, kByNumber, chunk, &entry));
     *out = mp4_entry<Mp4ChunkEntry>(tables.cache->windows[kTableChunk], entry).offset;
@@ -195,7 +231,7 @@ Mp4Result mp4_lookup_chunk_offset(const Mp4TableReader& tables, uint32_t chunk, 
 
 Mp4Result mp4_lookup_sample_size(const Mp4TableReader& tables, uint32_t sample, uint32_t* out) {
     if (!is_complete(tables) || !out) return FF4_RET_ARGS;
-    if (!present(tables.at->size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(need(tables, {kTableSize}));
     FF4_TRY(check_sample(*tables.at, sample));
     if (tables.at->sample_size != 0) {
         *out = tables.at->sample_size;
@@ -210,9 +246,10 @@ Mp4Result mp4_lookup_sample_size(const Mp4TableReader& tables, uint32_t sample, 
 Mp4Result mp4_lookup_size_sum(const Mp4TableReader& tables, uint32_t sample, uint32_t count,
                               uint64_t* out) {
     if (!is_complete(tables) || !out) return FF4_RET_ARGS;
-    if (!present(tables.at->size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(need(tables, {kTableSize}));
     FF4_TRY(check_sample(*tables.at, sample));
-    if (count > tables.at->sample_count - sample + 1) return FF4_RET_FORMAT;
+    if (count > tables.at->sample_count - sample + 1)
+        return blame(tables, kTableSize, FF4_RET_FORMAT);
     if (tables.at->sample_size != 0) {
         *out = uint64_t{count} * tables.at->sample_size;
         return FF4_RET_OK;
@@ -230,7 +267,7 @@ Mp4Result mp4_lookup_size_sum(const Mp4TableReader& tables, uint32_t sample, uin
 
 Mp4Result mp4_lookup_is_sync(const Mp4TableReader& tables, uint32_t sample, bool* out) {
     if (!is_complete(tables) || !out || sample == 0) return FF4_RET_ARGS;
-    if (!present(tables.at->stss) || !present(tables.at->size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(need(tables, {kTableStss, kTableSize}));
     uint32_t entry = 0;
     const Mp4Result result = find(tables, kTableStss, kByNumber, sample, &entry);
     if (result != FF4_RET_OK && result != FF4_RET_NOTFOUND) return result;
@@ -242,7 +279,7 @@ Mp4Result mp4_lookup_is_sync(const Mp4TableReader& tables, uint32_t sample, bool
 
 Mp4Result mp4_lookup_next_sync(const Mp4TableReader& tables, uint32_t sample, uint32_t* out) {
     if (!is_complete(tables) || !out) return FF4_RET_ARGS;
-    if (!present(tables.at->stss) || !present(tables.at->size_table)) return FF4_RET_FORMAT;
+    FF4_TRY(need(tables, {kTableStss, kTableSize}));
     uint32_t entry = 0;
     FF4_TRY(find(tables, kTableStss, kByNumber, uint64_t{sample} + 1, &entry));
     *out = mp4_entry<Mp4StssEntry>(tables.cache->windows[kTableStss], entry).sample_number;

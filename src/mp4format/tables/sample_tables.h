@@ -46,6 +46,8 @@ struct Mp4ChunkPlace {
     uint32_t description_index;
 };
 
+// FF4_RET_FORMAT for a track without 'stts'.
+Mp4Result mp4_need_times(const Mp4TableReader& tables);
 // The run that holds a sample.
 Mp4Result mp4_lookup_sample_time(const Mp4TableReader& tables, uint32_t sample, Mp4TimeRun* out);
 // The run that holds a time; FF4_RET_NOTFOUND past the table's last sample. The run's sample_delta

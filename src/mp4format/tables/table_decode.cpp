@@ -15,8 +15,16 @@ const uint8_t* disk_entry(const Mp4RawEntries& raw, uint32_t entry) {
     return raw.bytes + static_cast<uint64_t>(entry - raw.first) * kDiskSize;
 }
 
+// One past the last sample that there can be.
+constexpr uint64_t kPastLastSample = uint64_t{1} << 32;
+
+// The start of an entry as it is kept: 0 is kPastLastSample, where empty entries can start.
 uint32_t narrow(uint64_t key) {
     return static_cast<uint32_t>(key);
+}
+
+uint64_t widen(uint32_t number) {
+    return number == 0 ? kPastLastSample : number;
 }
 
 // --- stts: u32 count, u32 delta
@@ -37,7 +45,7 @@ void decode_stts(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey& st
 
 Mp4TableKey start_stts(const void* decoded, uint32_t) {
     const auto* e = static_cast<const Mp4SttsEntry*>(decoded);
-    return {e->first_sample, e->first_time};
+    return {widen(e->first_sample), e->first_time};
 }
 
 // --- ctts: u32 count, u32 offset. A run of no samples is harmless here: no sample finds it.
@@ -53,7 +61,7 @@ void decode_ctts(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey& st
 }
 
 Mp4TableKey start_ctts(const void* decoded, uint32_t) {
-    return {static_cast<const Mp4CttsEntry*>(decoded)->first_sample, 0};
+    return {widen(static_cast<const Mp4CttsEntry*>(decoded)->first_sample), 0};
 }
 
 // --- stsc: u32 first chunk, u32 samples per chunk, u32 description index
@@ -76,7 +84,7 @@ void decode_stsc(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey& st
 }
 
 Mp4TableKey start_stsc(const void* decoded, uint32_t) {
-    return {static_cast<const Mp4StscEntry*>(decoded)->first_sample, 0};
+    return {widen(static_cast<const Mp4StscEntry*>(decoded)->first_sample), 0};
 }
 
 // --- stss: u32 sample number. An entry covers the samples behind the sync sample before it, up to
@@ -180,7 +188,6 @@ const Mp4TableKind& mp4_size_kind(uint32_t field_size) {
 }
 
 bool mp4_advance_key(const Mp4TableKey& start, const Mp4TableKey& length, Mp4TableKey* end) {
-    constexpr uint64_t kPastLastSample = uint64_t{1} << 32;
     if (length.number > kPastLastSample - start.number) return false;
     // The time can't wrap: fewer than 2^32 samples of less than 2^32 units each.
     *end = {start.number + length.number, start.time + length.time};

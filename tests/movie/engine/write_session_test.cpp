@@ -135,7 +135,7 @@ struct Rig {
     std::string Top() const {
         std::string out;
         const Bytes& content = host.Content(file);
-        EXPECT_EQ(mp4_walk_mem(content.data(), {0, content.size()},
+        EXPECT_EQ(mp4_walk_mem(host, content.data(), {0, content.size()},
                                [&](const Mp4AtomInfo& atom) {
                                    const Bytes name(&content[atom.atom.offset + 4],
                                                     &content[atom.atom.offset + 8]);
