@@ -116,15 +116,6 @@ Mp4Result mp4_write_plain_atom(Mp4Sink& sink, uint32_t type, const void* payload
     return mp4_put(sink, payload, size);
 }
 
-Mp4Result mp4_put_extended_type(Mp4Sink& sink, uint32_t name) {
-    Mp4Fields<16> fields;
-    fields.U32(name);
-    fields.U32(0x21D24FCE);
-    fields.U32(0xBB88695C);
-    fields.U32(0xFAC9C740);
-    return mp4_put_fields(sink, fields);
-}
-
 Mp4Result mp4_write_free(Mp4Sink& sink, uint64_t size) {
     for (const uint64_t header : {kAtomHeader, kLargeHeader}) {
         if (size < header) return FF4_RET_ARGS;

@@ -124,9 +124,6 @@ Mp4Result mp4_write_descriptor(Mp4Sink& sink, uint8_t tag, Body body) {
     return mp4_write_around(sink, header, body);
 }
 
-// The 16-byte name that a 'uuid' payload of the camera's family begins with.
-Mp4Result mp4_put_extended_type(Mp4Sink& sink, uint32_t name);
-
 // A 'free' atom of `size` bytes in all. Its header alone is written: the bytes behind it are left
 // as they are. A size that no header fits is FF4_RET_ARGS.
 Mp4Result mp4_write_free(Mp4Sink& sink, uint64_t size);

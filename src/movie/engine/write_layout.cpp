@@ -1,7 +1,8 @@
 // Where the parts of a new file lie: what comes before the media, the media, the movie.
 #include "movie/engine/write_session.h"
-#include "mp4format/atoms/write_atoms.h"
+#include "mp4format/atoms/file_type.h"
 #include "mp4format/io.h"
+#include "mp4format/movie/write_movie.h"
 #include "mp4format/time_math.h"
 
 namespace tarn {

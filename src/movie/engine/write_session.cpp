@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "mp4format/atoms/sample_entry_copy.h"
-#include "mp4format/atoms/write_atoms.h"
+#include "mp4format/movie/write_movie.h"
 
 namespace tarn {
 namespace {
@@ -164,7 +164,7 @@ Mp4Result mp4_add_track_ref(Mp4WriteSession* session, uint32_t track, uint32_t t
                             const uint32_t* track_ids, uint32_t count) {
     Mp4TrackBuild* found = nullptr;
     FF4_TRY(find_track(session, track, &found));
-    return mp4_add_track_reference(session->host, type, track_ids, count, found);
+    return mp4_add_track_reference(session->host, type, track_ids, count, &found->references);
 }
 
 Mp4Result mp4_add_track_chunk(Mp4WriteSession* session, uint32_t track, const Mp4NewChunk& chunk) {
@@ -176,7 +176,7 @@ Mp4Result mp4_add_track_chunk(Mp4WriteSession* session, uint32_t track, const Mp
 Mp4Result mp4_add_track_edit(Mp4WriteSession* session, uint32_t track, const Mp4Edit& edit) {
     Mp4TrackBuild* found = nullptr;
     FF4_TRY(find_track(session, track, &found));
-    return mp4_add_edit(session->host, session->options, edit, found);
+    return mp4_add_edit(session->host, session->options, edit, &found->edits);
 }
 
 Mp4Result mp4_add_meta_text(Mp4WriteSession* session, uint32_t track, const Mp4MetaItem& item) {

@@ -24,7 +24,7 @@
 
 #include <cstdint>
 
-#include "mp4format/atoms/write_user_atoms.h"
+#include "mp4format/atoms/profile.h"
 #include "mp4format/movie/movie_build.h"
 
 namespace tarn {

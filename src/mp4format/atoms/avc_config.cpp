@@ -36,6 +36,23 @@ void free_sets(Mp4Host* host, Mp4ParameterSetList* sets) {
     *sets = {};
 }
 
+// A count of parameter sets and the sets, each behind its length.
+Mp4Result put_sets(Mp4Sink& sink, const Mp4ParameterSetList& sets, uint32_t most,
+                   uint32_t reserved_bits) {
+    if (sets.count > most) return FF4_RET_OVERFLOW;
+    Mp4Fields<1> head;
+    head.U8(reserved_bits | sets.count);
+    FF4_TRY(mp4_put_fields(sink, head));
+    for (const Mp4ParameterSet* set = sets.head; set; set = set->next) {
+        if (set->data.size > UINT16_MAX) return FF4_RET_OVERFLOW;
+        Mp4Fields<2> length;
+        length.U16(set->data.size);
+        FF4_TRY(mp4_put_fields(sink, length));
+        FF4_TRY(mp4_put(sink, set->data.data, set->data.size));
+    }
+    return FF4_RET_OK;
+}
+
 }  // namespace
 
 Mp4Result mp4_read_avc_config(Mp4Host* host, const uint8_t* bytes, uint64_t size,
@@ -68,6 +85,24 @@ const Mp4ParameterSet* mp4_parameter_set_at(const Mp4ParameterSetList& sets, uin
     while (set && --n > 0)
         set = set->next;
     return set;
+}
+
+Mp4Result mp4_write_avcc(Mp4Sink& sink, const Mp4AvcConfig& config) {
+    constexpr uint32_t kMostSequenceSets = 31, kMostPictureSets = 255;
+    if (config.bytes.size > 0)
+        return mp4_write_plain_atom(sink, fourcc("avcC"), config.bytes.data, config.bytes.size);
+    const auto body = [&](Mp4Sink& to) {
+        Mp4Fields<5> head;
+        head.U8(config.configuration_version);
+        head.U8(config.profile);
+        head.U8(config.profile_compatibility);
+        head.U8(config.level);
+        head.U8(0xFCu | (config.length_size_minus_one & 3u));
+        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(put_sets(to, config.sequence_sets, kMostSequenceSets, 0xE0));
+        return put_sets(to, config.picture_sets, kMostPictureSets, 0);
+    };
+    return mp4_write_container(sink, fourcc("avcC"), body);
 }
 
 }  // namespace tarn

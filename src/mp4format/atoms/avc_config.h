@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "mp4format/atom_writer.h"
 #include "mp4format/byte_block.h"
 
 namespace tarn {
@@ -38,5 +39,9 @@ void mp4_free_avc_config(Mp4Host* host, Mp4AvcConfig* config);
 
 // The n-th set of a list, from 1, or null.
 const Mp4ParameterSet* mp4_parameter_set_at(const Mp4ParameterSetList& sets, uint32_t n);
+
+// The bytes as they were read where the record has them, else its fields and sets.
+// FF4_RET_OVERFLOW for more or longer sets than their counts and lengths can tell.
+Mp4Result mp4_write_avcc(Mp4Sink& sink, const Mp4AvcConfig& config);
 
 }  // namespace tarn

@@ -1,5 +1,7 @@
 #include "mp4format/atoms/data_refs.h"
 
+#include <cstring>
+
 #include "mp4format/io.h"
 
 namespace tarn {
@@ -47,6 +49,32 @@ Mp4Result read_entry(Mp4Host* host, const uint8_t* buffer, const Mp4AtomInfo& at
     return left.size > 0 ? take_text(host, buffer, &left, &ref->location) : FF4_RET_OK;
 }
 
+// A text with a closing zero; null stays null.
+Mp4Result copy_text(Mp4Host* host, const char* from, char** to) {
+    if (!from) return FF4_RET_OK;
+    const auto* bytes = reinterpret_cast<const uint8_t*>(from);
+    HostPtr<char> copy(nullptr, {host});
+    FF4_TRY(mp4_copy_text(host, bytes, mp4_text_length(bytes, UINT32_MAX), &copy));
+    *to = copy.release();
+    return FF4_RET_OK;
+}
+
+Mp4Result put_text(Mp4Sink& sink, const char* text) {
+    return text ? mp4_put(sink, text, std::strlen(text) + 1) : FF4_RET_OK;
+}
+
+// One entry of 'dref'. In a 'urn ' the name comes first.
+Mp4Result write_data_ref(Mp4Sink& sink, const Mp4DataRef& ref) {
+    const auto body = [&](Mp4Sink& to) {
+        Mp4Fields<kFullHead> head;
+        head.U32(ref.version_flags);
+        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(put_text(to, ref.name));
+        return put_text(to, ref.location);
+    };
+    return mp4_write_container(sink, ref.type, body);
+}
+
 }  // namespace
 
 Mp4Result mp4_read_data_refs(Mp4Host* host, Mp4File* file, const Mp4Span& entries, uint32_t count,
@@ -76,6 +104,35 @@ void mp4_free_data_refs(Mp4Host* host, Mp4DataRefs* refs) {
         RefDeleter{host}(ref);
     }
     *refs = {};
+}
+
+Mp4Result mp4_add_data_ref(Mp4Host* host, uint32_t type, const char* location, const char* name,
+                           Mp4DataRefs* refs) {
+    if (!host || !refs) return FF4_RET_ARGS;
+    const bool url = type == fourcc("url "), urn = type == fourcc("urn ");
+    if ((!url && !urn) || urn != (name != nullptr)) return FF4_RET_ARGS;
+    RefPtr ref(mp4_make<Mp4DataRef>(host).release(), {host});
+    if (!ref) return FF4_RET_NOMEM;
+    ref->type = type;
+    ref->version_flags = url && !location ? kSameFile : 0;
+    FF4_TRY(copy_text(host, location, &ref->location));
+    FF4_TRY(copy_text(host, name, &ref->name));
+    mp4_append(refs, ref.release());
+    ++refs->count;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_write_dref(Mp4Sink& sink, const Mp4DataRefs& refs) {
+    const auto body = [&](Mp4Sink& to) {
+        Mp4Fields<kTableHead> head;
+        head.U32(0);
+        head.U32(refs.count);
+        FF4_TRY(mp4_put_fields(to, head));
+        for (const Mp4DataRef* ref = refs.head; ref; ref = ref->next)
+            FF4_TRY(write_data_ref(to, *ref));
+        return FF4_RET_OK;
+    };
+    return mp4_write_container(sink, fourcc("dref"), body);
 }
 
 }  // namespace tarn

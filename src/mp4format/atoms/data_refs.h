@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "mp4format/atom.h"
+#include "mp4format/atom_writer.h"
 
 namespace tarn {
 
@@ -28,5 +29,11 @@ struct Mp4DataRefs {
 Mp4Result mp4_read_data_refs(Mp4Host* host, Mp4File* file, const Mp4Span& entries, uint32_t count,
                              Mp4DataRefs* refs);
 void mp4_free_data_refs(Mp4Host* host, Mp4DataRefs* refs);
+
+// Appends an entry: 'url ' with a location or without, which is this very file; 'urn ' with a name
+// and maybe a location. Texts are copied. Another type is FF4_RET_ARGS.
+Mp4Result mp4_add_data_ref(Mp4Host* host, uint32_t type, const char* location, const char* name,
+                           Mp4DataRefs* refs);
+Mp4Result mp4_write_dref(Mp4Sink& sink, const Mp4DataRefs& refs);
 
 }  // namespace tarn

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "mp4format/atom_writer.h"
 #include "mp4format/byte_block.h"
 
 namespace tarn {
@@ -38,5 +39,9 @@ struct Mp4EsDescriptor {
 Mp4Result mp4_read_es_descriptor(Mp4Host* host, const uint8_t* bytes, uint64_t size,
                                  Mp4EsDescriptor* es);
 void mp4_free_es_descriptor(Mp4Host* host, Mp4EsDescriptor* es);
+
+// From the fields alone; what the specific info is followed by is fixed. FF4_RET_OVERFLOW for a URL
+// past 255 bytes.
+Mp4Result mp4_write_esds(Mp4Sink& sink, const Mp4EsDescriptor& es);
 
 }  // namespace tarn

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "mp4format/atom.h"
+#include "mp4format/atom_writer.h"
 
 namespace tarn {
 
@@ -28,5 +29,14 @@ Mp4Result mp4_decode_edits(Mp4Host* host, const uint8_t* bytes, uint64_t size, u
 Mp4Result mp4_read_edits(Mp4Host* host, Mp4File* file, const Mp4Span& entries, uint32_t count,
                          uint32_t version_flags, Mp4EditList* list);
 void mp4_free_edits(Mp4Host* host, Mp4EditList* list);
+
+// Whether an entry fits only version 1; the -1 of an empty edit fits either.
+bool mp4_edit_needs_64_bits(const Mp4Edit& edit);
+// Appends a copy. FF4_RET_STATE for an edit that needs 64 bits under a policy of version 0.
+Mp4Result mp4_add_edit(Mp4Host* host, const Mp4WriteOptions& options, const Mp4Edit& edit,
+                       Mp4EditList* list);
+// 'edts' around the 'elst'; nothing for an empty list.
+Mp4Result mp4_write_edts(Mp4Sink& sink, const Mp4EditList& edits);
+Mp4Result mp4_write_elst(Mp4Sink& sink, const Mp4EditList& edits);
 
 }  // namespace tarn

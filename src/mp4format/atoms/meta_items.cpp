@@ -6,6 +6,8 @@ namespace tarn {
 namespace {
 
 constexpr uint64_t kItemHead = 4;  // language and encoding
+constexpr uint64_t kWholeItemHead = kSmallAtomHeader + kItemHead;
+constexpr uint16_t kLanguageBits = 0x7FFF;
 
 Mp4Result read_item(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom, uint64_t limit,
                     Mp4MetaList* list) {
@@ -17,7 +19,7 @@ Mp4Result read_item(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom, uint6
     if (!item) return FF4_RET_NOMEM;
     item->type = atom.type;
     item->flag = head[0] >> 7;
-    item->language = get_be16(head) & 0x7FFF;
+    item->language = get_be16(head) & kLanguageBits;
     item->encoding = get_be16(head + 2);
     item->payload = {atom.payload.offset + kItemHead, atom.payload.size - kItemHead};
     if (item->payload.size <= limit) {
@@ -29,6 +31,18 @@ Mp4Result read_item(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom, uint6
     mp4_append(list, item.release());
     ++list->count;
     return FF4_RET_OK;
+}
+
+// A small atom: u16 size and u32 type, then u16 language with the flag on top, u16 encoding, data.
+Mp4Result write_item(Mp4Sink& sink, const Mp4MetaItem& item) {
+    if (item.data.size > kMostMetaData) return FF4_RET_OVERFLOW;
+    Mp4Fields<kWholeItemHead> head;
+    head.U16(static_cast<uint32_t>(kWholeItemHead) + item.data.size);
+    head.U32(item.type);
+    head.U16(uint32_t{item.flag} << 15 | (item.language & kLanguageBits));
+    head.U16(item.encoding);
+    FF4_TRY(mp4_put_fields(sink, head));
+    return mp4_put(sink, item.data.data, item.data.size);
 }
 
 }  // namespace
@@ -91,6 +105,54 @@ Mp4Result mp4_find_meta_item(const Mp4MetaList& list, uint32_t* index, const Mp4
         return FF4_RET_OK;
     }
     return FF4_RET_NOTFOUND;
+}
+
+Mp4Result mp4_add_meta_item(Mp4Host* host, const Mp4MetaItem& item, Mp4MetaList* list) {
+    if (!host || !list || (item.data.size > 0 && !item.data.data)) return FF4_RET_ARGS;
+    if (item.data.size > kMostMetaData || list->count >= UINT16_MAX) return FF4_RET_OVERFLOW;
+    auto copy = mp4_make<Mp4MetaItem>(host);
+    if (!copy) return FF4_RET_NOMEM;
+    if (item.data.size > 0)
+        FF4_TRY(mp4_copy_block(host, item.data.data, item.data.size, &copy->data));
+    copy->type = item.type;
+    copy->flag = item.flag & 1;
+    copy->language = item.language & kLanguageBits;
+    copy->encoding = item.encoding;
+    copy->loaded = true;
+    mp4_append(list, copy.release());
+    ++list->count;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_write_meta_list(Mp4Sink& sink, uint32_t type, const Mp4MetaList& list) {
+    if (list.count > UINT16_MAX) return FF4_RET_OVERFLOW;
+    const auto body = [&](Mp4Sink& to) {
+        Mp4Fields<2> head;
+        head.U16(list.count);
+        FF4_TRY(mp4_put_fields(to, head));
+        for (const Mp4MetaItem* item = list.head; item; item = item->next)
+            FF4_TRY(write_item(to, *item));
+        return FF4_RET_OK;
+    };
+    return mp4_write_container(sink, type, body);
+}
+
+void mp4_free_user_build(Mp4Host* host, Mp4UserBuild* user) {
+    mp4_free_meta_items(host, &user->texts);
+    mp4_free_meta_items(host, &user->files);
+}
+
+Mp4Result mp4_write_usmt(Mp4Sink& sink, const Mp4UserBuild& user) {
+    if (!user.texts.head && !user.files.head) return FF4_RET_OK;
+    const auto body = [&](Mp4Sink& to) {
+        FF4_TRY(mp4_put_extended_type(to, fourcc("USMT")));
+        if (user.texts.head) {
+            FF4_TRY(mp4_write_meta_list(to, fourcc("MTDT"), user.texts));
+        }
+        if (!user.files.head) return FF4_RET_OK;
+        return mp4_write_meta_list(to, fourcc("MTDF"), user.files);
+    };
+    return mp4_write_container(sink, fourcc("uuid"), body);
 }
 
 }  // namespace tarn

@@ -46,4 +46,21 @@ Mp4Result mp4_get_meta_payload(Mp4Host* host, Mp4File* file, const Mp4MetaItem& 
 // tells its role. `index` counts from 1. FF4_RET_NOTFOUND when there is none.
 Mp4Result mp4_find_meta_item(const Mp4MetaList& list, uint32_t* index, const Mp4MetaItem** item);
 
+constexpr uint32_t kMostMetaData = 65525;  // bytes: the 16-bit size of an item counts its head
+// Appends a copy of an item with its data. FF4_RET_OVERFLOW for data that no item can hold or an
+// item past 65,535.
+Mp4Result mp4_add_meta_item(Mp4Host* host, const Mp4MetaItem& item, Mp4MetaList* list);
+// One list, 'MTDT' or 'MTDF'. Items must be loaded; an item or a count past 16 bits is
+// FF4_RET_OVERFLOW.
+Mp4Result mp4_write_meta_list(Mp4Sink& sink, uint32_t type, const Mp4MetaList& list);
+
+// The user metadata of a movie or a track.
+struct Mp4UserBuild {
+    Mp4MetaList texts;  // 'MTDT'
+    Mp4MetaList files;  // 'MTDF'
+};
+void mp4_free_user_build(Mp4Host* host, Mp4UserBuild* user);
+// 'uuid' 'USMT' with both lists, each where it has items; nothing without any.
+Mp4Result mp4_write_usmt(Mp4Sink& sink, const Mp4UserBuild& user);
+
 }  // namespace tarn

@@ -40,6 +40,27 @@ Mp4Result read_trex(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom,
     return FF4_RET_OK;
 }
 
+Mp4Result write_mehd(Mp4Sink& sink, uint64_t duration) {
+    // Three times the same, so that a duration that doesn't fit is refused and not cut.
+    uint32_t version = 0;
+    FF4_TRY(mp4_pick_version(sink.host, sink.options, duration, duration, duration, &version));
+    Mp4Fields<12> fields;
+    fields.U32(version << 24);
+    fields.Time(version, duration);
+    return mp4_write_fields(sink, fourcc("mehd"), fields);
+}
+
+Mp4Result write_trex(Mp4Sink& sink, const Mp4Trex& trex) {
+    Mp4Fields<24> fields;
+    fields.U32(0);
+    fields.U32(trex.track_id);
+    fields.U32(trex.default_description_index);
+    fields.U32(trex.default_duration);
+    fields.U32(trex.default_size);
+    fields.U32(trex.default_flags);
+    return mp4_write_fields(sink, fourcc("trex"), fields);
+}
+
 }  // namespace
 
 Mp4Result mp4_read_mvex(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
@@ -66,6 +87,25 @@ const Mp4Trex* mp4_find_trex(const Mp4MovieExtends& extends, uint32_t track_id) 
     while (trex && trex->track_id != track_id)
         trex = trex->next;
     return trex;
+}
+
+Mp4Result mp4_add_trex(Mp4Host* host, const Mp4Trex& trex, Mp4MovieExtends* extends) {
+    if (!host || !extends) return FF4_RET_ARGS;
+    auto copy = mp4_make<Mp4Trex>(host);
+    if (!copy) return FF4_RET_NOMEM;
+    *copy = trex;
+    mp4_append(extends, copy.release());
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_write_mvex(Mp4Sink& sink, const Mp4MovieExtends& extends) {
+    const auto body = [&](Mp4Sink& to) {
+        if (extends.fragment_duration > 0) FF4_TRY(write_mehd(to, extends.fragment_duration));
+        for (const Mp4Trex* trex = extends.head; trex; trex = trex->next)
+            FF4_TRY(write_trex(to, *trex));
+        return FF4_RET_OK;
+    };
+    return mp4_write_container(sink, fourcc("mvex"), body);
 }
 
 }  // namespace tarn

@@ -7,6 +7,7 @@ namespace {
 
 // The largest of these atoms, 'mvhd' of version 1; what lies behind is not looked at.
 constexpr uint64_t kMostHead = 112;
+constexpr uint16_t kLanguageBits = 0x7FFF;
 
 // Reads the head of a fixed atom that needs `size_v0` bytes in version 0 and `size_v1` in
 // version 1.
@@ -33,6 +34,23 @@ uint32_t take_head(Mp4FieldReader* fields, Header* out) {
 void take_matrix(Mp4FieldReader* fields, uint32_t (&matrix)[9]) {
     for (uint32_t& value : matrix)
         value = fields->U32();
+}
+
+// What all three begin with. Gives the version.
+template <typename Fields, typename Header>
+Mp4Result put_head(const Mp4Sink& sink, const Header& header, Fields* fields, uint32_t* version) {
+    FF4_TRY(mp4_pick_version(sink.host, sink.options, header.creation_time,
+                             header.modification_time, header.duration, version));
+    fields->U32(*version << 24 | full_flags(header.version_flags));
+    fields->Time(*version, header.creation_time);
+    fields->Time(*version, header.modification_time);
+    return FF4_RET_OK;
+}
+
+template <typename Fields>
+void put_matrix(Fields* fields, const uint32_t (&matrix)[9]) {
+    for (const uint32_t value : matrix)
+        fields->U32(value);
 }
 
 }  // namespace
@@ -82,20 +100,52 @@ Mp4Result mp4_read_mdhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp
     const uint32_t version = take_head(&fields, out);
     out->timescale = fields.U32();
     out->duration = fields.Time(version);
-    out->language = fields.U16() & 0x7FFF;
+    out->language = fields.U16() & kLanguageBits;
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_read_hdlr(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4Handler* out) {
-    if (!host || !file || !out) return FF4_RET_ARGS;
-    constexpr uint64_t kHandlerHead = 24;
-    if (payload.size < kHandlerHead) return FF4_RET_FORMAT;
-    uint8_t head[kHandlerHead];
-    FF4_TRY(mp4_read_at(host, file, payload.offset, head, sizeof head));
-    if (head[0] != 0) return FF4_RET_FORMAT;
-    out->handler_type = get_be32(head + 8);
-    out->name = {payload.offset + kHandlerHead, payload.size - kHandlerHead};
-    return FF4_RET_OK;
+Mp4Result mp4_write_mvhd(Mp4Sink& sink, const Mp4MovieHeader& header) {
+    uint32_t version = 0;
+    Mp4Fields<112> fields;
+    FF4_TRY(put_head(sink, header, &fields, &version));
+    fields.U32(header.timescale);
+    fields.Time(version, header.duration);
+    fields.U32(header.rate);
+    fields.U16(header.volume);
+    fields.Skip(10);
+    put_matrix(&fields, header.matrix);
+    fields.Skip(24);
+    fields.U32(header.next_track_id);
+    return mp4_write_fields(sink, fourcc("mvhd"), fields);
+}
+
+Mp4Result mp4_write_tkhd(Mp4Sink& sink, const Mp4TrackHeader& header) {
+    uint32_t version = 0;
+    Mp4Fields<96> fields;
+    FF4_TRY(put_head(sink, header, &fields, &version));
+    fields.U32(header.track_id);
+    fields.Skip(4);
+    fields.Time(version, header.duration);
+    fields.Skip(8);
+    fields.U16(header.layer);
+    fields.U16(header.alternate_group);
+    fields.U16(header.volume);
+    fields.Skip(2);
+    put_matrix(&fields, header.matrix);
+    fields.U32(header.width);
+    fields.U32(header.height);
+    return mp4_write_fields(sink, fourcc("tkhd"), fields);
+}
+
+Mp4Result mp4_write_mdhd(Mp4Sink& sink, const Mp4MediaHeader& header) {
+    uint32_t version = 0;
+    Mp4Fields<36> fields;
+    FF4_TRY(put_head(sink, header, &fields, &version));
+    fields.U32(header.timescale);
+    fields.Time(version, header.duration);
+    fields.U16(header.language & kLanguageBits);
+    fields.Skip(2);
+    return mp4_write_fields(sink, fourcc("mdhd"), fields);
 }
 
 }  // namespace tarn

@@ -1,12 +1,13 @@
-// movie_headers.h - the small fixed atoms of a movie: 'mvhd', 'tkhd', 'mdhd' and 'hdlr'.
+// movie_headers.h - the small fixed atoms of a movie: 'mvhd', 'tkhd' and 'mdhd'.
 //
-// Layouts after ISO/IEC 14496-12, 8.2.2, 8.3.2, 8.4.2 and 8.4.3. Versions 0 and 1 differ in the
+// Layouts after ISO/IEC 14496-12, 8.2.2, 8.3.2 and 8.4.2. Versions 0 and 1 differ in the
 // width of the times. A payload too short or another version is FF4_RET_FORMAT.
 #pragma once
 
 #include <cstdint>
 
 #include "mp4format/atom.h"
+#include "mp4format/atom_writer.h"
 
 namespace tarn {
 
@@ -39,15 +40,14 @@ struct Mp4MediaHeader {
     uint16_t language;  // three letters of 5 bits, each less 0x60
 };
 
-struct Mp4Handler {
-    uint32_t handler_type;
-    Mp4Span name;  // all that follows the fixed part; no closing zero is required
-};
-
 // Each takes the payload span of its atom.
 Mp4Result mp4_read_mvhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4MovieHeader* out);
 Mp4Result mp4_read_tkhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4TrackHeader* out);
 Mp4Result mp4_read_mdhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4MediaHeader* out);
-Mp4Result mp4_read_hdlr(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4Handler* out);
+
+// Each chooses its version by mp4_pick_version; the flags are the record's.
+Mp4Result mp4_write_mvhd(Mp4Sink& sink, const Mp4MovieHeader& header);
+Mp4Result mp4_write_tkhd(Mp4Sink& sink, const Mp4TrackHeader& header);
+Mp4Result mp4_write_mdhd(Mp4Sink& sink, const Mp4MediaHeader& header);
 
 }  // namespace tarn

@@ -50,4 +50,14 @@ Mp4Result mp4_read_video_profile(Mp4Host* host, Mp4File* file, const Mp4UserAtom
 Mp4Result mp4_read_audio_profile(Mp4Host* host, Mp4File* file, const Mp4UserAtomList& list,
                                  Mp4AudioProfile* profile);
 
+// The records of 'PROF', each where it is present.
+struct Mp4ProfileBuild {
+    bool has_file, has_audio, has_video;
+    uint32_t file_profile;  // bit 28: the file holds fragments
+    Mp4AudioProfile audio;
+    Mp4VideoProfile video;
+};
+// Nothing without any record.
+Mp4Result mp4_write_prof(Mp4Sink& sink, const Mp4ProfileBuild& profile);
+
 }  // namespace tarn

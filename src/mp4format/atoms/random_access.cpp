@@ -1,11 +1,14 @@
 #include "mp4format/atoms/random_access.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "mp4format/io.h"
 
 namespace tarn {
 namespace {
+
+constexpr uint64_t kMfroSize = 16;
 
 constexpr uint32_t number_size(uint32_t length_sizes, int shift) {
     return (length_sizes >> shift & 3) + 1;
@@ -52,6 +55,61 @@ bool earlier(const Mp4RandomAccessPoint& a, const Mp4RandomAccessPoint& b) {
     return a.time < b.time;
 }
 
+Mp4Result tfra_version(const Mp4WriteOptions& options, const Mp4TrackRandomAccess& table,
+                       uint32_t* version) {
+    uint64_t most = 0;
+    for (uint32_t i = 0; i < table.count; ++i)
+        most = std::max({most, table.points[i].time, table.points[i].moof_offset});
+    const bool wide = most > UINT32_MAX;
+    switch (options.version_policy) {
+        case kVersion0:
+        case kVersionAlways1:
+            *version = 1;
+            return FF4_RET_OK;
+        case kVersionAuto:
+            *version = wide ? 1 : 0;
+            return FF4_RET_OK;
+        case kVersion0Too:
+            *version = 0;
+            return wide ? FF4_RET_STATE : FF4_RET_OK;
+        default:
+            return FF4_RET_INTERNAL;
+    }
+}
+
+// The low `width` bytes of a number.
+template <typename Fields>
+Mp4Result put_number(uint32_t value, uint32_t width, Fields* fields) {
+    if (width < 4 && value >> (8 * width) != 0) return FF4_RET_OVERFLOW;
+    for (uint32_t i = width; i-- > 0;)
+        fields->U8(value >> (8 * i));
+    return FF4_RET_OK;
+}
+
+Mp4Result put_point(Mp4Sink& sink, uint32_t version, uint32_t length_sizes,
+                    const Mp4RandomAccessPoint& point) {
+    Mp4Fields<28> fields;
+    fields.Time(version, point.time);
+    fields.Time(version, point.moof_offset);
+    FF4_TRY(put_number(point.traf_number, number_size(length_sizes, 4), &fields));
+    FF4_TRY(put_number(point.trun_number, number_size(length_sizes, 2), &fields));
+    FF4_TRY(put_number(point.sample_number, number_size(length_sizes, 0), &fields));
+    return mp4_put_fields(sink, fields);
+}
+
+// The size of the whole 'mfra', for whoever comes from the end of the file. Always in the short
+// form: readers look at the last 16 bytes.
+Mp4Result write_mfro(Mp4Sink& sink, uint64_t mfra_size) {
+    if (mfra_size > UINT32_MAX) return FF4_RET_OVERFLOW;
+    Mp4Fields<8> fields;
+    fields.U32(0);
+    fields.U32(static_cast<uint32_t>(mfra_size));
+    const uint32_t policy = std::exchange(sink.options.size_policy, kSize32);
+    const Mp4Result result = mp4_write_fields(sink, fourcc("mfro"), fields);
+    sink.options.size_policy = policy;
+    return result;
+}
+
 }  // namespace
 
 Mp4Result mp4_read_mfra(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom,
@@ -72,12 +130,11 @@ Mp4Result mp4_read_mfra(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom,
 }
 
 Mp4Result mp4_find_mfra(Mp4Host* host, Mp4File* file, uint64_t file_size, Mp4RandomAccess* access) {
-    constexpr uint64_t kMfro = 16;
     if (!host || !file || !access) return FF4_RET_ARGS;
-    if (file_size < kMfro || access->atom.offset != 0) return FF4_RET_OK;
-    uint8_t tail[kMfro];
-    FF4_TRY(mp4_read_at(host, file, file_size - kMfro, tail, sizeof tail));
-    if (get_be32(tail) != kMfro || get_be32(tail + 4) != fourcc("mfro")) return FF4_RET_OK;
+    if (file_size < kMfroSize || access->atom.offset != 0) return FF4_RET_OK;
+    uint8_t tail[kMfroSize];
+    FF4_TRY(mp4_read_at(host, file, file_size - kMfroSize, tail, sizeof tail));
+    if (get_be32(tail) != kMfroSize || get_be32(tail + 4) != fourcc("mfro")) return FF4_RET_OK;
 
     const uint64_t size = get_be32(tail + 12);
     if (size > file_size || size < kAtomHeader) return FF4_RET_OK;
@@ -127,6 +184,38 @@ const Mp4RandomAccessPoint* mp4_find_access_point(const Mp4TrackRandomAccess& ta
     const Mp4RandomAccessPoint* above =
         std::upper_bound(table.points, table.points + table.count, target, earlier);
     return above == table.points ? nullptr : above - 1;
+}
+
+Mp4Result mp4_write_tfra(Mp4Sink& sink, const Mp4TrackRandomAccess& table) {
+    if (!table.points && table.count > 0) return FF4_RET_ARGS;
+    uint32_t version = 0;
+    FF4_TRY(tfra_version(sink.options, table, &version));
+    const auto body = [&](Mp4Sink& to) {
+        Mp4Fields<16> head;
+        head.U32(version << 24);
+        head.U32(table.track_id);
+        head.U32(table.length_sizes & 0x3F);
+        head.U32(table.count);
+        FF4_TRY(mp4_put_fields(to, head));
+        for (uint32_t i = 0; i < table.count; ++i)
+            FF4_TRY(put_point(to, version, table.length_sizes, table.points[i]));
+        return FF4_RET_OK;
+    };
+    return mp4_write_container(sink, fourcc("tfra"), body);
+}
+
+Mp4Result mp4_write_mfra(Mp4Sink& sink, const Mp4RandomAccess& access) {
+    uint64_t whole = 0;
+    Mp4Sink tables = mp4_counting(sink);
+    for (const Mp4TrackRandomAccess* table = access.head; table; table = table->next)
+        FF4_TRY(mp4_write_tfra(tables, *table));
+    FF4_TRY(mp4_atom_total_size(sink.host, sink.options, tables.position + kMfroSize, &whole));
+    const auto body = [&](Mp4Sink& to) {
+        for (const Mp4TrackRandomAccess* table = access.head; table; table = table->next)
+            FF4_TRY(mp4_write_tfra(to, *table));
+        return write_mfro(to, whole);
+    };
+    return mp4_write_container(sink, fourcc("mfra"), body);
 }
 
 }  // namespace tarn

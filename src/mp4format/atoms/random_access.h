@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "mp4format/atom.h"
+#include "mp4format/atom_writer.h"
 
 namespace tarn {
 
@@ -51,5 +52,13 @@ Mp4TrackRandomAccess* mp4_find_tfra(const Mp4RandomAccess& access, uint32_t trac
 Mp4Result mp4_load_tfra(Mp4Host* host, Mp4File* file, Mp4TrackRandomAccess* table);
 // The last loaded point whose time is not above `time`, or null.
 const Mp4RandomAccessPoint* mp4_find_access_point(const Mp4TrackRandomAccess& table, uint64_t time);
+
+// The points must be loaded. A policy of 0 gives version 1 here, one of 2 version 0 (FF4_RET_STATE
+// for a time or place past 32 bits): unlike other atoms, as intended. A number wider than the
+// table's length word says is FF4_RET_OVERFLOW.
+Mp4Result mp4_write_tfra(Mp4Sink& sink, const Mp4TrackRandomAccess& table);
+// The tables, closed by the 'mfro' that readers look for at the end of the file. FF4_RET_OVERFLOW
+// past 32 bits.
+Mp4Result mp4_write_mfra(Mp4Sink& sink, const Mp4RandomAccess& access);
 
 }  // namespace tarn

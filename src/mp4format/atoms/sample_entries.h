@@ -99,4 +99,8 @@ void mp4_free_sample_entries(Mp4Host* host, Mp4SampleEntryList* list);
 // The n-th entry, from 1 as samples name it, or null.
 const Mp4SampleEntry* mp4_sample_entry_at(const Mp4SampleEntryList& list, uint32_t n);
 
+Mp4Result mp4_write_stsd(Mp4Sink& sink, const Mp4SampleEntryList& entries);
+// FF4_RET_INTERNAL for an entry that has no code of its own and none by its kind.
+Mp4Result mp4_write_sample_entry(Mp4Sink& sink, const Mp4SampleEntry& entry);
+
 }  // namespace tarn

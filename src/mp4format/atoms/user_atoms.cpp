@@ -95,4 +95,12 @@ const Mp4UserAtom* mp4_find_user_atom(const Mp4UserAtomList& list, uint32_t type
     return item;
 }
 
+Mp4Result mp4_put_extended_type(Mp4Sink& sink, uint32_t name) {
+    Mp4Fields<kExtendedType> fields;
+    fields.U32(name);
+    for (const uint32_t word : kFamily)
+        fields.U32(word);
+    return mp4_put_fields(sink, fields);
+}
+
 }  // namespace tarn

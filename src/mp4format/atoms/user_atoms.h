@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "mp4format/atom.h"
+#include "mp4format/atom_writer.h"
 
 namespace tarn {
 
@@ -38,6 +39,8 @@ Mp4Result mp4_read_extended_type(Mp4Host* host, Mp4File* file, const Mp4Span& pa
 // The same from memory; spans index `buffer`.
 Mp4Result mp4_read_extended_type_mem(const uint8_t* buffer, const Mp4Span& payload,
                                      Mp4ExtendedType* type);
+// Puts the name of the camera's family with `name` in front.
+Mp4Result mp4_put_extended_type(Mp4Sink& sink, uint32_t name);
 
 constexpr int64_t kNoAtomLimit = -1;
 

@@ -1,33 +1,9 @@
 #include "mp4format/fragments/write_fragments.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace tarn {
 namespace {
-
-constexpr uint64_t kMfroSize = 16;
-
-Mp4Result write_mehd(Mp4Sink& sink, uint64_t duration) {
-    // Three times the same, so that a duration that doesn't fit is refused and not cut.
-    uint32_t version = 0;
-    FF4_TRY(mp4_pick_version(sink.host, sink.options, duration, duration, duration, &version));
-    Mp4Fields<12> fields;
-    fields.U32(version << 24);
-    fields.Time(version, duration);
-    return mp4_write_fields(sink, fourcc("mehd"), fields);
-}
-
-Mp4Result write_trex(Mp4Sink& sink, const Mp4Trex& trex) {
-    Mp4Fields<24> fields;
-    fields.U32(0);
-    fields.U32(trex.track_id);
-    fields.U32(trex.default_description_index);
-    fields.U32(trex.default_duration);
-    fields.U32(trex.default_size);
-    fields.U32(trex.default_flags);
-    return mp4_write_fields(sink, fourcc("trex"), fields);
-}
 
 Mp4Result write_mfhd(Mp4Sink& sink, uint32_t sequence_number) {
     Mp4Fields<8> fields;
@@ -108,72 +84,7 @@ Mp4Result write_traf(Mp4Sink& sink, const Mp4TrafBuild& traf) {
     return mp4_write_container(sink, fourcc("traf"), body);
 }
 
-Mp4Result tfra_version(const Mp4WriteOptions& options, const Mp4TrackRandomAccess& table,
-                       uint32_t* version) {
-    uint64_t most = 0;
-    for (uint32_t i = 0; i < table.count; ++i)
-        most = std::max({most, table.points[i].time, table.points[i].moof_offset});
-    const bool wide = most > UINT32_MAX;
-    switch (options.version_policy) {
-        case kVersion0:
-        case kVersionAlways1:
-            *version = 1;
-            return FF4_RET_OK;
-        case kVersionAuto:
-            *version = wide ? 1 : 0;
-            return FF4_RET_OK;
-        case kVersion0Too:
-            *version = 0;
-            return wide ? FF4_RET_STATE : FF4_RET_OK;
-        default:
-            return FF4_RET_INTERNAL;
-    }
-}
-
-// The low `width` bytes of a number.
-template <typename Fields>
-Mp4Result put_number(uint32_t value, uint32_t width, Fields* fields) {
-    if (width < 4 && value >> (8 * width) != 0) return FF4_RET_OVERFLOW;
-    for (uint32_t i = width; i-- > 0;)
-        fields->U8(value >> (8 * i));
-    return FF4_RET_OK;
-}
-
-Mp4Result put_point(Mp4Sink& sink, uint32_t version, uint32_t length_sizes,
-                    const Mp4RandomAccessPoint& point) {
-    Mp4Fields<28> fields;
-    fields.Time(version, point.time);
-    fields.Time(version, point.moof_offset);
-    FF4_TRY(put_number(point.traf_number, (length_sizes >> 4 & 3) + 1, &fields));
-    FF4_TRY(put_number(point.trun_number, (length_sizes >> 2 & 3) + 1, &fields));
-    FF4_TRY(put_number(point.sample_number, (length_sizes & 3) + 1, &fields));
-    return mp4_put_fields(sink, fields);
-}
-
-// The size of the whole 'mfra', for whoever comes from the end of the file. Always in the short
-// form: readers look at the last 16 bytes.
-Mp4Result write_mfro(Mp4Sink& sink, uint64_t mfra_size) {
-    if (mfra_size > UINT32_MAX) return FF4_RET_OVERFLOW;
-    Mp4Fields<8> fields;
-    fields.U32(0);
-    fields.U32(static_cast<uint32_t>(mfra_size));
-    const uint32_t policy = std::exchange(sink.options.size_policy, kSize32);
-    const Mp4Result result = mp4_write_fields(sink, fourcc("mfro"), fields);
-    sink.options.size_policy = policy;
-    return result;
-}
-
 }  // namespace
-
-Mp4Result mp4_write_mvex(Mp4Sink& sink, const Mp4MovieExtends& extends) {
-    const auto body = [&](Mp4Sink& to) {
-        if (extends.fragment_duration > 0) FF4_TRY(write_mehd(to, extends.fragment_duration));
-        for (const Mp4Trex* trex = extends.head; trex; trex = trex->next)
-            FF4_TRY(write_trex(to, *trex));
-        return FF4_RET_OK;
-    };
-    return mp4_write_container(sink, fourcc("mvex"), body);
-}
 
 Mp4Result mp4_write_moof(Mp4Sink& sink, const Mp4MoofBuild& moof) {
     if (!moof.trafs && moof.traf_count > 0) return FF4_RET_ARGS;
@@ -184,38 +95,6 @@ Mp4Result mp4_write_moof(Mp4Sink& sink, const Mp4MoofBuild& moof) {
         return FF4_RET_OK;
     };
     return mp4_write_container(sink, fourcc("moof"), body);
-}
-
-Mp4Result mp4_write_tfra(Mp4Sink& sink, const Mp4TrackRandomAccess& table) {
-    if (!table.points && table.count > 0) return FF4_RET_ARGS;
-    uint32_t version = 0;
-    FF4_TRY(tfra_version(sink.options, table, &version));
-    const auto body = [&](Mp4Sink& to) {
-        Mp4Fields<16> head;
-        head.U32(version << 24);
-        head.U32(table.track_id);
-        head.U32(table.length_sizes & 0x3F);
-        head.U32(table.count);
-        FF4_TRY(mp4_put_fields(to, head));
-        for (uint32_t i = 0; i < table.count; ++i)
-            FF4_TRY(put_point(to, version, table.length_sizes, table.points[i]));
-        return FF4_RET_OK;
-    };
-    return mp4_write_container(sink, fourcc("tfra"), body);
-}
-
-Mp4Result mp4_write_mfra(Mp4Sink& sink, const Mp4RandomAccess& access) {
-    uint64_t whole = 0;
-    Mp4Sink tables = mp4_counting(sink);
-    for (const Mp4TrackRandomAccess* table = access.head; table; table = table->next)
-        FF4_TRY(mp4_write_tfra(tables, *table));
-    FF4_TRY(mp4_atom_total_size(sink.host, sink.options, tables.position + kMfroSize, &whole));
-    const auto body = [&](Mp4Sink& to) {
-        for (const Mp4TrackRandomAccess* table = access.head; table; table = table->next)
-            FF4_TRY(mp4_write_tfra(to, *table));
-        return write_mfro(to, whole);
-    };
-    return mp4_write_container(sink, fourcc("mfra"), body);
 }
 
 }  // namespace tarn

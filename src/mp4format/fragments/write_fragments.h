@@ -58,18 +58,7 @@ struct Mp4MoofBuild {
     uint32_t traf_count;
 };
 
-// 'mehd' where there is a duration, then every 'trex'. A duration past 32 bits is FF4_RET_STATE
-// under a policy of version 0.
-Mp4Result mp4_write_mvex(Mp4Sink& sink, const Mp4MovieExtends& extends);
 // A run is of version 1 when a composition offset is negative.
 Mp4Result mp4_write_moof(Mp4Sink& sink, const Mp4MoofBuild& moof);
-
-// The points must be loaded. A policy of 0 gives version 1 here, one of 2 version 0 (FF4_RET_STATE
-// for a time or place past 32 bits): unlike other atoms, as intended. A number wider than the
-// table's length word says is FF4_RET_OVERFLOW.
-Mp4Result mp4_write_tfra(Mp4Sink& sink, const Mp4TrackRandomAccess& table);
-// The tables, closed by the 'mfro' that readers look for at the end of the file. FF4_RET_OVERFLOW
-// past 32 bits.
-Mp4Result mp4_write_mfra(Mp4Sink& sink, const Mp4RandomAccess& access);
 
 }  // namespace tarn

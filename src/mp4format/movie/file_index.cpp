@@ -1,5 +1,6 @@
 #include "mp4format/movie/file_index.h"
 
+#include "mp4format/atoms/handler.h"
 #include "mp4format/atoms/movie_headers.h"
 
 namespace tarn {

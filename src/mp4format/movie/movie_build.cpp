@@ -1,11 +1,8 @@
 #include "mp4format/movie/movie_build.h"
 
 #include <algorithm>
-#include <memory>
-#include <utility>
 
 #include "mp4format/atom.h"
-#include "mp4format/io.h"
 #include "mp4format/movie/track_ids.h"
 #include "mp4format/time_math.h"
 
@@ -18,43 +15,12 @@ constexpr uint16_t kVolumeFull = 0x0100;
 constexpr uint32_t kDefaultTimescale = 1000;
 constexpr uint16_t kLanguageBits = 0x7FFF;
 
-// The media header that goes with a handler, 0 for a handler unknown to us.
-uint32_t media_header_of(uint32_t handler_type) {
-    switch (handler_type) {
-        case fourcc("vide"):
-            return fourcc("vmhd");
-        case fourcc("soun"):
-            return fourcc("smhd");
-        case fourcc("GRAP"):
-        case fourcc("PKDT"):
-        case fourcc("odsm"):
-        case fourcc("BKDT"):
-            return fourcc("nmhd");
-        default:
-            return 0;
-    }
-}
-
-void free_references(Mp4Host* host, Mp4TrackReferenceList* list) {
-    while (Mp4TrackReference* reference = list->head) {
-        list->head = reference->next;
-        mp4_free(host, reference->track_ids);
-        mp4_free(host, reference);
-    }
-    list->tail = nullptr;
-}
-
-void free_user(Mp4Host* host, Mp4UserBuild* user) {
-    mp4_free_meta_items(host, &user->texts);
-    mp4_free_meta_items(host, &user->files);
-}
-
 void free_track(Mp4Host* host, Mp4TrackBuild* track) {
-    free_references(host, &track->references);
+    mp4_free_track_references(host, &track->references);
     mp4_free_edits(host, &track->edits);
     mp4_free_data_refs(host, &track->media.refs);
     mp4_free_tables(host, &track->media.tables);
-    free_user(host, &track->user);
+    mp4_free_user_build(host, &track->user);
     mp4_free(host, track);
 }
 
@@ -84,17 +50,7 @@ void fill_track(const Mp4NewTrack& from, uint32_t track_id, uint32_t flags, Mp4T
     media.header.timescale = from.timescale;
     media.header.language = from.language & kLanguageBits;
     media.handler_type = from.handler_type;
-    media.media_header.type = media_header_of(from.handler_type);
-}
-
-// A text with a closing zero; null stays null.
-Mp4Result copy_text(Mp4Host* host, const char* from, char** to) {
-    if (!from) return FF4_RET_OK;
-    const auto* bytes = reinterpret_cast<const uint8_t*>(from);
-    HostPtr<char> copy(nullptr, {host});
-    FF4_TRY(mp4_copy_text(host, bytes, mp4_text_length(bytes, UINT32_MAX), &copy));
-    *to = copy.release();
-    return FF4_RET_OK;
+    media.media_header.type = mp4_media_header_of(from.handler_type);
 }
 
 }  // namespace
@@ -114,7 +70,7 @@ void mp4_free_movie_build(Mp4Host* host, Mp4MovieBuild* movie) {
     }
     mp4_free_block(host, &movie->iods);
     mp4_free_mvex(host, &movie->extends);
-    free_user(host, &movie->user);
+    mp4_free_user_build(host, &movie->user);
     *movie = {};
 }
 
@@ -146,7 +102,7 @@ Mp4Result mp4_set_movie_fields(const Mp4WriteOptions& options, uint32_t fields,
 Mp4Result mp4_add_track_build(Mp4Host* host, const Mp4NewTrack& from, Mp4MovieBuild* movie,
                               Mp4TrackBuild** out) {
     if (!host || !movie || !out || from.timescale == 0) return FF4_RET_ARGS;
-    if (media_header_of(from.handler_type) == 0) return FF4_RET_INTERNAL;
+    if (mp4_media_header_of(from.handler_type) == 0) return FF4_RET_INTERNAL;
     uint32_t flags = 0, track_id = from.track_id;
     FF4_TRY(mp4_track_flags(from.visibility, &flags));
     if (track_id == 0) {
@@ -183,90 +139,6 @@ Mp4Result mp4_track_flags(int32_t visibility, uint32_t* flags) {
         default:
             return FF4_RET_ARGS;
     }
-}
-
-bool mp4_edit_needs_64_bits(const Mp4Edit& edit) {
-    return past_32_bits(edit.segment_duration) || edit.media_time > INT32_MAX ||
-           edit.media_time < INT32_MIN;
-}
-
-Mp4Result mp4_add_edit(Mp4Host* host, const Mp4WriteOptions& options, const Mp4Edit& edit,
-                       Mp4TrackBuild* track) {
-    if (!host || !track) return FF4_RET_ARGS;
-    const bool narrow =
-        options.version_policy == kVersion0 || options.version_policy == kVersion0Too;
-    if (narrow && mp4_edit_needs_64_bits(edit)) return FF4_RET_STATE;
-    auto copy = mp4_make<Mp4Edit>(host);
-    if (!copy) return FF4_RET_NOMEM;
-    *copy = edit;
-    mp4_append(&track->edits, copy.release());
-    ++track->edits.count;
-    return FF4_RET_OK;
-}
-
-Mp4Result mp4_add_data_ref(Mp4Host* host, uint32_t type, const char* location, const char* name,
-                           Mp4DataRefs* refs) {
-    if (!host || !refs) return FF4_RET_ARGS;
-    if (type != fourcc("url ") && type != fourcc("urn ")) return FF4_RET_ARGS;
-    if ((type == fourcc("urn ")) != (name != nullptr)) return FF4_RET_ARGS;
-    // A list of one has the deleter that an entry with its texts needs.
-    struct ListDeleter {
-        Mp4Host* host;
-        void operator()(Mp4DataRefs* list) const { mp4_free_data_refs(host, list); }
-    };
-    Mp4DataRefs one{};
-    const std::unique_ptr<Mp4DataRefs, ListDeleter> owner(&one, {host});
-    auto ref = mp4_make<Mp4DataRef>(host);
-    if (!ref) return FF4_RET_NOMEM;
-    mp4_append(&one, ref.release());
-    one.head->type = type;
-    one.head->version_flags = type == fourcc("url ") && !location ? kDataInSameFile : 0;
-    FF4_TRY(copy_text(host, location, &one.head->location));
-    FF4_TRY(copy_text(host, name, &one.head->name));
-    mp4_append(refs, std::exchange(one.head, nullptr));
-    ++refs->count;
-    return FF4_RET_OK;
-}
-
-Mp4Result mp4_add_track_reference(Mp4Host* host, uint32_t type, const uint32_t* track_ids,
-                                  uint32_t count, Mp4TrackBuild* track) {
-    if (!host || !track_ids || count == 0 || !track) return FF4_RET_ARGS;
-    auto reference = mp4_make<Mp4TrackReference>(host);
-    auto ids = mp4_make<uint32_t>(host, count);
-    if (!reference || !ids) return FF4_RET_NOMEM;
-    std::copy_n(track_ids, count, ids.get());
-    reference->type = type;
-    reference->track_ids = ids.release();
-    reference->count = count;
-    mp4_append(&track->references, reference.release());
-    return FF4_RET_OK;
-}
-
-Mp4Result mp4_add_meta_item(Mp4Host* host, const Mp4MetaItem& item, Mp4MetaList* list) {
-    if (!host || !list || (item.data.size > 0 && !item.data.data)) return FF4_RET_ARGS;
-    if (item.data.size > kMostMetaData || list->count >= UINT16_MAX) return FF4_RET_OVERFLOW;
-    auto copy = mp4_make<Mp4MetaItem>(host);
-    if (!copy) return FF4_RET_NOMEM;
-    if (item.data.size > 0)
-        FF4_TRY(mp4_copy_block(host, item.data.data, item.data.size, &copy->data));
-    copy->type = item.type;
-    copy->flag = item.flag & 1;
-    copy->language = item.language & kLanguageBits;
-    copy->encoding = item.encoding;
-    copy->loaded = true;
-    mp4_append(list, copy.release());
-    ++list->count;
-    return FF4_RET_OK;
-}
-
-Mp4Result mp4_add_trex(Mp4Host* host, const Mp4Trex& trex, Mp4MovieBuild* movie) {
-    if (!host || !movie) return FF4_RET_ARGS;
-    auto copy = mp4_make<Mp4Trex>(host);
-    if (!copy) return FF4_RET_NOMEM;
-    *copy = trex;
-    mp4_append(&movie->extends, copy.release());
-    movie->has_extends = true;
-    return FF4_RET_OK;
 }
 
 Mp4Result mp4_track_duration(const Mp4MovieBuild& movie, const Mp4TrackBuild& track,

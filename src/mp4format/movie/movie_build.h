@@ -8,26 +8,15 @@
 
 #include "mp4format/atoms/data_refs.h"
 #include "mp4format/atoms/edit_list.h"
+#include "mp4format/atoms/handler.h"
 #include "mp4format/atoms/meta_items.h"
 #include "mp4format/atoms/movie_extends.h"
 #include "mp4format/atoms/movie_headers.h"
+#include "mp4format/atoms/track_references.h"
 #include "mp4format/tables/table_build.h"
 #include "mp4format/write_options.h"
 
 namespace tarn {
-
-// The camera's user metadata of a movie or a track. Empty lists leave no atom.
-struct Mp4UserBuild {
-    Mp4MetaList texts;  // 'MTDT'
-    Mp4MetaList files;  // 'MTDF'
-};
-
-// 'vmhd', 'smhd' or 'nmhd'.
-struct Mp4MediaHeaderAtom {
-    uint32_t type;
-    uint16_t graphics_mode, op_color[3];  // 'vmhd'
-    int16_t balance;                      // 'smhd', 8.8, 0 is the centre
-};
 
 struct Mp4MediaBuild {
     uint64_t atom_size;     // of 'mdia', when it was last counted or written; so in the others
@@ -36,19 +25,6 @@ struct Mp4MediaBuild {
     Mp4MediaHeaderAtom media_header;
     Mp4DataRefs refs;
     Mp4TableBuild tables;
-};
-
-// One kind of reference of a track to others.
-struct Mp4TrackReference {
-    uint32_t type;
-    uint32_t* track_ids;
-    uint32_t count;
-    Mp4TrackReference* next;
-};
-
-struct Mp4TrackReferenceList {
-    Mp4TrackReference* head;
-    Mp4TrackReference* tail;
 };
 
 struct Mp4TrackBuild {
@@ -88,8 +64,7 @@ struct Mp4MovieBuild {
     Mp4MovieHeader header;
     Mp4ByteBlock iods;  // its descriptor, behind version and flags; empty: no 'iods'
     Mp4TrackBuildList tracks;
-    bool has_extends;  // 'mvex' with what is in `extends`
-    Mp4MovieExtends extends;
+    Mp4MovieExtends extends;  // no 'trex': no 'mvex'
     Mp4UserBuild user;
 };
 
@@ -124,24 +99,6 @@ Mp4Result mp4_add_track_build(Mp4Host* host, const Mp4NewTrack& track, Mp4MovieB
 
 // Flags of 'tkhd' for a visibility.
 Mp4Result mp4_track_flags(int32_t visibility, uint32_t* flags);
-
-// Whether an entry fits only version 1 of 'elst'; the -1 of an empty edit fits either.
-bool mp4_edit_needs_64_bits(const Mp4Edit& edit);
-// FF4_RET_STATE for an edit that needs 64 bits under a policy of version 0.
-Mp4Result mp4_add_edit(Mp4Host* host, const Mp4WriteOptions& options, const Mp4Edit& edit,
-                       Mp4TrackBuild* track);
-constexpr uint32_t kDataInSameFile = 1;  // flags of 'url '
-// 'url ' with a location or without, which is this very file; 'urn ' with a name and maybe a
-// location. Texts are copied. Another type is FF4_RET_ARGS.
-Mp4Result mp4_add_data_ref(Mp4Host* host, uint32_t type, const char* location, const char* name,
-                           Mp4DataRefs* refs);
-Mp4Result mp4_add_track_reference(Mp4Host* host, uint32_t type, const uint32_t* track_ids,
-                                  uint32_t count, Mp4TrackBuild* track);
-constexpr uint32_t kMostMetaData = 65525;  // bytes: the 16-bit size of an item counts its head
-// Copies an item with its data. FF4_RET_OVERFLOW for data that no item can hold or an item past
-// 65,535.
-Mp4Result mp4_add_meta_item(Mp4Host* host, const Mp4MetaItem& item, Mp4MetaList* list);
-Mp4Result mp4_add_trex(Mp4Host* host, const Mp4Trex& trex, Mp4MovieBuild* movie);
 
 // Length of the media in movie units: its edits, else its samples. FF4_RET_OVERFLOW past 64 bits.
 Mp4Result mp4_track_duration(const Mp4MovieBuild& movie, const Mp4TrackBuild& track,

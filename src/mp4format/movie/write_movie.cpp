@@ -1,22 +1,10 @@
-// The containers of 'moov', down to the sample tables.
-#include "mp4format/atoms/write_atoms.h"
-#include "mp4format/atoms/write_user_atoms.h"
-#include "mp4format/fragments/write_fragments.h"
+#include "mp4format/movie/write_movie.h"
+
+#include "mp4format/atoms/object_descriptors.h"
 #include "mp4format/movie/track_ids.h"
 
 namespace tarn {
 namespace {
-
-Mp4Result write_media_header(Mp4Sink& sink, const Mp4MediaHeaderAtom& header) {
-    switch (header.type) {
-        case fourcc("vmhd"):
-            return mp4_write_vmhd(sink, header);
-        case fourcc("smhd"):
-            return mp4_write_smhd(sink, header);
-        default:
-            return mp4_write_nmhd(sink, header);
-    }
-}
 
 Mp4Result write_dinf(Mp4Sink& sink, const Mp4DataRefs& refs) {
     const auto body = [&](Mp4Sink& to) { return mp4_write_dref(to, refs); };
@@ -25,7 +13,7 @@ Mp4Result write_dinf(Mp4Sink& sink, const Mp4DataRefs& refs) {
 
 Mp4Result write_minf(Mp4Sink& sink, Mp4MediaBuild* media) {
     const auto body = [&](Mp4Sink& to) {
-        FF4_TRY(write_media_header(to, media->media_header));
+        FF4_TRY(mp4_write_media_header(to, media->media_header));
         FF4_TRY(write_dinf(to, media->refs));
         return mp4_write_stbl(to, &media->tables);
     };
@@ -51,7 +39,7 @@ Mp4Result mp4_write_moov(Mp4Sink& sink, Mp4MovieBuild* movie) {
         if (movie->iods.size > 0) FF4_TRY(mp4_write_iods(to, movie->iods));
         for (Mp4TrackBuild* track = movie->tracks.head; track; track = track->next)
             FF4_TRY(mp4_write_trak(to, *movie, track));
-        if (movie->has_extends) FF4_TRY(mp4_write_mvex(to, movie->extends));
+        if (movie->extends.head) FF4_TRY(mp4_write_mvex(to, movie->extends));
         return mp4_write_usmt(to, movie->user);
     };
     const uint64_t start = sink.position;
@@ -89,24 +77,6 @@ Mp4Result mp4_write_mdia(Mp4Sink& sink, Mp4MediaBuild* media) {
     const uint64_t start = sink.position;
     FF4_TRY(mp4_write_container(sink, fourcc("mdia"), body));
     media->atom_size = sink.position - start;
-    return FF4_RET_OK;
-}
-
-Mp4Result mp4_write_stbl(Mp4Sink& sink, Mp4TableBuild* tables) {
-    if (!tables) return FF4_RET_ARGS;
-    if (tables->broken) return FF4_RET_STATE;
-    const auto body = [&](Mp4Sink& to) {
-        FF4_TRY(mp4_write_stsd(to, tables->entries));
-        FF4_TRY(mp4_write_stts(to, *tables));
-        if (tables->has_compositions) FF4_TRY(mp4_write_ctts(to, *tables));
-        FF4_TRY(mp4_write_stsc(to, *tables));
-        FF4_TRY(mp4_write_sizes(to, *tables));
-        FF4_TRY(mp4_write_chunk_offsets(to, *tables));
-        return tables->has_syncs ? mp4_write_stss(to, *tables) : FF4_RET_OK;
-    };
-    const uint64_t start = sink.position;
-    FF4_TRY(mp4_write_container(sink, fourcc("stbl"), body));
-    tables->atom_size = sink.position - start;
     return FF4_RET_OK;
 }
 

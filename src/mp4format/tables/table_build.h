@@ -71,4 +71,16 @@ Mp4Result mp4_add_chunk(Mp4Host* host, Mp4TableBuild* tables, const Mp4NewChunk&
 Mp4Result mp4_can_shift_chunks(const Mp4TableBuild& tables, uint32_t description, int64_t amount);
 Mp4Result mp4_shift_chunks(Mp4TableBuild* tables, uint32_t description, int64_t amount);
 
+// A track whose chunks were added in part is FF4_RET_STATE.
+Mp4Result mp4_write_stbl(Mp4Sink& sink, Mp4TableBuild* tables);
+Mp4Result mp4_write_stts(Mp4Sink& sink, const Mp4TableBuild& tables);
+// Version 1 when an offset is negative.
+Mp4Result mp4_write_ctts(Mp4Sink& sink, const Mp4TableBuild& tables);
+Mp4Result mp4_write_stsc(Mp4Sink& sink, const Mp4TableBuild& tables);
+// 'stsz' or 'stz2', as the record says.
+Mp4Result mp4_write_sizes(Mp4Sink& sink, const Mp4TableBuild& tables);
+// 'stco' or 'co64', by the offset policy. FF4_RET_ARGS for an unknown policy.
+Mp4Result mp4_write_chunk_offsets(Mp4Sink& sink, const Mp4TableBuild& tables);
+Mp4Result mp4_write_stss(Mp4Sink& sink, const Mp4TableBuild& tables);
+
 }  // namespace tarn

@@ -4,6 +4,7 @@
 
 #include "support/atoms.h"
 #include "support/fault_check.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {
@@ -107,6 +108,31 @@ TEST(MetaItems, EveryFaultIsToldAndNothingIsLost) {
         return result;
     };
     ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead}, kTexts, step, 7);
+}
+
+TEST(MetaItems, WrittenUpToItsLimits) {
+    TestHost host;
+    Mp4UserBuild user{};
+    Bytes data(65526, 'x');
+    Mp4MetaItem item{};
+    item.type = 3;
+    item.flag = 1;
+    item.language = 0x15C4;
+    item.encoding = 1;
+    item.data = {data.data(), 65526};
+    EXPECT_EQ(mp4_add_meta_item(host, item, &user.texts), FF4_RET_OVERFLOW);
+    item.data.size = 65525;
+    ASSERT_EQ(mp4_add_meta_item(host, item, &user.texts), FF4_RET_OK);
+    item.data.size = 0;
+    ASSERT_EQ(mp4_add_meta_item(host, item, &user.files), FF4_RET_OK);
+    data.resize(65525);
+    const Bytes texts = Mtdt({{.type = 3, .language = 0x95C4, .encoding = 1, .data = data}});
+    const Bytes files = Mtdf({{.type = 3, .language = 0x95C4, .encoding = 1}});
+    EXPECT_EQ(Written(host, mp4_write_usmt, user), Uuid("USMT", texts, files));
+    user.texts.count = 65535;
+    EXPECT_EQ(mp4_add_meta_item(host, item, &user.texts), FF4_RET_OVERFLOW);
+    mp4_free_user_build(host, &user);
+    EXPECT_TRUE(Written(host, mp4_write_usmt, user).empty());
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "support/atoms.h"
 #include "support/test_host.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {
@@ -70,6 +71,20 @@ TEST(Profile, RecordsThatCannotBeRead) {
     }
     Mp4ProfileCounts counts{};
     EXPECT_EQ(mp4_count_profiles({}, &counts), FF4_RET_NOTFOUND);
+}
+
+TEST(Profile, WrittenWhereThereAreAny) {
+    TestHost host;
+    Mp4ProfileBuild profile{};
+    EXPECT_TRUE(Written(host, mp4_write_prof, profile).empty());
+    profile.has_file = profile.has_audio = profile.has_video = true;
+    profile.file_profile = 0x10000002;
+    profile.audio = {2, fourcc("mp4a"), 0x20F, 0, 128, 96, 48000, 2};
+    profile.video = {1,        fourcc("avc1"), 0x014D0015, 0,   4000, 3000,
+                     0x1DF853, 0x1DF853,       320,        180, 1,    1};
+    EXPECT_EQ(Written(host, mp4_write_prof, profile), Prof({Fprf(0x10000002), Aprf(), Vprf()}));
+    profile.has_file = profile.has_audio = false;
+    EXPECT_EQ(Written(host, mp4_write_prof, profile), Prof({Vprf()}));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "support/atoms.h"
 #include "support/fault_check.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {
@@ -108,6 +109,52 @@ TEST(RandomAccess, EveryFaultIsToldAndNothingIsLost) {
         return result;
     };
     ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead}, bytes, step, 4);
+}
+
+// The versions of this table follow a rule of their own.
+TEST(RandomAccess, VersionsOfWrittenTables) {
+    constexpr uint64_t k4G = uint64_t{1} << 32;
+    const struct {
+        const char* name;
+        uint32_t policy;
+        uint64_t offset;
+        Mp4Result result;
+        uint8_t version;
+    } cases[] = {
+        {"policy 0 is version 1", 0, 500, FF4_RET_OK, 1},
+        {"as needed, narrow", 1, k4G - 1, FF4_RET_OK, 0},
+        {"as needed, wide", 1, k4G, FF4_RET_OK, 1},
+        {"policy 2, narrow", 2, 500, FF4_RET_OK, 0},
+        {"policy 2, wide", 2, k4G, FF4_RET_STATE, 0},
+        {"always", 3, 500, FF4_RET_OK, 1},
+        {"unknown", 4, 500, FF4_RET_INTERNAL, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestHost host;
+        Mp4RandomAccessPoint points[] = {{0, 100, 1, 1, 1}, {9, c.offset, 0x1FF, 2, 0x123456}};
+        Mp4TrackRandomAccess table{7, 0, 0x12, 2, {}, points, nullptr};
+        const Mp4RandomAccess access{{}, {}, &table, &table};
+        const Mp4WriteOptions options = {kSizeAuto, c.policy, kOffsetAuto};
+        EXPECT_EQ(DryRun(host, mp4_write_mfra, access, options), c.result);
+        if (c.result != FF4_RET_OK) continue;
+        const Bytes bytes = Written(host, mp4_write_mfra, access, options);
+        EXPECT_EQ(bytes,
+                  Mfra({Tfra(7, {{0, 100}, {9, c.offset, 0x1FF, 2, 0x123456}}, c.version, 0x12)}));
+        // The reader finds it from the end of the file.
+        Mp4File* file = host.Add(Join(Be64({1}), bytes));
+        Mp4RandomAccess found{};
+        ASSERT_EQ(mp4_find_mfra(host, file, bytes.size() + 8, &found), FF4_RET_OK);
+        ASSERT_NE(found.head, nullptr);
+        ASSERT_EQ(mp4_load_tfra(host, file, found.head), FF4_RET_OK);
+        EXPECT_EQ(found.head->points[1].moof_offset, c.offset);
+        EXPECT_EQ(found.head->points[1].sample_number, 0x123456u);
+        mp4_free_mfra(host, &found);
+
+        table.length_sizes = 0;
+        EXPECT_EQ(DryRun(host, mp4_write_mfra, access, options), FF4_RET_OVERFLOW)
+            << "0x1FF takes two bytes";
+    }
 }
 
 }  // namespace

@@ -4,8 +4,10 @@
 
 #include <string>
 
+#include "mp4format/atoms/sample_entry_copy.h"
 #include "support/atoms.h"
 #include "support/fault_check.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {
@@ -217,6 +219,76 @@ TEST(SampleEntries, EveryFaultIsToldAndNothingIsLost) {
         ExpectFaultsTold({HostCall::kAlloc}, bytes, step, 6);
         ExpectFaultsTold({HostCall::kRead, HostCall::kSeek}, bytes, step);
     }
+}
+
+// Entries as they are read come out as they were, but for what is ours to say.
+TEST(SampleEntries, ComeBackAsTheyWere) {
+    // What is written carries the name of the coding.
+    const auto named = [](Bytes entry) {
+        const Bytes name = Text("\012AVC Coding");
+        std::copy(name.begin(), name.end(), entry.begin() + 8 + 42);
+        return entry;
+    };
+    const Bytes sinf = Atom("sinf", Atom("frma", Text("mp4v")), Atom("schm", Be32({1})));
+    const Bytes pasp = Atom("pasp", Be32({4, 3})), colr = Atom("colr", Text("nclx"), Be16({1, 1}));
+    const Bytes tail = Join(Avcc(), pasp, colr, Uuid("3DDS", Be32({5, 6})));
+    const Bytes trailing = Atom("avcC", Bytes{1, 0x64, 0, 31, 0xFF, 0xE0, 0, 0xFD, 0xF8, 0xF8, 0});
+    const Bytes rich = named(VisualEntry({.children = tail}));
+    const Bytes high = named(VisualEntry({.children = trailing}));
+    const Bytes coded = VisualEntry({.format = "encv", .children = Join(Esds(), sinf)});
+    const Bytes graphics = Be32({1, 2, 3, 4, 5, 6});
+    const Bytes stereo =
+        PlainEntry("grap", Join(graphics, Atom("3STP", Bytes{1, 2, 3, 4, 5, 6, 7})));
+    const struct {
+        const char* name;
+        FourCC handler;
+        Bytes in, out;
+    } cases[] = {
+        {"avc1", "vide", Avc1(), named(Avc1())},
+        {"with shape, colour and 3D", "vide", rich, rich},
+        {"avcC with more behind its sets", "vide", high, high},
+        {"mp4v", "vide", Mp4v(), Mp4v()},
+        {"protected", "vide", coded, coded},
+        {"mp4a, long lengths become short", "soun", Mp4a(4), Mp4a(1)},
+        {"twos has no esds", "soun", Twos(), Twos()},
+        {"version 1 becomes plain", "soun",
+         AudioEntry({.format = "twos", .version = 1, .children = Bytes(16, 7)}),
+         AudioEntry({.format = "twos"})},
+        {"stream", "odsm", PlainEntry("mp4s", Esds()), PlainEntry("mp4s", Esds())},
+        {"bookmark", "BKDT", PlainEntry("bkmk", Be32({0})), PlainEntry("bkmk", Be32({0}))},
+        {"packed", "PKDT", PlainEntry("pack", Be32({0})), PlainEntry("pack", Be32({0}))},
+        {"metadata", "meta", PlainEntry("encm", sinf), PlainEntry("encm", sinf)},
+        {"graphics", "GRAP", PlainEntry("grap", graphics), PlainEntry("grap", graphics)},
+        {"stereo graphics", "GRAP", stereo, stereo},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestHost host(c.in);
+        Mp4SampleEntryList read{}, copied{};
+        ASSERT_EQ(
+            mp4_read_sample_entries(host, host.File(), {0, c.in.size()}, 1, c.handler.value, &read),
+            FF4_RET_OK);
+        ASSERT_EQ(mp4_copy_sample_entry(host, *read.head, &copied), FF4_RET_OK);
+        mp4_free_sample_entries(host, &read);
+        EXPECT_EQ(Written(host, mp4_write_stsd, copied), Stsd({c.out}));
+        mp4_free_sample_entries(host, &copied);
+    }
+}
+
+TEST(SampleEntries, CodesOfEntriesMadeFromFields) {
+    TestHost host;
+    Mp4SampleEntry entry{};
+    for (const auto& [kind, code] : {std::pair{kEntryMpeg4Visual, "mp4v"},
+                                     {kEntryAvc, "avc1"},
+                                     {kEntryAudio, "mp4a"},
+                                     {kEntryStream, "mp4s"}}) {
+        entry.kind = kind;
+        const Bytes bytes = Written(host, mp4_write_sample_entry, entry);
+        EXPECT_EQ(Bytes(bytes.begin() + 4, bytes.begin() + 8), Text(code));
+    }
+    entry.kind = kEntryUnknown;
+    entry.format = fourcc("hev1");
+    EXPECT_EQ(DryRun(host, mp4_write_sample_entry, entry), FF4_RET_INTERNAL);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "mp4format/atoms/sample_entry_copy.h"
-#include "mp4format/atoms/write_atoms.h"
 #include "support/atoms.h"
 #include "support/writer_rig.h"
 

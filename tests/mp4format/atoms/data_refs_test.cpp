@@ -1,56 +1,12 @@
+#include "mp4format/atoms/data_refs.h"
+
 #include <gtest/gtest.h>
 
-#include "mp4format/atoms/data_refs.h"
-#include "mp4format/atoms/edit_list.h"
 #include "support/atoms.h"
-#include "support/test_host.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {
-
-constexpr size_t kElstHead = 16;  // atom header, version and flags, count
-
-TEST(EditList, BothVersionsAndTruncation) {
-    const struct {
-        const char* name;
-        uint8_t version;
-        uint32_t count;
-        size_t cut;  // bytes missing at the end
-        size_t edits;
-    } cases[] = {
-        {"version 0", 0, 3, 0, 3},
-        {"version 1", 1, 3, 0, 3},
-        {"a lying count", 0, 1000000, 0, 3},
-        {"count below the entries", 0, 2, 0, 2},
-        {"a cut entry", 0, 3, 1, 2},
-        {"a cut entry of version 1", 1, 3, 19, 2},
-        {"no count", 1, 0, 0, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Bytes bytes = Elst({{1000, -1}, {2000, 1024}, {77, 5, 2}}, c.version);
-        TestHost host(bytes);
-        Mp4EditList list{};
-        ASSERT_EQ(mp4_read_edits(host, host.File(), {kElstHead, bytes.size() - kElstHead - c.cut},
-                                 c.count, uint32_t{c.version} << 24, &list),
-                  FF4_RET_OK);
-        EXPECT_EQ(list.count, c.edits);
-        if (list.head) {
-            EXPECT_EQ(list.head->media_time, -1) << "an empty edit stays one";
-        }
-        if (c.edits == 3) {
-            EXPECT_EQ(list.tail->segment_duration, 77u);
-            EXPECT_EQ(list.tail->media_time, 5);
-            EXPECT_EQ(list.tail->rate_integer, 2);
-        }
-        EXPECT_LT(host.LargestBlock(), 200u) << "a count allocates nothing";
-        mp4_free_edits(host, &list);
-    }
-    TestHost host;
-    Mp4EditList list{};
-    const uint8_t entry[20] = {};
-    EXPECT_EQ(mp4_decode_edits(host, entry, 20, 1, 2u << 24, &list), FF4_RET_ARGS);
-}
 
 struct RefsCase {
     const char* name;
@@ -87,6 +43,35 @@ TEST(DataRefs, TextsAndTheirEnds) {
         for (const Mp4DataRef* ref = refs.head; ref; ref = ref->next)
             locations.push_back(ref->location ? ref->location : "-");
         EXPECT_EQ(locations, c.locations);
+        mp4_free_data_refs(host, &refs);
+        EXPECT_EQ(host.LiveBlocks(), 0u);
+    }
+}
+
+TEST(DataRefs, WhatMayBeAdded) {
+    const struct {
+        const char* name;
+        FourCC type;
+        const char *location, *urn;
+        Mp4Result result;
+        Bytes entry;
+    } cases[] = {
+        {"this file", "url ", nullptr, nullptr, FF4_RET_OK, Url()},
+        {"another", "url ", "there", nullptr, FF4_RET_OK, Url("there")},
+        {"a name", "urn ", nullptr, "name", FF4_RET_OK, FullAtom("urn ", 0, 0, TextZ("name"))},
+        {"a name and a place", "urn ", "where", "name", FF4_RET_OK, Urn("name", "where")},
+        {"a url with a name", "url ", "there", "name", FF4_RET_ARGS, {}},
+        {"a urn without one", "urn ", "there", nullptr, FF4_RET_ARGS, {}},
+        {"another type", "alis", nullptr, nullptr, FF4_RET_ARGS, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestHost host;
+        Mp4DataRefs refs{};
+        EXPECT_EQ(mp4_add_data_ref(host, c.type.value, c.location, c.urn, &refs), c.result);
+        const std::vector<Bytes> entries =
+            c.entry.empty() ? std::vector<Bytes>{} : std::vector<Bytes>{c.entry};
+        EXPECT_EQ(Written(host, mp4_write_dref, refs), Dref(entries));
         mp4_free_data_refs(host, &refs);
         EXPECT_EQ(host.LiveBlocks(), 0u);
     }

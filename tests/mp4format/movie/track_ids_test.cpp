@@ -1,0 +1,54 @@
+#include "mp4format/movie/track_ids.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "mp4format/movie/movie_rig.h"
+
+namespace tarn {
+namespace {
+
+TEST(TrackIds, TheNextOne) {
+    const struct {
+        const char* name;
+        std::vector<uint32_t> given;
+        uint32_t picked, next;
+    } cases[] = {
+        {"the first", {}, 1, 1},
+        {"above the highest, not in a hole", {1, 5}, 6, 6},
+        {"the last of the low ones", {126}, 127, 127},
+        {"over the gap", {127}, 1024, 1024},
+        {"high", {1024}, 1025, 1025},
+        {"the last", {63486}, 63487, 63487},
+        {"the highest used up: a low one", {63487, 1, 2}, 3, 0xFFFFFFFF},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestHost host;
+        Movie movie(host);
+        Mp4NewTrack fields{.handler_type = fourcc("soun"), .timescale = 1};
+        for (const uint32_t id : c.given) {
+            fields.track_id = id;
+            AddTrack(movie, fields);
+        }
+        EXPECT_EQ(mp4_next_track_id(movie.build), c.next);
+        EXPECT_EQ(AddTrack(movie)->header.track_id, c.picked);
+        for (const uint32_t bad : {128u, 1023u, 63488u, c.picked}) {
+            fields.track_id = bad;
+            Mp4TrackBuild* none = nullptr;
+            EXPECT_EQ(mp4_add_track_build(host, fields, &movie.build, &none), FF4_RET_ARGS) << bad;
+        }
+    }
+    // All low ones and the highest are taken: on from 1024.
+    TestHost host;
+    Movie movie(host);
+    Mp4NewTrack highest{.handler_type = fourcc("soun"), .timescale = 1, .track_id = 63487};
+    AddTrack(movie, highest);
+    for (int i = 0; i < 127; ++i)
+        AddTrack(movie);
+    EXPECT_EQ(AddTrack(movie)->header.track_id, 1024u);
+}
+
+}  // namespace
+}  // namespace tarn
