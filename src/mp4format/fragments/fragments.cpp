@@ -2,24 +2,13 @@
 
 #include <algorithm>
 
-#include "mp4format/io.h"
-
 namespace tarn {
 namespace {
 
 constexpr uint64_t kDefaultShare = 16384;
-constexpr uint64_t kBlockHeader = 8;
-constexpr uint64_t kRunCost = sizeof(Mp4FragmentRun) + kBlockHeader;
 constexpr uint32_t kCheckpoints = 512;
 
-// What a lookup goes by.
-struct Target {
-    bool by_time;
-    uint64_t value;
-    bool numbered;  // the number of the sample is wanted
-};
-
-bool covers(const Mp4FragmentRun& run, const Target& target) {
+bool covers(const Mp4FragmentRun& run, const Mp4FragmentTarget& target) {
     if (target.by_time) return target.value >= run.cover_time && target.value < run.end_time;
     return run.first_sample != 0 && target.value >= run.first_sample &&
            target.value - run.first_sample < run.sample_count;
@@ -38,178 +27,9 @@ Mp4FragmentSource source_of(const Mp4FragmentState& state, const Mp4FragmentTrac
     return source;
 }
 
-// --- runs in memory
-
-void drop_rows(Mp4Host* host, Mp4FragmentTrack* track, Mp4FragmentRun* run) {
-    if (!run->rows) return;
-    track->used -= uint64_t{run->rows_held} * run->row_size + kBlockHeader;
-    mp4_free(host, run->rows);
-    run->rows = nullptr;
-    run->first_row = run->rows_held = 0;
-}
-
-// Drops the oldest run but `keep`; false when there is none.
-bool drop_oldest(Mp4Host* host, Mp4FragmentTrack* track, const Mp4FragmentRun* keep) {
-    Mp4FragmentRun* run = track->head;
-    if (run && run == keep) run = run->next;
-    if (!run) return false;
-    if (run == track->head) {
-        track->head = run->next;
-    } else {
-        track->head->next = run->next;
-    }
-    if (track->tail == run) track->tail = track->head;
-    if (track->run == run) track->run = nullptr;
-    drop_rows(host, track, run);
-    track->used -= kRunCost;
-    mp4_free(host, run);
-    return true;
-}
-
-void drop_runs(Mp4Host* host, Mp4FragmentTrack* track) {
-    while (drop_oldest(host, track, nullptr)) {
-    }
-}
-
-uint64_t room_of(const Mp4FragmentTrack& track) {
-    return track.share > track.used ? track.share - track.used : 0;
-}
-
-// Puts a run behind those held; the oldest make room.
-Mp4Result hold_run(Mp4Host* host, Mp4FragmentTrack* track, const Mp4FragmentRun& run) {
-    while (room_of(*track) < kRunCost && drop_oldest(host, track, nullptr)) {
-    }
-    if (room_of(*track) < kRunCost) return FF4_RET_NOMEM;
-    auto held = mp4_make<Mp4FragmentRun>(host, 1, kMemoryWindows);
-    if (!held) return FF4_RET_NOMEM;
-    *held = run;
-    mp4_append(track, held.release());
-    track->used += kRunCost;
-    return FF4_RET_OK;
-}
-
-// How many rows of the run may be held, after making room for as many of `wanted` as can be.
-uint64_t make_room_for_rows(Mp4Host* host, Mp4FragmentTrack* track, const Mp4FragmentRun* run,
-                            uint64_t wanted) {
-    const auto fitting = [&] {
-        const uint64_t room = room_of(*track);
-        return room > kBlockHeader ? (room - kBlockHeader) / run->row_size : 0;
-    };
-    while (fitting() < wanted && drop_oldest(host, track, run)) {
-    }
-    return std::min(fitting(), wanted);
-}
-
-// The bytes of a row, loaded with the rows behind it or, when the walk goes back, before it. Null
-// for a run without rows.
-Mp4Result fetch_row(const Mp4FragmentSource& source, Mp4FragmentTrack* track, Mp4FragmentRun* run,
-                    uint32_t row, bool backward, const uint8_t** bytes) {
-    *bytes = nullptr;
-    if (run->row_size == 0) return FF4_RET_OK;
-    if (!run->rows || row < run->first_row || row - run->first_row >= run->rows_held) {
-        drop_rows(source.host, track, run);
-        const uint64_t n = make_room_for_rows(source.host, track, run, run->sample_count);
-        if (n == 0) return FF4_RET_NOMEM;
-        const uint64_t first = backward && row + 1 >= n ? row + 1 - n : row;
-        const uint64_t held = std::min(n, run->sample_count - first);
-        auto rows = mp4_make<uint8_t>(source.host, held * run->row_size, kMemoryWindows);
-        if (!rows) return FF4_RET_NOMEM;
-        FF4_TRY(mp4_read_at(source.host, source.file, run->rows_offset + first * run->row_size,
-                            rows.get(), held * run->row_size));
-        run->rows = rows.release();
-        run->first_row = static_cast<uint32_t>(first);
-        run->rows_held = static_cast<uint32_t>(held);
-        track->used += held * run->row_size + kBlockHeader;
-    }
-    *bytes = run->rows + uint64_t{row - run->first_row} * run->row_size;
-    return FF4_RET_OK;
-}
-
-Mp4Result read_row(const Mp4FragmentSource& source, Mp4FragmentTrack* track, uint32_t row,
-                   bool backward, Mp4FragmentRow* values) {
-    const uint8_t* bytes = nullptr;
-    FF4_TRY(fetch_row(source, track, track->run, row, backward, &bytes));
-    *values = mp4_decode_fragment_row(*track->run, row, bytes);
-    return FF4_RET_OK;
-}
-
-// --- the cursor within a run
-
-bool is_before_cursor(const Mp4FragmentTrack& track, const Target& target) {
-    if (track.row == 0) return false;
-    return target.by_time ? target.value < track.row_time
-                          : target.value < uint64_t{track.run->first_sample} + track.row;
-}
-
-bool is_behind_cursor(const Mp4FragmentTrack& track, const Target& target, uint32_t duration) {
-    if (track.row + 1 >= track.run->sample_count) return false;
-    return target.by_time ? target.value >= track.row_time + duration
-                          : target.value > uint64_t{track.run->first_sample} + track.row;
-}
-
-void move_cursor_by_product(Mp4FragmentTrack* track, const Target& target) {
-    const Mp4FragmentRun& run = *track->run;
-    uint64_t row = target.value - run.first_sample;
-    if (target.by_time) {
-        row = target.value > run.start_time ? (target.value - run.start_time) / run.default_duration
-                                            : 0;
-    }
-    track->row = static_cast<uint32_t>(row);
-    track->row_time = run.start_time + row * run.default_duration;
-    track->row_offset = run.data_offset + row * run.default_size;
-}
-
-Mp4Result move_cursor(const Mp4FragmentSource& source, Mp4FragmentTrack* track, Mp4FragmentRun* run,
-                      const Target& target) {
-    if (track->run != run) {
-        track->run = run;
-        track->row = 0;
-        track->row_time = run->start_time;
-        track->row_offset = run->data_offset;
-    }
-    if (!mp4_fragment_run_varies(*run)) {
-        move_cursor_by_product(track, target);
-        return FF4_RET_OK;
-    }
-    Mp4FragmentRow values{};
-    while (is_before_cursor(*track, target)) {
-        FF4_TRY(read_row(source, track, track->row - 1, true, &values));
-        --track->row;
-        track->row_time -= values.duration;
-        track->row_offset -= values.size;
-    }
-    FF4_TRY(read_row(source, track, track->row, false, &values));
-    while (is_behind_cursor(*track, target, values.duration)) {
-        ++track->row;
-        track->row_time += values.duration;
-        track->row_offset += values.size;
-        FF4_TRY(read_row(source, track, track->row, false, &values));
-    }
-    return FF4_RET_OK;
-}
-
-Mp4Result take_sample(const Mp4FragmentSource& source, Mp4FragmentTrack* track,
-                      Mp4FragmentSample* sample) {
-    constexpr uint32_t kNonSync = 0x10000;
-    const Mp4FragmentRun& run = *track->run;
-    Mp4FragmentRow values{};
-    FF4_TRY(read_row(source, track, track->row, false, &values));
-    *sample = {};
-    sample->number = run.first_sample == 0 ? 0 : run.first_sample + track->row;
-    sample->start_time = track->row_time;
-    sample->offset = track->row_offset;
-    sample->size = values.size;
-    sample->duration = values.duration;
-    sample->is_sync = values.flags & kNonSync ? 0 : 1;
-    sample->composition_offset = values.composition_offset;
-    sample->composition_signed = full_version(run.version_flags) > 0 ? 1 : 0;
-    sample->description_index = run.description_index;
-    return FF4_RET_OK;
-}
-
 // --- walking
 
-uint64_t key_of(const Mp4FragmentCheckpoint& checkpoint, const Target& target) {
+uint64_t key_of(const Mp4FragmentCheckpoint& checkpoint, const Mp4FragmentTarget& target) {
     return target.by_time ? checkpoint.cover_time : checkpoint.next_sample;
 }
 
@@ -238,7 +58,8 @@ void note_moof(Mp4FragmentTrack* track, const Mp4FragmentPosition& before,
 }
 
 // The last checkpoint whose moof begins at or before the target, or the start.
-Mp4FragmentPosition nearest_checkpoint(const Mp4FragmentTrack& track, const Target& target) {
+Mp4FragmentPosition nearest_checkpoint(const Mp4FragmentTrack& track,
+                                       const Mp4FragmentTarget& target) {
     const Mp4FragmentCheckpoint* first = track.checkpoints;
     const Mp4FragmentCheckpoint* end = first + track.checkpoint_count;
     const Mp4FragmentCheckpoint* above = std::upper_bound(
@@ -286,7 +107,7 @@ Mp4Result jump_ahead(Mp4FragmentState* state, const Mp4FragmentSource& source, u
 // The next run on the way to a target, the `steps`-th of the walk; one without samples at the end.
 // What is not close by is looked for through the index, once.
 Mp4Result walk_on(Mp4FragmentState* state, const Mp4FragmentSource& source, Mp4FragmentTrack* track,
-                  const Target& target, uint32_t steps, Mp4FragmentPosition* position,
+                  const Mp4FragmentTarget& target, uint32_t steps, Mp4FragmentPosition* position,
                   Mp4FragmentRun* run) {
     constexpr uint32_t kStepsBeforeJump = 8;
     if (steps == kStepsBeforeJump && target.by_time && !target.numbered)
@@ -309,7 +130,8 @@ Mp4Result walk_on(Mp4FragmentState* state, const Mp4FragmentSource& source, Mp4F
 }
 
 // Where to walk from: where the last lookup stopped or, for a target before that, a checkpoint.
-Mp4FragmentPosition choose_position(const Mp4FragmentTrack& track, const Target& target) {
+Mp4FragmentPosition choose_position(const Mp4FragmentTrack& track,
+                                    const Mp4FragmentTarget& target) {
     const Mp4FragmentPosition nearest = nearest_checkpoint(track, target);
     const Mp4FragmentPosition& last = track.position;
     const uint64_t reached = target.by_time ? last.cover_time : last.next_sample;
@@ -319,7 +141,8 @@ Mp4FragmentPosition choose_position(const Mp4FragmentTrack& track, const Target&
 
 // The run that covers the target, held in memory.
 Mp4Result locate_run(Mp4FragmentState* state, const Mp4FragmentSource& source,
-                     Mp4FragmentTrack* track, const Target& target, Mp4FragmentRun** out) {
+                     Mp4FragmentTrack* track, const Mp4FragmentTarget& target,
+                     Mp4FragmentRun** out) {
     const auto fits = [&](const Mp4FragmentRun& run) {
         return covers(run, target) && (!target.numbered || run.first_sample != 0);
     };
@@ -337,25 +160,25 @@ Mp4Result locate_run(Mp4FragmentState* state, const Mp4FragmentSource& source,
         FF4_TRY(walk_on(state, source, track, target, steps, &position, &run));
         if (run.sample_count == 0) return FF4_RET_NOTFOUND;
     }
-    FF4_TRY(hold_run(source.host, track, run));
+    FF4_TRY(mp4_hold_fragment_run(source.host, track, run));
     track->position = position;
     *out = track->tail;
     return FF4_RET_OK;
 }
 
-Mp4Result look_up(Mp4FragmentState* state, Mp4FragmentTrack* track, const Target& target,
+Mp4Result look_up(Mp4FragmentState* state, Mp4FragmentTrack* track, const Mp4FragmentTarget& target,
                   Mp4FragmentSample* sample) {
     const Mp4FragmentSource source = source_of(*state, *track);
     Mp4FragmentRun* run = nullptr;
     FF4_TRY(locate_run(state, source, track, target, &run));
-    FF4_TRY(move_cursor(source, track, run, target));
-    return take_sample(source, track, sample);
+    FF4_TRY(mp4_move_fragment_cursor(source, track, run, target));
+    return mp4_take_fragment_sample(source, track, sample);
 }
 
 // Walks on to the end of the track, through the index unless samples are to be counted.
 Mp4Result walk_to_end(Mp4FragmentState* state, Mp4FragmentTrack* track, bool numbered) {
     const Mp4FragmentSource source = source_of(*state, *track);
-    const Target end{true, UINT64_MAX, numbered};
+    const Mp4FragmentTarget end{true, UINT64_MAX, numbered};
     Mp4FragmentPosition position = choose_position(*track, end);
     Mp4FragmentRun run{};
     uint32_t steps = 0;
@@ -396,7 +219,7 @@ Mp4Result list_defaults(Mp4Host* host, const Mp4MovieIndex& movie, Mp4FragmentSt
 }
 
 void free_track(Mp4Host* host, Mp4FragmentTrack* track) {
-    drop_runs(host, track);
+    mp4_drop_fragment_runs(host, track);
     mp4_free(host, track->checkpoints);
     mp4_free(host, track);
 }
@@ -467,7 +290,7 @@ Mp4Result mp4_set_fragment_share(Mp4FragmentState* state, uint32_t track_id, uin
     if (!state) return FF4_RET_ARGS;
     Mp4FragmentTrack* track = find_track(*state, track_id);
     if (!track) return FF4_RET_STATE;
-    drop_runs(state->source.host, track);
+    mp4_drop_fragment_runs(state->source.host, track);
     track->share = share;
     return FF4_RET_OK;
 }

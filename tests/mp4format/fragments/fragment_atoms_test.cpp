@@ -1,4 +1,4 @@
-#include "mp4format/fragments/write_fragments.h"
+#include "mp4format/fragments/fragment_atoms.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 namespace tarn {
 namespace {
 
-TEST(WriteFragments, EveryFieldOfAMoof) {
+TEST(FragmentAtoms, EveryFieldOfAMoof) {
     const Mp4TrunRow rows[] = {{10, 100, 0x10000, 5}, {11, 101, 0, -5}};
     const Mp4TrunRow plain[] = {{0, 7, 0, 0}, {0, 8, 0, 0}, {0, 9, 0, 0}};
     const Mp4TrunBuild full[] = {{0xF05, -8, 0x2000000, rows, 2}};
