@@ -8,8 +8,8 @@ namespace {
 constexpr uint64_t kLargeHeader = 16;  // with the 64-bit size
 
 // The rules that the file form and the memory form share. `size` is what the header says.
-Mp4Result settle(uint64_t offset, uint64_t available, uint64_t size, uint64_t header, uint32_t type,
-                 Mp4AtomInfo* info) {
+Mp4Result finish_header(uint64_t offset, uint64_t available, uint64_t size, uint64_t header,
+                        uint32_t type, Mp4AtomInfo* info) {
     if (size == 0) size = available;
     if (size < header) return FF4_RET_FORMAT;
     if (size > available) size = available;
@@ -17,11 +17,11 @@ Mp4Result settle(uint64_t offset, uint64_t available, uint64_t size, uint64_t he
     return FF4_RET_OK;
 }
 
-Mp4Result settle_small(const uint8_t* head, uint64_t offset, uint64_t available,
-                       Mp4AtomInfo* info) {
+Mp4Result finish_small_header(const uint8_t* head, uint64_t offset, uint64_t available,
+                              Mp4AtomInfo* info) {
     const uint16_t size = get_be16(head);
     if (size == 0) return FF4_RET_FORMAT;
-    return settle(offset, available, size, kSmallAtomHeader, get_be32(head + 2), info);
+    return finish_header(offset, available, size, kSmallAtomHeader, get_be32(head + 2), info);
 }
 
 }  // namespace
@@ -33,12 +33,12 @@ Mp4Result mp4_read_atom_header(Mp4Host* host, Mp4File* file, uint64_t offset, ui
     uint8_t head[kAtomHeader];
     FF4_TRY(mp4_read_at(host, file, offset, head, sizeof head));
     const uint32_t size = get_be32(head), type = get_be32(head + 4);
-    if (size != 1) return settle(offset, available, size, kAtomHeader, type, info);
+    if (size != 1) return finish_header(offset, available, size, kAtomHeader, type, info);
 
     if (available < kLargeHeader) return FF4_RET_FORMAT;
     uint64_t large = 0;
     FF4_TRY(mp4_read_be64(host, file, &large));
-    return settle(offset, available, large, kLargeHeader, type, info);
+    return finish_header(offset, available, large, kLargeHeader, type, info);
 }
 
 Mp4Result mp4_read_atom_header_mem(const uint8_t* buffer, uint64_t offset, uint64_t available,
@@ -47,9 +47,9 @@ Mp4Result mp4_read_atom_header_mem(const uint8_t* buffer, uint64_t offset, uint6
     if (available < kAtomHeader) return FF4_RET_FORMAT;
     const uint8_t* head = buffer + offset;
     const uint32_t size = get_be32(head), type = get_be32(head + 4);
-    if (size != 1) return settle(offset, available, size, kAtomHeader, type, info);
+    if (size != 1) return finish_header(offset, available, size, kAtomHeader, type, info);
     if (available < kLargeHeader) return FF4_RET_FORMAT;
-    return settle(offset, available, get_be64(head + kAtomHeader), kLargeHeader, type, info);
+    return finish_header(offset, available, get_be64(head + kAtomHeader), kLargeHeader, type, info);
 }
 
 Mp4Result mp4_read_small_atom_header(Mp4Host* host, Mp4File* file, uint64_t offset,
@@ -58,14 +58,14 @@ Mp4Result mp4_read_small_atom_header(Mp4Host* host, Mp4File* file, uint64_t offs
     if (available < kSmallAtomHeader) return FF4_RET_FORMAT;
     uint8_t head[kSmallAtomHeader];
     FF4_TRY(mp4_read_at(host, file, offset, head, sizeof head));
-    return settle_small(head, offset, available, info);
+    return finish_small_header(head, offset, available, info);
 }
 
 Mp4Result mp4_read_small_atom_header_mem(const uint8_t* buffer, uint64_t offset, uint64_t available,
                                          Mp4AtomInfo* info) {
     if (!buffer || !info) return FF4_RET_ARGS;
     if (available < kSmallAtomHeader) return FF4_RET_FORMAT;
-    return settle_small(buffer + offset, offset, available, info);
+    return finish_small_header(buffer + offset, offset, available, info);
 }
 
 Mp4Result mp4_read_descriptor_header_mem(const uint8_t* buffer, uint64_t offset, uint64_t available,
@@ -81,7 +81,7 @@ Mp4Result mp4_read_descriptor_header_mem(const uint8_t* buffer, uint64_t offset,
         length = length << 7 | (byte & 0x7F);
         more = byte & 0x80;
     }
-    return settle(offset, available, header + length, header, buffer[offset], info);
+    return finish_header(offset, available, header + length, header, buffer[offset], info);
 }
 
 Mp4Result mp4_read_full_header(Mp4Host* host, Mp4File* file, const Mp4Span& payload,

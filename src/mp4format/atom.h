@@ -19,6 +19,10 @@ struct Mp4Span {
     uint64_t size;
 };
 
+constexpr bool present(const Mp4Span& span) {
+    return span.offset != 0;
+}
+
 // One atom: `atom` with its header, `payload` behind it; both inside what was available. For a
 // descriptor `type` is the tag.
 struct Mp4AtomInfo {

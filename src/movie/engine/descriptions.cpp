@@ -53,7 +53,7 @@ Mp4Result mp4_open_sample_entries(Mp4ReadSession* session, uint32_t track,
     if (!session || !entries || track == 0) return FF4_RET_ARGS;
     const Mp4OpenTrack* open = mp4_find_open_track(session, track);
     if (!open) return FF4_RET_STATE;
-    if (open->tables.stsd.offset == 0) return FF4_RET_NOTFOUND;
+    if (!present(open->tables.stsd)) return FF4_RET_NOTFOUND;
     auto made = mp4_make<Mp4SampleEntries>(session->host);
     if (!made) return FF4_RET_NOMEM;
     made->track = track;

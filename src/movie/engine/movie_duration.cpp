@@ -64,7 +64,7 @@ Mp4Result to_movie_units(Mp4ReadSession* session, const Mp4TrackIndex& index, ui
 
 Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
                        uint64_t* length) {
-    if (session->fragments && index.mdhd.offset == 0)
+    if (session->fragments && !present(index.mdhd))
         return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);
     TrackVisit visit(session, track);
     FF4_TRY(visit.Open());
@@ -103,7 +103,7 @@ Mp4Result mp4_get_movie_duration(Mp4ReadSession* session, uint64_t* duration) {
         session->fragments ? &session->duration_fragmented : &session->duration_plain;
     if (*cached == 0) {
         const Mp4MovieExtends& extends = session->index.movie.extends;
-        if (session->fragments && extends.mehd.offset != 0) {
+        if (session->fragments && present(extends.mehd)) {
             *cached = extends.fragment_duration;
         } else {
             // Into a value of its own: a failed look leaves nothing in the cache.

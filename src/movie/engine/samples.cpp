@@ -25,7 +25,7 @@ Mp4Result find_tables_of_sample(Mp4ReadSession* session, uint32_t track, uint32_
 }
 
 Mp4Result read_sync(const Mp4TableReader& tables, uint32_t number, uint32_t* isSync) {
-    bool sync = tables.at->stss.offset == 0;  // without the table every sample is one
+    bool sync = !present(tables.at->stss);  // without the table every sample is one
     if (!sync && tables.at->stss_count > 0) {
         FF4_TRY(mp4_lookup_is_sync(tables, number, &sync));
     }
@@ -82,7 +82,7 @@ Mp4Result mp4_get_sample_info(Mp4ReadSession* session, uint32_t track, uint32_t 
     FF4_TRY(mp4_lookup_sample_size(tables, number, &info.size));
     FF4_TRY(mp4_lookup_sample_time(tables, number, &run));
     info.duration = run.sample_delta;
-    if (tables.at->ctts.offset != 0) {
+    if (present(tables.at->ctts)) {
         FF4_TRY(mp4_lookup_composition_offset(tables, number, &info.compositionOffset));
         info.compositionSigned = tables.at->ctts_version == 1 ? 1 : 0;
     }
@@ -129,7 +129,7 @@ Mp4Result mp4_next_sync_sample(Mp4ReadSession* session, uint32_t track, uint32_t
     const uint32_t count = tables.at->sample_count;
     if (number >= count) return FF4_RET_NOTFOUND;
     uint32_t found = number + 1;
-    if (tables.at->stss.offset != 0) {
+    if (present(tables.at->stss)) {
         if (tables.at->stss_count == 0) return FF4_RET_NOTFOUND;
         FF4_TRY(mp4_lookup_next_sync(tables, number, &found));
     }

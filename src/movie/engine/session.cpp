@@ -5,11 +5,10 @@
 namespace tarn {
 namespace {
 
-constexpr uint64_t kFileTypeHead = 8;  // major brand, minor version
+// Of a track's share of the window pool, for the runs of its fragments.
+constexpr uint32_t kFragmentPercent = 50;
 
-bool present(const Mp4Span& span) {
-    return span.offset != 0;
-}
+constexpr uint64_t kFileTypeHead = 8;  // major brand, minor version
 
 void free_session(Mp4ReadSession* session) {
     Mp4Host* host = session->host;
@@ -69,6 +68,7 @@ Mp4Result mp4_open_read(Mp4Host* host, Mp4File* file, const Mp4OpenParams& param
     if (made->index.movie.extends.head) {
         FF4_TRY(mp4_open_fragments(host, file, made->file_size, &made->index, &made->fragments));
         made->caches.fragmented = 1;
+        made->caches.fragment_percent = kFragmentPercent;
     }
     *flags = file_flags(made->index);
     *session = made.release();

@@ -94,7 +94,7 @@ Mp4Result mp4_get_track_header(Mp4ReadSession* session, uint32_t track, Mp4Track
     if (!session || !out || track == 0) return FF4_RET_ARGS;
     *out = {};
     const Mp4TrackIndex* index = mp4_find_track_index(session, track);
-    if (!index || index->tkhd.offset == 0) return FF4_RET_NOTFOUND;
+    if (!index || !present(index->tkhd)) return FF4_RET_NOTFOUND;
     Mp4TrackHeader header{};
     FF4_TRY(mp4_read_tkhd(session->host, session->file, index->tkhd, &header));
     out->flags = full_flags(header.version_flags);
@@ -119,7 +119,7 @@ Mp4Result mp4_get_media_header(Mp4ReadSession* session, uint32_t track, Mp4Media
     if (!session || !out || track == 0) return FF4_RET_ARGS;
     *out = {};
     const Mp4TrackIndex* index = mp4_find_track_index(session, track);
-    if (!index || index->mdhd.offset == 0) return FF4_RET_NOTFOUND;
+    if (!index || !present(index->mdhd)) return FF4_RET_NOTFOUND;
     Mp4MediaHeader header{};
     FF4_TRY(mp4_read_mdhd(session->host, session->file, index->mdhd, &header));
     *out = {header.creation_time, header.modification_time, header.timescale, header.duration,
@@ -131,7 +131,7 @@ Mp4Result mp4_get_handler(Mp4ReadSession* session, uint32_t track, Mp4HandlerInf
     if (!session || !out || track == 0) return FF4_RET_ARGS;
     *out = {};
     const Mp4TrackIndex* index = mp4_find_track_index(session, track);
-    if (!index || index->hdlr.offset == 0) return FF4_RET_NOTFOUND;
+    if (!index || !present(index->hdlr)) return FF4_RET_NOTFOUND;
     *out = {index->handler_type, index->handler_name};
     return FF4_RET_OK;
 }
@@ -162,8 +162,10 @@ Mp4Result mp4_use_track_fragments(Mp4ReadSession* session, uint32_t track) {
     if (!open || !session->fragments) return FF4_RET_STATE;
     uint64_t tables_end = 0;
     FF4_TRY(mp4_get_tables_duration(session, track, &tables_end));
-    return mp4_begin_fragment_track(session->fragments, open->tables.track_id,
-                                    open->tables.sample_count, tables_end);
+    const uint32_t track_id = open->tables.track_id;
+    FF4_TRY(mp4_begin_fragment_track(session->fragments, track_id, open->tables.sample_count,
+                                     tables_end));
+    return mp4_set_fragment_share(session->fragments, track_id, open->cache->fragment_share);
 }
 
 Mp4Result mp4_get_track_duration(Mp4ReadSession* session, uint32_t track, uint64_t* duration) {
@@ -224,7 +226,7 @@ Mp4Result mp4_open_data_refs(Mp4ReadSession* session, uint32_t track, Mp4DataRef
     if (!session || !list || track == 0) return FF4_RET_ARGS;
     const Mp4OpenTrack* open = mp4_find_open_track(session, track);
     if (!open) return FF4_RET_STATE;
-    if (open->tables.dref_entries.offset == 0) return FF4_RET_NOTFOUND;
+    if (!present(open->tables.dref_entries)) return FF4_RET_NOTFOUND;
     return open_list<Mp4DataRefs>(
         session->host, list,
         [&](Mp4DataRefs* made) {

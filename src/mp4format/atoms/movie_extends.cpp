@@ -67,7 +67,7 @@ Mp4Result mp4_read_mvex(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
                         Mp4MovieExtends* extends) {
     if (!host || !file || !extends) return FF4_RET_ARGS;
     return mp4_walk(host, file, payload, [&](const Mp4AtomInfo& child) -> Mp4Result {
-        if (child.type == fourcc("mehd") && extends->mehd.offset == 0)
+        if (child.type == fourcc("mehd") && !present(extends->mehd))
             return read_mehd(host, file, child.payload, extends);
         if (child.type == fourcc("trex")) return read_trex(host, file, child, extends);
         return FF4_RET_OK;

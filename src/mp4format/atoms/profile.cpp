@@ -73,7 +73,7 @@ Mp4Result write_vprf(Mp4Sink& sink, const Mp4VideoProfile& profile) {
 
 Mp4Result mp4_count_profiles(const Mp4UserAtomList& list, Mp4ProfileCounts* counts) {
     if (!counts) return FF4_RET_ARGS;
-    if (list.atom.offset == 0) return FF4_RET_NOTFOUND;
+    if (!present(list.atom)) return FF4_RET_NOTFOUND;
     *counts = {};
     for (const Mp4UserAtom* record = list.head; record; record = record->next) {
         counts->fprf += record->type == fourcc("FPRF");

@@ -131,7 +131,7 @@ Mp4Result mp4_read_mfra(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom,
 
 Mp4Result mp4_find_mfra(Mp4Host* host, Mp4File* file, uint64_t file_size, Mp4RandomAccess* access) {
     if (!host || !file || !access) return FF4_RET_ARGS;
-    if (file_size < kMfroSize || access->atom.offset != 0) return FF4_RET_OK;
+    if (file_size < kMfroSize || present(access->atom)) return FF4_RET_OK;
     uint8_t tail[kMfroSize];
     FF4_TRY(mp4_read_at(host, file, file_size - kMfroSize, tail, sizeof tail));
     if (get_be32(tail) != kMfroSize || get_be32(tail + 4) != fourcc("mfro")) return FF4_RET_OK;

@@ -5,7 +5,6 @@
 namespace tarn {
 namespace {
 
-constexpr uint64_t kDefaultShare = 16384;
 constexpr uint32_t kCheckpoints = 512;
 
 bool covers(const Mp4FragmentRun& run, const Mp4FragmentTarget& target) {
@@ -104,27 +103,37 @@ Mp4Result jump_ahead(Mp4FragmentState* state, const Mp4FragmentSource& source, u
     return FF4_RET_OK;
 }
 
-// The next run on the way to a target, the `steps`-th of the walk; one without samples at the end.
-// What is not close by is looked for through the index, once.
-Mp4Result walk_on(Mp4FragmentState* state, const Mp4FragmentSource& source, Mp4FragmentTrack* track,
-                  const Mp4FragmentTarget& target, uint32_t steps, Mp4FragmentPosition* position,
-                  Mp4FragmentRun* run) {
-    constexpr uint32_t kStepsBeforeJump = 8;
-    if (steps == kStepsBeforeJump && target.by_time && !target.numbered)
-        FF4_TRY(jump_ahead(state, source, target.value, position));
+// A walk to a target.
+struct Walk {
+    Mp4FragmentState* state;
+    const Mp4FragmentSource& source;
+    Mp4FragmentTrack* track;
+    Mp4FragmentTarget target;
+    Mp4FragmentPosition position;
+    uint32_t steps = 0;
+    Mp4FragmentRun run{};  // the run come to; one without samples at the end
+};
 
-    const Mp4FragmentPosition before = *position;
+// Goes on to the next run. What is not close by is looked for through the index, once.
+Mp4Result walk_on(Walk* walk) {
+    constexpr uint32_t kStepsBeforeJump = 8;
+    Mp4FragmentTrack* track = walk->track;
+    const Mp4FragmentTarget& target = walk->target;
+    if (walk->steps++ == kStepsBeforeJump && target.by_time && !target.numbered)
+        FF4_TRY(jump_ahead(walk->state, walk->source, target.value, &walk->position));
+
+    const Mp4FragmentPosition before = walk->position;
     bool found = false;
-    FF4_TRY(mp4_next_fragment_run(source, position, run, &found));
+    FF4_TRY(mp4_next_fragment_run(walk->source, &walk->position, &walk->run, &found));
     if (found) {
-        note_moof(track, before, *position);
+        note_moof(track, before, walk->position);
         return FF4_RET_OK;
     }
     track->ended = true;
-    track->end_time = position->cover_time;
-    if (position->next_sample != 0) {
+    track->end_time = walk->position.cover_time;
+    if (walk->position.next_sample != 0) {
         track->counted = true;
-        track->next_sample = position->next_sample;
+        track->next_sample = walk->position.next_sample;
     }
     return FF4_RET_OK;
 }
@@ -154,14 +163,13 @@ Mp4Result locate_run(Mp4FragmentState* state, const Mp4FragmentSource& source,
                        : track->counted && target.value >= track->next_sample)
         return FF4_RET_NOTFOUND;
 
-    Mp4FragmentPosition position = choose_position(*track, target);
-    Mp4FragmentRun run{};
-    for (uint32_t steps = 0; run.sample_count == 0 || !fits(run); ++steps) {
-        FF4_TRY(walk_on(state, source, track, target, steps, &position, &run));
-        if (run.sample_count == 0) return FF4_RET_NOTFOUND;
+    Walk walk{state, source, track, target, choose_position(*track, target)};
+    while (walk.run.sample_count == 0 || !fits(walk.run)) {
+        FF4_TRY(walk_on(&walk));
+        if (walk.run.sample_count == 0) return FF4_RET_NOTFOUND;
     }
-    FF4_TRY(mp4_hold_fragment_run(source.host, track, run));
-    track->position = position;
+    FF4_TRY(mp4_hold_fragment_run(source.host, track, walk.run));
+    track->position = walk.position;
     *out = track->tail;
     return FF4_RET_OK;
 }
@@ -179,12 +187,10 @@ Mp4Result look_up(Mp4FragmentState* state, Mp4FragmentTrack* track, const Mp4Fra
 Mp4Result walk_to_end(Mp4FragmentState* state, Mp4FragmentTrack* track, bool numbered) {
     const Mp4FragmentSource source = source_of(*state, *track);
     const Mp4FragmentTarget end{true, UINT64_MAX, numbered};
-    Mp4FragmentPosition position = choose_position(*track, end);
-    Mp4FragmentRun run{};
-    uint32_t steps = 0;
+    Walk walk{state, source, track, end, choose_position(*track, end)};
     do {
-        FF4_TRY(walk_on(state, source, track, end, steps++, &position, &run));
-    } while (run.sample_count > 0);
+        FF4_TRY(walk_on(&walk));
+    } while (walk.run.sample_count > 0);
     return FF4_RET_OK;
 }
 
@@ -263,7 +269,6 @@ Mp4Result mp4_begin_fragment_track(Mp4FragmentState* state, uint32_t track_id,
     auto checkpoints = mp4_make<Mp4FragmentCheckpoint>(host, kCheckpoints);
     if (!track || !checkpoints) return FF4_RET_NOMEM;
     track->track_id = track_id;
-    track->share = kDefaultShare;
     track->spacing = 1;
     track->checkpoints = checkpoints.release();
     track->start.next_atom = state->first_moof;
@@ -290,6 +295,7 @@ Mp4Result mp4_set_fragment_share(Mp4FragmentState* state, uint32_t track_id, uin
     if (!state) return FF4_RET_ARGS;
     Mp4FragmentTrack* track = find_track(*state, track_id);
     if (!track) return FF4_RET_STATE;
+    if (track->share == share) return FF4_RET_OK;
     mp4_drop_fragment_runs(state->source.host, track);
     track->share = share;
     return FF4_RET_OK;

@@ -29,11 +29,11 @@ Mp4Result mp4_open_fragments(Mp4Host* host, Mp4File* file, uint64_t file_size, M
 void mp4_close_fragments(Mp4FragmentState* state);
 
 // Takes a track into use: its tables hold `table_samples` samples that end at `table_time`. Nothing
-// happens for a track in use. The share is 16 KiB until it is set.
+// happens for a track in use. It has no share until one is set.
 Mp4Result mp4_begin_fragment_track(Mp4FragmentState* state, uint32_t track_id,
                                    uint32_t table_samples, uint64_t table_time);
 void mp4_end_fragment_track(Mp4FragmentState* state, uint32_t track_id);
-// Bytes of the window pool that the track's runs may take; drops those held.
+// Bytes of the window pool that the track's runs may take; another share drops those held.
 Mp4Result mp4_set_fragment_share(Mp4FragmentState* state, uint32_t track_id, uint64_t share);
 
 // Lookups answer FF4_RET_STATE for a track not in use, FF4_RET_NOMEM where the share holds no row.

@@ -11,10 +11,6 @@ struct Walker {
     Mp4File* file;
 };
 
-bool present(const Mp4Span& span) {
-    return span.offset != 0;
-}
-
 void free_track(Mp4Host* host, Mp4TrackIndex* track) {
     mp4_free_user_atoms(host, &track->user);
     mp4_free(host, track);

@@ -30,7 +30,7 @@ uint32_t code_of(const Mp4TrackTables& t, Mp4TableId table) {
 bool is_present(const Mp4TrackTables& t, Mp4TableId table) {
     const Mp4Span* const spans[kTableCount] = {&t.stts, &t.ctts,        &t.size_table,
                                                &t.stsc, &t.chunk_table, &t.stss};
-    return spans[table]->offset != 0;
+    return present(*spans[table]);
 }
 
 Mp4Result blame(const Mp4TableReader& tables, Mp4TableId table, Mp4Result result) {

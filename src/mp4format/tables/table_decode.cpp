@@ -144,13 +144,6 @@ void decode_co64(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey&, v
     *static_cast<Mp4ChunkEntry*>(to) = {get_be64(disk_entry<8>(raw, entry))};
 }
 
-constexpr Mp4TableKind run_kind(uint32_t disk, uint32_t mem, uint32_t before, uint32_t after,
-                                decltype(Mp4TableKind::measure) measure,
-                                decltype(Mp4TableKind::decode) decode,
-                                decltype(Mp4TableKind::start) start) {
-    return {disk, mem, false, before, after, measure, decode, start};
-}
-
 constexpr Mp4TableKind list_kind(uint32_t disk, uint32_t mem,
                                  decltype(Mp4TableKind::decode) decode) {
     return {disk, mem, true, 0, 0, measure_one, decode, start_direct};
@@ -163,14 +156,14 @@ constexpr Mp4TableKind kSize32Kind = list_kind(4, sizeof(Mp4SizeEntry), decode_s
 
 }  // namespace
 
-const Mp4TableKind kSttsKind =
-    run_kind(kSttsDisk, sizeof(Mp4SttsEntry), 0, 0, measure_stts, decode_stts, start_stts);
-const Mp4TableKind kCttsKind =
-    run_kind(kCttsDisk, sizeof(Mp4CttsEntry), 0, 0, measure_ctts, decode_ctts, start_ctts);
-const Mp4TableKind kStscKind =
-    run_kind(kStscDisk, sizeof(Mp4StscEntry), 0, 1, measure_stsc, decode_stsc, start_stsc);
-const Mp4TableKind kStssKind =
-    run_kind(kStssDisk, sizeof(Mp4StssEntry), 1, 0, measure_stss, decode_stss, start_stss);
+const Mp4TableKind kSttsKind = {kSttsDisk, sizeof(Mp4SttsEntry), false,       0,
+                                0,         measure_stts,         decode_stts, start_stts};
+const Mp4TableKind kCttsKind = {kCttsDisk, sizeof(Mp4CttsEntry), false,       0,
+                                0,         measure_ctts,         decode_ctts, start_ctts};
+const Mp4TableKind kStscKind = {kStscDisk, sizeof(Mp4StscEntry), false,       0,
+                                1,         measure_stsc,         decode_stsc, start_stsc};
+const Mp4TableKind kStssKind = {kStssDisk, sizeof(Mp4StssEntry), false,       1,
+                                0,         measure_stss,         decode_stss, start_stss};
 const Mp4TableKind kStcoKind = list_kind(4, sizeof(Mp4ChunkEntry), decode_stco);
 const Mp4TableKind kCo64Kind = list_kind(8, sizeof(Mp4ChunkEntry), decode_co64);
 

@@ -104,13 +104,6 @@ Mp4Result mp4_remove_track_cache(Mp4Host* host, Mp4TrackCacheList* list, Mp4Trac
     return mp4_share_window_pool(host, list);
 }
 
-Mp4TrackCache* mp4_find_track_cache(const Mp4TrackCacheList& list, uint32_t track_id) {
-    Mp4TrackCache* cache = list.head;
-    while (cache && cache->track_id != track_id)
-        cache = cache->next;
-    return cache;
-}
-
 void mp4_free_track_caches(Mp4Host* host, Mp4TrackCacheList* list) {
     if (!host || !list) return;
     while (Mp4TrackCache* cache = list->head) {

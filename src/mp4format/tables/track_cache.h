@@ -13,8 +13,6 @@
 
 namespace tarn {
 
-struct Mp4FragmentState;
-
 // Sums over the size table. A sample's place in a long chunk is the sum of the sizes before it.
 struct Mp4SizeSums {
     uint32_t first, count;  // the sum asked for last: a walk through a chunk only adds to it
@@ -28,8 +26,7 @@ struct Mp4TrackCache {
     uint32_t loaded;  // the buffers are there
     Mp4TableWindow windows[kTableCount];
     Mp4SizeSums sums;
-    Mp4FragmentState* fragments;  // not owned; null in a plain file
-    uint64_t fragment_share;      // bytes of the pool for this track's fragment rows
+    uint64_t fragment_share;  // bytes of the pool for this track's fragment rows
     Mp4TrackCache* next;
 };
 
@@ -48,8 +45,6 @@ Mp4Result mp4_add_track_cache(Mp4Host* host, Mp4TrackCacheList* list, const Mp4T
 // Frees a cache and deals the pool to those left. FF4_RET_NOTFOUND for a cache of another list. By
 // pointer, since a broken file can give two tracks one id.
 Mp4Result mp4_remove_track_cache(Mp4Host* host, Mp4TrackCacheList* list, Mp4TrackCache* cache);
-// The first cache of that track, or null.
-Mp4TrackCache* mp4_find_track_cache(const Mp4TrackCacheList& list, uint32_t track_id);
 // Frees all caches.
 void mp4_free_track_caches(Mp4Host* host, Mp4TrackCacheList* list);
 

@@ -15,25 +15,28 @@ struct Walker {
     Mp4TrackTables* tables;
 };
 
-bool present(const Mp4Span& span) {
-    return span.offset != 0;
-}
-
 uint32_t clamp(uint64_t count, uint64_t room) {
     return static_cast<uint32_t>(std::min(count, room));
 }
 
+// What is kept of a table.
+struct TableFields {
+    Mp4Span* table;
+    uint32_t* count;
+    Mp4Span* entries;
+    uint32_t* version = nullptr;
+};
+
 // A table of fixed entries: keeps the first of its kind, its count cut to the entries that fit.
 Mp4Result read_table(const Walker& w, const Mp4AtomInfo& atom, uint32_t max_version,
-                     uint64_t entry_size, Mp4Span* table, uint32_t* count, Mp4Span* entries,
-                     uint32_t* version = nullptr) {
-    if (present(*table)) return FF4_RET_OK;
+                     uint64_t entry_size, const TableFields& to) {
+    if (present(*to.table)) return FF4_RET_OK;
     Mp4TableHeader head{};
     FF4_TRY(mp4_read_table_header(w.host, w.file, atom.payload, max_version, &head));
-    *table = atom.payload;
-    *count = clamp(head.count, head.entries.size / entry_size);
-    *entries = head.entries;
-    if (version) *version = full_version(head.version_flags);
+    *to.table = atom.payload;
+    *to.count = clamp(head.count, head.entries.size / entry_size);
+    *to.entries = head.entries;
+    if (to.version) *to.version = full_version(head.version_flags);
     return FF4_RET_OK;
 }
 
@@ -72,7 +75,7 @@ Mp4Result read_chunk_table(const Walker& w, const Mp4AtomInfo& atom) {
     if (present(t->chunk_table)) return FF4_RET_OK;
     const uint64_t entry_size = atom.type == fourcc("co64") ? 8 : 4;
     FF4_TRY(
-        read_table(w, atom, 0, entry_size, &t->chunk_table, &t->chunk_count, &t->chunk_entries));
+        read_table(w, atom, 0, entry_size, {&t->chunk_table, &t->chunk_count, &t->chunk_entries}));
     t->chunk_type = atom.type;
     return FF4_RET_OK;
 }
@@ -94,12 +97,12 @@ Mp4Result walk_stbl(const Walker& w, const Mp4Span& stbl) {
             case fourcc("stsd"):
                 return read_stsd(w, atom);
             case fourcc("stts"):
-                return read_table(w, atom, 0, 8, &t->stts, &t->stts_count, &t->stts_entries);
+                return read_table(w, atom, 0, 8, {&t->stts, &t->stts_count, &t->stts_entries});
             case fourcc("ctts"):
-                return read_table(w, atom, 1, 8, &t->ctts, &t->ctts_count, &t->ctts_entries,
-                                  &t->ctts_version);
+                return read_table(w, atom, 1, 8,
+                                  {&t->ctts, &t->ctts_count, &t->ctts_entries, &t->ctts_version});
             case fourcc("stsc"):
-                return read_table(w, atom, 0, 12, &t->stsc, &t->stsc_count, &t->stsc_entries);
+                return read_table(w, atom, 0, 12, {&t->stsc, &t->stsc_count, &t->stsc_entries});
             case fourcc("stsz"):
             case fourcc("stz2"):
                 return read_size_table(w, atom);
@@ -107,7 +110,7 @@ Mp4Result walk_stbl(const Walker& w, const Mp4Span& stbl) {
             case fourcc("co64"):
                 return read_chunk_table(w, atom);
             case fourcc("stss"):
-                return read_table(w, atom, 0, 4, &t->stss, &t->stss_count, &t->stss_entries);
+                return read_table(w, atom, 0, 4, {&t->stss, &t->stss_count, &t->stss_entries});
             default:
                 return FF4_RET_OK;
         }

@@ -22,6 +22,7 @@ public:
         EXPECT_EQ(mp4_scan_file(host, host.File(), bytes.size(), {}, &index), FF4_RET_OK);
         EXPECT_EQ(mp4_open_fragments(host, host.File(), bytes.size(), &index, &state), FF4_RET_OK);
         EXPECT_EQ(mp4_begin_fragment_track(state, track, samples, time), FF4_RET_OK);
+        Share(16384);
     }
     ~Clip() {
         mp4_close_fragments(state);
@@ -334,16 +335,20 @@ TEST(Fragments, EveryFaultIsToldAndNothingIsLost) {
         Mp4FileIndex index{};
         Mp4FragmentState* state = nullptr;
         Mp4FragmentSample sample{};
+        const auto begin = [&] {
+            FF4_TRY(mp4_begin_fragment_track(state, 2, 0, 0));
+            return mp4_set_fragment_share(state, 2, 16384);
+        };
         const Mp4Result result = [&] {
             FF4_TRY(mp4_scan_file(host, host.File(), bytes.size(), {true, false}, &index));
             FF4_TRY(mp4_open_fragments(host, host.File(), bytes.size(), &index, &state));
-            FF4_TRY(mp4_begin_fragment_track(state, 2, 0, 0));
+            FF4_TRY(begin());
             FF4_TRY(mp4_get_fragment_sample(state, 2, 1, &sample));
             return mp4_get_fragment_sample(state, 2, 90, &sample);
         }();
         if (state && result != FF4_RET_OK) {
             // What failed once works when it is asked again.
-            EXPECT_EQ(mp4_begin_fragment_track(state, 2, 0, 0), FF4_RET_OK);
+            EXPECT_EQ(begin(), FF4_RET_OK);
             EXPECT_EQ(mp4_get_fragment_sample(state, 2, 90, &sample), FF4_RET_OK);
             EXPECT_EQ(sample.number, 90u);
         }
