@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "mp4format/tables/table_set.h"
+#include "support/table_lookups.h"
 #include "support/test_host.h"
 
 namespace {
@@ -24,10 +24,10 @@ struct Pool {
     }
     ~Pool() { mp4_free_track_caches(host, &list); }
 
-    Answer Ask(const uint8_t* question) {
-        const auto lookup = static_cast<Lookup>(question[0] % 10);
+    Answer AskOne(const uint8_t* question) {
+        const auto lookup = static_cast<Lookup>(question[0] % kLookups);
         const uint64_t a = uint64_t{get_be16(question + 2)} << 32 | get_be32(question + 4);
-        return AskWindows({host, host.File(), &tables, cache}, lookup, a, question[1] * 9u);
+        return Ask({host, host.File(), &tables, cache}, lookup, a, question[1] * 9u);
     }
 
     TestHost& host;
@@ -52,11 +52,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     {
         Pool roomy(host, tables, 1 << 20);
         for (size_t i = count; i-- > 0;)
-            answers[i] = roomy.Ask(questions + i * kQuestion);
+            answers[i] = roomy.AskOne(questions + i * kQuestion);
     }
     Pool tight(host, tables, count % 400);
     for (size_t i = 0; i < count; ++i) {
-        const Answer answer = tight.Ask(questions + i * kQuestion);
+        const Answer answer = tight.AskOne(questions + i * kQuestion);
         if (answer != answers[i] || answer.result == FF4_RET_INTERNAL) std::abort();
     }
     return 0;
