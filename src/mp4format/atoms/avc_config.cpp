@@ -7,7 +7,7 @@ namespace {
 
 constexpr uint64_t kHead = 6;
 
-// `count` sets of u16 length and bytes; moves `at` behind them.
+// `count` sets of u16 length and bytes; moves `at` past them.
 Mp4Result read_sets(Mp4Host* host, const uint8_t* bytes, uint64_t size, uint32_t count,
                     uint64_t* at, Mp4ParameterSetList* sets) {
     constexpr uint64_t kLength = 2;

@@ -31,7 +31,7 @@ struct Mp4AvcConfig {
 };
 
 // Reads `size` bytes of payload into an empty record. FF4_RET_FORMAT for fewer than 6 bytes or a
-// set past the end; the atom may end behind the sequence sets. What was taken before a failure
+// set past the end; the atom may end after the sequence sets. What was taken before a failure
 // stays in the record.
 Mp4Result mp4_read_avc_config(Mp4Host* host, const uint8_t* bytes, uint64_t size,
                               Mp4AvcConfig* config);

@@ -1,4 +1,4 @@
-// movie_extends.h - what 'mvex' says of the fragments behind 'moov': the overall duration and each
+// movie_extends.h - what 'mvex' says of the fragments after 'moov': the overall duration and each
 // track's defaults (ISO/IEC 14496-12, 8.8.1 to 8.8.3).
 #pragma once
 

@@ -41,7 +41,7 @@ struct Mp4FragmentRun {
     uint64_t rows_offset;  // of the first row in the file
     uint64_t data_offset;  // of the first sample's bytes
     // Media units. Times from `cover_time` up to `end_time` belong to this run: it begins where
-    // the run before ends, so that a gap in front belongs to the first sample.
+    // the run before ends, so that a gap before it belongs to the first sample.
     uint64_t start_time, end_time, cover_time;
     uint32_t description_index;  // 1-based
     uint32_t default_duration, default_size, default_flags;

@@ -52,7 +52,7 @@ uint64_t make_room_for_rows(Mp4Host* host, Mp4FragmentTrack* track, const Mp4Fra
     return std::min(fitting(), wanted);
 }
 
-// The bytes of a row, loaded with the rows behind it or, when the walk goes back, before it. Null
+// The bytes of a row, loaded with the rows after it or, when the walk goes back, before it. Null
 // for a run without rows.
 Mp4Result fetch_row(const Mp4FragmentSource& source, Mp4FragmentTrack* track, Mp4FragmentRun* run,
                     uint32_t row, bool backward, const uint8_t** bytes) {
@@ -91,8 +91,8 @@ bool is_before_cursor(const Mp4FragmentTrack& track, const Mp4FragmentTarget& ta
                           : target.value < uint64_t{track.run->first_sample} + track.row;
 }
 
-bool is_behind_cursor(const Mp4FragmentTrack& track, const Mp4FragmentTarget& target,
-                      uint32_t duration) {
+bool is_after_cursor(const Mp4FragmentTrack& track, const Mp4FragmentTarget& target,
+                     uint32_t duration) {
     if (track.row + 1 >= track.run->sample_count) return false;
     return target.by_time ? target.value >= track.row_time + duration
                           : target.value > uint64_t{track.run->first_sample} + track.row;
@@ -149,7 +149,7 @@ Mp4Result mp4_move_fragment_cursor(const Mp4FragmentSource& source, Mp4FragmentT
         track->row_offset -= values.size;
     }
     FF4_TRY(read_row(source, track, track->row, false, &values));
-    while (is_behind_cursor(*track, target, values.duration)) {
+    while (is_after_cursor(*track, target, values.duration)) {
         ++track->row;
         track->row_time += values.duration;
         track->row_offset += values.size;

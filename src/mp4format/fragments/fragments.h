@@ -1,4 +1,4 @@
-// fragments.h - the samples of a fragmented file: looked up by number and by time behind those of
+// fragments.h - the samples of a fragmented file: looked up by number and by time after those of
 // the sample tables.
 //
 // Opening costs nothing but a list of the tracks. The fragments of a track are walked as lookups
@@ -38,11 +38,11 @@ Mp4Result mp4_set_fragment_share(Mp4FragmentState* state, uint32_t track_id, uin
 
 // Lookups answer FF4_RET_STATE for a track not in use, FF4_RET_NOMEM where the share holds no row.
 
-// The sample of a number above the tables' count (else FF4_RET_ARGS); FF4_RET_NOTFOUND behind the
+// The sample of a number above the tables' count (else FF4_RET_ARGS); FF4_RET_NOTFOUND after the
 // last.
 Mp4Result mp4_get_fragment_sample(Mp4FragmentState* state, uint32_t track_id, uint32_t number,
                                   Mp4FragmentSample* sample);
-// The sample that holds a time; a time in a gap belongs to the sample behind it. FF4_RET_NOTFOUND
+// The sample that holds a time; a time in a gap belongs to the sample after it. FF4_RET_NOTFOUND
 // for times of the tables and past the end. With `numbered` the sample's number is always given, at
 // the price of walking there.
 Mp4Result mp4_get_fragment_sample_at_time(Mp4FragmentState* state, uint32_t track_id, uint64_t time,

@@ -65,7 +65,7 @@ struct Mp4FileIndex {
 };
 
 struct Mp4ScanOptions {
-    bool scan_past_moof;  // go on behind the first fragment; else the walk stops there
+    bool scan_past_moof;  // go on after the first fragment; else the walk stops there
     bool keep_all_moof;   // remember every 'moof', not the first alone
 };
 

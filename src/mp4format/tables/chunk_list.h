@@ -36,7 +36,7 @@ template <typename Entry>
 class Mp4EntryCursor {
 public:
     explicit Mp4EntryCursor(const Mp4ChunkList& list) : m_block(list.head) { SkipEmpty(); }
-    // Null behind the last.
+    // Null after the last.
     Entry* Get() const {
         return m_block ? static_cast<Entry*>(m_block->entries) + m_index : nullptr;
     }

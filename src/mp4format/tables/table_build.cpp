@@ -129,7 +129,7 @@ Mp4Result visit_chunks(const Mp4TableBuild& tables, uint32_t description, Visit 
 
 // --- writing
 
-// Entries in file form behind each other: `bits` each, the last byte filled up. The blocks of a
+// Entries in file form one after the other: `bits` each, the last byte filled up. The blocks of a
 // list hold an even number, so that none but the last ends within a byte.
 uint64_t packed_size(uint64_t count, uint32_t bits) {
     return (count * bits + 7) / 8;

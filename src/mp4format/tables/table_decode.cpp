@@ -66,7 +66,7 @@ Mp4TableKey start_ctts(const void* decoded, uint32_t) {
 
 // --- stsc: u32 first chunk, u32 samples per chunk, u32 description index
 
-// A run ends where the next entry's first chunk begins, the last one behind the last chunk.
+// A run ends where the next entry's first chunk begins, the last one after the last chunk.
 bool measure_stsc(const Mp4RawEntries& raw, uint32_t entry, Mp4TableKey* length) {
     const uint8_t* p = disk_entry<kStscDisk>(raw, entry);
     const uint64_t first_chunk = get_be32(p);
@@ -87,7 +87,7 @@ Mp4TableKey start_stsc(const void* decoded, uint32_t) {
     return {widen(static_cast<const Mp4StscEntry*>(decoded)->first_sample), 0};
 }
 
-// --- stss: u32 sample number. An entry covers the samples behind the sync sample before it, up to
+// --- stss: u32 sample number. An entry covers the samples after the sync sample before it, up to
 // its own: looking a sample up finds the first sync sample at or above it. A repeated number covers
 // nothing, a falling one breaks the table.
 

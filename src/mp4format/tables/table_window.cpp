@@ -139,8 +139,8 @@ void restart_unless(bool joined, Mp4TableWindow* w, const Mp4TableAnchor& anchor
     w->first_key = w->end_key = anchor.start;
 }
 
-// Drops entries at the front until `n` more fit behind.
-void make_room_behind(Mp4TableWindow* w, uint32_t n) {
+// Drops entries at the front until `n` more fit after them.
+void make_room_after(Mp4TableWindow* w, uint32_t n) {
     const uint32_t held = w->end - w->first;
     const uint32_t keep = std::min(held, w->capacity - n), drop = held - keep;
     w->first_key = mp4_entry_start(*w, w->first + drop);
@@ -148,8 +148,8 @@ void make_room_behind(Mp4TableWindow* w, uint32_t n) {
     w->first += drop;
 }
 
-// Drops entries at the end until `n` more fit in front, and moves the others up.
-void make_room_in_front(Mp4TableWindow* w, uint32_t n) {
+// Drops entries at the end until `n` more fit before them, and moves the others up.
+void make_room_before(Mp4TableWindow* w, uint32_t n) {
     const uint32_t keep = std::min(w->end - w->first, w->capacity - n);
     w->end_key = mp4_entry_start(*w, w->first + keep);
     std::memmove(slot(*w, n), slot(*w, 0), uint64_t{keep} * w->kind->mem_size);
@@ -157,7 +157,7 @@ void make_room_in_front(Mp4TableWindow* w, uint32_t n) {
 }
 
 // Decodes up to `n` entries from w->end on; stops before one that breaks the format.
-void decode_behind(Mp4TableWindow* w, const Mp4RawEntries& raw, uint32_t n) {
+void decode_after(Mp4TableWindow* w, const Mp4RawEntries& raw, uint32_t n) {
     for (uint32_t i = 0; i < n; ++i) {
         Mp4TableKey length{}, end{};
         if (!w->kind->measure(raw, w->end, &length) || !mp4_advance_key(w->end_key, length, &end)) {
@@ -182,8 +182,8 @@ Mp4Result load_forward(Mp4Host* host, Mp4File* file, Mp4TableWindow* w,
     FF4_TRY(read_raw(host, file, *w, from.entry, from.entry + n, scratch, &raw));
 
     restart_unless(joined, w, from);
-    make_room_behind(w, n);
-    decode_behind(w, raw, n);
+    make_room_after(w, n);
+    decode_after(w, raw, n);
     return w->end == from.entry ? FF4_RET_FORMAT : FF4_RET_OK;
 }
 
@@ -202,8 +202,8 @@ Mp4Result count_back(const Mp4TableWindow& w, const Mp4RawEntries& raw, uint32_t
     return FF4_RET_OK;
 }
 
-void decode_in_front(Mp4TableWindow* w, const Mp4RawEntries& raw, uint32_t n,
-                     const Mp4TableKey& start) {
+void decode_before(Mp4TableWindow* w, const Mp4RawEntries& raw, uint32_t n,
+                   const Mp4TableKey& start) {
     Mp4TableKey key = start;
     for (uint32_t i = 0; i < n; ++i) {
         const uint32_t entry = w->first - n + i;
@@ -230,8 +230,8 @@ Mp4Result load_backward(Mp4Host* host, Mp4File* file, Mp4TableWindow* w,
     FF4_TRY(count_back(*w, raw, from.entry - n, from.entry, from.start, &start));
 
     restart_unless(joined, w, from);
-    make_room_in_front(w, n);
-    decode_in_front(w, raw, n, start);
+    make_room_before(w, n);
+    decode_before(w, raw, n, start);
     return FF4_RET_OK;
 }
 

@@ -61,12 +61,12 @@ void mp4_free_window(Mp4Host* host, Mp4TableWindow* window);
 void mp4_clear_window(Mp4TableWindow* window);
 
 // The number of the entry that covers `target`, loaded into the window. FF4_RET_NOTFOUND outside
-// the table; FF4_RET_FORMAT at or behind an entry that breaks the format, with the window cleared;
+// the table; FF4_RET_FORMAT at or after an entry that breaks the format, with the window cleared;
 // FF4_RET_FILE for a failed read, with the window as it was.
 Mp4Result mp4_find_entry(Mp4Host* host, Mp4File* file, Mp4TableWindow* window, Mp4TableAxis axis,
                          uint64_t target, uint32_t* entry);
 
-// Where an entry that is held, or the one behind the last held, starts.
+// Where an entry that is held, or the one after the last held, starts.
 Mp4TableKey mp4_entry_start(const Mp4TableWindow& window, uint32_t entry);
 
 // An entry that is held; good until the next lookup.
