@@ -18,7 +18,10 @@ constexpr uint32_t kMinSpacing = 64;
 constexpr uint32_t kMaxEntries = UINT32_MAX - 2;  // one past the end and its successor fit 32 bits
 
 // Raw entries are read here first, so that a failed read leaves the window as it was.
-using Scratch = uint8_t[(kMaxEntriesPerRead + kMaxNeighbours) * kMaxDiskEntry];
+struct Scratch {
+    Mp4RawEntries raw;
+    uint8_t bytes[(kMaxEntriesPerRead + kMaxNeighbours) * kMaxDiskEntry];
+};
 
 bool covers(const Mp4TableWindow& w, Mp4TableAxis axis, uint64_t target) {
     return w.first != 0 && target >= w.first_key.*axis && target < w.end_key.*axis;
@@ -39,7 +42,7 @@ uint32_t entries_per_read(const Mp4TableWindow& w, bool joined) {
 
 // Entries `from` to `end` - 1 with the neighbours that the kind needs.
 Mp4Result read_raw(Mp4Host* host, Mp4File* file, const Mp4TableWindow& w, uint32_t from,
-                   uint32_t end, Scratch& scratch, Mp4RawEntries* raw) {
+                   uint32_t end, Scratch* out) {
     uint32_t first = from - std::min(from - 1, w.kind->before);
     const uint32_t last = std::min(uint64_t{end} + w.kind->after, uint64_t{w.count} + 1);
     const uint32_t disk = w.kind->disk_size;
@@ -48,8 +51,8 @@ Mp4Result read_raw(Mp4Host* host, Mp4File* file, const Mp4TableWindow& w, uint32
     const uint64_t skip = first - 1, entries = last - first;
     const uint64_t offset = w.entries_offset + (disk ? skip * disk : skip / 2);
     const uint64_t size = disk ? entries * disk : (entries + 1) / 2;
-    FF4_TRY(mp4_read_at(host, file, offset, scratch, size));
-    *raw = {scratch, first, last, w.total_chunks};
+    FF4_TRY(mp4_read_at(host, file, offset, out->bytes, size));
+    out->raw = {out->bytes, first, last, w.total_chunks};
     return FF4_RET_OK;
 }
 
@@ -178,12 +181,11 @@ Mp4Result load_forward(Mp4Host* host, Mp4File* file, Mp4TableWindow* w,
     const uint32_t n = std::min(entries_per_read(*w, joined), w->count + 1 - from.entry);
     if (n == 0) return FF4_RET_FORMAT;
     Scratch scratch;
-    Mp4RawEntries raw{};
-    FF4_TRY(read_raw(host, file, *w, from.entry, from.entry + n, scratch, &raw));
+    FF4_TRY(read_raw(host, file, *w, from.entry, from.entry + n, &scratch));
 
     restart_unless(joined, w, from);
     make_room_after(w, n);
-    decode_after(w, raw, n);
+    decode_after(w, scratch.raw, n);
     return w->end == from.entry ? FF4_RET_FORMAT : FF4_RET_OK;
 }
 
@@ -224,14 +226,13 @@ Mp4Result load_backward(Mp4Host* host, Mp4File* file, Mp4TableWindow* w,
     // One entry stays, for a walk that turns around.
     if (joined && n == w->capacity && n > 1) --n;
     Scratch scratch;
-    Mp4RawEntries raw{};
-    FF4_TRY(read_raw(host, file, *w, from.entry - n, from.entry, scratch, &raw));
+    FF4_TRY(read_raw(host, file, *w, from.entry - n, from.entry, &scratch));
     Mp4TableKey start{};
-    FF4_TRY(count_back(*w, raw, from.entry - n, from.entry, from.start, &start));
+    FF4_TRY(count_back(*w, scratch.raw, from.entry - n, from.entry, from.start, &start));
 
     restart_unless(joined, w, from);
     make_room_before(w, n);
-    decode_before(w, raw, n, start);
+    decode_before(w, scratch.raw, n, start);
     return FF4_RET_OK;
 }
 
