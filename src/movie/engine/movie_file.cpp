@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "movie/engine/tracks.h"
 #include "mp4format/atom_tree.h"
 #include "mp4format/io.h"
 
@@ -84,6 +85,15 @@ Reason MovieFile::WhyNoMovie() {
     return {};
 }
 
+// Whose atom is damaged: that of the track which was asked last.
+ReasonCode MovieFile::DamageCode() const {
+    const Mp4TrackIndex* track =
+        m_session ? mp4_find_track_index(m_session, m_session->asked_track) : nullptr;
+    if (track && track->handler_type == fourcc("vide")) return ReasonCode::kDamagedPictureAtom;
+    if (track && track->handler_type == fourcc("soun")) return ReasonCode::kDamagedSoundAtom;
+    return ReasonCode::kDamagedAtom;
+}
+
 Reason MovieFile::ReasonFor(MovieCode code) {
     const bool of_reading = code == kMovieSystem || code == movie_code(FF4_RET_FILE);
     if (of_reading && m_file.LastError() != 0)
@@ -93,6 +103,13 @@ Reason MovieFile::ReasonFor(MovieCode code) {
                              code == movie_code(FF4_RET_FORMAT);
     if (of_the_file && m_host)
         if (Reason why = WhyNoMovie()) return why;
+    // A movie without a usable track is damaged only where its picture or sound is.
+    const ReasonCode damage = DamageCode();
+    const bool damaged = code == movie_code(FF4_RET_FORMAT) ||
+                         code == movie_code(FF4_RET_OVERFLOW) ||
+                         (code == kMovieNoTrack && damage != ReasonCode::kDamagedAtom);
+    const uint32_t atom = damaged && m_host ? mp4_fault_atom(m_host) : 0;
+    if (atom != 0) return {damage, ReasonSide::kSource, m_path, {ReasonAtom{atom}}};
     return MovieReason(of_reading ? movie_code(FF4_RET_FILE) : code, ReasonSide::kSource, m_path);
 }
 

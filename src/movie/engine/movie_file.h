@@ -42,13 +42,15 @@ public:
 
     // Why the file could not be opened, or why what did open is no movie.
     const Reason& GetReason() const { return m_reason; }
-    // The reason for a code that the session or ReadBytes has answered. Before Close.
+    // The reason for a code that the session or ReadBytes has answered, before Close: with the
+    // system's error, or the atom at fault where the engine knows it.
     Reason ReasonFor(MovieCode code);
 
 private:
     MovieCode MakeHost();
     MovieCode Opened(MovieCode code);
     Reason WhyNoMovie();
+    ReasonCode DamageCode() const;
 
     XpFile m_file;
     std::string m_path;

@@ -63,6 +63,7 @@ struct Mp4ReadSession {
     Mp4FileIndex index;
     Mp4OpenTrackList tracks;
     Mp4TrackCacheList caches;  // the tables' windows of the open tracks
+    uint32_t asked_track;      // the one whose content was asked for last; 0 before that
     uint64_t duration_plain;   // movie units; 0 until it has been asked for
     uint64_t duration_fragmented;
     Mp4FragmentState* fragments;  // null for a file without track defaults

@@ -52,6 +52,7 @@ const Mp4TrackIndex* mp4_find_track_index(const Mp4ReadSession* session, uint32_
 }
 
 Mp4OpenTrack* mp4_find_open_track(Mp4ReadSession* session, uint32_t track) {
+    session->asked_track = track;
     Mp4OpenTrack* open = session->tracks.head;
     while (open && open->number != track)
         open = open->next;

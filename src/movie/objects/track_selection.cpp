@@ -106,6 +106,25 @@ bool take(uint32_t track, const Candidate& candidate, CMovieInfoType* info) {
     return true;
 }
 
+// Why a track was not taken; none for a disabled one. It fails where the track is damaged.
+Mp4Result find_fault(Mp4ReadSession* session, uint32_t track, TrackFault* fault, uint32_t* code) {
+    Mp4TrackHeaderInfo header{};
+    FF4_TRY(mp4_get_track_header(session, track, &header));
+    if ((header.flags & kTrackEnabled) == 0) return FF4_RET_OK;
+    OpenEntries entries(session);
+    const Mp4SampleEntry* entry = nullptr;
+    FF4_TRY(mp4_open_track(session, track));
+    FF4_TRY(entries.Open(track));
+    FF4_TRY(mp4_get_sample_entry(session, entries.get(), 1, &entry));
+    *code = entry->format;
+    Candidate candidate{};
+    FF4_TRY(examine_track(session, track, &candidate));
+    *fault = !candidate.served  ? TrackFault::kKind
+             : candidate.inside ? TrackFault::kRole
+                                : TrackFault::kElsewhere;
+    return FF4_RET_OK;
+}
+
 void copy_block(const Mp4ByteBlock& block, std::vector<uint8_t>* out) {
     out->assign(block.data, block.data + block.size);
 }
@@ -119,6 +138,7 @@ Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* inf
     FF4_TRY(mp4_get_track_count(session, &count));
     for (uint32_t track = 1; track <= count; ++track) {
         Candidate candidate{};
+        mp4_clear_fault(session->host);  // of a track that was passed over
         Mp4Result result = mp4_open_track(session, track);
         const bool opened = result == FF4_RET_OK;
         if (opened && camera) {
@@ -144,26 +164,18 @@ Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* inf
 TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* code) {
     uint32_t count = 0;
     *code = 0;
+    mp4_clear_fault(session->host);
     static_cast<void>(mp4_get_track_count(session, &count));
     for (uint32_t track = 1; track <= count; ++track) {
         Mp4HandlerInfo found{};
-        Mp4TrackHeaderInfo header{};
         if (mp4_get_handler(session, track, &found) != FF4_RET_OK || found.type != handler)
             continue;
-        if (mp4_get_track_header(session, track, &header) != FF4_RET_OK)
+        TrackFault fault = TrackFault::kNone;
+        if (find_fault(session, track, &fault, code) != FF4_RET_OK) {
+            *code = mp4_fault_atom(session->host);
             return TrackFault::kDamaged;
-        if ((header.flags & kTrackEnabled) == 0) continue;
-
-        Candidate candidate{};
-        OpenEntries entries(session);
-        const Mp4SampleEntry* entry = nullptr;
-        if (mp4_open_track(session, track) != FF4_RET_OK || entries.Open(track) != FF4_RET_OK ||
-            mp4_get_sample_entry(session, entries.get(), 1, &entry) != FF4_RET_OK)
-            return TrackFault::kDamaged;
-        *code = entry->format;
-        if (examine_track(session, track, &candidate) != FF4_RET_OK) return TrackFault::kDamaged;
-        if (!candidate.served) return TrackFault::kKind;
-        return candidate.inside ? TrackFault::kRole : TrackFault::kElsewhere;
+        }
+        if (fault != TrackFault::kNone) return fault;
     }
     return TrackFault::kNone;
 }
@@ -171,7 +183,7 @@ TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* c
 Mp4Result ReadTrackInfo(Mp4ReadSession* session, MovieTrackInfo* track) {
     Mp4MediaHeaderInfo header{};
     FF4_TRY(mp4_get_media_header(session, track->trackNumber, &header));
-    if (header.timescale == 0) return FF4_RET_FORMAT;
+    if (header.timescale == 0) return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);
     track->timescale = header.timescale;
     FF4_TRY(mp4_get_track_duration(session, track->trackNumber, &track->duration));
     FF4_TRY(mp4_get_total_sample_count(session, track->trackNumber, &track->sampleCount));

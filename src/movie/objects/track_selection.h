@@ -25,7 +25,7 @@ enum class TrackFault {
     kRole,       // in a camera clip: it has another role than the main one, or none
 };
 // To be asked only where SelectTracks has chosen none of that handler. `code` is that of the
-// samples, 0 where that can't be read.
+// samples or, of a damaged track, the atom at fault; 0 where that is not known.
 TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* code);
 
 // Fills timescale, duration, sample count and edits of the open track that `track` names.

@@ -28,12 +28,14 @@ Reason fault_of(const CMP4MovieRead& reader, bool picture) {
     const auto fault = [&](ReasonCode of_picture, ReasonCode of_sound) {
         return Reason{picture ? of_picture : of_sound, ReasonSide::kSource, reader.Path(), {}};
     };
-    uint32_t format = 0;
-    switch (FindTrackFault(reader.Session(), fourcc(picture ? "vide" : "soun"), &format)) {
+    uint32_t code = 0;
+    switch (FindTrackFault(reader.Session(), fourcc(picture ? "vide" : "soun"), &code)) {
         case TrackFault::kNone:
             return {};
         case TrackFault::kDamaged:
-            return fault(kPictureDamaged, kSoundDamaged);
+            // Of a picture it is said what can be done all the same, of a sound where it is hurt.
+            if (picture || code == 0) return fault(kPictureDamaged, kSoundDamaged);
+            return {kDamagedSoundAtom, ReasonSide::kSource, reader.Path(), {ReasonAtom{code}}};
         case TrackFault::kElsewhere:
             return fault(kPictureElsewhere, kSoundElsewhere);
         case TrackFault::kRole:
@@ -41,7 +43,7 @@ Reason fault_of(const CMP4MovieRead& reader, bool picture) {
         case TrackFault::kKind:
             break;
     }
-    const std::string name = CodecName(format);
+    const std::string name = CodecName(code);
     if (name.empty()) return fault(kPictureUnknown, kSoundUnknown);
     Reason kind = fault(kPictureKind, kSoundKind);
     kind.arguments = {name};

@@ -29,6 +29,22 @@ struct Opened {
     size_t size;
 };
 
+// Opens a movie and reads all of it.
+MovieCode read_all(CMP4MovieRead* movie, uint32_t* samples) {
+    *samples = 0;
+    MOVIE_TRY(movie->Open());
+    CReadBuffer buffer;
+    ReadSampleInfo info;
+    for (const auto next : {&CMP4MovieRead::ReadVideoSample, &CMP4MovieRead::ReadAudioSample}) {
+        for (;; ++*samples) {
+            const MovieCode code = (movie->*next)(&buffer, &info);
+            if (code == kMovieEndOfSamples) break;
+            MOVIE_TRY(code);
+        }
+    }
+    return kMovieOk;
+}
+
 TEST(MovieReader, DamagedFilesAnswerAsExpected) {
     std::ifstream lines(TARN_TEST_DATA "/broken/expected.jsonl");
     std::string line;
@@ -168,8 +184,6 @@ TEST(MovieReader, ChoosesTheFirstServedTrackOfEachKind) {
 }
 
 TEST(MovieReader, TellsWhatIsWrongWithAFile) {
-    Bytes timeless = MovieBuilder{.tracks = {VideoTrack(3)}}.Build();
-    put_be32(&timeless[AtomAt(timeless, "moov/trak/mdia/mdhd") + 20], 0);
     const struct {
         const char* name;
         Bytes bytes;
@@ -184,14 +198,42 @@ TEST(MovieReader, TellsWhatIsWrongWithAFile) {
          ReasonCode::kNothingKnown},
         {"no tracks", MovieBuilder{}.Build(), kMovieNoTrack, ReasonCode::kNoTrack},
         {"a short type", Join(Atom("ftyp", Bytes(4)), Atom("moov")), movie_code(FF4_RET_FORMAT),
-         ReasonCode::kDamaged},
-        {"no timescale", timeless, movie_code(FF4_RET_FORMAT), ReasonCode::kDamaged},
+         ReasonCode::kDamagedAtom},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const Opened<CMP4MovieRead> movie(c.bytes);
         EXPECT_EQ(movie.code, c.code);
         EXPECT_EQ(movie.reader.GetReason().code, c.reason);
+    }
+}
+
+TEST(MovieRead, NamesTheAtomAtFaultAndWhoseItIs) {
+    const struct {
+        const char* name;
+        MovieTrack track;
+        const char* path;  // of the atom, then the four bytes that are changed, and to what
+        size_t at;
+        uint32_t value;
+        ReasonCode code;
+        uint32_t atom;
+    } cases[] = {
+        {"a second run of empty chunks", SoundTrack(30), "moov/trak/mdia/minf/stbl/stsc", 32, 0,
+         ReasonCode::kDamagedSoundAtom, fourcc("stsc")},
+        {"sync samples out of order", VideoTrack(30), "moov/trak/mdia/minf/stbl/stss", 20, 26,
+         ReasonCode::kDamagedPictureAtom, fourcc("stss")},
+        {"no timescale", VideoTrack(3), "moov/trak/mdia/mdhd", 20, 0,
+         ReasonCode::kDamagedPictureAtom, fourcc("mdhd")},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bytes bytes = MovieBuilder{.tracks = {c.track}}.Build();
+        put_be32(&bytes[AtomAt(bytes, c.path) + c.at], c.value);
+        Opened<CMP4MovieRead> movie(bytes);
+        uint32_t samples = 0;
+        EXPECT_NE(read_all(&movie.reader, &samples), kMovieOk);
+        EXPECT_EQ(movie.reader.GetReason(),
+                  (Reason{c.code, ReasonSide::kSource, movie.reader.Path(), {ReasonAtom{c.atom}}}));
     }
 }
 
@@ -246,22 +288,6 @@ TEST(MovieRead, ASamplePastTheEndOfTheFileIsRefused) {
     EXPECT_EQ(movie.reader.GetReason().code, ReasonCode::kDamagedSample);
     EXPECT_EQ(movie.reader.GetReason().arguments, std::vector<ReasonArgument>{uint64_t{5}});
     EXPECT_EQ(movie.reader.GetCursor(CMP4MovieRead::Track::kVideo).currentSample, 5u);
-}
-
-// Opens a movie and reads all of it.
-MovieCode read_all(CMP4MovieRead* movie, uint32_t* samples) {
-    *samples = 0;
-    MOVIE_TRY(movie->Open());
-    CReadBuffer buffer;
-    ReadSampleInfo info;
-    for (const auto next : {&CMP4MovieRead::ReadVideoSample, &CMP4MovieRead::ReadAudioSample}) {
-        for (;; ++*samples) {
-            const MovieCode code = (movie->*next)(&buffer, &info);
-            if (code == kMovieEndOfSamples) break;
-            MOVIE_TRY(code);
-        }
-    }
-    return kMovieOk;
 }
 
 TEST(MovieRead, EveryFailedReadIsToldAndTheNextOpenIsWhole) {
