@@ -11,13 +11,10 @@ namespace {
 using Row = std::vector<int8_t>;
 using Pairs = std::vector<PeakPair>;
 
-class RowReader final : public WFFileReader {
-public:
-    RowReader(const Row& left, const Row& right) { m_points = {left, right}; }
-};
-
 std::unique_ptr<PeakSource> Peaks(const Row& left, const Row& right, int32_t columns) {
-    RowReader reader(left, right);
+    struct RowReader final : WFFileReader {
+        RowReader(const Row& left, const Row& right) { m_points = {left, right}; }
+    } reader(left, right);
     return PeakSource::Create(&reader, columns);
 }
 
@@ -42,45 +39,29 @@ TEST(PeakSource, PairsOfACloseUp) {
     Row left(20), right(20, -3);
     left[7] = 1, left[8] = 2, left[16] = -4, left[19] = 8;
     const auto peaks = Peaks(left, right, 1);
-    const struct {
-        const char* name;
-        int channel;
-        int32_t start;
-        Pairs pairs;
-    } cases[] = {
-        {"from the start", 0, 0, {{1, 0}, {2, 0}, {8, -4}, {0, 0}}},
-        {"8 ms is point 8", 0, 8, {{2, 0}, {8, -4}, {0, 0}}},
-        {"right", 1, 8, {{0, -3}, {0, -3}, {0, 0}}},
-        {"after the end", 0, 2000000000, {{0, 0}}},
-        {"before the start", 0, -8, {{0, 0}, {1, 0}, {2, 0}}},
+    const auto pairs = [&](int channel, int32_t start, int32_t count) {
+        Pairs read(static_cast<size_t>(count), {99, 99});
+        EXPECT_TRUE(peaks->ReadPeaks(channel, read.data(), count, start));
+        return read;
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Pairs pairs(c.pairs.size(), {99, 99});
-        EXPECT_TRUE(
-            peaks->ReadPeaks(c.channel, pairs.data(), static_cast<int32_t>(pairs.size()), c.start));
-        EXPECT_EQ(pairs, c.pairs);
-    }
+    EXPECT_EQ(pairs(0, 0, 4), (Pairs{{1, 0}, {2, 0}, {8, -4}, {0, 0}}));
+    EXPECT_EQ(pairs(0, 8, 3), (Pairs{{2, 0}, {8, -4}, {0, 0}})) << "8 ms is point 8";
+    EXPECT_EQ(pairs(1, 8, 3), (Pairs{{0, -3}, {0, -3}, {0, 0}}));
+    EXPECT_EQ(pairs(0, 2000000000, 1), Pairs(1)) << "after the end";
+    EXPECT_EQ(pairs(0, -8, 3), (Pairs{{0, 0}, {1, 0}, {2, 0}})) << "before the start";
 }
 
 TEST(PeakSource, LargestMagnitude) {
-    const struct {
-        const char* name;
-        Row left, right;
-        int8_t largest;
-    } cases[] = {
-        {"of both channels", {1, -90}, {80, 7}, 90},
-        {"-128 is replaced", {-128, 3}, {100, 2}, 3},
-        {"-128 at the end", {1, -128}, {100, 2}, -128},
-        {"the left point follows", {1, 5}, {100, -128}, 5},
-        {"nothing", {}, {}, 0},
+    const auto largest = [](const Row& left, const Row& right) {
+        const auto peaks = Peaks(left, right, 1);
+        EXPECT_EQ(peaks->GetPeak(), peaks->GetMaxAbsolute() / 128.0f);
+        return int{peaks->GetMaxAbsolute()};
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const auto peaks = Peaks(c.left, c.right, 1);
-        EXPECT_EQ(peaks->GetMaxAbsolute(), c.largest);
-        EXPECT_EQ(peaks->GetPeak(), c.largest / 128.0f);
-    }
+    EXPECT_EQ(largest({1, -90}, {80, 7}), 90);
+    EXPECT_EQ(largest({-128, 3}, {100, 2}), 3) << "-128 is replaced";
+    EXPECT_EQ(largest({1, -128}, {100, 2}), -128) << "or the last";
+    EXPECT_EQ(largest({1, 5}, {100, -128}), 5) << "the left point follows";
+    EXPECT_EQ(largest({}, {}), 0);
 }
 
 // To -6 dB with a peak of 0.5: 12000 / 16300 of each level, rounded towards 0; 46.875 at most.
