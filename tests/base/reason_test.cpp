@@ -59,14 +59,6 @@ TEST(Reason, TellsWhatUsersCanMendFromTheSystemsError) {
         EXPECT_EQ(reason.SystemError(), c.error);
     }
     EXPECT_EQ((Reason{kDamagedSample, kSource, "", {uint64_t{7}}}.SystemError()), 0);
-}
-
-TEST(Reason, NamesAreForScripts) {
-    EXPECT_STREQ(ReasonName(kNone), "NONE");
-    EXPECT_STREQ(ReasonName(kSoundChannels), "SOUND_CHANNELS");
-    EXPECT_STREQ(ReasonSideName(ReasonSide::kNone), "");
-    EXPECT_STREQ(ReasonSideName(kSource), "source");
-    EXPECT_STREQ(ReasonSideName(kTarget), "target");
     EXPECT_STREQ(ReasonSideName(kDevice), "device");
 }
 

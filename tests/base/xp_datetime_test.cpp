@@ -10,26 +10,13 @@ namespace tarn {
 namespace {
 
 // Central Europe: one hour ahead, two from the last Sunday of March to that of October.
-class XpDateTimeLocal : public testing::Test {
-protected:
-    XpDateTimeLocal() { UseZone("CET-1CEST,M3.5.0,M10.5.0/3"); }
-    ~XpDateTimeLocal() override {
-        if (m_before.empty())
-            unsetenv("TZ");
-        else
-            UseZone(m_before.c_str());
-        tzset();
-    }
+void UseZone() {
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    tzset();
+}
 
-private:
-    static void UseZone(const char* zone) {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    std::string m_before = getenv("TZ") ? getenv("TZ") : "";
-};
-
-TEST_F(XpDateTimeLocal, ConvertsBothWays) {
+TEST(XpDateTime, ConvertsBothWays) {
+    UseZone();
     const struct {
         time_t seconds;
         XpDateTime utc, local;
@@ -55,7 +42,8 @@ TEST_F(XpDateTimeLocal, ConvertsBothWays) {
     EXPECT_EQ((XpDateTime{2026, 5, 3, 4, 5, 6}.Text()), "2026-05-03 04:05:06");
 }
 
-TEST_F(XpDateTimeLocal, RefusesWhatDoesNotExist) {
+TEST(XpDateTime, RefusesWhatDoesNotExist) {
+    UseZone();
     time_t seconds = 0;
     const XpDateTime none[] = {
         {2023, 2, 29, 0, 0, 0}, {2023, 13, 1, 0, 0, 0},     {2023, 4, 31, 0, 0, 0},

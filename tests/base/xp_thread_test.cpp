@@ -34,16 +34,15 @@ TEST(XpEvent, WakesWaitingThreads) {
     constexpr int kRounds = 1000;
     XpEvent ping(XpEvent::Reset::kAutomatic), pong(XpEvent::Reset::kAutomatic);
     int shared = 0;  // guarded by the events alone: the thread sanitizer watches
+    const auto answer = [&](const std::stop_token&) {
+        for (int i = 0; i < kRounds; ++i) {
+            ping.Wait();
+            ++shared;
+            pong.Set();
+        }
+    };
     XpThread thread;
-    ASSERT_EQ(thread.Start("ponger",
-                           [&](const std::stop_token&) {
-                               for (int i = 0; i < kRounds; ++i) {
-                                   ping.Wait();
-                                   ++shared;
-                                   pong.Set();
-                               }
-                           }),
-              0);
+    ASSERT_EQ(thread.Start("ponger", answer), 0);
     for (int i = 0; i < kRounds; ++i) {
         ++shared;
         ping.Set();
