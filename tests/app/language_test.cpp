@@ -31,11 +31,19 @@ TEST(Language, OfALocale) {
 }
 
 TEST(Language, ChineseIsTheUsersNotTheTables) {
-    setenv("LC_ALL", "zh_CN.UTF-8", 1);
-    EXPECT_TRUE(XMLIO::IsChineseLocale());
-    setenv("LC_ALL", "zh_TW.UTF-8", 1);
-    EXPECT_FALSE(XMLIO::IsChineseLocale());
-    unsetenv("LC_ALL");
+    const struct {
+        const char *name, *locale;
+        bool chinese;
+    } cases[] = {{"LANG", "zh_CN.UTF-8", true},
+                 {"LC_MESSAGES", "zh_TW.UTF-8", false},
+                 {"LC_ALL", "zh_CN.UTF-8", true},
+                 {"LC_ALL", "", false}};  // empty says nothing
+    for (const auto& c : cases)
+        unsetenv(c.name);
+    for (const auto& c : cases) {
+        setenv(c.name, c.locale, 1);
+        EXPECT_EQ(XMLIO::IsChineseLocale(), c.chinese) << c.name << c.locale;
+    }
 }
 
 }  // namespace

@@ -29,13 +29,6 @@ std::string pair(const std::string& key, const std::string& text) {
     return "<key>" + key + "</key><string>" + text + "</string>";
 }
 
-std::string repeat(int times, const std::string& text) {
-    std::string all;
-    while (times-- > 0)
-        all += text;
-    return all;
-}
-
 TEST(ReferenceData, WritesItsFormatAndReadsItBack) {
     const TempDir dir;
     ReferenceData data(dir.Path("a/b"));
@@ -68,6 +61,11 @@ TEST(ReferenceData, WalksTheNodesOfItsFile) {
     std::string wide = "\xFF\xFE";
     for (const char c : plist(login))
         wide += {c, '\0'};
+    std::string open, close;
+    for (int i = 0; i < 100000; ++i) {
+        open += "<a>";
+        close += "</a>";
+    }
     const struct {
         const char* name;
         std::string bytes;
@@ -85,7 +83,9 @@ TEST(ReferenceData, WalksTheNodesOfItsFile) {
         {"an empty key does not", plist("<key/>" + login), {0, 1, 0, 6}},
         {"a comment parts a pair", plist("<key>Auto Login</key><!--?--><string>6</string>"),
          kDefaults},
-        {"the first child of many", plist(pair("Auto Login", "<b>6<!--2--><c>1</c></b>7")), {0, 1, 0, 61}},
+        {"the first child of many",
+         plist(pair("Auto Login", "<b>6<!--2--><c>1</c></b>7")),
+         {0, 1, 0, 61}},
         {"a dictionary of another name", "<plist><a>" + login + "</a></plist>", {0, 1, 0, 6}},
         {"the second child", "<plist><!----><dict>" + login + "</dict></plist>", kDefaults},
         {"another root", "<Plist><dict>" + login + "</dict></Plist>", kDefaults},
@@ -94,10 +94,8 @@ TEST(ReferenceData, WalksTheNodesOfItsFile) {
         {"UTF-16", wide, {0, 1, 0, 6}},
         {"not UTF-8", plist(login + pair("Caf\xE9", "1")), kDefaults},
         {"an entity from outside", entity + plist(pair("Auto Login", "&s;")), kDefaults},
-        {"deep",
-         plist(pair("Auto Login", repeat(100000, "<a>") + "6" + repeat(100000, "</a>"))),
-         {0, 1, 0, 6}},
-        {"too large", plist(login + "<!--" + repeat(kMaxPlistBytes, "x") + "-->"), kDefaults},
+        {"deep", plist(pair("Auto Login", open + "6" + close)), {0, 1, 0, 6}},
+        {"too large", plist(login + "<!--" + std::string(kMaxPlistBytes, 'x') + "-->"), kDefaults},
     };
     for (const auto& c : cases) {
         dir.Write("Settings.xml", c.bytes);

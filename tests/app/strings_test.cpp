@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <regex>
 #include <set>
 #include <vector>
 
@@ -49,11 +50,6 @@ std::vector<std::string> marks(const std::string& text, char mark) {
     return found;
 }
 
-bool has_stray_blanks(const std::string& text) {
-    return text.starts_with(' ') || text.ends_with(' ') || text.find("  ") != std::string::npos ||
-           text.find('\n') != std::string::npos;
-}
-
 TEST(Strings, LanguagesAgree) {
     const auto tables = all_tables();
     ASSERT_EQ(tables.size(), 9u);
@@ -69,28 +65,25 @@ TEST(Strings, LanguagesAgree) {
             EXPECT_EQ(marks(text, '%'), marks(english.at(key), '%'));
             for (const auto& mark : marks(text, '%'))
                 EXPECT_TRUE(mark == "%1" || mark == "%2") << mark;
-            EXPECT_TRUE(!text.empty() && !has_stray_blanks(text)) << text;
+            static const std::regex stray("^$|^ |  |\n| $");
+            EXPECT_FALSE(std::regex_search(text, stray)) << text;
         }
     }
 }
 
 // The other tables have the keys and arguments of the English one.
 TEST(Strings, EveryReasonHasItsText) {
-    using Arguments = std::map<std::string, std::vector<std::string>>;
-    Arguments codes, texts;
+    std::map<std::string, std::vector<std::string>> codes, texts;
     for (int code = 1; code < static_cast<int>(ReasonCode::kCount); ++code) {
         const auto reason = static_cast<ReasonCode>(code);
-        const bool fresh =
-            codes.emplace(kReason + ReasonName(reason), marks(ReasonPattern(reason), '%')).second;
-        EXPECT_TRUE(fresh) << "two codes are named " << ReasonName(reason);
+        const std::string key = kReason + ReasonName(reason);
+        EXPECT_EQ(codes.count(key), 0u) << key << " is two codes' name";
+        codes[key] = marks(ReasonPattern(reason), '%');
     }
     const Table english = all_tables().at("EnglishUS");
     for (const auto& [key, text] : english)
         if (key.starts_with(kReason)) texts[key] = marks(text, '%');
-    for (const auto& [key, arguments] : codes)
-        EXPECT_EQ(texts.count(key), 1u) << key << " has no text";
-    for (const auto& [key, arguments] : texts)
-        EXPECT_TRUE(codes.count(key) == 1 && codes[key] == arguments) << key;
+    EXPECT_EQ(codes, texts);
 }
 
 TEST(Strings, MnemonicsAreUniqueInTheirMenu) {
@@ -123,16 +116,13 @@ TEST(Strings, MnemonicsAreUniqueInTheirMenu) {
 
 TEST(Strings, TheCodeAsksForNoOtherKey) {
     const Table english = all_tables().at("EnglishUS");
+    const std::regex key("\"(IDS_[^\"]*)\"");
     for (const auto& entry : fs::recursive_directory_iterator(kSource / "src")) {
-        const auto extension = entry.path().extension();
-        if (extension != ".cpp" && extension != ".h") continue;
+        if (!entry.is_regular_file()) continue;
         std::ifstream in(entry.path());
         const std::string code{std::istreambuf_iterator<char>(in), {}};
-        for (size_t at = code.find("\"IDS_"); at != std::string::npos;
-             at = code.find("\"IDS_", at + 1)) {
-            const std::string key = code.substr(at + 1, code.find('"', at + 1) - at - 1);
-            EXPECT_EQ(english.count(key), 1u) << key << " in " << entry.path();
-        }
+        for (std::sregex_iterator found(code.begin(), code.end(), key), end; found != end; ++found)
+            EXPECT_EQ(english.count((*found)[1]), 1u) << found->str() << " in " << entry.path();
     }
 }
 
