@@ -38,30 +38,6 @@ TEST(Filters, FollowTheirRecurrence) {
               (Samples{4, -2, -1}));
 }
 
-TEST(Filters, DoNotNoticeBlocksAndStartAfreshAfterReset) {
-    const Samples input = FloatNoise(400, 1);
-    const auto check = [&](auto filter) {
-        const Samples whole = Filtered(decltype(filter)(filter), input);
-        for (int round = 0; round < 2; ++round) {
-            Samples pieces(input.size());
-            std::mt19937 random(2);
-            for (uint32_t done = 0; done < input.size();) {
-                const auto size = std::min<uint32_t>(static_cast<uint32_t>(input.size()) - done,
-                                                     random() % 3 == 0 ? 1 : random() % 40);
-                filter.Process(pieces.data() + done, input.data() + done, size);
-                done += size;
-            }
-            EXPECT_EQ(pieces, whole) << "round " << round;
-            filter.Reset();
-        }
-    };
-    check(AMPSimpleDelay(17));
-    check(AMPAllPathFilter(13, 0.7f));
-    check(AMPCombLPFFilter(29, -0.2f, 0.4f));
-    check(AMPBiQuadraticFilter({0.1f, 0.2f, 0.1f, -1.2f, 0.5f}));
-    check(AMPBiQuadraticFilter({0.9f, -0.9f, 0, -0.8f, 0}));
-}
-
 // The bank against twelve combs and the mix written out.
 TEST(CombBank, GivesTheSamplesOfTwelveCombs) {
     const AMPCombSettings settings[kCombCount] = {

@@ -36,15 +36,8 @@ TEST(Golden, WaveFiles) {
         const std::string name = row["case"];
         SCOPED_TRACE(name);
         const Json& s = row["settings"];
-        AMPEffectSettings settings;
-        settings.bypass = s["bypass"];
-        settings.treble = s["treble"];
-        settings.bass = s["bass"];
-        settings.reverb = s["reverb"];
-        settings.compressor = s["compressor"];
-        settings.normalize = s["normalize"];
-        settings.fade = s["fade"];
-        settings.peak = s["peak"];
+        const AMPEffectSettings settings = {s["bypass"],     s["treble"],    s["bass"], s["reverb"],
+                                            s["compressor"], s["normalize"], s["fade"], s["peak"]};
         const std::string input = GoldenPath("in/" + row["input"].get<std::string>());
         EXPECT_EQ(AMPEffectProcessWaveFile(dir.Path("out.wav"), input, settings, s["in"], s["out"],
                                            nullptr),
@@ -56,16 +49,12 @@ TEST(Golden, WaveFiles) {
 }
 
 void ExpectCoefficients(const AMPBiQuadraticCoefficients& c, const Json& golden) {
-    const auto bits = [&](const char* key) {
-        const auto word =
-            static_cast<uint32_t>(std::stoul(golden[key].get<std::string>(), nullptr, 16));
-        return std::bit_cast<float>(word);
-    };
-    EXPECT_EQ(c.b0, bits("b0"));
-    EXPECT_EQ(c.b1, bits("b1"));
-    EXPECT_EQ(c.b2, bits("b2"));
-    EXPECT_EQ(c.a1, bits("a1"));
-    EXPECT_EQ(c.a2, bits("a2"));
+    const std::pair<const char*, float> ours[] = {
+        {"b0", c.b0}, {"b1", c.b1}, {"b2", c.b2}, {"a1", c.a1}, {"a2", c.a2}};
+    for (const auto& [key, value] : ours) {
+        const auto bits = std::stoul(golden[key].get<std::string>(), nullptr, 16);
+        EXPECT_EQ(value, std::bit_cast<float>(static_cast<uint32_t>(bits))) << key;
+    }
 }
 
 TEST(Golden, CoefficientsAndDelays) {

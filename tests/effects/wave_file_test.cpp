@@ -156,42 +156,26 @@ TEST(WaveFile, KeepsSourceAndTargetWholeInEveryFailure) {
     EXPECT_EQ(dir.Read("out.wav").size(), source.size());
 }
 
-// Three blocks; the third begins at 65.536 s, the fade-out at 71 s.
-TEST(WaveFile, FadesAcrossBlocks) {
+// Three full blocks, told as four; the third begins at 65.536 s, the fade-out at 94.304 s.
+TEST(WaveFile, FadesAcrossItsBlocks) {
     TempDir dir;
-    std::string sound;
-    for (int i = 0; i < 600000; ++i)
+    std::string sound, calls;
+    for (int i = 0; i < 786432; ++i)
         sound += Le(16000, 2) + Le(static_cast<uint32_t>(-16000), 2);
     dir.Write("in.wav", WaveFile({.rate = 8000}, sound));
-    AMPEffectSettings settings;
-    settings.fade = 1;
-    ASSERT_EQ(
-        AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), settings, 0, 0, nullptr),
-        kWaveDone);
+    const auto note = [&](uint32_t block, uint32_t blocks) {
+        EXPECT_EQ(dir.FileCount(), 2u) << "beside the target";
+        calls += std::to_string(block) + "/" + std::to_string(blocks) + " ";
+        return true;
+    };
+    const std::string in = dir.Path("in.wav"), out = dir.Path("out.wav");
+    ASSERT_EQ(AMPEffectProcessWaveFile(out, in, {.fade = 1}, 0, 0, note), kWaveDone);
+    EXPECT_EQ(calls, "1/4 2/4 3/4 ");
     const std::string output = dir.Read("out.wav");
-    const struct {
-        uint32_t frame;
-        uint32_t sample;
-    } expected[] = {{7999, 0},       {16000, 1000},  {24000, 16000}, {300000, 16000},
-                    {568000, 16000}, {580000, 1000}, {592000, 0},    {599999, 0}};
-    for (const auto& e : expected)
-        EXPECT_EQ(output.substr(44 + 4 * e.frame, 4), Le(e.sample, 2) + Le(-e.sample, 2))
-            << e.frame;
-}
-
-TEST(WaveFile, AnnouncesItsBlocks) {
-    TempDir dir;
-    dir.Write("in.wav", Wave(1048576 / 4));
-    std::string calls;
-    EXPECT_EQ(AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), {}, 0, 0,
-                                       [&](uint32_t block, uint32_t blocks) {
-                                           EXPECT_EQ(dir.FileCount(), 2u) << "beside the target";
-                                           calls += std::to_string(block) + "/" +
-                                                    std::to_string(blocks) + " ";
-                                           return true;
-                                       }),
-              kWaveDone);
-    EXPECT_EQ(calls, "1/2 ");
+    const uint32_t expected[][2] = {{7999, 0},       {16000, 1000},  {24000, 16000},
+                                    {754000, 16000}, {766432, 1000}, {778432, 0}};
+    for (const auto& [frame, sample] : expected)
+        EXPECT_EQ(output.substr(44 + 4 * frame, 4), Le(sample, 2) + Le(-sample, 2)) << frame;
 }
 
 TEST(WavePeak, IsTheLargestPointOfTheOverview) {
