@@ -4,10 +4,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "cli/run_tarn.h"
+#include "support/temp_dir.h"
 
 namespace tarn {
 namespace {
@@ -62,10 +64,14 @@ Json Lines(const std::string& text) {
     return lines;
 }
 
+std::vector<std::string> Words(const std::string& text) {
+    std::istringstream words(text);
+    return {std::istream_iterator<std::string>(words), {}};
+}
+
 // "info --json" of clips/cam_texts.mp4, without the place where the test data lie.
 Json Answer(const std::string& clip, const std::string& command) {
-    std::istringstream words(command);
-    std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
+    std::vector<std::string> arguments = Words(command);
     arguments.insert(arguments.begin() + 1, kData + clip);
     TarnRun run = RunTarn(arguments);
     for (size_t at; (at = run.out.find(kData)) != std::string::npos;)
@@ -170,29 +176,97 @@ TEST(Commands, TellHowTheyAreUsed) {
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.out, "tarn " TARN_VERSION "\n");
 
-    const std::string clip = kData + "clips/cam_roles.mp4";
-    const std::vector<std::string> wrong[] = {
-        {},
-        {"cut", clip},
-        {"--json", "info", clip},
-        {"check", clip, clip},
-        {"tree", clip, "--track", "1"},
-        {"info", clip, "--raw"},
-        {"samples", clip},
-        {"samples", clip, "--track", "0"},
-        {"samples", clip, "--track", "text"},
-        {"samples", clip, "--track", "1x"},
-        {"samples", clip, "--track", "4294967296"},
-        {"samples", clip, "--track", "1", "--from", "0"},
-        {"samples", clip, "--track", "1", "--at", "1:75"},
-        {"samples", clip, "--track", "1", "--at", "1", "--next-sync", "1"},
+    const struct {
+        const char *words, *says;
+    } wrong[] = {
+        {"", "subcommand is required"},
+        {"cut a.mp4", "subcommand is required"},
+        {"--json info a.mp4", "not expected: --json"},
+        {"check a.mp4 a.mp4", "not expected: a.mp4"},
+        {"tree a.mp4 --track 1", "not expected"},
+        {"info a.mp4 --raw", "not expected: --raw"},
+        {"samples a.mp4", "--track is required"},
+        {"samples a.mp4 --track 0", "'0' is neither video, audio"},
+        {"samples a.mp4 --track text", "'text' is neither video, audio"},
+        {"samples a.mp4 --track 1x", "'1x' is neither video, audio"},
+        {"samples a.mp4 --track 4294967296", "is neither video, audio"},
+        {"samples a.mp4 --track 1 --from 0", "--from: Value 0 not in range"},
+        {"samples a.mp4 --track 1 --at 1:75", "'1:75' is no time"},
+        {"samples a.mp4 --track 1 --at 1 --next-sync 1", "--at excludes --next-sync"},
+        {"peaks a.mp4 --columns 0", "--columns"},
+        {"peaks a.mp4 --normalize 4", "--normalize"},
+        {"export a.wav", "give an input and an output"},
+        {"export a.wav b.wav --in 9 --out 9", "must lie before --out"},
+        {"export a.wav b.wav --loud", "--loud"},
+        {"export a.wav b.wav --in 1:75", "'1:75' is no time"},
+        {"export a.wav b.wav --bass 101", "not in range -100 to 100"},
+        {"export a.wav b.wav --treble 5.5", "--treble"},
+        {"export a.wav b.wav --reverb 10", "10 is none of: off, room-low"},
+        {"export a.wav b.wav --normalize -9dB", "-9dB is none of"},
+        {"export a.wav b.wav --peak nan", "between 0 and 1"},
     };
-    for (const auto& arguments : wrong) {
-        SCOPED_TRACE(testing::PrintToString(arguments));
-        const TarnRun run = RunTarn(arguments);
+    for (const auto& c : wrong) {
+        SCOPED_TRACE(c.words);
+        const TarnRun run = RunTarn(Words(c.words));
         EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.out, "");
-        EXPECT_NE(run.err, "");
+        EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;
+    }
+}
+
+TEST(Commands, SayWhatIsWrong) {
+    const TempDir dir;
+    dir.Write("there.wav", "keep me");
+    dir.Write("there.mp4", "");
+    dir.Write("riff.bin", "RIFF");
+    const auto at = [&](const std::string& name) { return dir.Path(name); };
+    const std::string in = kData + "golden/in/noise_48k.wav", clip = kData + "clips/cam_texts.mp4",
+                      fmt18 = kData + "golden/in/fmt18.wav", out = at("out.wav"),
+                      movie = at("out.mp4"), wave = at("there.wav"), empty = at("there.mp4"),
+                      none = at("none.wav"), no_wave = at("no/a.wav"), no_movie = at("no/a.mp4"),
+                      no_png = at("no/a.png"), riff = at("riff.bin"), text = at("a.mp3"),
+                      longest = at(std::string(250, 'n') + ".wav");
+    const std::string s = "source", t = "target";
+    const struct {
+        std::vector<std::string> arguments;
+        std::string code, side, file, text;
+    } cases[] = {
+        {{"peaks", none}, "CANT_OPEN", s, none, "No such file"},
+        {{"peaks", wave}, "WAVE_FORMAT", s, wave, "not a WAV file of 16-bit"},
+        {{"peaks", riff}, "WAVE_FORMAT", s, riff, "not a WAV file of 16-bit"},
+        {{"peaks", clip, "--png", no_png}, "CANT_WRITE", t, no_png, "can't be written: No such"},
+        {{"export", none, out}, "CANT_OPEN", s, none, "can't be opened: No such"},
+        {{"export", at(""), out}, "CANT_OPEN", s, at(""), "Is a directory"},
+        {{"export", "/dev/zero", out}, "NOT_A_FILE", s, "/dev/zero", "not an ordinary file"},
+        {{"export", fmt18, out}, "WAVE_FORMAT", s, fmt18, "16-bit"},
+        {{"export", wave, out}, "NOT_A_MOVIE", s, wave, "not an MP4 file"},
+        {{"export", empty, movie}, "EMPTY_FILE", s, empty, "is empty"},
+        {{"export", in, wave}, "EXISTS", t, wave, "already exists"},
+        {{"export", clip, wave}, "EXISTS", t, wave, "already exists"},
+        {{"export", clip, empty}, "EXISTS", t, empty, "exists"},
+        {{"export", in, in}, "SAME_FILE", t, in, "the output is the input itself"},
+        {{"export", in, no_wave}, "CANT_WRITE", t, no_wave, "No such"},
+        {{"export", clip, no_movie}, "CANT_WRITE", t, no_movie, "No such"},
+        {{"export", in, longest}, "LONG_PATH", t, longest, "256 characters"},
+        {{"export", in, text}, "NOT_MOVIE_OR_WAVE", t, text, "neither"},
+        {{"export", in, out, "--in=1000"}, "IN_PAST_END_AT", s, in, "0:00:01.000 is not before"},
+        {{"export", clip, out, "--in=0:09"}, "IN_PAST_END", s, clip, "after the end, 0:00:02"},
+        {{"export", in, movie}, "WAVE_AS_MOVIE", t, movie, "can only"},
+        {{"export", in, "--to", at("no")}, "NOT_A_FOLDER", t, at("no"), "not a folder"},
+    };
+    for (auto c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        c.arguments.emplace_back("--json");
+        const TarnRun run = RunTarn(c.arguments);
+        EXPECT_EQ(run.status, 1);
+        const Json error = Json::parse(run.out, nullptr, false)["error"];
+        EXPECT_EQ(error["code"], c.code);
+        EXPECT_EQ(error["side"], c.side);
+        EXPECT_EQ(error["file"], c.file);
+        EXPECT_NE(error.value("text", "").find(c.text), std::string::npos) << error;
+        EXPECT_EQ(run.err, "tarn: " + c.file + ": " + error.value("text", "") + "\n");
+        EXPECT_EQ(dir.FileCount(), 3u);
+        EXPECT_EQ(dir.Read("there.wav"), "keep me");
     }
 }
 
