@@ -18,6 +18,7 @@ if [ ${#names[@]} -eq 0 ]; then
     exit 0
 fi
 
+[ -d /dev/shm ] && export TMPDIR=/dev/shm  # outputs are synced: in memory that costs nothing
 mkdir -p build/fuzz/crashes build/fuzz/logs
 failed=()
 for name in "${names[@]}"; do

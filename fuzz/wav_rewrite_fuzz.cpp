@@ -6,28 +6,15 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "effects/wave_file.h"
 #include "effects/wave_peak.h"
+#include "support/temp_dir.h"
 
 namespace {
 
-struct Folder {
-    // In memory where that is possible: every output is synced.
-    Folder() {
-        const std::filesystem::path memory = "/dev/shm";
-        std::error_code none;
-        path =
-            (std::filesystem::is_directory(memory, none) ? memory
-                                                         : std::filesystem::temp_directory_path()) /
-            "tarn-fuzz-XXXXXX";
-        if (!mkdtemp(path.data())) abort();
-    }
-    ~Folder() { std::filesystem::remove_all(path); }
-    std::string path;
-};
+constexpr size_t kHead = 44;
 
 void check(bool holds) {
     if (!holds) abort();
@@ -37,16 +24,15 @@ void check(bool holds) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace tarn;
-    static const Folder folder;
-    const std::string source = folder.path + "/in.wav", target = folder.path + "/out.wav";
+    static const TempDir folder;
+    const std::string source = folder.Path("in.wav"), target = folder.Path("out.wav");
     AMPEffectSettings settings;
     uint32_t range[2];
     if (size < sizeof settings + sizeof range) return 0;
     std::memcpy(&settings, data, sizeof settings);
     std::memcpy(range, data + sizeof settings, sizeof range);
     data += sizeof settings + sizeof range, size -= sizeof settings + sizeof range;
-    std::ofstream(source, std::ios::binary)
-        .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    folder.Write("in.wav", {data, data + size});
 
     float peak = 0;
     if (!AMPMeasureWavePeak(source, &peak)) check(peak >= -1 && peak < 1);
@@ -55,15 +41,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(result == kWaveDone || result == kWaveReadFailed);
     check(std::filesystem::exists(target) == (result == kWaveDone));
     if (result == kWaveDone) {
-        std::ifstream written(target, std::ios::binary);
-        char head[44];
+        const std::string written = folder.Read("out.wav");
         uint32_t bytes = 0;
-        check(written.read(head, sizeof head).good());
-        std::memcpy(&bytes, head + 40, sizeof bytes);
-        check(std::filesystem::file_size(target) == bytes + sizeof head && bytes <= size);
+        check(written.size() >= kHead);
+        std::memcpy(&bytes, written.data() + kHead - sizeof bytes, sizeof bytes);
+        check(written.size() == bytes + kHead && bytes <= size);
         std::filesystem::remove(target);
     }
-    for (const auto& entry : std::filesystem::directory_iterator(folder.path))
-        check(entry.path().filename() == "in.wav");
+    check(folder.FileCount() == 1);  // the source
     return 0;
 }
