@@ -9,87 +9,69 @@ using Bytes = std::vector<uint8_t>;
 
 TEST(AacConfig, SaysWhatItSaysAndNoMore) {
     enum Extension { kNone, kSbr, kPs };
-    const Bytes ps = {0x13, 0x08, 0x56, 0xe5, 0x9d, 0x48, 0x80};
-    const Bytes no_ps = {0x13, 0x08, 0x56, 0xe5, 0x9d, 0x48, 0x00};
     const struct {
         const char* name;
         Bytes bytes;
-        Status status;
-        int32_t object_type, channels, rate, output_rate, frame_length;
+        std::vector<int32_t> facts;  // object type, channels, rate, output rate, frame length
         Extension extension;
     } cases[] = {
-        {"48 kHz stereo", {0x11, 0x90}, kStatusOk, 2, 2, 48000, 48000, 1024, kNone},
-        {"5.1, no SBR", {0x11, 0xb0, 0x56, 0xe5, 0}, kStatusOk, 2, 6, 48000, 48000, 1024, kNone},
-        {"SBR behind", {0x13, 0x10, 0x56, 0xe5, 0x98}, kStatusOk, 2, 2, 24000, 48000, 1024, kSbr},
-        {"SBR in front", {0x2b, 0x11, 0x88, 0}, kStatusOk, 2, 2, 24000, 48000, 1024, kSbr},
-        {"PS in front", {0xeb, 0x09, 0x88, 0}, kStatusOk, 2, 1, 24000, 48000, 1024, kPs},
-        {"short frames", {0x11, 0x94}, kStatusOk, 2, 2, 48000, 48000, 960, kNone},
-        {"above 31 (ELD)", {0xf8, 0xe6, 0x40}, kStatusOk, 39, 2, 48000, 48000, 512, kNone},
-        {"PS behind", ps, kStatusOk, 2, 1, 24000, 48000, 1024, kPs},
-        {"PS behind, not used", no_ps, kStatusOk, 2, 1, 24000, 48000, 1024, kSbr},
-        {"nothing", {}, kStatusBadParameter, 0, 0, 0, 0, 0, kNone},
-        {"a reserved rate", {0x16, 0x90}, kStatusBadParameter, 0, 0, 0, 0, 0, kNone},
-        {"SBR in front, cut", {0x2b, 0x11}, kStatusBadParameter, 0, 0, 0, 0, 0, kNone},
+        {"48 kHz stereo", {0x11, 0x90}, {2, 2, 48000, 48000, 1024}, kNone},
+        {"5.1, no SBR", {0x11, 0xb0, 0x56, 0xe5, 0}, {2, 6, 48000, 48000, 1024}, kNone},
+        {"SBR behind", {0x13, 0x10, 0x56, 0xe5, 0x98}, {2, 2, 24000, 48000, 1024}, kSbr},
+        {"SBR in front", {0x2b, 0x11, 0x88, 0}, {2, 2, 24000, 48000, 1024}, kSbr},
+        {"PS in front", {0xeb, 0x09, 0x88, 0}, {2, 1, 24000, 48000, 1024}, kPs},
+        {"short frames", {0x11, 0x94}, {2, 2, 48000, 48000, 960}, kNone},
+        {"above 31 (ELD)", {0xf8, 0xe6, 0x40}, {39, 2, 48000, 48000, 512}, kNone},
+        {"PS behind", {19, 8, 0x56, 0xe5, 0x9d, 0x48, 0x80}, {2, 1, 24000, 48000, 1024}, kPs},
+        {"PS not used", {19, 8, 0x56, 0xe5, 0x9d, 0x48, 0}, {2, 1, 24000, 48000, 1024}, kSbr},
     };
+    AacConfig is;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        AacConfig config;
-        ASSERT_EQ(ParseAacConfig(c.bytes, &config), c.status);
-        if (c.status != kStatusOk) continue;
-        EXPECT_EQ(config.objectType, c.object_type);
-        EXPECT_EQ(config.channelConfig, c.channels);
-        EXPECT_EQ(config.sampleRate, c.rate);
-        EXPECT_EQ(config.outputRate, c.output_rate);
-        EXPECT_EQ(config.frameLength, c.frame_length);
-        EXPECT_EQ(config.sbr, c.extension != kNone);
-        EXPECT_EQ(config.ps, c.extension == kPs);
+        is = {};
+        ASSERT_EQ(ParseAacConfig(c.bytes, &is), kStatusOk);
+        EXPECT_EQ(c.facts, (std::vector<int32_t>{is.objectType, is.channelConfig, is.sampleRate,
+                                                 is.outputRate, is.frameLength}));
+        EXPECT_EQ(is.sbr, c.extension != kNone);
+        EXPECT_EQ(is.ps, c.extension == kPs);
     }
-}
-
-Bytes Fields(size_t count) {
-    return Bytes(count, 0);
-}
-
-Bytes Join(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
+    // Nothing, a reserved rate, SBR in front but cut.
+    for (const Bytes& bad : {Bytes{}, Bytes{0x16, 0x90}, Bytes{0x2b, 0x11}})
+        EXPECT_EQ(ParseAacConfig(bad, &is), kStatusBadParameter);
 }
 
 TEST(AacConfig, IsFoundWhereverTheDescriptorsPutIt) {
-    const Bytes info = {5, 2, 0x11, 0x90};
+    const Bytes info = {5, 2, 0x11, 0x90}, longer = {5, 5, 0x2b, 0x11, 0x88, 0, 0};
+    const Bytes padded = {5, 128, 128, 128, 5, 0x11, 0x90, 0x56, 0xe5, 0, 6, 128, 128, 128, 1, 2};
+    const Bytes wide = {3, 128, 128, 128, 37, 0, 2, 0, 4, 128, 128, 128, 23};
+    const Bytes options = {3, 30, 0, 0, 0xe0, 0, 9, 3, 'u', 'r', 'l', 0, 8, 4, 17};
     const struct {
         const char* name;
-        Bytes descriptors;
+        Bytes before;
+        size_t zeros;  // bytes of the decoder's fields
+        Bytes after;
         size_t offset, length;  // length 0: not there
     } cases[] = {
-        {"camera", Join({{3, 22, 0, 0, 0, 4, 17}, Fields(13), info}), 22, 2},
-        {"lengths of four bytes",
-         Join({{3, 128, 128, 128, 37, 0, 2, 0, 4, 128, 128, 128, 23},
-               Fields(13),
-               {5, 128, 128, 128, 5, 0x11, 0x90, 0x56, 0xe5, 0},
-               {6, 128, 128, 128, 1, 2}}),
-         31, 5},
-        {"longer at the camera's place",
-         Join({{3, 25, 0, 0, 0, 4, 20}, Fields(13), {5, 5, 0x2b, 0x11, 0x88, 0, 0}}), 22, 5},
-        {"all optional fields",
-         Join({{3, 30, 0, 0, 0xe0, 0, 9, 3, 'u', 'r', 'l', 0, 8, 4, 17}, Fields(13), info}), 30, 2},
-        {"behind unknown ones", Join({{9, 1, 7, 3, 25, 0, 0, 0, 8, 1, 0, 4, 17}, Fields(13), info}),
-         28, 2},
-        {"a length past the end is cut", Join({{3, 99, 0, 0, 0, 4, 99}, Fields(13), {5, 99, 0x11}}),
-         22, 1},
-        {"no specific info", Join({{3, 18, 0, 0, 0, 4, 13}, Fields(13)}), 0, 0},
-        {"decoder part too short", Join({{3, 19, 0, 0, 0, 4, 14}, Fields(10), info}), 0, 0},
-        {"a location longer than all", {3, 6, 0, 0, 0x40, 200, 4, 0}, 0, 0},
-        {"a length without end", {3, 128, 128, 128, 128, 22, 0, 0, 0, 4, 17}, 0, 0},
+        {"camera", {3, 22, 0, 0, 0, 4, 17}, 13, info, 22, 2},
+        {"lengths of four bytes", wide, 13, padded, 31, 5},
+        {"longer at the camera's place", {3, 25, 0, 0, 0, 4, 20}, 13, longer, 22, 5},
+        {"all optional fields", options, 13, info, 30, 2},
+        {"behind unknown", {9, 1, 7, 3, 25, 0, 0, 0, 8, 1, 0, 4, 17}, 13, info, 28, 2},
+        {"a length past the end", {3, 99, 0, 0, 0, 4, 99}, 13, {5, 99, 0x11}, 22, 1},
+        {"no specific info", {3, 18, 0, 0, 0, 4, 13}, 13, {}, 0, 0},
+        {"decoder part too short", {3, 19, 0, 0, 0, 4, 14}, 10, info, 0, 0},
+        {"a location longer than all", {3, 6, 0, 0, 0x40, 200, 4, 0}, 0, {}, 0, 0},
+        {"a length without end", {3, 128, 128, 128, 128, 22, 0, 0, 0, 4, 17}, 0, {}, 0, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const auto found = FindDecoderSpecificInfo(c.descriptors);
+        Bytes all = c.before;
+        all.resize(all.size() + c.zeros);
+        all.insert(all.end(), c.after.begin(), c.after.end());
+        const auto found = FindDecoderSpecificInfo(all);
         ASSERT_EQ(found.size(), c.length);
         if (c.length == 0) continue;
-        EXPECT_EQ(static_cast<size_t>(found.data() - c.descriptors.data()), c.offset);
+        EXPECT_EQ(static_cast<size_t>(found.data() - all.data()), c.offset);
     }
 }
 
