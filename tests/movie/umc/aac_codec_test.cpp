@@ -189,30 +189,13 @@ TEST(AacDecoder, StreamsAreKnownFromTheirFirstFrame) {
     EXPECT_EQ(out.GetDataSize(), 2048u);
 }
 
-// Sets the bits of `frame` from `at` on; the end element of three ones is the last thing in it.
-Frame WithReplicationData(const Frame& frame) {
-    std::vector<bool> bits;
-    for (const uint8_t byte : frame)
-        for (int bit = 7; bit >= 0; --bit)
-            bits.push_back((byte >> bit & 1) != 0);
-    while (!bits.back())
-        bits.pop_back();
-    bits.resize(bits.size() - 3);
-    // A fill element of 6 bytes that holds replication data, empty but for a start of all zeros.
-    for (const char c : "11001101101" + std::string(44, '0') + "111")
-        bits.push_back(c == '1');
-    Frame result((bits.size() + 7) / 8);
-    for (size_t i = 0; i < bits.size(); ++i)
-        if (bits[i]) result[i / 8] |= static_cast<uint8_t>(0x80 >> i % 8);
-    return result;
-}
-
 TEST(AacDecoder, ReportsBandReplicationAndParametricStereo) {
     Pcm tone;
     for (int i = 0; i < 4096; ++i)
         tone.push_back(static_cast<int16_t>((i * 37 % 200 - 100) * 80));
     const Coded stereo = Encode(EncoderParams(24000, 2, 64000), tone);
     const Coded mono = Encode(EncoderParams(24000, 1, 48000), tone);
+    const Frame hidden = ReadData("replication_24k.frame");
     const struct {
         const char* name;
         Frame config;
@@ -239,8 +222,7 @@ TEST(AacDecoder, ReportsBandReplicationAndParametricStereo) {
 
         const Frame& frame = (c.stereo_core ? stereo : mono).frames[1];
         Pcm pcm;
-        ASSERT_EQ(DecodeOne(&decoder, c.hidden ? WithReplicationData(frame) : frame, &pcm),
-                  kStatusOk);
+        ASSERT_EQ(DecodeOne(&decoder, c.hidden ? hidden : frame, &pcm), kStatusOk);
         EXPECT_EQ(pcm.size(), 2048u * static_cast<size_t>(c.channels));
         ASSERT_EQ(decoder.GetInfo(&params), kStatusOk);
         EXPECT_EQ(params.info.sampleRate, 48000);
