@@ -28,6 +28,7 @@ constexpr AtomName kAtomNames[] = {
     {"moov", "movie"},
     {"mvhd", "movie header"},
     {"mvex", "fragment defaults"},
+    {"mehd", "fragments' duration"},
     {"moof", "fragments"},
     {"trak", "track"},
     {"tkhd", "track header"},
@@ -51,6 +52,7 @@ constexpr AtomName kAtomNames[] = {
     {"stco", "chunk offsets"},
     {"co64", "chunk offsets"},
     {"stss", "sync samples"},
+    {"uuid", "camera's records"},
 };
 
 struct ArgumentText {

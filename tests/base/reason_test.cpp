@@ -26,7 +26,7 @@ TEST(Reason, ReadsAsASentence) {
          "can't be opened: No such file or directory"},
         {{kDamagedSoundAtom, kSource, "", {ReasonAtom{kStsz}}},
          "the file is damaged: the sound's sample sizes (stsz)"},
-        {{kDamagedAtom, kSource, "", {ReasonAtom{kUuid}}}, "the file is damaged: uuid"},
+        {{kDamagedAtom, kSource, "", {ReasonAtom{kUuid}}}, "the file is damaged: camera's records (uuid)"},
         {{kInPastEndAt, kSource, "", {ReasonTime{3661001}, ReasonTime{59999}}},
          "the in point 1:01:01.001 is not before the end, which is at 0:00:59.999"},
         {{kPlayback, kDevice, "", {"100 %1 full"}}, "the player says: 100 %1 full"},
