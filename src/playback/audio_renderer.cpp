@@ -2,8 +2,6 @@
 
 #include <gst/audio/gstaudiobasesink.h>
 
-#include <cstring>
-
 #include "playback/clock_guard.h"
 
 namespace tarn {
@@ -35,17 +33,6 @@ bool can_open(GstElement* sink) {
     return opened;
 }
 
-// Bins that pick by themselves would hide what they found.
-bool is_choice(GstElementFactory* factory) {
-    return std::strncmp(GST_OBJECT_NAME(factory), "auto", 4) == 0;
-}
-
-GstElementPtr make_silent_sink() {
-    GstElementPtr sink = MakeElement("fakesink");
-    if (sink) g_object_set(sink.get(), "sync", TRUE, nullptr);
-    return sink;
-}
-
 GstElementPtr make_platform_sink() {
     GList* all = gst_element_factory_list_get_elements(
         GST_ELEMENT_FACTORY_TYPE_SINK | GST_ELEMENT_FACTORY_TYPE_MEDIA_AUDIO, GST_RANK_MARGINAL);
@@ -53,7 +40,8 @@ GstElementPtr make_platform_sink() {
     GstElementPtr found;
     for (GList* at = all; at && !found; at = at->next) {
         auto* factory = static_cast<GstElementFactory*>(at->data);
-        if (is_choice(factory)) continue;
+        // Bins that pick by themselves would hide what they found.
+        if (g_str_has_prefix(GST_OBJECT_NAME(factory), "auto")) continue;
         GstElementPtr sink = MakeElement(GST_OBJECT_NAME(factory));
         if (sink && can_open(sink.get())) found = std::move(sink);
     }
@@ -62,9 +50,12 @@ GstElementPtr make_platform_sink() {
 }
 
 GstElementPtr make_sink(const std::string& name) {
-    if (name == "fakesink") return make_silent_sink();
-    GstElementPtr sink = name.empty() ? make_platform_sink() : MakeElement(name.c_str());
-    return sink ? std::move(sink) : make_silent_sink();
+    GstElementPtr sink;
+    if (name != "fakesink") sink = name.empty() ? make_platform_sink() : MakeElement(name.c_str());
+    if (sink) return sink;
+    sink = MakeElement("fakesink");
+    if (sink) g_object_set(sink.get(), "sync", TRUE, nullptr);
+    return sink;
 }
 
 }  // namespace

@@ -51,13 +51,4 @@ void BinRenderer::RemoveFromGraph() {
     m_bin.reset();
 }
 
-VideoRect BinRenderer::Area(const IVideoWindow& window) const {
-    return m_rectangle ? *m_rectangle : window.ClientRect();
-}
-
-void BinRenderer::SetArea(const VideoRect* rectangle) {
-    m_rectangle.reset();
-    if (rectangle) m_rectangle = *rectangle;
-}
-
 }  // namespace tarn

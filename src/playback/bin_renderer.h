@@ -28,8 +28,12 @@ protected:
     void RemoveFromGraph();
 
     // Where the picture goes: the rectangle that was given last, else the window's present one.
-    VideoRect Area(const IVideoWindow& window) const;
-    void SetArea(const VideoRect* rectangle);
+    VideoRect Area(const IVideoWindow& window) const {
+        return m_rectangle ? *m_rectangle : window.ClientRect();
+    }
+    void SetArea(const VideoRect* rectangle) {
+        m_rectangle = rectangle ? std::optional(*rectangle) : std::nullopt;
+    }
 
 private:
     GstElementPtr m_bin;

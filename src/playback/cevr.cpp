@@ -9,7 +9,7 @@
 namespace tarn {
 namespace {
 
-using GlDisplayPtr = std::unique_ptr<GstGLDisplay, GstObjectDeleter>;
+using GlDisplayPtr = GstPtr<GstGLDisplay>;
 
 // Waits until the display's own thread has handled the events that there are. It waits in turn for
 // a sink's drawing thread, for ever if that has been stopped meanwhile, and would be lost with the

@@ -14,40 +14,40 @@ namespace tarn {
 // to the sink's own buffer: pixels are never copied here.
 class CVMR7::LatestFrame {
 public:
-    void Take(GstSamplePtr sample);
-    GstSamplePtr Get() const;
-    void SetWindow(IVideoWindow* window);
-    void TellWindow();
+    // What the sink calls with a new sample, which `Pull` takes from it.
+    template <GstSample* (*Pull)(GstAppSink*, GstClockTime)>
+    static GstFlowReturn Keep(GstAppSink* sink, gpointer keeper) {
+        if (GstSamplePtr sample{Pull(sink, 0)})
+            (*static_cast<std::shared_ptr<LatestFrame>*>(keeper))->Take(std::move(sample));
+        return GST_FLOW_OK;
+    }
+    GstSamplePtr Get() const {
+        const std::lock_guard lock(m_sampleLock);
+        return GstSamplePtr(m_sample ? gst_sample_ref(m_sample.get()) : nullptr);
+    }
+    void SetWindow(IVideoWindow* window) {
+        const std::lock_guard lock(m_windowLock);
+        m_window = window;
+    }
+    void TellWindow() {
+        const std::lock_guard lock(m_windowLock);
+        if (m_window) m_window->PictureChanged();
+    }
 
 private:
+    void Take(GstSamplePtr sample) {
+        {
+            const std::lock_guard lock(m_sampleLock);
+            m_sample.swap(sample);
+        }
+        TellWindow();
+    }
+
     mutable std::mutex m_sampleLock;
     GstSamplePtr m_sample;
     std::mutex m_windowLock;  // held during a call to the window, so that a null one ends them all
     IVideoWindow* m_window = nullptr;
 };
-
-void CVMR7::LatestFrame::Take(GstSamplePtr sample) {
-    {
-        const std::lock_guard lock(m_sampleLock);
-        m_sample.swap(sample);
-    }
-    TellWindow();
-}
-
-GstSamplePtr CVMR7::LatestFrame::Get() const {
-    const std::lock_guard lock(m_sampleLock);
-    return GstSamplePtr(m_sample ? gst_sample_ref(m_sample.get()) : nullptr);
-}
-
-void CVMR7::LatestFrame::SetWindow(IVideoWindow* window) {
-    const std::lock_guard lock(m_windowLock);
-    m_window = window;
-}
-
-void CVMR7::LatestFrame::TellWindow() {
-    const std::lock_guard lock(m_windowLock);
-    if (m_window) m_window->PictureChanged();
-}
 
 namespace {
 
@@ -116,16 +116,8 @@ GstElementPtr CVMR7::Build(HRESULT* result) {
 
     m_latest = std::make_shared<LatestFrame>();
     GstAppSinkCallbacks callbacks{};
-    callbacks.new_preroll = [](GstAppSink* from, gpointer data) {
-        if (GstSamplePtr sample{gst_app_sink_try_pull_preroll(from, 0)})
-            (*static_cast<Keeper*>(data))->Take(std::move(sample));
-        return GST_FLOW_OK;
-    };
-    callbacks.new_sample = [](GstAppSink* from, gpointer data) {
-        if (GstSamplePtr sample{gst_app_sink_try_pull_sample(from, 0)})
-            (*static_cast<Keeper*>(data))->Take(std::move(sample));
-        return GST_FLOW_OK;
-    };
+    callbacks.new_preroll = LatestFrame::Keep<gst_app_sink_try_pull_preroll>;
+    callbacks.new_sample = LatestFrame::Keep<gst_app_sink_try_pull_sample>;
     gst_app_sink_set_callbacks(
         GST_APP_SINK(sink), &callbacks, std::make_unique<Keeper>(m_latest).release(),
         [](gpointer data) { const std::unique_ptr<Keeper> owner(static_cast<Keeper*>(data)); });

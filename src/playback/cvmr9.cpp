@@ -8,10 +8,6 @@ namespace {
 const char kVideoOverlay[] = "xvimagesink";
 const char kPlainImages[] = "ximagesink";
 
-bool IsMadeBy(GstElement* element, const char* factory) {
-    return std::strcmp(GST_OBJECT_NAME(gst_element_get_factory(element)), factory) == 0;
-}
-
 }  // namespace
 
 std::span<const char* const> CVMR9::SinkFactories() const {
@@ -23,7 +19,7 @@ HRESULT CVMR9::AddToGraph(GstElement* graph) {
     const HRESULT result = OverlayRenderer::AddToGraph(graph);
     if (Failed(result)) return result;
     m_still.reset();
-    if (IsMadeBy(Sink(), kPlainImages)) {
+    if (std::strcmp(GST_OBJECT_NAME(gst_element_get_factory(Sink())), kPlainImages) == 0) {
         const GstPadPtr input(gst_element_get_static_pad(Filter(), "sink"));
         m_still.emplace(input.get());
     }

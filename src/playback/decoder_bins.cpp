@@ -25,9 +25,8 @@ std::vector<GstFactoryPtr> find_decoders(GstCaps* caps, GstElementFactoryListTyp
     GList* fitting = gst_element_factory_list_filter(all, caps, GST_PAD_SINK, FALSE);
     fitting = g_list_sort(fitting, gst_plugin_feature_rank_compare_func);
     std::vector<GstFactoryPtr> found;
-    for (GList* at = fitting; at; at = at->next) {
+    for (GList* at = fitting; at; at = at->next)
         found.emplace_back(static_cast<GstElementFactory*>(gst_object_ref(at->data)));
-    }
     gst_plugin_feature_list_free(fitting);
     gst_plugin_feature_list_free(all);
     return found;
@@ -35,20 +34,18 @@ std::vector<GstFactoryPtr> find_decoders(GstCaps* caps, GstElementFactoryListTyp
 
 // A decoder that works on this machine.
 GstElementPtr start_decoder(GstElementFactory* factory) {
-    GstElement* created = gst_element_factory_create(factory, nullptr);
-    if (!created) return nullptr;
-    gst_object_ref_sink(created);
-    GstElementPtr decoder(created);
-    const bool works = gst_element_set_state(created, GST_STATE_READY) != GST_STATE_CHANGE_FAILURE;
-    gst_element_set_state(created, GST_STATE_NULL);
+    GstElementPtr decoder = OwnElement(gst_element_factory_create(factory, nullptr));
+    if (!decoder) return nullptr;
+    const bool works =
+        gst_element_set_state(decoder.get(), GST_STATE_READY) != GST_STATE_CHANGE_FAILURE;
+    gst_element_set_state(decoder.get(), GST_STATE_NULL);
     return works ? std::move(decoder) : nullptr;
 }
 
 GstElementPtr pick_decoder(GstCaps* caps, GstElementFactoryListType media, DecoderMode mode,
                            Reason* reason) {
     const std::vector<GstFactoryPtr> found = find_decoders(caps, media);
-    const bool rounds[] = {true, false};  // hardware, then the processor
-    for (const bool hardware : rounds) {
+    for (const bool hardware : {true, false}) {  // then the processor
         if (hardware && mode == DecoderMode::kSoftware) continue;
         for (const GstFactoryPtr& factory : found) {
             if (is_hardware(factory.get()) != hardware) continue;

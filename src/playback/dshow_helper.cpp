@@ -153,9 +153,9 @@ HRESULT DShowHelper::Fail(HRESULT result, const Reason& reason) {
 }
 
 HRESULT DShowHelper::Fail(HRESULT result) {
-    Reason reason = kUnknown;
-    if (result == E_OUTOFMEMORY) reason.code = ReasonCode::kOutOfMemory;
-    return Fail(result, reason);
+    const bool memory = result == E_OUTOFMEMORY;
+    return Fail(result,
+                memory ? Reason{ReasonCode::kOutOfMemory, ReasonSide::kDevice, {}, {}} : kUnknown);
 }
 
 HRESULT DShowHelper::FailState(const Reason& otherwise) {

@@ -23,7 +23,6 @@ public:
     virtual void PostMessage(uint32_t message, intptr_t parameter) = 0;
 };
 
-// An event of a graph.
 struct GraphEvent {
     int32_t code;   // EC_*
     Reason reason;  // of an error

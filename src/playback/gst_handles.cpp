@@ -6,16 +6,16 @@ bool StartGst() {
     return gst_init_check(nullptr, nullptr, nullptr) != FALSE;
 }
 
+GstElementPtr OwnElement(gpointer created) {
+    return GstElementPtr(created ? GST_ELEMENT(gst_object_ref_sink(created)) : nullptr);
+}
+
 GstElementPtr MakeElement(const char* factory, const char* name) {
-    GstElement* element = gst_element_factory_make(factory, name);
-    if (element) gst_object_ref_sink(element);
-    return GstElementPtr(element);
+    return OwnElement(gst_element_factory_make(factory, name));
 }
 
 GstElementPtr MakeBin(const char* name) {
-    GstElement* bin = gst_bin_new(name);
-    gst_object_ref_sink(bin);
-    return GstElementPtr(bin);
+    return OwnElement(gst_bin_new(name));
 }
 
 GstElement* AddElement(GstElement* bin, const char* factory, const char* name) {
@@ -29,6 +29,14 @@ bool AddGhostPad(GstElement* bin, GstElement* inside, const char* pad, const cha
     if (!target) return false;
     GstPad* ghost = gst_ghost_pad_new(name, target.get());
     return ghost && gst_element_add_pad(bin, ghost);
+}
+
+void AddPadTemplate(gpointer element_class, const char* name, GstPadDirection direction,
+                    const std::string& caps) {
+    const GstCapsPtr form(gst_caps_from_string(caps.c_str()));
+    gst_element_class_add_pad_template(
+        GST_ELEMENT_CLASS(element_class),
+        gst_pad_template_new(name, direction, GST_PAD_ALWAYS, form.get()));
 }
 
 void RemoveElement(GstElement* bin, GstElement* element) {

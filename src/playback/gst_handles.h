@@ -6,38 +6,34 @@
 #include <gst/gst.h>
 
 #include <memory>
+#include <string>
 
 #include "base/reason.h"
 
 namespace tarn {
 
-struct GstObjectDeleter {
+struct GstDeleter {
     void operator()(void* object) const { gst_object_unref(object); }
-};
-using GstObjectPtr = std::unique_ptr<GstObject, GstObjectDeleter>;
-using GstElementPtr = std::unique_ptr<GstElement, GstObjectDeleter>;
-using GstPadPtr = std::unique_ptr<GstPad, GstObjectDeleter>;
-using GstBusPtr = std::unique_ptr<GstBus, GstObjectDeleter>;
-using GstFactoryPtr = std::unique_ptr<GstElementFactory, GstObjectDeleter>;
-
-struct GstMessageDeleter {
     void operator()(GstMessage* message) const { gst_message_unref(message); }
-};
-using GstMessagePtr = std::unique_ptr<GstMessage, GstMessageDeleter>;
-
-struct GstCapsDeleter {
     void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
-};
-using GstCapsPtr = std::unique_ptr<GstCaps, GstCapsDeleter>;
-
-struct GstSampleDeleter {
     void operator()(GstSample* sample) const { gst_sample_unref(sample); }
 };
-using GstSamplePtr = std::unique_ptr<GstSample, GstSampleDeleter>;
+template <typename T>
+using GstPtr = std::unique_ptr<T, GstDeleter>;
+using GstObjectPtr = GstPtr<GstObject>;
+using GstElementPtr = GstPtr<GstElement>;
+using GstPadPtr = GstPtr<GstPad>;
+using GstBusPtr = GstPtr<GstBus>;
+using GstFactoryPtr = GstPtr<GstElementFactory>;
+using GstMessagePtr = GstPtr<GstMessage>;
+using GstCapsPtr = GstPtr<GstCaps>;
+using GstSamplePtr = GstPtr<GstSample>;
 
 // Starts the library, once for the process. False where it can't be started.
 [[nodiscard]] bool StartGst();
 
+// Owns a new element, which GStreamer leaves to the first one that takes it.
+[[nodiscard]] GstElementPtr OwnElement(gpointer created);
 // A new element that the caller owns (never floating); null where no plug-in has the factory.
 [[nodiscard]] GstElementPtr MakeElement(const char* factory, const char* name = nullptr);
 // An empty bin of that name, owned by the caller.
@@ -48,6 +44,9 @@ using GstSamplePtr = std::unique_ptr<GstSample, GstSampleDeleter>;
 // Shows the pad of an element inside a bin at the bin, under that name.
 [[nodiscard]] bool AddGhostPad(GstElement* bin, GstElement* inside, const char* pad,
                                const char* name);
+// Gives the class of an element a pad that is always there, of that form.
+void AddPadTemplate(gpointer element_class, const char* name, GstPadDirection direction,
+                    const std::string& caps);
 // Takes an element out of its bin, stopped.
 void RemoveElement(GstElement* bin, GstElement* element);
 

@@ -34,9 +34,8 @@ void PaintLetterboxed(IVideoPainter& painter, const VideoPicture& picture, const
                               {target.right, area.top, area.right, area.bottom},
                               {target.left, area.top, target.right, target.top},
                               {target.left, target.bottom, target.right, area.bottom}};
-    for (const VideoRect& bar : bars) {
+    for (const VideoRect& bar : bars)
         if (!IsEmpty(bar)) painter.FillBlack(bar);
-    }
 }
 
 }  // namespace tarn

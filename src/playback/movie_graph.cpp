@@ -1,6 +1,7 @@
 #include "playback/movie_graph.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "base/xp_file.h"
 #include "effects/wave_header.h"
@@ -11,31 +12,19 @@ namespace {
 constexpr char kWaveSourceName[] = "Source";
 constexpr int64_t kUnitsPerSecond = 10'000'000;
 
-// Puts a decoder into the graph and connects the source's pin to it.
-bool connect(GstElement* graph, GstElement* source, const char* pin, const GstElementPtr& decoder,
-             GstPadPtr* out) {
-    if (!gst_bin_add(GST_BIN(graph), decoder.get()) ||
-        !gst_element_link_pads_full(source, pin, decoder.get(), "sink", GST_PAD_LINK_CHECK_DEFAULT))
-        return false;
-    out->reset(gst_element_get_static_pad(decoder.get(), "src"));
-    return *out != nullptr;
-}
-
-Reason connect_picture(GstElement* graph, GstElement* source, GstCaps* caps, DecoderMode mode,
-                       DecodedPins* pins) {
-    Reason reason;
-    const GstElementPtr decoder = MakeVideoDecoder(caps, mode, &reason);
-    if (decoder && !connect(graph, source, kVideoPin, decoder, &pins->video))
-        reason = {ReasonCode::kPictureNoDecoder, ReasonSide::kDevice, {}, {}};
-    return reason;
-}
-
-Reason connect_sound(GstElement* graph, GstElement* source, GstCaps* caps, DecodedPins* pins) {
-    Reason reason;
-    const GstElementPtr decoder = MakeAudioDecoder(caps, &reason);
-    if (decoder && !connect(graph, source, kAudioPin, decoder, &pins->audio))
-        reason = {ReasonCode::kSoundNoDecoder, ReasonSide::kDevice, {}, {}};
-    return reason;
+// Puts a decoder, where one was found, into the graph and connects the source's pin to it.
+void connect(GstElement* graph, GstElement* source, const char* pin, const GstElementPtr& decoder,
+             GstPadPtr* out, Reason* reason) {
+    if (!decoder) return;
+    if (gst_bin_add(GST_BIN(graph), decoder.get()) &&
+        gst_element_link_pads_full(source, pin, decoder.get(), "sink", GST_PAD_LINK_CHECK_DEFAULT))
+        out->reset(gst_element_get_static_pad(decoder.get(), "src"));
+    const bool picture = std::string_view(pin) == kVideoPin;
+    if (!*out)
+        *reason = {picture ? ReasonCode::kPictureNoDecoder : ReasonCode::kSoundNoDecoder,
+                   ReasonSide::kDevice,
+                   {},
+                   {}};
 }
 
 // A file of another form than ours has no facts, but its parser may take it.
@@ -79,8 +68,12 @@ Reason AddMovieSource(GstElement* graph, const std::string& path, SourceTracks t
                               &pins->soundRate);
     }
     reason = {};
-    if (ends.video) reason = connect_picture(graph, source.get(), ends.video.get(), mode, pins);
-    if (ends.audio && !reason) reason = connect_sound(graph, source.get(), ends.audio.get(), pins);
+    if (ends.video)
+        connect(graph, source.get(), kVideoPin, MakeVideoDecoder(ends.video.get(), mode, &reason),
+                &pins->video, &reason);
+    if (ends.audio && !reason)
+        connect(graph, source.get(), kAudioPin, MakeAudioDecoder(ends.audio.get(), &reason),
+                &pins->audio, &reason);
     return reason;
 }
 
@@ -95,7 +88,10 @@ Reason AddWaveSource(GstElement* graph, const std::string& path, DecodedPins* pi
     g_object_set(file.get(), "location", path.c_str(), nullptr);
     if (!is_new) return {};
     const GstCapsPtr raw(gst_caps_new_empty_simple("audio/x-raw"));
-    return connect_sound(graph, source.get(), raw.get(), pins);
+    Reason reason;
+    connect(graph, source.get(), kAudioPin, MakeAudioDecoder(raw.get(), &reason), &pins->audio,
+            &reason);
+    return reason;
 }
 
 }  // namespace tarn

@@ -52,9 +52,7 @@ GType OverlayBinType() {
 }
 
 GstElementPtr MakeOverlayBin(const char* name) {
-    GstElement* bin = GST_ELEMENT(g_object_new(OverlayBinType(), "name", name, nullptr));
-    gst_object_ref_sink(bin);
-    return GstElementPtr(bin);
+    return OwnElement(g_object_new(OverlayBinType(), "name", name, nullptr));
 }
 
 // Not at once: the caller may hold locks of the sink.
@@ -97,9 +95,8 @@ GstElement* OverlayRenderer::AddSink(GstElement* bin, const char* factory) {
             AddGhostPad(bin, convert, "sink", "sink"))
             return sink;
     }
-    for (GstElement* element : {convert, scale, sink}) {
+    for (GstElement* element : {convert, scale, sink})
         if (element) RemoveElement(bin, element);
-    }
     return nullptr;
 }
 

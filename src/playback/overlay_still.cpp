@@ -13,21 +13,17 @@ struct OverlayStill::Frame {
     std::mutex lock;
     GstSamplePtr sample;  // the format, and the frame where one has come in it
 
-    void Take(GstBuffer* buffer, GstCaps* caps);
+    void Take(GstBuffer* buffer, GstCaps* caps) {
+        const std::lock_guard guard(lock);
+        if (!caps && sample) caps = gst_sample_get_caps(sample.get());
+        sample.reset(gst_sample_new(buffer, caps, nullptr, nullptr));
+    }
 };
-
-void OverlayStill::Frame::Take(GstBuffer* buffer, GstCaps* caps) {
-    const std::lock_guard guard(lock);
-    if (!caps && sample) caps = gst_sample_get_caps(sample.get());
-    sample.reset(gst_sample_new(buffer, caps, nullptr, nullptr));
-}
 
 namespace {
 
-struct ConverterDeleter {
-    void operator()(GstVideoConverter* converter) const { gst_video_converter_free(converter); }
-};
-using ConverterPtr = std::unique_ptr<GstVideoConverter, ConverterDeleter>;
+using ConverterPtr =
+    std::unique_ptr<GstVideoConverter, decltype([](auto* c) { gst_video_converter_free(c); })>;
 
 // Scales into the letterbox rectangle and fills the rest black.
 ConverterPtr MakeConverter(const GstVideoInfo& from, const GstVideoInfo& to) {

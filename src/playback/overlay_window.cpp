@@ -48,22 +48,6 @@ int OnError(Display* display, XErrorEvent* error) {
     return watch.previous(display, error);
 }
 
-// True when the requests of `call` all succeeded.
-template <typename Call>
-bool Succeeds(Display* display, Call call) {
-    bool failed = false;
-    XSync(display, False);
-    t_failed = &failed;
-    call();
-    XSync(display, False);
-    t_failed = nullptr;
-    return !failed;
-}
-
-struct DisplayCloser {
-    void operator()(Display* display) const { XCloseDisplay(display); }
-};
-
 constexpr unsigned kParkedWidth = 320, kParkedHeight = 180;
 
 Window MakeWindow(Display* display) {
@@ -78,7 +62,21 @@ Window MakeWindow(Display* display) {
 }  // namespace
 
 struct OverlayWindow::Connection {
-    std::unique_ptr<Display, DisplayCloser> display;
+    ~Connection() {
+        if (display) XCloseDisplay(display);
+    }
+    // True when the requests of `call` all succeeded.
+    bool Try(const std::function<void(Display*, Window)>& call) const {
+        bool failed = false;
+        XSync(display, False);
+        t_failed = &failed;
+        call(display, window);
+        XSync(display, False);
+        t_failed = nullptr;
+        return !failed;
+    }
+
+    Display* display = nullptr;
     Window window = 0;
 };
 
@@ -89,10 +87,10 @@ std::unique_ptr<OverlayWindow> OverlayWindow::Open(std::function<void()> lost) {
         watch.previous = XSetErrorHandler(OnError);
     });
     auto connection = std::make_unique<Connection>();
-    connection->display.reset(XOpenDisplay(nullptr));
+    connection->display = XOpenDisplay(nullptr);
     if (!connection->display) return nullptr;
-    connection->window = MakeWindow(connection->display.get());
-    XSync(connection->display.get(), False);
+    connection->window = MakeWindow(connection->display);
+    XSync(connection->display, False);
 
     const std::lock_guard lock(watch.lock);
     watch.windows[connection->window] = std::move(lost);
@@ -103,8 +101,7 @@ OverlayWindow::OverlayWindow(std::unique_ptr<Connection> connection)
     : m_connection(std::move(connection)) {}
 
 OverlayWindow::~OverlayWindow() {
-    Display* display = m_connection->display.get();
-    static_cast<void>(Succeeds(display, [&] { XDestroyWindow(display, m_connection->window); }));
+    static_cast<void>(m_connection->Try(XDestroyWindow));
     ErrorWatch& watch = Watch();
     const std::lock_guard lock(watch.lock);
     watch.windows.erase(m_connection->window);
@@ -115,9 +112,7 @@ uintptr_t OverlayWindow::Id() const {
 }
 
 bool OverlayWindow::MoveInto(uintptr_t parent, const VideoRect& area) {
-    Display* display = m_connection->display.get();
-    const Window window = m_connection->window;
-    const bool placed = Succeeds(display, [&] {
+    const bool placed = m_connection->Try([&](Display* display, Window window) {
         if (parent != m_parent) XReparentWindow(display, window, parent, area.left, area.top);
         if (IsEmpty(area)) {
             XUnmapWindow(display, window);
@@ -134,27 +129,25 @@ bool OverlayWindow::MoveInto(uintptr_t parent, const VideoRect& area) {
 
 void OverlayWindow::Hide() {
     if (m_parent == 0) return;
-    Display* display = m_connection->display.get();
-    static_cast<void>(Succeeds(display, [&] {
-        XUnmapWindow(display, m_connection->window);
-        XReparentWindow(display, m_connection->window, DefaultRootWindow(display), 0, 0);
+    static_cast<void>(m_connection->Try([](Display* display, Window window) {
+        XUnmapWindow(display, window);
+        XReparentWindow(display, window, DefaultRootWindow(display), 0, 0);
     }));
     m_parent = 0;
 }
 
 bool OverlayWindow::Exists() {
-    Display* display = m_connection->display.get();
-    XWindowAttributes attributes;
-    return Succeeds(display,
-                    [&] { XGetWindowAttributes(display, m_connection->window, &attributes); });
+    return m_connection->Try([](Display* display, Window window) {
+        XWindowAttributes attributes;
+        XGetWindowAttributes(display, window, &attributes);
+    });
 }
 
 void OverlayWindow::ExposeChildren() {
-    Display* display = m_connection->display.get();
-    static_cast<void>(Succeeds(display, [&] {
+    static_cast<void>(m_connection->Try([](Display* display, Window window) {
         Window root, parent, *children = nullptr;
         unsigned count = 0;
-        XQueryTree(display, m_connection->window, &root, &parent, &children, &count);
+        XQueryTree(display, window, &root, &parent, &children, &count);
         for (unsigned i = 0; i < count; ++i) {
             XEvent event{};
             event.xexpose.type = Expose;
@@ -166,7 +159,7 @@ void OverlayWindow::ExposeChildren() {
 }
 
 bool OverlayWindow::Draw(const VideoPicture& picture) {
-    Display* display = m_connection->display.get();
+    Display* display = m_connection->display;
     const int screen = DefaultScreen(display);
     Visual* visual = DefaultVisual(display, screen);
     if (DefaultDepth(display, screen) != 24 || visual->red_mask != 0xff0000) return false;
@@ -177,8 +170,8 @@ bool OverlayWindow::Draw(const VideoPicture& picture) {
                      static_cast<unsigned>(picture.height), 32, picture.stride);
     if (!image) return false;
     image->byte_order = LSBFirst;
-    const bool drawn = Succeeds(display, [&] {
-        XPutImage(display, m_connection->window, DefaultGC(display, screen), image, 0, 0, 0, 0,
+    const bool drawn = m_connection->Try([&](Display* to, Window window) {
+        XPutImage(to, window, DefaultGC(to, screen), image, 0, 0, 0, 0,
                   static_cast<unsigned>(picture.width), static_cast<unsigned>(picture.height));
     });
     image->data = nullptr;  // the caller's

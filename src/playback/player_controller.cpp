@@ -61,35 +61,26 @@ HRESULT PlayerController::CreateRenderer() {
 HRESULT PlayerController::RenderFile(const std::string& path, bool isMovie) {
     if (!m_pGraph) return Fail(E_HANDLE);
     m_path = path;
-    return isMovie ? RenderMovie(path) : RenderWave(path);
-}
-
-HRESULT PlayerController::RenderMovie(const std::string& path) {
-    if (Failed(CreateRenderer())) return E_FAIL;
+    if (isMovie && Failed(CreateRenderer())) return E_FAIL;
     DecodedPins pins;
     const Reason reason =
-        AddMovieSource(m_pGraph, path, SourceTracks::kAll, m_devices.decoders, &pins);
+        isMovie ? AddMovieSource(m_pGraph, path, SourceTracks::kAll, m_devices.decoders, &pins)
+                : AddWaveSource(m_pGraph, path, &pins);
     if (reason) return Fail(E_FAIL, reason);
     m_duration = pins.duration;
     m_soundRate = pins.soundRate;
     if (pins.audio && Failed(RenderSound(pins.audio.get()))) return E_FAIL;
-    if (pins.video) {
+    return isMovie ? RenderPicture(pins.video.get()) : S_OK;
+}
+
+HRESULT PlayerController::RenderPicture(GstPad* pin) {
+    if (pin) {
         const GstPadPtr screen(gst_element_get_static_pad(m_pRenderer->Filter(), "sink"));
-        if (gst_pad_link(pins.video.get(), screen.get()) != GST_PAD_LINK_OK)
-            return Fail(E_FAIL, kScreenless);
+        if (gst_pad_link(pin, screen.get()) != GST_PAD_LINK_OK) return Fail(E_FAIL, kScreenless);
     }
     const HRESULT result = m_pRenderer->FinishGraph(m_pGraph);
     if (!m_pRenderer->Filter()) m_pRenderer.reset();  // a clip without a picture
     return Failed(result) ? Fail(result) : result;
-}
-
-HRESULT PlayerController::RenderWave(const std::string& path) {
-    DecodedPins pins;
-    const Reason reason = AddWaveSource(m_pGraph, path, &pins);
-    if (reason) return Fail(E_FAIL, reason);
-    m_duration = pins.duration;
-    m_soundRate = pins.soundRate;
-    return pins.audio ? RenderSound(pins.audio.get()) : S_OK;
 }
 
 HRESULT PlayerController::RenderSound(GstPad* pin) {
@@ -103,20 +94,18 @@ HRESULT PlayerController::RenderSound(GstPad* pin) {
     return S_OK;
 }
 
-HRESULT PlayerController::ReadState() {
-    return GetState(kStateWaitMs, &m_state);
+HRESULT PlayerController::ReadState(HRESULT result) {
+    return Failed(result) ? result : GetState(kStateWaitMs, &m_state);
 }
 
 HRESULT PlayerController::Run() {
     // All has been played: once more from the start.
     if (m_pGraph && HasEnded()) SetPositions(0, -1);
-    const HRESULT result = SetState(kRunning);
-    return Failed(result) ? result : ReadState();
+    return ReadState(SetState(kRunning));
 }
 
 HRESULT PlayerController::Pause() {
-    const HRESULT result = SetState(kPaused);
-    return Failed(result) ? result : ReadState();
+    return ReadState(SetState(kPaused));
 }
 
 HRESULT PlayerController::Seek(int64_t position, uint32_t flags, int64_t stop, uint32_t stopFlags) {
@@ -128,8 +117,7 @@ HRESULT PlayerController::Seek(int64_t position, uint32_t flags, int64_t stop, u
                            : flags == kRelativePositioning
                                ? now + std::clamp(position, -now, m_duration)
                                : now;
-    const HRESULT result = SetPositions(target, stopFlags == kAbsolutePositioning ? stop : -1);
-    return Failed(result) ? result : ReadState();
+    return ReadState(SetPositions(target, stopFlags == kAbsolutePositioning ? stop : -1));
 }
 
 HRESULT PlayerController::SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle) {

@@ -79,10 +79,9 @@ protected:
     IVideoWindow* m_hVideoWindow = nullptr;
 
 private:
-    HRESULT RenderMovie(const std::string& path);
-    HRESULT RenderWave(const std::string& path);
+    HRESULT RenderPicture(GstPad* pin);
     HRESULT RenderSound(GstPad* pin);
-    HRESULT ReadState();
+    HRESULT ReadState(HRESULT result);
 
     PlayerDevices m_devices;
     GstElement* m_soundDevice = nullptr;  // of the graph

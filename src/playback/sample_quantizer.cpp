@@ -9,17 +9,6 @@
 namespace tarn {
 namespace {
 
-constexpr char kForms[] =
-    "audio/x-raw, format=(string){ %s }, layout=interleaved, "
-    "rate=[1,2147483647], channels=[1,64]";
-
-GstCapsPtr forms(const char* format) {
-    gchar* text = g_strdup_printf(kForms, format);
-    GstCapsPtr caps(gst_caps_from_string(text));
-    g_free(text);
-    return caps;
-}
-
 GstCaps* transform_caps(GstBaseTransform*, GstPadDirection direction, GstCaps* caps,
                         GstCaps* filter) {
     GstCaps* result = gst_caps_copy(caps);
@@ -64,18 +53,14 @@ GstFlowReturn transform(GstBaseTransform*, GstBuffer* in, GstBuffer* out) {
     return GST_FLOW_OK;
 }
 
-void add_pad(GstElementClass* element, const char* name, GstPadDirection direction,
-             const char* format) {
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new(name, direction, GST_PAD_ALWAYS, forms(format).get()));
-}
-
 void init_class(gpointer type, gpointer) {
-    GstElementClass* element = GST_ELEMENT_CLASS(type);
-    gst_element_class_set_static_metadata(element, "Sample quantizer", "Filter/Converter/Audio",
+    gst_element_class_set_static_metadata(GST_ELEMENT_CLASS(type), "Sample quantizer",
+                                          "Filter/Converter/Audio",
                                           "Makes 16-bit samples out of floats", "Tarn studio");
-    add_pad(element, "sink", GST_PAD_SINK, "F32LE");
-    add_pad(element, "src", GST_PAD_SRC, "S16LE");
+    const std::string form =
+        "audio/x-raw, layout=interleaved, rate=[1,2147483647], channels=[1,64], format=";
+    AddPadTemplate(type, "sink", GST_PAD_SINK, form + "F32LE");
+    AddPadTemplate(type, "src", GST_PAD_SRC, form + "S16LE");
     GstBaseTransformClass* base = GST_BASE_TRANSFORM_CLASS(type);
     base->transform_caps = transform_caps;
     base->get_unit_size = unit_size;
@@ -92,9 +77,7 @@ GType quantizer_type() {
 }  // namespace
 
 GstElementPtr MakeSampleQuantizer() {
-    auto* element = static_cast<GstElement*>(g_object_new(quantizer_type(), nullptr));
-    gst_object_ref_sink(element);
-    return GstElementPtr(element);
+    return OwnElement(g_object_new(quantizer_type(), nullptr));
 }
 
 }  // namespace tarn

@@ -24,9 +24,8 @@ SoundEffectStream& stream_of(gpointer element) {
     return static_cast<SoundEffectElement*>(element)->stream;
 }
 
-GstStaticCaps g_caps = GST_STATIC_CAPS("audio/x-raw, format = (string) " GST_AUDIO_NE(
-    S16) ", layout = (string) interleaved, "
-         "channels = (int) 2, rate = (int) [ 1000, 1000000 ]");
+constexpr char kForm[] = "audio/x-raw, format=" GST_AUDIO_NE(
+    S16) ", layout=interleaved, channels=2, rate=[1000,1000000]";
 static_assert(kMinSampleRate == 1000 && kMaxSampleRate == 1000000, "as in the caps");
 
 // Nanoseconds of the clip; none where the buffer doesn't say.
@@ -75,15 +74,11 @@ void finalize(GObject* object) {
 void init_class(gpointer type_class, gpointer) {
     G_OBJECT_CLASS(type_class)->finalize = finalize;
 
-    GstElementClass* const element = GST_ELEMENT_CLASS(type_class);
-    gst_element_class_set_static_metadata(element, "Sound Effect", "Filter/Effect/Audio",
-                                          "Treats the sound as a save does", "Tarn");
-    GstCaps* const caps = gst_static_caps_get(&g_caps);
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS, caps));
-    gst_element_class_add_pad_template(
-        element, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, caps));
-    gst_caps_unref(caps);
+    gst_element_class_set_static_metadata(GST_ELEMENT_CLASS(type_class), "Sound Effect",
+                                          "Filter/Effect/Audio", "Treats the sound as a save does",
+                                          "Tarn");
+    AddPadTemplate(type_class, "sink", GST_PAD_SINK, kForm);
+    AddPadTemplate(type_class, "src", GST_PAD_SRC, kForm);
 
     // With all effects off the sound is treated as well: the chain's limits are part of it.
     GstBaseTransformClass* const transform = GST_BASE_TRANSFORM_CLASS(type_class);
@@ -111,10 +106,7 @@ GType sound_effect_type() {
 }  // namespace
 
 GstElementPtr MakeSoundEffect() {
-    GstElement* const element =
-        GST_ELEMENT(g_object_new(sound_effect_type(), "name", "Sound Effect", nullptr));
-    gst_object_ref_sink(element);
-    return GstElementPtr(element);
+    return OwnElement(g_object_new(sound_effect_type(), "name", "Sound Effect", nullptr));
 }
 
 ISoundEffect* QuerySoundEffect(GstElement* element) {

@@ -16,10 +16,6 @@ uint64_t frame_at(uint64_t ns, uint32_t rate) {
     return ns / kSecond * rate + (ns % kSecond * rate + kSecond / 2) / kSecond;
 }
 
-uint64_t frame_at_ms(uint32_t ms, uint32_t rate) {
-    return uint64_t{ms} * rate / 1000;
-}
-
 // Cut to whole milliseconds as a save does with its positions.
 uint32_t position_of(uint64_t frame, uint32_t rate) {
     const uint64_t ms = frame / rate * 1000 + frame % rate * 1000 / rate;
@@ -80,21 +76,9 @@ std::unique_ptr<SoundEffectStream::Parcel> SoundEffectStream::Prepare(
     }
 }
 
-HRESULT SoundEffectStream::SetInPoint(int32_t ms) {
+HRESULT SoundEffectStream::Store(int32_t ms, std::atomic<int32_t>* place) {
     if (ms < 0) return E_INVALIDARG;
-    m_in = ms;
-    return S_OK;
-}
-
-HRESULT SoundEffectStream::SetOutPoint(int32_t ms) {
-    if (ms < 0) return E_INVALIDARG;
-    m_out = ms;
-    return S_OK;
-}
-
-HRESULT SoundEffectStream::SetPosition(int32_t ms) {
-    if (ms < 0) return E_INVALIDARG;
-    m_toldPosition = ms;
+    *place = ms;
     return S_OK;
 }
 
@@ -133,12 +117,12 @@ uint64_t SoundEffectStream::FirstFrame(std::optional<uint64_t> time) {
         m_timed = true;
         const uint64_t first = frame_at(*time, rate);
         const uint64_t off = first > m_next ? first - m_next : m_next - first;
-        if (m_chain && off > frame_at_ms(kTolerance, rate)) AMPEffectReset(m_chain.get());
+        if (m_chain && off > uint64_t{kTolerance} * rate / 1000) AMPEffectReset(m_chain.get());
         return first;
     }
     if (m_timed) return m_next;
     const int32_t told = m_toldPosition.exchange(-1);
-    return told < 0 ? m_next : frame_at_ms(static_cast<uint32_t>(told), rate);
+    return told < 0 ? m_next : static_cast<uint64_t>(told) * rate / 1000;
 }
 
 void SoundEffectStream::TakeChange() {

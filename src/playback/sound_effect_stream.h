@@ -24,9 +24,9 @@ public:
 
     HRESULT SetSampleRate(int32_t rate) override;
     HRESULT SetEffects(const AMPEffectSettings* settings) override;
-    HRESULT SetInPoint(int32_t ms) override;
-    HRESULT SetOutPoint(int32_t ms) override;
-    HRESULT SetPosition(int32_t ms) override;
+    HRESULT SetInPoint(int32_t ms) override { return Store(ms, &m_in); }
+    HRESULT SetOutPoint(int32_t ms) override { return Store(ms, &m_out); }
+    HRESULT SetPosition(int32_t ms) override { return Store(ms, &m_toldPosition); }
 
     // The rate of what follows; allocates. False for one that no chain takes. Where memory is short
     // the sound passes untreated.
@@ -48,6 +48,7 @@ private:
 
     std::unique_ptr<Parcel> Prepare(const AMPEffectSettings& settings, Parcel* superseded) const;
     static void Free(Parcel* parcels);
+    static HRESULT Store(int32_t ms, std::atomic<int32_t>* place);
     void TakeChange();
     uint64_t FirstFrame(std::optional<uint64_t> time);
 

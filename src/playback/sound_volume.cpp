@@ -18,19 +18,11 @@ struct Listener {
     SoundVolumeController::Changed changed;
 };
 
-struct Signal {
-    std::shared_ptr<Listener> listener;
-    int32_t code;
-};
-
-void tell(GObject*, GParamSpec*, gpointer data) {
-    const auto* signal = static_cast<Signal*>(data);
-    const std::lock_guard lock(signal->listener->lock);
-    if (signal->listener->changed) signal->listener->changed(signal->code);
-}
-
-bool has_volume(GstElement* element) {
-    return GST_IS_STREAM_VOLUME(element) != FALSE;
+void tell(GObject*, GParamSpec* property, gpointer data) {
+    Listener& listener = **static_cast<std::shared_ptr<Listener>*>(data);
+    const bool device = g_strcmp0(property->name, "current-device") == 0;
+    const std::lock_guard lock(listener.lock);
+    if (listener.changed) listener.changed(device ? kMixerLineChange : kMixerControlChange);
 }
 
 // The first sink in the bin with a stream of its own in the mixer.
@@ -40,7 +32,7 @@ GstElementPtr find_sink(GstBin* bin) {
     GValue item = G_VALUE_INIT;
     while (!found && gst_iterator_next(all, &item) == GST_ITERATOR_OK) {
         GstElement* element = GST_ELEMENT(g_value_get_object(&item));
-        if (has_volume(element)) found.reset(GST_ELEMENT(gst_object_ref(element)));
+        if (GST_IS_STREAM_VOLUME(element)) found.reset(GST_ELEMENT(gst_object_ref(element)));
         g_value_reset(&item);
     }
     g_value_unset(&item);
@@ -49,11 +41,11 @@ GstElementPtr find_sink(GstBin* bin) {
 }
 
 GstElementPtr find_volume(GstElement* renderer) {
-    if (has_volume(renderer)) return GstElementPtr(GST_ELEMENT(gst_object_ref(renderer)));
+    if (GST_IS_STREAM_VOLUME(renderer)) return GstElementPtr(GST_ELEMENT(gst_object_ref(renderer)));
     if (!GST_IS_BIN(renderer)) return nullptr;
     if (GstElementPtr sink = find_sink(GST_BIN(renderer))) return sink;
     GstElementPtr volume(gst_bin_get_by_name(GST_BIN(renderer), "volume"));
-    return volume && has_volume(volume.get()) ? std::move(volume) : nullptr;
+    return volume && GST_IS_STREAM_VOLUME(volume.get()) ? std::move(volume) : nullptr;
 }
 
 }  // namespace
@@ -62,15 +54,14 @@ class SoundVolumeController::Control {
 public:
     Control(GstElementPtr element, Changed changed) : m_element(std::move(element)) {
         m_listener->changed = std::move(changed);
-        Watch("notify::volume", kMixerControlChange);
-        Watch("notify::mute", kMixerControlChange);
+        Watch("notify::volume");
+        Watch("notify::mute");
         if (g_object_class_find_property(G_OBJECT_GET_CLASS(m_element.get()), "current-device"))
-            Watch("notify::current-device", kMixerLineChange);
+            Watch("notify::current-device");
     }
     ~Control() {
-        for (const gulong id : m_signals) {
+        for (const gulong id : m_signals)
             if (id != 0) g_signal_handler_disconnect(m_element.get(), id);
-        }
         const std::lock_guard lock(m_listener->lock);
         m_listener->changed = nullptr;
     }
@@ -80,12 +71,13 @@ public:
     GstStreamVolume* Volume() const { return GST_STREAM_VOLUME(m_element.get()); }
 
 private:
-    void Watch(const char* signal, int32_t code) {
-        auto data = std::make_unique<Signal>(Signal{m_listener, code});
+    void Watch(const char* signal) {
+        using Keeper = std::shared_ptr<Listener>;
         m_signals[m_count++] = g_signal_connect_data(
-            m_element.get(), signal, G_CALLBACK(tell), data.release(),
-            [](gpointer owned, GClosure*) {
-                const std::unique_ptr<Signal> owner(static_cast<Signal*>(owned));
+            m_element.get(), signal, G_CALLBACK(tell),
+            std::make_unique<Keeper>(m_listener).release(),
+            [](gpointer keeper, GClosure*) {
+                const std::unique_ptr<Keeper> owner(static_cast<Keeper*>(keeper));
             },
             static_cast<GConnectFlags>(0));
     }

@@ -23,12 +23,8 @@ public:
             XpPath::HasExtension(path, ".mp4")
                 ? AddMovieSource(m_pGraph, path, SourceTracks::kAll, DecoderMode::kSoftware, &pins)
                 : AddWaveSource(m_pGraph, path, &pins);
-        return reason ? reason : MissingSink(pins);
-    }
-
-private:
-    // Of the sinks that need neither a device nor a display.
-    Reason MissingSink(const DecodedPins& pins) {
+        if (reason) return reason;
+        // Of the sinks, those that need neither a device nor a display.
         static constexpr VideoRendererForm kPainted[] = {VideoRendererForm::CVMR7};
         if (pins.audio && !MakeAudioRenderer("fakesink")) return MissingPart(kAudioRendererParts);
         HRESULT result = S_OK;
@@ -97,23 +93,23 @@ HRESULT TarnPlayerController::FindEffect() {
     return m_pEffect ? S_OK : S_FALSE;
 }
 
-HRESULT TarnPlayerController::Told(HRESULT result) {
+template <typename Call>
+HRESULT TarnPlayerController::Tell(Call call) {
+    HRESULT result = FindEffect();
+    if (result == S_OK) result = call();
     return Failed(result) ? Fail(result) : result;
 }
 
 HRESULT TarnPlayerController::SetInPoint(int32_t ms) {
-    const HRESULT found = FindEffect();
-    return found == S_OK ? Told(m_pEffect->SetInPoint(ms)) : found;
+    return Tell([&] { return m_pEffect->SetInPoint(ms); });
 }
 
 HRESULT TarnPlayerController::SetOutPoint(int32_t ms) {
-    const HRESULT found = FindEffect();
-    return found == S_OK ? Told(m_pEffect->SetOutPoint(ms)) : found;
+    return Tell([&] { return m_pEffect->SetOutPoint(ms); });
 }
 
 HRESULT TarnPlayerController::SetEffects(const AMPEffectSettings& settings) {
-    const HRESULT found = FindEffect();
-    return found == S_OK ? Told(m_pEffect->SetEffects(&settings)) : found;
+    return Tell([&] { return m_pEffect->SetEffects(&settings); });
 }
 
 }  // namespace tarn

@@ -41,7 +41,8 @@ public:
 
 private:
     HRESULT FindEffect();
-    HRESULT Told(HRESULT result);
+    template <typename Call>
+    HRESULT Tell(Call call);
 
     ISoundEffect* m_pEffect = nullptr;  // of m_pSoundFilter
 };

@@ -3,6 +3,7 @@
 #include <span>
 
 #include "movie/umc/aac_config.h"
+#include "mp4format/bytes.h"
 #include "mp4format/host.h"
 #include "playback/track_source.h"
 
@@ -23,11 +24,7 @@ void set_codec_data(GstCaps* caps, std::span<const uint8_t> bytes) {
 // 'pasp': two u32, the width and the height of a pixel.
 void set_pixel_aspect(GstCaps* caps, const std::vector<uint8_t>& payload) {
     if (payload.size() < 8) return;
-    const auto read = [&](size_t at) {
-        return static_cast<uint32_t>(payload[at] << 24 | payload[at + 1] << 16 |
-                                     payload[at + 2] << 8 | payload[at + 3]);
-    };
-    const uint32_t width = read(0), height = read(4);
+    const uint32_t width = get_be32(payload.data()), height = get_be32(payload.data() + 4);
     constexpr uint32_t kMost = 65535;
     if (width == 0 || height == 0 || width > kMost || height > kMost) return;
     gst_caps_set_simple(caps, "pixel-aspect-ratio", GST_TYPE_FRACTION, static_cast<int>(width),
@@ -39,18 +36,17 @@ GstCapsPtr video_kind(const CVideoSampleDescriptionInfo& video) {
         case fourcc("avc1"):
         case fourcc("avc3"): {
             if (video.avcConfig.empty()) return nullptr;
-            GstCapsPtr caps(gst_caps_new_simple("video/x-h264", "stream-format", G_TYPE_STRING,
-                                                "avc", "alignment", G_TYPE_STRING, "au", nullptr));
+            GstCapsPtr caps(gst_caps_from_string("video/x-h264, stream-format=avc, alignment=au"));
             set_codec_data(caps.get(), video.avcConfig);
             return caps;
         }
         case fourcc("hvc1"):
         case fourcc("hev1"): {
             if (video.hevcConfig.empty()) return nullptr;
-            const bool in_band = video.entry.format == fourcc("hev1");
-            GstCapsPtr caps(gst_caps_new_simple("video/x-h265", "stream-format", G_TYPE_STRING,
-                                                in_band ? "hev1" : "hvc1", "alignment",
-                                                G_TYPE_STRING, "au", nullptr));
+            const char* form = video.entry.format == fourcc("hev1")
+                                   ? "video/x-h265, stream-format=hev1, alignment=au"
+                                   : "video/x-h265, stream-format=hvc1, alignment=au";
+            GstCapsPtr caps(gst_caps_from_string(form));
             set_codec_data(caps.get(), video.hevcConfig);
             return caps;
         }
@@ -95,11 +91,6 @@ GstCapsPtr aac_caps(const CAudioSampleDescriptionInfo& sound) {
     return caps;
 }
 
-GstCapsPtr mp3_caps() {
-    return GstCapsPtr(gst_caps_new_simple("audio/mpeg", "mpegversion", G_TYPE_INT, 1, "layer",
-                                          G_TYPE_INT, 3, "parsed", G_TYPE_BOOLEAN, TRUE, nullptr));
-}
-
 GstCapsPtr pcm_caps(const CAudioSampleDescriptionInfo& sound, const char* format) {
     const Mp4AudioEntry& entry = sound.entry;
     constexpr uint32_t kMostRate = 1'000'000;
@@ -124,7 +115,8 @@ GstCapsPtr audio_caps(const CAudioSampleDescriptionInfo& sound) {
             return nullptr;
     }
     const uint8_t object = sound.objectType;
-    if (object == kObjectMp3InMpeg1 || object == kObjectMp3InMpeg2) return mp3_caps();
+    if (object == kObjectMp3InMpeg1 || object == kObjectMp3InMpeg2)
+        return GstCapsPtr(gst_caps_from_string("audio/mpeg, mpegversion=1, layer=3, parsed=true"));
     const bool aac = object == 0 || object == kObjectAac ||
                      (object >= kObjectMpeg2Aac && object <= kObjectMpeg2AacLast);
     return aac ? aac_caps(sound) : nullptr;

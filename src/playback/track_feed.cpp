@@ -23,10 +23,6 @@ constexpr uint32_t kPcmRun = 1024;  // frames handed on together, as AAC has it
 
 }  // namespace
 
-ReasonCode TrackFeed::NoTrack(Kind kind) {
-    return kind == Kind::kVideo ? ReasonCode::kNoVideoTrack : ReasonCode::kNoAudioTrack;
-}
-
 Reason TrackFeed::Open(const std::string& path, Kind kind) {
     m_kind = kind;
     if (Reason reason = m_clip.Open(path)) return reason;

@@ -34,7 +34,9 @@ public:
 
     // NoTrack where the movie has no track of that kind.
     Reason Open(const std::string& path, Kind kind);
-    static ReasonCode NoTrack(Kind kind);
+    static ReasonCode NoTrack(Kind kind) {
+        return kind == Kind::kVideo ? ReasonCode::kNoVideoTrack : ReasonCode::kNoAudioTrack;
+    }
 
     Kind TrackKind() const { return m_kind; }
     const std::vector<CVideoSampleDescriptionInfo>& Video() const { return m_video; }

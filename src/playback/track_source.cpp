@@ -152,12 +152,9 @@ void finalize(GObject* object) {
 void init_class(gpointer type, gpointer) {
     g_parentClass = GST_BASE_SRC_CLASS(g_type_class_peek_parent(type));
     G_OBJECT_CLASS(type)->finalize = finalize;
-    GstElementClass* element = GST_ELEMENT_CLASS(type);
-    gst_element_class_set_static_metadata(element, "Movie track", "Source/File",
+    gst_element_class_set_static_metadata(GST_ELEMENT_CLASS(type), "Movie track", "Source/File",
                                           "Gives one track of a movie", "Tarn studio");
-    gst_element_class_add_pad_template(element,
-                                       gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS,
-                                                            GstCapsPtr(gst_caps_new_any()).get()));
+    AddPadTemplate(type, "src", GST_PAD_SRC, "ANY");
     GstBaseSrcClass* source = GST_BASE_SRC_CLASS(type);
     source->do_seek = do_seek;
     source->is_seekable = always;
@@ -182,12 +179,11 @@ GType source_type() {
 
 GstElementPtr MakeTrackSource(std::unique_ptr<TrackFeed> feed) {
     if (!MakeTrackCaps(*feed, 0)) return nullptr;
-    auto* source = static_cast<GstElement*>(g_object_new(source_type(), nullptr));
-    gst_object_ref_sink(source);
+    GstElementPtr source = OwnElement(g_object_new(source_type(), nullptr));
     auto state = std::make_unique<SourceState>();
     state->feed = std::move(feed);
-    self_of(source)->state = state.release();
-    return GstElementPtr(source);
+    self_of(source.get())->state = state.release();
+    return source;
 }
 
 Reason TrackSourceReason(gpointer element) {

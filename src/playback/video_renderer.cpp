@@ -26,20 +26,15 @@ std::unique_ptr<CVideoRenderer> MakeRenderer(VideoRendererForm form) {
 std::unique_ptr<CVideoRenderer> CreateVideoRenderer(GstElement* graph, HRESULT* result,
                                                     std::span<const VideoRendererForm> forms) {
     HRESULT last = E_FAIL;
+    std::unique_ptr<CVideoRenderer> renderer;
     for (const VideoRendererForm form : forms) {
-        std::unique_ptr<CVideoRenderer> renderer = MakeRenderer(form);
-        if (!renderer) {
-            last = E_OUTOFMEMORY;
-            break;
-        }
-        last = renderer->AddToGraph(graph);
-        if (!Failed(last)) {
-            if (result) *result = last;
-            return renderer;
-        }
+        renderer = MakeRenderer(form);
+        last = renderer ? renderer->AddToGraph(graph) : E_OUTOFMEMORY;
+        if (!renderer || !Failed(last)) break;
+        renderer.reset();
     }
     if (result) *result = last;
-    return nullptr;
+    return renderer;
 }
 
 }  // namespace tarn
