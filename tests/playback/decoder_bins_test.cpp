@@ -3,18 +3,21 @@
 
 #include <gtest/gtest.h>
 
-#include "fake_factory.h"
-#include "picture_rig.h"
 #include "playback/audio_renderer.h"
 #include "player_rig.h"
 
 namespace tarn {
 namespace {
 
-constexpr char kHardware[] = "Codec/Decoder/Video/Hardware", kSoftware[] = "Codec/Decoder/Video";
+constexpr char kHardwareKind[] = "Codec/Decoder/Video/Hardware";
+constexpr char kSoftwareKind[] = "Codec/Decoder/Video";
 constexpr char kAudioSink[] = "Sink/Audio";
 constexpr char kAvc[] = "video/x-h264,stream-format=avc,alignment=au";
 constexpr char kHevc[] = "video/x-h265,stream-format=hvc1,alignment=au";
+
+// The setting for hardware acceleration, the other way round.
+static_assert(static_cast<int>(DecoderModeFor(true)) == 0 &&
+              DecoderModeFor(true) != DecoderModeFor(false));
 
 GstElementPtr Decoder(const char* caps, DecoderMode mode) {
     Reason reason;
@@ -24,69 +27,49 @@ GstElementPtr Decoder(const char* caps, DecoderMode mode) {
     return decoder;
 }
 
-// The sink at the end of a renderer.
-GstElementPtr SinkOf(const GstElementPtr& renderer) {
-    GstIterator* sinks = gst_bin_iterate_sinks(GST_BIN(renderer.get()));
-    GValue item = G_VALUE_INIT;
-    EXPECT_EQ(gst_iterator_next(sinks, &item), GST_ITERATOR_OK);
-    GstElementPtr sink(GST_ELEMENT(g_value_dup_object(&item)));
-    g_value_unset(&item);
-    gst_iterator_free(sinks);
-    return sink;
-}
-
-TEST(DecoderMode, IsTheSettingTheOtherWayRound) {
-    EXPECT_EQ(static_cast<int>(DecoderModeFor(true)), 0);
-    EXPECT_EQ(static_cast<int>(DecoderModeFor(false)), 1);
-    EXPECT_EQ(PlayerDevices().decoders, DecoderMode::kSoftware);
-}
-
 TEST(VideoDecoder, IsOfTheHardwareOnlyWhenThatIsWanted) {
-    const FakeFactory broken("fakehardbroken", kHardware, "video/x-h264;video/x-h265", false);
-    EXPECT_FALSE(HasElementOf(Decoder(kAvc, DecoderMode::kHardware).get(), "fakehardbroken"))
+    using enum DecoderMode;
+    const FakeFactory broken("fakehardbroken", kHardwareKind, "video/x-h264;video/x-h265", false);
+    EXPECT_FALSE(ElementOf(Decoder(kAvc, kHardware), "fakehardbroken"))
         << "the processor is the fall-back";
-    const FakeFactory hard("fakehard", kHardware, "video/x-h264;video/x-h265;video/mpeg", true);
+    const FakeFactory hard("fakehard", kHardwareKind, "video/x-h264;video/x-h265;video/mpeg");
     const struct {
         const char *caps, *parser;
     } rows[] = {{kAvc, "h264parse"}, {kHevc, "h265parse"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.caps);
         const HiddenFactory own(row.parser);  // where there is one
-        const FakeFactory parser(row.parser, "Codec/Parser", row.caps, true);
-        const GstElementPtr with = Decoder(row.caps, DecoderMode::kHardware);
-        EXPECT_TRUE(HasElementOf(with.get(), "fakehard"));
-        EXPECT_TRUE(HasElementOf(with.get(), row.parser)) << "it wants to know more of the samples";
+        const FakeFactory parser(row.parser, "Codec/Parser", row.caps);
+        const GstElementPtr with = Decoder(row.caps, kHardware);
+        EXPECT_TRUE(ElementOf(with, "fakehard"));
+        EXPECT_TRUE(ElementOf(with, row.parser)) << "it wants to know more of the samples";
         EXPECT_EQ(GST_BIN_NUMCHILDREN(with.get()), 2);
-        const GstElementPtr without = Decoder(row.caps, DecoderMode::kSoftware);
-        EXPECT_FALSE(HasElementOf(without.get(), "fakehard"));
+        const GstElementPtr without = Decoder(row.caps, kSoftware);
+        EXPECT_FALSE(ElementOf(without, "fakehard"));
         EXPECT_EQ(GST_BIN_NUMCHILDREN(without.get()), 1);
         EXPECT_STREQ(GST_OBJECT_NAME(without.get()), "Kelo AVC Decoder Light");
     }
-    const GstElementPtr other = Decoder("video/mpeg,mpegversion=4", DecoderMode::kHardware);
+    const GstElementPtr other = Decoder("video/mpeg,mpegversion=4", kHardware);
     EXPECT_EQ(GST_BIN_NUMCHILDREN(other.get()), 1) << "no parser is known for it";
 }
 
 TEST(VideoDecoder, IsThePlatformsFavouriteThatStarts) {
-    const FakeFactory first("fakesoft", kSoftware, "video/x-h264", true);
-    EXPECT_TRUE(HasElementOf(Decoder(kAvc, DecoderMode::kSoftware).get(), "fakesoft"));
-    EXPECT_TRUE(HasElementOf(Decoder(kAvc, DecoderMode::kHardware).get(), "fakesoft"))
-        << "there is no hardware";
-    EXPECT_FALSE(HasElementOf(Decoder(kHevc, DecoderMode::kSoftware).get(), "fakesoft"))
-        << "takes AVC alone";
+    using enum DecoderMode;
+    const FakeFactory first("fakesoft", kSoftwareKind, "video/x-h264");
+    EXPECT_TRUE(ElementOf(Decoder(kAvc, kSoftware), "fakesoft"));
+    EXPECT_TRUE(ElementOf(Decoder(kAvc, kHardware), "fakesoft")) << "there is no hardware";
+    EXPECT_FALSE(ElementOf(Decoder(kHevc, kSoftware), "fakesoft")) << "takes AVC alone";
 }
 
-TEST(VideoDecoder, SaysWhatNothingDecodes) {
+TEST(AudioDecoder, SaysWhatIsMissing) {
     ASSERT_TRUE(StartGst());
     Reason reason;
-    const GstCapsPtr caps(gst_caps_from_string("video/x-tarn-unheard-of"));
-    EXPECT_EQ(MakeVideoDecoder(caps.get(), DecoderMode::kHardware, &reason), nullptr);
-    EXPECT_EQ(reason.code, ReasonCode::kNoPlugin);
-    EXPECT_EQ(reason.side, ReasonSide::kDevice);
     // A decoder of pictures is none of sound.
-    const FakeFactory picture("fakewrong", kSoftware, "audio/x-tarn", true);
+    const FakeFactory picture("fakewrong", kSoftwareKind, "audio/x-tarn");
     const GstCapsPtr sound(gst_caps_from_string("audio/x-tarn"));
     EXPECT_EQ(MakeAudioDecoder(sound.get(), &reason), nullptr);
     EXPECT_EQ(reason.code, ReasonCode::kNoPlugin);
+    EXPECT_EQ(reason.side, ReasonSide::kDevice);
     const GstCapsPtr raw(gst_caps_from_string("audio/x-raw"));
     for (const char* part : {"audioconvert", "queue"}) {
         SCOPED_TRACE(part);
@@ -97,24 +80,22 @@ TEST(VideoDecoder, SaysWhatNothingDecodes) {
 }
 
 TEST(AudioRenderer, TakesTheFirstDeviceThatOpens) {
-    const FakeFactory choice("autofakesink", kAudioSink, "audio/x-raw", true);
+    const FakeFactory choice("autofakesink", kAudioSink, "audio/x-raw");
     const FakeFactory gone("fakegone", kAudioSink, "audio/x-raw", false);
-    {
-        const GstElementPtr none = MakeAudioRenderer("");
-        EXPECT_FALSE(HasElementOf(none.get(), "autofakesink")) << "hides what it finds";
-        EXPECT_FALSE(HasElementOf(none.get(), "fakegone"));
-    }
-    const FakeFactory device("fakedevice", kAudioSink, "audio/x-raw", true);
-    EXPECT_TRUE(HasElementOf(MakeAudioRenderer("").get(), "fakedevice"));
-    EXPECT_FALSE(HasElementOf(MakeAudioRenderer("fakesink").get(), "fakedevice"));
-    EXPECT_TRUE(HasElementOf(MakeAudioRenderer("fakegone").get(), "fakegone")) << "by its name";
-    EXPECT_TRUE(HasElementOf(MakeAudioRenderer("tarnnosuchsink").get(), "fakesink"));
+    EXPECT_FALSE(ElementOf(MakeAudioRenderer(""), "autofakesink")) << "hides what it finds";
+    EXPECT_FALSE(ElementOf(MakeAudioRenderer(""), "fakegone"));
+    const FakeFactory device("fakedevice", kAudioSink, "audio/x-raw");
+    EXPECT_TRUE(ElementOf(MakeAudioRenderer(""), "fakedevice"));
+    EXPECT_FALSE(ElementOf(MakeAudioRenderer("fakesink"), "fakedevice"));
+    EXPECT_TRUE(ElementOf(MakeAudioRenderer("fakegone"), "fakegone")) << "by its name";
+    EXPECT_TRUE(ElementOf(MakeAudioRenderer("tarnnosuchsink"), "fakesink"));
 }
 
 TEST(AudioRenderer, SwallowsSoundInItsOwnTimeAndNeedsItsParts) {
     ASSERT_TRUE(StartGst());
     gboolean sync = FALSE;
-    g_object_get(SinkOf(MakeAudioRenderer("fakesink")).get(), "sync", &sync, nullptr);
+    g_object_get(ElementOf(MakeAudioRenderer("fakesink"), "fakesink").get(), "sync", &sync,
+                 nullptr);
     EXPECT_TRUE(sync);
     for (const char* part : {"audioconvert", "audioresample", "volume", "fakesink"}) {
         SCOPED_TRACE(part);
@@ -125,10 +106,10 @@ TEST(AudioRenderer, SwallowsSoundInItsOwnTimeAndNeedsItsParts) {
 
 TEST(AudioRenderer, KeepsTheDevicesBufferShort) {
     ASSERT_TRUE(StartGst());
-    const GstElementPtr bin = MakeAudioRenderer("pulsesink");
-    if (!HasElementOf(bin.get(), "pulsesink")) GTEST_SKIP() << "there is no pulsesink";
+    const GstElementPtr sink = ElementOf(MakeAudioRenderer("pulsesink"), "pulsesink");
+    if (!sink) GTEST_SKIP() << "there is no pulsesink";
     gint64 buffer = 0, latency = 0;
-    g_object_get(SinkOf(bin).get(), "buffer-time", &buffer, "latency-time", &latency, nullptr);
+    g_object_get(sink.get(), "buffer-time", &buffer, "latency-time", &latency, nullptr);
     EXPECT_EQ(buffer, 60'000);
     EXPECT_EQ(latency, 10'000);
 }

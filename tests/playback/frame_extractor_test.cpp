@@ -5,12 +5,16 @@
 #include <filesystem>
 #include <random>
 
-#include "picture_rig.h"
 #include "player_rig.h"
 #include "support/temp_dir.h"
 
 namespace tarn {
 namespace {
+
+size_t NearestTo(const KnownPictures& known, const StillPicture& still) {
+    return known.Nearest(
+        Thumbnail({still.rgb.data(), still.width, still.height, still.width * 3}, 3, 2, 0));
+}
 
 TEST(FrameExtractor, GivesThePictureOfATime) {
     const KnownPictures known("plain_vfr");
@@ -22,14 +26,12 @@ TEST(FrameExtractor, GivesThePictureOfATime) {
     for (int i = 0; i < 40; ++i) {
         // The first one comes from a graph that was never started; times after the end count as
         // it.
-        const int64_t target =
+        const auto target =
             static_cast<int64_t>(random() % static_cast<uint64_t>(duration + duration / 20));
         StillPicture still;
         ASSERT_EQ(extractor.GetFrame(target, &still), S_OK) << extractor.GetReason();
         ASSERT_EQ(still.rgb.size(), size_t{3} * 320 * 180);
-        const size_t shown = known.Nearest(
-            Thumbnail(still.rgb.data(), still.width, still.height, still.width * 3, 3, 2, 0));
-        EXPECT_EQ(shown, known.At(std::min(target, duration - 1) * 100)) << target;
+        EXPECT_EQ(NearestTo(known, still), known.At(std::min(target, duration - 1))) << target;
     }
 }
 
@@ -56,23 +58,19 @@ TEST(FrameExtractor, OpensAClipAgainAfterAPlaceWasLost) {
     std::filesystem::copy_file(whole, path);
     CFrameExtractor extractor;
     ASSERT_EQ(extractor.Open(path), S_OK) << extractor.GetReason();
-    const KnownPictures known("cam_mp4v_25_g12_10s");
     StillPicture still;
     ASSERT_EQ(extractor.GetFrame(10'000'000, &still), S_OK);
     EXPECT_EQ(extractor.GetFrame(0, nullptr), E_POINTER);
-    const auto size = std::filesystem::file_size(path);
     std::filesystem::resize_file(path, 2000);
     EXPECT_EQ(extractor.GetFrame(50'000'000, &still), E_FAIL);
     EXPECT_EQ(extractor.GetReason().code, ReasonCode::kEndsEarly) << extractor.GetReason();
     EXPECT_EQ(extractor.GetReason().file, path);
     std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
-    ASSERT_EQ(std::filesystem::file_size(path), size);
     ASSERT_EQ(extractor.Open(path), S_OK) << extractor.GetReason();
     EXPECT_FALSE(extractor.GetReason());
     ASSERT_EQ(extractor.GetFrame(50'000'000, &still), S_OK) << extractor.GetReason();
-    EXPECT_EQ(known.Nearest(
-                  Thumbnail(still.rgb.data(), still.width, still.height, still.width * 3, 3, 2, 0)),
-              known.At(5'000'000'000));
+    const KnownPictures known("cam_mp4v_25_g12_10s");
+    EXPECT_EQ(NearestTo(known, still), known.At(50'000'000));
 }
 
 TEST(FrameExtractor, SaysWhyThereIsNone) {

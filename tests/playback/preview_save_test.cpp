@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "../cli/run_tarn.h"
-#include "playback/gst_handles.h"
 #include "player_rig.h"
 #include "support/temp_dir.h"
 
@@ -34,9 +33,7 @@ struct Heard {
 // Plays to the end, from `seekMs` on where that is not negative.
 Heard Preview(const std::string& clip, const AMPEffectSettings& settings, int32_t outMs,
               int64_t seekMs = -1) {
-    TestPlayer player;
-    EXPECT_EQ(player.OpenClip(clip), S_OK) << player.GetReason();
-    player.PlayUnpaced();
+    TestPlayer player(clip);
     const SoundCapture capture(&player);
     EXPECT_EQ(player.SetEffects(settings), S_OK);
     EXPECT_EQ(player.SetInPoint(0), S_OK);
@@ -45,8 +42,7 @@ Heard Preview(const std::string& clip, const AMPEffectSettings& settings, int32_
     if (seekMs >= 0) {
         EXPECT_GE(player.SeekTo(seekMs * 10'000), 0);
     }
-    EXPECT_GE(player.Run(), 0);
-    EXPECT_EQ(player.WaitForEnd(), S_OK) << player.GetReason();
+    EXPECT_EQ(player.PlayToEnd(), S_OK) << player.GetReason();
     return {capture.Samples(), capture.FirstTime()};
 }
 
@@ -58,14 +54,10 @@ int64_t FirstDifference(const Sound& a, const Sound& b) {
 }
 
 TEST(PreviewAndSave, TreatTheSameSoundAlike) {
-    AMPEffectSettings all;
-    all.bass = 30, all.treble = -20, all.reverb = 5, all.compressor = 4, all.normalize = 2;
-    all.peak = 0.5f;
+    const AMPEffectSettings all = {0, -20, 30, 5, 4, 2, 0, 0.5f};
     const std::vector<std::string> all_options{"--bass",      "30", "--treble",     "-20",
                                                "--reverb",    "5",  "--compressor", "4",
                                                "--normalize", "2",  "--peak",       "0.5"};
-    AMPEffectSettings fade;
-    fade.fade = 1;
     const struct {
         const char* name;
         std::string clip;
@@ -76,8 +68,13 @@ TEST(PreviewAndSave, TreatTheSameSoundAlike) {
     } cases[] = {
         {"AAC with an edit", ClipPath("cam_avc_2997_g12_b2_3s"), all, all_options, 3003, 143000},
         {"AAC without one", ClipPath("cam_roles"), all, all_options, 0, 90000},
-        {"PCM", std::string(TARN_TEST_DATA) + "/playback/pcm.mp4", all, all_options, 0, 24000},
-        {"fades", ClipPath("cam_audio_only"), fade, {"--fade", "--out", "8000"}, 8000, 480000},
+        {"PCM", kData + "/playback/pcm.mp4", all, all_options, 0, 24000},
+        {"fades",
+         ClipPath("cam_audio_only"),
+         {.fade = 1},
+         {"--fade", "--out", "8000"},
+         8000,
+         480000},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -94,8 +91,6 @@ TEST(PreviewAndSave, GoOnAlikeBehindASeek) {
     constexpr int64_t kRate = 48000;
     const std::string clip = ClipPath("cam_audio_only");
     const Sound saved = Saved(clip, {});
-    AMPEffectSettings bass;
-    bass.bass = 30;
     const Sound treated = Saved(clip, {"--bass", "30"});
     for (const int64_t ms : {0, 1, 30, 1000, 3500, 7777}) {
         SCOPED_TRACE(ms);
@@ -107,7 +102,7 @@ TEST(PreviewAndSave, GoOnAlikeBehindASeek) {
         EXPECT_EQ(FirstDifference(plain.sound, {saved.begin() + 2 * start, saved.end()}), -1);
         // The equaliser has forgotten its past and finds back to it.
         constexpr ptrdiff_t kForgotten = 16384;
-        const Heard heard = Preview(clip, bass, 0, ms);
+        const Heard heard = Preview(clip, {.bass = 30}, 0, ms);
         EXPECT_EQ(FirstDifference({heard.sound.begin() + 2 * kForgotten, heard.sound.end()},
                                   {treated.begin() + 2 * (start + kForgotten), treated.end()}),
                   -1);
@@ -116,14 +111,10 @@ TEST(PreviewAndSave, GoOnAlikeBehindASeek) {
 
 // Where the sound bears no times the effects go by what the player tells them.
 TEST(PreviewAndSave, FadeFromThePlaceThatWasSought) {
-    AMPEffectSettings fade;
-    fade.fade = 1;
     const auto play = [&](bool timed) {
-        TestPlayer player;
-        EXPECT_EQ(player.OpenClip(ClipPath("cam_audio_only")), S_OK);
-        player.PlayUnpaced();
-        const GstElementPtr decoder(gst_bin_get_by_name(GST_BIN(player.Graph()), "Audio Decoder"));
-        const GstPadPtr out(gst_element_get_static_pad(decoder.get(), "src"));
+        TestPlayer player(ClipPath("cam_audio_only"));
+        const GstPadPtr out(
+            gst_element_get_static_pad(player.Element("Audio Decoder").get(), "src"));
         const auto strip = [](GstPad*, GstPadProbeInfo* info, gpointer) {
             info->data = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
             GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info)) = GST_CLOCK_TIME_NONE;
@@ -132,12 +123,11 @@ TEST(PreviewAndSave, FadeFromThePlaceThatWasSought) {
         if (!timed)
             gst_pad_add_probe(out.get(), GST_PAD_PROBE_TYPE_BUFFER, strip, nullptr, nullptr);
         const SoundCapture capture(&player);
-        EXPECT_EQ(player.SetEffects(fade), S_OK);
+        EXPECT_EQ(player.SetEffects({.fade = 1}), S_OK);
         EXPECT_EQ(player.SetInPoint(4000), S_OK);
         EXPECT_EQ(player.SetOutPoint(9000), S_OK);
         EXPECT_EQ(player.SeekTo(50'000'000), S_OK);
-        EXPECT_GE(player.Run(), 0);
-        EXPECT_EQ(player.WaitForEnd(), S_OK) << player.GetReason();
+        EXPECT_EQ(player.PlayToEnd(), S_OK) << player.GetReason();
         return capture.Samples();
     };
     const Sound timed = play(true);

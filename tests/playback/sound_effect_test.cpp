@@ -1,15 +1,15 @@
-#include "playback/sound_effect.h"
+#include "playback/sound_effect_stream.h"
 
 #include <gst/check/gstharness.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
-#include <optional>
-#include <string>
+#include <thread>
 #include <vector>
 
-#include "effects/effect_chain.h"
 #include "playback/sound_effect_element.h"
+#include "support/allocation_count.h"
 #include "support/wave_builder.h"
 
 namespace tarn {
@@ -21,18 +21,6 @@ using Time = std::optional<uint64_t>;  // ns
 constexpr uint32_t kRate = 48000;
 constexpr uint32_t kBlock = 1024;  // of AAC
 constexpr uint64_t kSecond = GST_SECOND;
-
-AMPEffectSettings Reverb(int32_t preset) {
-    AMPEffectSettings s;
-    s.reverb = preset;
-    return s;
-}
-
-AMPEffectSettings Fade() {
-    AMPEffectSettings s;
-    s.fade = 1;
-    return s;
-}
 
 AMPEffectChainPtr MakeChain(const AMPEffectSettings& settings, uint32_t rate = kRate) {
     AMPEffectChainPtr chain(AMPEffectCreate(rate));
@@ -104,34 +92,23 @@ protected:
 // A save gives the chain one AAC frame at a time, with the milliseconds since the start cut off. A
 // decoder counts on from its first time stamp, so that two roundings meet.
 TEST_F(SoundEffectTest, GivesTheSamplesOfASave) {
-    AMPEffectSettings everything = Fade();
-    everything.treble = -40;
-    everything.bass = 70;
-    everything.reverb = 7;
-    everything.compressor = 4;
-    everything.normalize = 1;
-    everything.peak = 0.7f;
-    AMPEffectSettings soft = Fade();
-    soft.compressor = 2;
-    AMPEffectSettings bypass = everything;
-    bypass.bypass = 1;
-    for (const uint32_t rate : {kRate, 44100u}) {
-        SetCaps(rate);
-        ASSERT_EQ(m_effect->SetOutPoint(9000), S_OK);
-        for (const AMPEffectSettings& settings : {everything, soft, AMPEffectSettings(), bypass}) {
-            SendFlush();
-            SendSegment(0, 0);
-            SetEffects(settings);
-            const AMPEffectChainPtr save = MakeChain(settings, rate);
-            AMPEffectSetRange(save.get(), 0, 9000);
-            const uint64_t base = kBlock * kSecond / rate;
-            for (uint64_t block = 1; block <= 10 * rate / kBlock; ++block) {
-                const Sound sound = Noise(kBlock, static_cast<unsigned>(block));
-                const auto position = static_cast<uint32_t>(block * kBlock * 1000 / rate);
-                ASSERT_TRUE(Push(sound, base + (block - 1) * kBlock * kSecond / rate) ==
-                            Treat(save, sound, position))
-                    << rate << " Hz, block " << block;
-            }
+    constexpr uint32_t kOther = 44100;
+    SetCaps(kOther);
+    ASSERT_EQ(m_effect->SetOutPoint(9000), S_OK);
+    for (const uint8_t bypass : {uint8_t{0}, uint8_t{1}}) {
+        const AMPEffectSettings settings = {bypass, -40, 70, 7, 4, 1, 1, 0.7f};
+        SendFlush();
+        SendSegment(0, 0);
+        SetEffects(settings);
+        const AMPEffectChainPtr save = MakeChain(settings, kOther);
+        AMPEffectSetRange(save.get(), 0, 9000);
+        const uint64_t base = kBlock * kSecond / kOther;
+        for (uint64_t block = 1; block <= 10 * kOther / kBlock; ++block) {
+            const Sound sound = Noise(kBlock, static_cast<unsigned>(block));
+            const auto position = static_cast<uint32_t>(block * kBlock * 1000 / kOther);
+            ASSERT_TRUE(Push(sound, base + (block - 1) * kBlock * kSecond / kOther) ==
+                        Treat(save, sound, position))
+                << block;
         }
     }
 }
@@ -140,7 +117,7 @@ TEST_F(SoundEffectTest, ForgetsTheSoundWhereTheStreamJumps) {
     const Sound input = Noise(kRate / 10);
     const uint64_t step = kSecond / 10;
     SetCaps(kRate);
-    SetEffects(Reverb(8));
+    SetEffects({.reverb = 8});
     const auto new_segment = [this](uint64_t time) { return [=, this] { SendSegment(0, time); }; };
     const struct {
         const char* name;
@@ -166,9 +143,9 @@ TEST_F(SoundEffectTest, ForgetsTheSoundWhereTheStreamJumps) {
         SCOPED_TRACE(c.name);
         SendFlush();
         SendSegment(0, 0);
-        AMPEffectChainPtr chain = MakeChain(Reverb(8));
+        AMPEffectChainPtr chain = MakeChain({.reverb = 8});
         EXPECT_TRUE(Push(input, 0) == Treat(chain, input));
-        if (c.forgets) chain = MakeChain(Reverb(8));
+        if (c.forgets) chain = MakeChain({.reverb = 8});
         c.act();
         EXPECT_TRUE(Push(input, c.time) == Treat(chain, input));
     }
@@ -178,10 +155,10 @@ TEST_F(SoundEffectTest, FadesWhereThePlayheadIs) {
     constexpr uint32_t kSize = 777, kFirst = 12000;  // ms
     const Sound input = Noise(kSize);
     SetCaps(kRate);
-    SetEffects(Fade());
+    SetEffects({.fade = 1});
     ASSERT_EQ(m_effect->SetInPoint(10000), S_OK);
     ASSERT_EQ(m_effect->SetOutPoint(30000), S_OK);
-    const AMPEffectChainPtr chain = MakeChain(Fade());
+    const AMPEffectChainPtr chain = MakeChain({.fade = 1});
     AMPEffectSetRange(chain.get(), 10000, 30000);
     const Sound first = Treat(chain, input, kFirst);
     const Sound second = Treat(chain, input, kFirst + kSize * 1000 / kRate);
@@ -211,38 +188,34 @@ TEST_F(SoundEffectTest, ChangesAreHeardInTheNextBuffer) {
     SetCaps(kRate);
     EXPECT_EQ(gst_harness_query_latency(m_harness), 0u);
     const AMPEffectChainPtr chain = MakeChain({});
-    AMPEffectSettings settings;
-    for (unsigned i = 0; i < 40; ++i) {
-        settings.bass = static_cast<int32_t>(i) - 20;
-        settings.reverb = static_cast<int32_t>(i / 3 % 10);
-        settings.compressor = static_cast<int32_t>(i / 2 % 5);
-        settings.normalize = static_cast<int32_t>(i / 4 % 4);
-        SetEffects(Reverb(9));  // never heard
+    for (int32_t i = 0; i < 40; ++i) {
+        const AMPEffectSettings settings = {
+            .bass = i - 20, .reverb = i / 3 % 10, .compressor = i / 2 % 5, .normalize = i / 4 % 4};
+        SetEffects({.reverb = 9});  // never heard
         SetEffects(settings);
-        EXPECT_TRUE(AMPEffectSetParameters(chain.get(), Reverb(9)));
+        EXPECT_TRUE(AMPEffectSetParameters(chain.get(), {.reverb = 9}));
         EXPECT_TRUE(AMPEffectSetParameters(chain.get(), settings));
-        const Sound input = Noise(i % 7 == 3 ? 0 : 1 + i * 37, i);
+        const auto n = static_cast<unsigned>(i);
+        const Sound input = Noise(n % 7 == 3 ? 0 : 1 + n * 37, n);
         ASSERT_TRUE(Push(input) == Treat(chain, input)) << i;
     }
     // A save would take the level from the peak that is known by then.
-    settings = {};
-    settings.normalize = 1;
-    SetEffects(settings);
-    settings.peak = 0.25f;
-    SetEffects(settings);
-    EXPECT_EQ(Push({1000, -1000}), Treat(MakeChain(settings), {1000, -1000}));
+    SetEffects({.normalize = 1});
+    SetEffects({.normalize = 1, .peak = 0.25f});
+    EXPECT_EQ(Push({1000, -1000}),
+              Treat(MakeChain({.normalize = 1, .peak = 0.25f}), {1000, -1000}));
 }
 
 TEST_F(SoundEffectTest, TheRateOfTheStreamWins) {
     const Sound input = Noise(5000);
     ASSERT_EQ(m_effect->SetSampleRate(kRate), S_OK);
-    SetEffects(Reverb(9));
+    SetEffects({.reverb = 9});
     SetCaps(44100);
-    EXPECT_TRUE(Push(input) == Treat(MakeChain(Reverb(9), 44100), input));
-    SetEffects(Reverb(2));
-    EXPECT_TRUE(Push(input) == Treat(MakeChain(Reverb(2), 44100), input));
+    EXPECT_TRUE(Push(input) == Treat(MakeChain({.reverb = 9}, 44100), input));
+    SetEffects({.reverb = 2});
+    EXPECT_TRUE(Push(input) == Treat(MakeChain({.reverb = 2}, 44100), input));
     SetCaps(22050);
-    EXPECT_TRUE(Push(input) == Treat(MakeChain(Reverb(2), 22050), input));
+    EXPECT_TRUE(Push(input) == Treat(MakeChain({.reverb = 2}, 22050), input));
 
     for (const std::string& caps : {Caps(500), Caps(2000000), Caps(kRate, "1")}) {
         SCOPED_TRACE(caps);
@@ -263,6 +236,49 @@ TEST_F(SoundEffectTest, RefusesWhatMakesNoSense) {
     EXPECT_EQ(m_effect->SetPosition(-1), E_INVALIDARG);
     EXPECT_EQ(QuerySoundEffect(nullptr), nullptr);
     EXPECT_EQ(QuerySoundEffect(MakeBin("bin").get()), nullptr);
+}
+
+// One thread turns every knob while the other plays. What was set last is what is heard.
+TEST(SoundEffectStream, IsControlledWhileItPlays) {
+    constexpr int kChanges = 400;
+    SoundEffectStream stream;
+    ASSERT_TRUE(stream.SetFormat(48000));
+    std::atomic<int> changes{0};
+    std::atomic<size_t> allocations{0};
+    std::atomic<uint64_t> blocks{0};
+    std::thread player([&] {
+        Sound sound(2 * kBlock, 9000);
+        const size_t before = AllocationCount();
+        for (uint64_t block = 0; changes < kChanges; blocks = ++block) {
+            if (block % 50 == 49) stream.Flush();
+            stream.Process(sound.data(), kBlock, block % 3 == 0 ? Time(block * 21333333) : Time());
+        }
+        allocations = AllocationCount() - before;
+    });
+    for (int i = 0; i < kChanges; ++i) {
+        const AMPEffectSettings settings = {.bass = i % 100,
+                                            .reverb = i / 2 % 10,
+                                            .compressor = i % 5,
+                                            .fade = static_cast<uint8_t>(i % 2)};
+        EXPECT_EQ(stream.SetEffects(&settings), S_OK);
+        EXPECT_EQ(stream.SetSampleRate(44100 + i), S_OK);
+        EXPECT_EQ(stream.SetInPoint(i), S_OK);
+        EXPECT_EQ(stream.SetOutPoint(10000 + i), S_OK);
+        EXPECT_EQ(stream.SetPosition(i), S_OK);
+        // Some changes are played, others are superseded.
+        const uint64_t seen = blocks;
+        while (i % 4 == 0 && blocks == seen)
+            std::this_thread::yield();
+        ++changes;
+    }
+    player.join();
+    EXPECT_EQ(allocations, 0u);
+
+    const AMPEffectSettings last = {.normalize = 3, .peak = 0.5f};
+    ASSERT_EQ(stream.SetEffects(&last), S_OK);
+    Sound sound = {1630, -1630};
+    stream.Process(sound.data(), 1, {});
+    EXPECT_EQ(sound, (Sound{1200, -1200}));  // 12000 / 16300 of it
 }
 
 }  // namespace

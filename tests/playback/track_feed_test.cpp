@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "playback/track_source.h"
 #include "player_rig.h"
 #include "support/movie_builder.h"
 #include "support/temp_dir.h"
@@ -38,12 +39,12 @@ public:
     explicit Feed(MovieTrack track, TrackFeed::Kind kind = kVideo) {
         const Bytes bytes = MovieBuilder{.tracks = {std::move(track)}}.Build();
         m_dir.Write("a.mp4", {bytes.begin(), bytes.end()});
-        const Reason reason = feed.Open(Path(), kind);
-        EXPECT_FALSE(reason) << reason;
+        opened = feed.Open(Path(), kind);
     }
     std::string Path() const { return m_dir.Path("a.mp4"); }
 
     TrackFeed feed;
+    Reason opened;
 
 private:
     const TempDir m_dir;
@@ -105,37 +106,32 @@ TEST(TrackFeed, ShowsEachPictureUntilTheNext) {
 }
 
 TEST(TrackFeed, ShowsTheLastPictureUntilTheMoviesEnd) {
+    struct Shown {
+        int64_t at, duration;  // ms
+        bool operator==(const Shown&) const = default;
+    };
     const struct {
-        uint64_t editMs;
-        int64_t lastMs;
-    } rows[] = {{1000, 2000}, {5000, 4400}};  // its own length is the least
+        std::vector<uint32_t> durations;
+        std::vector<Edit> edits;
+        std::vector<Shown> shown;
+    } rows[] = {
+        // Its own length is the least.
+        {{500, 100, 2000}, {{300, -1}, {1000, 0}}, {{300, 500}, {800, 100}, {900, 2000}}},
+        {{500, 100, 2000}, {{300, -1}, {5000, 0}}, {{300, 500}, {800, 100}, {900, 4400}}},
+        {{33}, {{500, -1}, {300, 0}}, {{500, 300}}},
+    };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.editMs);
-        MovieTrack uneven = VideoTrack(3);
+        MovieTrack uneven = VideoTrack(0);
         uneven.timescale = 1000;
-        const uint32_t durations[] = {500, 100, 2000};
-        for (size_t i = 0; i < 3; ++i)
-            uneven.samples[i].duration = durations[i];
-        uneven.edits = {{300, -1}, {row.editMs, 0}};
-        Feed late(uneven);
-        const std::vector<FeedSample> given = Rest(&late.feed);
-        ASSERT_EQ(given.size(), 3u);
-        EXPECT_EQ(given[0].shown, 300 * kMs);
-        EXPECT_EQ(given[0].duration, 500 * kMs);
-        EXPECT_EQ(given[1].duration, 100 * kMs);
-        EXPECT_EQ(given[2].shown, 900 * kMs);
-        EXPECT_EQ(given[2].duration, row.lastMs * kMs);
+        uneven.edits = row.edits;
+        for (const uint32_t duration : row.durations)
+            uneven.samples.push_back({.size = 10, .duration = duration});
+        Feed clip(uneven);
+        std::vector<Shown> shown;
+        for (const FeedSample& given : Rest(&clip.feed))
+            shown.push_back({given.shown / kMs, given.duration / kMs});
+        EXPECT_EQ(shown, row.shown);
     }
-}
-
-TEST(TrackFeed, TakesOnePictureForAMovie) {
-    MovieTrack one = VideoTrack(1);
-    one.edits = {{500, -1}, {300, 0}};
-    Feed clip(one);
-    const std::vector<FeedSample> given = Rest(&clip.feed);
-    ASSERT_EQ(given.size(), 1u);
-    EXPECT_EQ(given[0].shown, 500 * kMs);
-    EXPECT_EQ(given[0].duration, 300 * kMs);
 }
 
 TEST(TrackFeed, TellsWhatLiesBeforeTheMoviesStart) {
@@ -240,21 +236,16 @@ TEST(TrackFeed, GivesThePicturesRate) {
 TEST(TrackFeed, SaysWhatIsWrong) {
     TrackFeed feed;
     EXPECT_EQ(feed.Open(ClipPath("cam_audio_only"), kVideo).code, ReasonCode::kNoVideoTrack);
-    TrackFeed silent;
-    EXPECT_EQ(silent.Open(std::string(TARN_TEST_DATA) + "/playback/picture_alone.mp4", kAudio).code,
+    EXPECT_EQ(TrackFeed().Open(kData + "/playback/picture_alone.mp4", kAudio).code,
               ReasonCode::kNoAudioTrack);
-    TrackFeed none;
-    const Reason missing = none.Open("/nowhere/a.mp4", kVideo);
+    const Reason missing = TrackFeed().Open("/nowhere/a.mp4", kVideo);
     EXPECT_EQ(missing.file, "/nowhere/a.mp4");
     EXPECT_EQ(missing.side, ReasonSide::kSource);
 
     MovieTrack far = VideoTrack(2);
     far.version = 1;
     far.edits = {{1000, INT64_MAX / 2}};
-    const Bytes bytes = MovieBuilder{.tracks = {far}}.Build();
-    const TempDir dir;
-    dir.Write("far.mp4", {bytes.begin(), bytes.end()});
-    EXPECT_EQ(none.Open(dir.Path("far.mp4"), kVideo).code, ReasonCode::kNumberTooLarge);
+    EXPECT_EQ(Feed(far).opened.code, ReasonCode::kNumberTooLarge);
 
     Feed clip(VideoTrack(30));
     FeedSample sample;
@@ -265,6 +256,128 @@ TEST(TrackFeed, SaysWhatIsWrong) {
     const Reason cut = clip.feed.ReasonOf(code);
     EXPECT_EQ(cut.code, ReasonCode::kEndsEarly) << cut;
     EXPECT_EQ(cut.file, clip.Path());
+}
+
+// How the kinds of samples are told to GStreamer, by what a movie says of them.
+
+// The form, and the codec data in it by itself.
+std::string TextOf(GstCapsPtr caps, Bytes* codec_data) {
+    if (!caps) return "none";
+    GstStructure* form = gst_caps_get_structure(caps.get(), 0);
+    if (const GValue* value = gst_structure_get_value(form, "codec_data")) {
+        GstBuffer* buffer = gst_value_get_buffer(value);
+        codec_data->resize(gst_buffer_get_size(buffer));
+        gst_buffer_extract(buffer, 0, codec_data->data(), codec_data->size());
+        gst_structure_remove_field(form, "codec_data");
+    }
+    const std::unique_ptr<gchar, decltype(&g_free)> text(gst_caps_to_string(caps.get()), g_free);
+    return text.get();
+}
+
+struct Row {
+    const char* name;
+    Bytes entry;
+    std::string caps;
+    Bytes codec_data = {};
+};
+
+void Check(const Row& row, MovieTrack track, TrackFeed::Kind kind) {
+    SCOPED_TRACE(row.name);
+    track.entries = {row.entry};
+    Feed clip(track, kind);
+    ASSERT_FALSE(clip.opened) << clip.opened;
+    Bytes codec_data;
+    EXPECT_EQ(TextOf(MakeTrackCaps(clip.feed, 0), &codec_data), row.caps);
+    EXPECT_EQ(codec_data, row.codec_data);
+    EXPECT_EQ(MakeTrackCaps(clip.feed, 1), nullptr) << "there is no second description";
+}
+
+TEST(TrackCaps, NameEachKindOfPicture) {
+    ASSERT_TRUE(StartGst());
+    const Bytes avcc = Avcc(), config(avcc.begin() + 8, avcc.end());
+    const Bytes hvcc = Text("configuration of HEVC, 23 bytes and more");
+    const std::string shape = ", width=(int)320, height=(int)180, framerate=(fraction)30000/1001";
+    const auto visual = [](FourCC format, const Bytes& children) {
+        return VisualEntry({.format = format, .children = children});
+    };
+    const auto pixels = [&](int64_t width, int64_t height) {
+        return visual("avc1", Join(avcc, Atom("pasp", Be32({width, height}))));
+    };
+    const std::string avc = "video/x-h264, stream-format=(string)avc, alignment=(string)au";
+    const auto hevc = [&](const std::string& kind) {
+        return "video/x-h265, stream-format=(string)" + kind + ", alignment=(string)au" + shape;
+    };
+    const std::string mpeg4 = "video/mpeg, mpegversion=(int)4, systemstream=(boolean)false";
+    const std::string rate = ", framerate=(fraction)30000/1001";
+    const std::string par = avc + shape + ", pixel-aspect-ratio=(fraction)";
+    const Bytes sets = {1, 2, 3};
+    const Row rows[] = {
+        {"AVC", Avc1(), avc + shape, config},
+        {"its sets in samples", visual("avc3", avcc), avc + shape, config},
+        {"AVC without a configuration", visual("avc1", {}), "none"},
+        {"HEVC", visual("hvc1", Atom("hvcC", hvcc)), hevc("hvc1"), hvcc},
+        {"its sets in samples", visual("hev1", Atom("hvcC", hvcc)), hevc("hev1"), hvcc},
+        {"HEVC without a configuration", visual("hvc1", {}), "none"},
+        {"MPEG-4", visual("mp4v", Esds({0x20, 4, sets})), mpeg4 + shape, sets},
+        {"another kind", visual("vp09", {}), "none"},
+        {"wide pixels", pixels(256, 255), par + "256/255", config},
+        {"large pixels", pixels(65535, 65534), par + "65535/65534", config},
+        {"pixels of no width", pixels(0, 1), avc + shape, config},
+        {"pixels of no height", pixels(1, 0), avc + shape, config},
+        {"pixels too large", pixels(65536, 1), avc + shape, config},
+        {"half an aspect", visual("avc1", Join(avcc, Atom("pasp", Be32({1})))), avc + shape,
+         config},
+        {"no width", VisualEntry({.width = 0, .children = avcc}), avc + rate, config},
+        {"no height", VisualEntry({.height = 0, .children = avcc}), avc + rate, config},
+    };
+    for (const Row& row : rows)
+        Check(row, VideoTrack(3), kVideo);
+    MovieTrack fast = VideoTrack(2);
+    fast.timescale = 1'000'000;
+    fast.samples[1].duration = 2;
+    Check({"no rate", Avc1(), avc + ", width=(int)320, height=(int)180", config}, fast, kVideo);
+}
+
+TEST(TrackCaps, NameEachKindOfSound) {
+    ASSERT_TRUE(StartGst());
+    const auto object = [](uint8_t type, const Bytes& specific) {
+        return AudioEntry({.children = Esds({.object_type = type, .specific_info = specific})});
+    };
+    const auto pcm = [](FourCC format, uint16_t channels, uint16_t bits, uint32_t rate) {
+        return AudioEntry({.format = format, .channels = channels, .bits = bits, .rate = rate});
+    };
+    const auto raw = [](const std::string& format, const std::string& rate, const char* channels) {
+        return "audio/x-raw, format=(string)" + format +
+               ", layout=(string)interleaved, rate=(int)" + rate + ", channels=(int)" + channels;
+    };
+    const std::string aac =
+        "audio/mpeg, mpegversion=(int)4, stream-format=(string)raw, framed=(boolean)true, "
+        "rate=(int)48000, channels=(int)2";
+    const std::string mp3 = "audio/mpeg, mpegversion=(int)1, layer=(int)3, parsed=(boolean)true";
+    const Bytes config = {0x11, 0x90};
+    const Row rows[] = {
+        {"AAC", Mp4a(), aac, config},
+        {"MPEG-2 AAC, main", object(0x66, config), aac, config},
+        {"MPEG-2 AAC, scalable", object(0x68, config), aac, config},
+        {"before MPEG-2 AAC", object(0x65, config), "none"},
+        {"AAC without a configuration", object(0x40, {}), "none"},
+        {"half a configuration", object(0x40, {0x11}), "none"},
+        {"MP3 of MPEG-2", object(0x69, {}), mp3},
+        {"MP3", object(0x6B, {}), mp3},
+        {"between them", object(0x6A, config), "none"},
+        {"after them", object(0x6C, config), "none"},
+        {"AC-3 in an entry of AAC", object(0xA5, config), "none"},
+        {"PCM", Twos(), raw("S16BE", "48000", "2")},
+        {"PCM of one channel", Twos(1), raw("S16BE", "48000", "1")},
+        {"little-endian PCM", pcm("sowt", 2, 16, 44100), raw("S16LE", "44100", "2")},
+        {"PCM of no channel", Twos(0), "none"},
+        {"PCM of three channels", Twos(3), "none"},
+        {"PCM of 24 bits", pcm("twos", 2, 24, 48000), "none"},
+        {"PCM without a rate", pcm("twos", 2, 16, 0), "none"},
+        {"another kind", pcm("alac", 2, 16, 48000), "none"},
+    };
+    for (const Row& row : rows)
+        Check(row, SoundTrack(3), kAudio);
 }
 
 }  // namespace
