@@ -259,9 +259,11 @@ HRESULT DShowHelper::SetPositions(int64_t position, int64_t stop) {
     return S_OK;
 }
 
-// The end as it is after the last seek, not one that was reached before it.
+// The end as it is after the last seek, not one that was reached before it. A parser of WAV files
+// tells it under a number of its own, which is later than the seek's.
 bool DShowHelper::IsPresentEnd(GstMessage* message) const {
-    return m_lastSeek == 0 || gst_message_get_seqnum(message) == m_lastSeek;
+    return m_lastSeek == 0 ||
+           gst_util_seqnum_compare(gst_message_get_seqnum(message), m_lastSeek) >= 0;
 }
 
 // Sorts what the graph has reported since the last look.

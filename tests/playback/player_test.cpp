@@ -113,7 +113,7 @@ TEST(Player, EndsAtTheEndAndStartsAgain) {
         EXPECT_EQ(player.State(), kStopped);
         EXPECT_EQ(player.Position(), player.Duration());
         EXPECT_GT(player.Duration(), 0);
-        if (!path.ends_with(".mp4") || !player.SoundDevice()) continue;
+        if (!player.SoundDevice()) continue;
         const SoundCapture again(&player);
         EXPECT_EQ(player.PlayToEnd(), S_OK);
         EXPECT_EQ(again.FirstTime(), 0);
