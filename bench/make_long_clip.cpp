@@ -2,7 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "support/long_clip.h"
+#include "long_clip.h"
 
 int main(int argc, char** argv) {
     if (argc != 3) {

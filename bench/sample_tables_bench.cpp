@@ -9,9 +9,9 @@
 #include <fstream>
 #include <random>
 
+#include "long_clip.h"
 #include "mp4format/movie/file_index.h"
 #include "mp4format/tables/sample_tables.h"
-#include "support/long_clip.h"
 #include "support/temp_dir.h"
 
 namespace tarn {

@@ -1,4 +1,4 @@
-#include "support/long_clip.h"
+#include "long_clip.h"
 
 #include <algorithm>
 #include <fstream>
