@@ -287,7 +287,7 @@ Bytes MovieBuilder::Build() {
     Append(&file, moov_first ? Join(moov, mdat) : Join(mdat, moov));
 
     if (fragment_samples > 0) AppendFragments(&tracks, plain_samples, fragment_samples, &file);
-    return Join(file, tail);
+    return file;
 }
 
 MovieBuilder RichMovie(bool fragments) {

@@ -58,7 +58,7 @@ struct MovieBuilder {
     // Above 0: of each track, what is behind the first `plain_samples` lies in fragments of so
     // many.
     uint32_t fragment_samples = 0, plain_samples = 0;
-    Bytes top_extra = {}, moov_extra = {}, tail = {};  // in front of the media, in moov, at the end
+    Bytes top_extra = {}, moov_extra = {};  // in front of the media, in moov
 
     // The file. Chunks of the tracks take turns. Fills in the truth about the samples.
     Bytes Build();

@@ -83,27 +83,4 @@ private:
     bool m_faultMet = false;
 };
 
-struct FaultRun {
-    uint64_t n;  // the call that was to suffer the fault
-    bool met;    // false in the last run alone, which got by without it
-    Mp4Result result;
-    uint64_t live_blocks;
-};
-
-// Runs `step(TestHost&)` on a fresh host over `content` with the first call of a kind at fault,
-// then the second, and so on until a run makes fewer calls than that. `check(const FaultRun&)`
-// judges each run, the last and undisturbed one included. Gives the number of faults met.
-template <typename Step, typename Check>
-uint64_t ForEachFault(HostCall call, Fault fault, const Bytes& content, Step step, Check check) {
-    for (uint64_t n = 1;; ++n) {
-        TestHost host(content);
-        host.FailAt(call, n, fault);
-        const Mp4Result result = step(host);
-        const FaultRun run{n, host.FaultMet(), result, host.LiveBlocks()};
-        host.FreeLiveBlocks();
-        check(run);
-        if (!run.met) return n - 1;
-    }
-}
-
 }  // namespace tarn
