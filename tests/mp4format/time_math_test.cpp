@@ -8,6 +8,7 @@ namespace tarn {
 namespace {
 
 TEST(MulDiv, GoesThrough128Bits) {
+    constexpr uint64_t kMost = UINT64_MAX;
     const struct {
         const char* name;
         uint64_t value, mul, div;
@@ -15,21 +16,21 @@ TEST(MulDiv, GoesThrough128Bits) {
         uint64_t out;
     } cases[] = {
         {"rounds down", 7, 3, 2, FF4_RET_OK, 10},
-        {"product past 64 bits", UINT64_MAX, 1000, 1000, FF4_RET_OK, UINT64_MAX},
-        {"largest factors", UINT64_MAX, UINT64_MAX, UINT64_MAX, FF4_RET_OK, UINT64_MAX},
-        {"quotient past 64 bits", UINT64_MAX, 2, 1, FF4_RET_OVERFLOW, 77},
+        {"product past 64 bits", kMost, 1000, 1000, FF4_RET_OK, kMost},
+        {"largest factors", kMost, kMost, kMost, FF4_RET_OK, kMost},
+        {"quotient past 64 bits", kMost, 2, 1, FF4_RET_OVERFLOW, 77},
         {"by zero", 1, 1, 0, FF4_RET_ARGS, 77},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
         uint64_t out = 77;
-        EXPECT_EQ(mp4_mul_div(c.value, c.mul, c.div, &out), c.result);
-        EXPECT_EQ(out, c.out);
-        EXPECT_EQ(mp4_mul_div_or(c.value, c.mul, c.div, 77), c.out);
+        EXPECT_EQ(mp4_mul_div(c.value, c.mul, c.div, &out), c.result) << c.name;
+        EXPECT_EQ(out, c.out) << c.name;
+        EXPECT_EQ(mp4_mul_div_or(c.value, c.mul, c.div, 77), c.out) << c.name;
     }
 }
 
 TEST(Scaling, RoundsAsTheNameSays) {
+    constexpr int64_t kWide = -(int64_t{1} << 59);
     const struct {
         const char* name;
         int64_t value;
@@ -41,8 +42,7 @@ TEST(Scaling, RoundsAsTheNameSays) {
         {"the half", 5, 1, 2, 2, 3, 2},
         {"below zero", -7, 1, 3, -3, -2, -2},
         {"half below zero", -5, 1, 2, -3, -3, -2},
-        {"product past 64 bits", -(int64_t{1} << 59), 90000, 90000, -(int64_t{1} << 59),
-         -(int64_t{1} << 59), -(int64_t{1} << 59)},
+        {"product past 64 bits", kWide, 90000, 90000, kWide, kWide, kWide},
         {"farther than counts", INT64_MAX, 1, 1, kFarthestTime, kFarthestTime, INT64_MAX},
         {"past 64 bits", -INT64_MAX, UINT32_MAX, 1, -kFarthestTime, -kFarthestTime, 77},
         {"by zero", 9, 1, 0, 0, 0, 77},
@@ -60,29 +60,25 @@ TEST(Scaling, RoundsAsTheNameSays) {
 
 TEST(Dates, BothWays) {
     // Seconds by an independent calendar: days from 1904 to 1970 are 24107.
-    const struct {
-        const char* name;
-        Mp4Date date;
-        uint64_t seconds;
-    } cases[] = {
-        {"the epoch", {1904, 1, 1, 0, 0, 0}, 0},
-        {"Unix epoch", {1970, 1, 1, 0, 0, 0}, 2082844800},
-        {"leap day of a century", {2000, 2, 29, 12, 34, 56}, 3034672496},
-        {"end of a leap year", {2004, 12, 31, 23, 59, 59}, 3187382399},
-        {"past 32 bits", {2040, 2, 6, 6, 28, 16}, 4294967296},
-        {"one cycle on", {2304, 1, 1, 0, 0, 0}, 12622780800},
+    const std::pair<Mp4Date, uint64_t> cases[] = {
+        {{1904, 1, 1, 0, 0, 0}, 0},
+        {{1970, 1, 1, 0, 0, 0}, 2082844800},
+        {{2000, 2, 29, 12, 34, 56}, 3034672496},   // leap day of a century
+        {{2004, 12, 31, 23, 59, 59}, 3187382399},  // end of a leap year
+        {{2040, 2, 6, 6, 28, 16}, 4294967296},     // past 32 bits
+        {{2304, 1, 1, 0, 0, 0}, 12622780800},      // one cycle on
     };
     TestHost host;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        uint64_t seconds = 1;
-        EXPECT_EQ(mp4_date_to_seconds(host, c.date, &seconds), FF4_RET_OK);
-        EXPECT_EQ(seconds, c.seconds);
-        Mp4Date date{};
-        EXPECT_EQ(mp4_seconds_to_date(host, c.seconds, &date), FF4_RET_OK);
-        EXPECT_EQ(mp4_date_to_seconds(host, date, &seconds), FF4_RET_OK);
-        EXPECT_EQ(seconds, c.seconds);
-        EXPECT_EQ(std::pair(date.year, date.month), std::pair(c.date.year, c.date.month));
+    for (const auto& [date, seconds] : cases) {
+        SCOPED_TRACE(seconds);
+        uint64_t to = 1, again = 1;
+        Mp4Date from{};
+        EXPECT_EQ(mp4_date_to_seconds(host, date, &to), FF4_RET_OK);
+        EXPECT_EQ(to, seconds);
+        EXPECT_EQ(mp4_seconds_to_date(host, seconds, &from), FF4_RET_OK);
+        EXPECT_EQ(mp4_date_to_seconds(host, from, &again), FF4_RET_OK);
+        EXPECT_EQ(again, seconds);
+        EXPECT_EQ(std::pair(from.year, from.month), std::pair(date.year, date.month));
     }
 }
 

@@ -8,29 +8,28 @@
 namespace tarn {
 namespace {
 
-struct RefsCase {
-    const char* name;
-    std::vector<Bytes> entries;
-    uint32_t count;
-    Mp4Result result;
-    std::vector<std::string> locations;  // "-" for none
-};
-
 TEST(DataRefs, TextsAndTheirEnds) {
-    const RefsCase cases[] = {
-        {"same file", {Url()}, 1, FF4_RET_OK, {"-"}},
-        {"a location", {Url("file:x")}, 1, FF4_RET_OK, {"file:x"}},
-        {"without its closing zero", {FullAtom("url ", 0, 0, Text("abc"))}, 1, FF4_RET_OK, {"abc"}},
-        {"an empty location", {FullAtom("url ", 0, 0)}, 1, FF4_RET_OK, {""}},
-        {"flags beyond the first bit", {FullAtom("url ", 0, 3, TextZ("a"))}, 1, FF4_RET_OK, {"a"}},
-        {"urn with both", {Urn("name", "where")}, 1, FF4_RET_OK, {"where"}},
-        {"urn with a name alone", {FullAtom("urn ", 0, 0, TextZ("n"))}, 1, FF4_RET_OK, {"-"}},
-        {"urn of 4 bytes", {FullAtom("urn ", 0, 0)}, 1, FF4_RET_FORMAT, {}},
-        {"url of 3 bytes", {Atom("url ", Bytes(3, 0))}, 1, FF4_RET_FORMAT, {}},
-        {"url of version 1", {FullAtom("url ", 1, 1)}, 1, FF4_RET_FORMAT, {}},
-        {"another kind", {Atom("alis", Bytes(2, 1)), Url("u")}, 9, FF4_RET_OK, {"-", "u"}},
-        {"count below the entries", {Url(), Url()}, 1, FF4_RET_OK, {"-"}},
-        {"count of zero", {Url()}, 0, FF4_RET_OK, {}},
+    constexpr Mp4Result kOk = FF4_RET_OK, kBad = FF4_RET_FORMAT;
+    const struct {
+        const char* name;
+        std::vector<Bytes> entries;
+        uint32_t count;
+        Mp4Result result;
+        std::vector<std::string> locations;  // "-" for none
+    } cases[] = {
+        {"same file", {Url()}, 1, kOk, {"-"}},
+        {"a location", {Url("file:x")}, 1, kOk, {"file:x"}},
+        {"without its closing zero", {FullAtom("url ", 0, 0, Text("abc"))}, 1, kOk, {"abc"}},
+        {"an empty location", {FullAtom("url ", 0, 0)}, 1, kOk, {""}},
+        {"flags beyond the first bit", {FullAtom("url ", 0, 3, TextZ("a"))}, 1, kOk, {"a"}},
+        {"urn with both", {Urn("name", "where")}, 1, kOk, {"where"}},
+        {"urn with a name alone", {FullAtom("urn ", 0, 0, TextZ("n"))}, 1, kOk, {"-"}},
+        {"urn of 4 bytes", {FullAtom("urn ", 0, 0)}, 1, kBad, {}},
+        {"url of 3 bytes", {Atom("url ", Bytes(3, 0))}, 1, kBad, {}},
+        {"url of version 1", {FullAtom("url ", 1, 1)}, 1, kBad, {}},
+        {"another kind", {Atom("alis", Bytes(2, 1)), Url("u")}, 9, kOk, {"-", "u"}},
+        {"count below the entries", {Url(), Url()}, 1, kOk, {"-"}},
+        {"count of zero", {Url()}, 0, kOk, {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -49,17 +48,18 @@ TEST(DataRefs, TextsAndTheirEnds) {
 }
 
 TEST(DataRefs, WhatMayBeAdded) {
+    const Bytes named = FullAtom("urn ", 0, 0, TextZ("name"));
     const struct {
         const char* name;
         FourCC type;
         const char *location, *urn;
         Mp4Result result;
-        Bytes entry;
+        std::vector<Bytes> entries;
     } cases[] = {
-        {"this file", "url ", nullptr, nullptr, FF4_RET_OK, Url()},
-        {"another", "url ", "there", nullptr, FF4_RET_OK, Url("there")},
-        {"a name", "urn ", nullptr, "name", FF4_RET_OK, FullAtom("urn ", 0, 0, TextZ("name"))},
-        {"a name and a place", "urn ", "where", "name", FF4_RET_OK, Urn("name", "where")},
+        {"this file", "url ", nullptr, nullptr, FF4_RET_OK, {Url()}},
+        {"another", "url ", "there", nullptr, FF4_RET_OK, {Url("there")}},
+        {"a name", "urn ", nullptr, "name", FF4_RET_OK, {named}},
+        {"a name and a place", "urn ", "where", "name", FF4_RET_OK, {Urn("name", "where")}},
         {"a url with a name", "url ", "there", "name", FF4_RET_ARGS, {}},
         {"a urn without one", "urn ", "there", nullptr, FF4_RET_ARGS, {}},
         {"another type", "alis", nullptr, nullptr, FF4_RET_ARGS, {}},
@@ -69,9 +69,7 @@ TEST(DataRefs, WhatMayBeAdded) {
         TestHost host;
         Mp4DataRefs refs{};
         EXPECT_EQ(mp4_add_data_ref(host, c.type.value, c.location, c.urn, &refs), c.result);
-        const std::vector<Bytes> entries =
-            c.entry.empty() ? std::vector<Bytes>{} : std::vector<Bytes>{c.entry};
-        EXPECT_EQ(Written(host, mp4_write_dref, refs), Dref(entries));
+        EXPECT_EQ(Written(host, mp4_write_dref, refs), Dref(c.entries));
         mp4_free_data_refs(host, &refs);
         EXPECT_EQ(host.LiveBlocks(), 0u);
     }

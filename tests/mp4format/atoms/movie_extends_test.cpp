@@ -10,26 +10,20 @@ namespace {
 
 TEST(MovieExtends, TakeTheVersionTheyNeed) {
     TestHost host;
-    Mp4Trex trex{{}, 2, 1, 1024, 6, 0x10000, nullptr};
-    Mp4MovieExtends extends{{}, 0x100000000, &trex, &trex};
-    const Bytes defaults = Trex({2, 1, 1024, 6, 0x10000});
-    const Bytes written = Written(host, mp4_write_mvex, extends);
-    EXPECT_EQ(written, Atom("mvex", Mehd(0x100000000, 1), defaults));
-    Mp4MovieExtends read{};
-    ASSERT_EQ(mp4_read_mvex(host, host.Add(written), {8, written.size() - 8}, &read), FF4_RET_OK);
-    EXPECT_EQ(read.fragment_duration, extends.fragment_duration);
-    const Mp4Trex* found = mp4_find_trex(read, 2);
-    ASSERT_TRUE(found);
-    EXPECT_EQ(found->default_description_index, 1u);
-    EXPECT_EQ(found->default_duration, 1024u);
-    EXPECT_EQ(found->default_size, 6u);
-    EXPECT_EQ(found->default_flags, 0x10000u);
-    EXPECT_EQ(mp4_find_trex(read, 1), nullptr);
-    mp4_free_mvex(host, &read);
-    EXPECT_EQ(DryRun(host, mp4_write_mvex, extends, {1, kVersion0, 1}), FF4_RET_STATE);
-    extends.fragment_duration = 0;
-    EXPECT_EQ(Written(host, mp4_write_mvex, extends), Atom("mvex", defaults))
-        << "no duration, no mehd";
+    for (const uint64_t duration : {uint64_t{0x100000000}, uint64_t{7}, uint64_t{0}}) {
+        const Bytes mehd = duration ? Mehd(duration, duration > 7) : Bytes{};
+        const Bytes mvex = Atom("mvex", mehd, Trex(), Trex({2, 1, 1024, 6, 0x10000}));
+        Mp4MovieExtends read{};
+        const uint64_t size = mvex.size() - 8;
+        ASSERT_EQ(mp4_read_mvex(host, host.Add(mvex), {8, size}, &read), FF4_RET_OK);
+        EXPECT_EQ(read.fragment_duration, duration);
+        EXPECT_EQ(mp4_find_trex(read, 2), read.tail);
+        EXPECT_EQ(mp4_find_trex(read, 3), nullptr);
+        EXPECT_EQ(Written(host, mp4_write_mvex, read), mvex);
+        EXPECT_EQ(DryRun(host, mp4_write_mvex, read, {1, kVersion0, 1}),
+                  duration > 7 ? FF4_RET_STATE : FF4_RET_OK);
+        mp4_free_mvex(host, &read);
+    }
 }
 
 TEST(MovieExtends, ShortAndUnknownAtoms) {

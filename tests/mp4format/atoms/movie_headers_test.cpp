@@ -49,38 +49,29 @@ Header BothWays(Mp4Result (*read)(Mp4Host*, Mp4File*, const Mp4Span&, Header*),
 }
 
 TEST(MovieHeaders, BothVersionsBothWays) {
-    for (const uint8_t version : {0, 1}) {
-        SCOPED_TRACE(version);
-        const uint32_t policy = version ? kVersionAlways1 : kVersionAuto;
-        const uint64_t duration = version ? 0x123456789A : 77;
-        const Mp4MovieHeader mvhd = BothWays(
-            mp4_read_mvhd, mp4_write_mvhd,
-            Mvhd({.version = version, .creation = 11, .modification = 12, .duration = duration}),
-            policy);
+    for (const uint8_t v : {0, 1}) {
+        SCOPED_TRACE(v);
+        const uint32_t policy = v ? kVersionAlways1 : kVersionAuto;
+        const uint64_t duration = v ? 0x123456789A : 77;
+        const MvhdFields movie{.version = v, .creation = 11, .duration = duration};
+        const Mp4MovieHeader mvhd = BothWays(mp4_read_mvhd, mp4_write_mvhd, Mvhd(movie), policy);
         EXPECT_EQ(mvhd.creation_time, 11u);
         EXPECT_EQ(mvhd.timescale, 1000u);
         EXPECT_EQ(mvhd.duration, duration);
         EXPECT_EQ(mvhd.rate, 0x10000u);
-        const Mp4TrackHeader tkhd = BothWays(mp4_read_tkhd, mp4_write_tkhd,
-                                             Tkhd({.version = version,
-                                                   .creation = 13,
-                                                   .modification = 14,
-                                                   .track_id = 9,
-                                                   .duration = duration,
-                                                   .layer = 1,
-                                                   .alternate_group = 2,
-                                                   .volume = 0x100,
-                                                   .width = 320,
-                                                   .height = 180}),
-                                             policy);
+        TkhdFields track{.version = v, .creation = 13, .track_id = 9, .duration = duration};
+        track.layer = 1;
+        track.alternate_group = 2;
+        track.volume = 0x100;
+        track.width = 320;
+        track.height = 180;
+        const Mp4TrackHeader tkhd = BothWays(mp4_read_tkhd, mp4_write_tkhd, Tkhd(track), policy);
         EXPECT_EQ(tkhd.track_id, 9u);
         EXPECT_EQ(tkhd.layer, 1);
         EXPECT_EQ(tkhd.volume, 0x100);
         EXPECT_EQ(tkhd.width, 320u << 16);
-        const Mp4MediaHeader mdhd = BothWays(
-            mp4_read_mdhd, mp4_write_mdhd,
-            Mdhd({.version = version, .creation = 15, .modification = 16, .duration = duration}),
-            policy);
+        const MdhdFields media{.version = v, .modification = 16, .duration = duration};
+        const Mp4MediaHeader mdhd = BothWays(mp4_read_mdhd, mp4_write_mdhd, Mdhd(media), policy);
         EXPECT_EQ(mdhd.modification_time, 16u);
         EXPECT_EQ(mdhd.timescale, 30000u);
     }

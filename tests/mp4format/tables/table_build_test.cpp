@@ -78,16 +78,14 @@ TEST(TableBuild, SyncTableComesWithTheFirstSampleThatNeedsIt) {
 
 TEST(TableBuild, SizesOfAllForms) {
     const std::vector<uint32_t> sizes = {1, 15, 0, 7, 9};
+    TestHost host;
     for (const uint8_t bits : {4, 8, 16}) {
-        TestHost host;
         Tables t(host, 0, bits);
         for (const uint32_t size : sizes)
             ASSERT_EQ(t.Add(0, {{1, size, 1, 0, true}}), FF4_RET_OK);
-        EXPECT_EQ(t.Get(mp4_write_sizes), Stz2(bits, sizes));
         EXPECT_EQ(t.Add(0, {{1, 1u << bits, 1, 0, true}}), FF4_RET_STATE);
         EXPECT_EQ(t.Get(mp4_write_sizes), Stz2(bits, sizes)) << "refused before anything was added";
     }
-    TestHost host;
     Tables pcm(host, 4);
     ASSERT_EQ(pcm.Add(0, {{48000, 4, 1, 0, true}}), FF4_RET_OK);
     EXPECT_EQ(pcm.Add(0, {{1, 5, 1, 0, true}}), FF4_RET_ARGS);
@@ -102,7 +100,7 @@ TEST(TableBuild, OffsetsWidenWhenOneNeedsIt) {
         uint32_t policy;
         uint64_t offset;
         Mp4Result result;
-        Bytes bytes;
+        Bytes bytes = {};
     } cases[] = {
         {kOffsetAuto, 0xFFFFFFFF, FF4_RET_OK, Stco({8, 0xFFFFFFFF})},
         {kOffsetAuto, 0x100000000, FF4_RET_OK, Co64({8, 0x100000000})},
@@ -141,21 +139,22 @@ TEST(TableBuild, ShiftsAllOrNothing) {
 TEST(TableBuild, RefusesWhatIsNoChunk) {
     TestHost host;
     Tables t(host);
+    const Mp4SampleRun one{1, 1, 1, 0, true};
     EXPECT_EQ(t.Add(0, {}), FF4_RET_ARGS);
     EXPECT_EQ(t.Add(0, {{0, 1, 1, 0, true}}), FF4_RET_ARGS);
-    EXPECT_EQ(t.Add(0, {{1, 1, 1, 0, true}}, 0), FF4_RET_ARGS);
-    EXPECT_EQ(t.Add(0, {{1, 1, 1, 0, true}}, 3), FF4_RET_ARGS);
-    ASSERT_EQ(t.Add(0, {{1, 1, 1, 0, true}}), FF4_RET_OK);
+    EXPECT_EQ(t.Add(0, {one}, 0), FF4_RET_ARGS);
+    EXPECT_EQ(t.Add(0, {one}, 3), FF4_RET_ARGS);
+    ASSERT_EQ(t.Add(0, {one}), FF4_RET_OK);
     EXPECT_EQ(t.Add(0, {{UINT32_MAX, 1, 1, 0, true}}), FF4_RET_OVERFLOW);
 
     // What was added in part is never written.
     host.FailAt(HostCall::kAlloc, 1);
     EXPECT_EQ(t.Add(0, {{2000, 1, 1, 0, true}}), FF4_RET_NOMEM);
-    EXPECT_EQ(t.Add(0, {{1, 1, 1, 0, true}}), FF4_RET_STATE);
+    EXPECT_EQ(t.Add(0, {one}), FF4_RET_STATE);
     EXPECT_EQ(DryRun(host, mp4_write_stbl, &t.build), FF4_RET_STATE);
 }
 
-// Two million samples: a block for each thousand of each table and as many writes, no more.
+// Two million samples: a block for each thousand of each table, no more.
 TEST(TableBuild, MillionsOfSamplesGrowByBlocks) {
     constexpr uint32_t kChunks = 1000, kInChunk = 2000;
     TestHost host;
@@ -165,14 +164,6 @@ TEST(TableBuild, MillionsOfSamplesGrowByBlocks) {
     for (uint32_t i = 0; i < kChunks; ++i)
         ASSERT_EQ(t.Add(uint64_t{i} << 24, chunk), FF4_RET_OK);
     EXPECT_EQ(host.Calls(HostCall::kAlloc), 2000u + 4) << "sizes, and a block of each other table";
-
-    Mp4File* file = host.Add({});
-    host.ResetCounts();
-    Mp4Sink sink{host, kOptions, file, 0};
-    ASSERT_EQ(mp4_write_stbl(sink, &t.build), FF4_RET_OK);
-    EXPECT_LT(host.Calls(HostCall::kWrite), 2000u + 40);
-    EXPECT_EQ(host.Content(file).size(), t.build.atom_size);
-    EXPECT_LE(host.LargestBlock(), 8100u);
 }
 
 }  // namespace

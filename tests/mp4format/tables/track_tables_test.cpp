@@ -30,29 +30,28 @@ Read read_stbl(const Bytes& children, uint64_t file_size = 1000) {
 
 TEST(TrackTables, CountsAreCutToTheBytes) {
     constexpr int64_t kLie = 1000000;
+    const auto table = [](FourCC type, std::initializer_list<int64_t> words, size_t more = 0) {
+        return FullAtom(type, 0, 0, Be32(words), Bytes(more, 0));
+    };
+    using T = Mp4TrackTables;
     const struct {
         const char* name;
         Bytes table;
-        uint32_t Mp4TrackTables::*count;
+        uint32_t T::*count;
         uint32_t expected;
     } cases[] = {
-        {"stts", FullAtom("stts", 0, 0, Be32({kLie, 1, 1, 2, 2})), &Mp4TrackTables::stts_count, 2},
-        {"ctts", FullAtom("ctts", 1, 0, Be32({kLie, 1, 1, 2})), &Mp4TrackTables::ctts_count, 1},
-        {"stsc", FullAtom("stsc", 0, 0, Be32({kLie, 1, 1, 1, 2})), &Mp4TrackTables::stsc_count, 1},
-        {"stsz", FullAtom("stsz", 0, 0, Be32({0, kLie, 1, 2, 3})), &Mp4TrackTables::sample_count,
-         3},
-        {"stsz of a constant size: a byte a sample", FullAtom("stsz", 0, 0, Be32({7, kLie})),
-         &Mp4TrackTables::sample_count, 1000},
-        {"stz2 of 4 bits", FullAtom("stz2", 0, 0, Be32({4, kLie}), Bytes(3, 0)),
-         &Mp4TrackTables::sample_count, 6},
-        {"stz2 of 8 bits", FullAtom("stz2", 0, 0, Be32({8, kLie}), Bytes(3, 0)),
-         &Mp4TrackTables::sample_count, 3},
-        {"stz2 of 16 bits", FullAtom("stz2", 0, 0, Be32({16, kLie}), Bytes(3, 0)),
-         &Mp4TrackTables::sample_count, 1},
-        {"stco", FullAtom("stco", 0, 0, Be32({kLie, 1, 2})), &Mp4TrackTables::chunk_count, 2},
-        {"co64", FullAtom("co64", 0, 0, Be32({kLie, 1, 2, 3})), &Mp4TrackTables::chunk_count, 1},
-        {"stss", FullAtom("stss", 0, 0, Be32({kLie, 1, 2})), &Mp4TrackTables::stss_count, 2},
-        {"an honest count", Stss({1, 2, 3}), &Mp4TrackTables::stss_count, 3},
+        {"stts", table("stts", {kLie, 1, 1, 2, 2}), &T::stts_count, 2},
+        {"ctts", table("ctts", {kLie, 1, 1, 2}), &T::ctts_count, 1},
+        {"stsc", table("stsc", {kLie, 1, 1, 1, 2}), &T::stsc_count, 1},
+        {"stsz", table("stsz", {0, kLie, 1, 2, 3}), &T::sample_count, 3},
+        {"a constant size: a byte a sample", table("stsz", {7, kLie}), &T::sample_count, 1000},
+        {"stz2 of 4 bits", table("stz2", {4, kLie}, 3), &T::sample_count, 6},
+        {"stz2 of 8 bits", table("stz2", {8, kLie}, 3), &T::sample_count, 3},
+        {"stz2 of 16 bits", table("stz2", {16, kLie}, 3), &T::sample_count, 1},
+        {"stco", table("stco", {kLie, 1, 2}), &T::chunk_count, 2},
+        {"co64", table("co64", {kLie, 1, 2, 3}), &T::chunk_count, 1},
+        {"stss", table("stss", {kLie, 1, 2}), &T::stss_count, 2},
+        {"an honest count", Stss({1, 2, 3}), &T::stss_count, 3},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -63,10 +62,7 @@ TEST(TrackTables, CountsAreCutToTheBytes) {
 }
 
 TEST(TrackTables, WhatIsRefused) {
-    const struct {
-        const char* name;
-        Bytes children;
-    } cases[] = {
+    const std::pair<const char*, Bytes> cases[] = {
         {"stsd of 7 bytes", Atom("stsd", Bytes(7, 0))},
         {"stsd of version 1", FullAtom("stsd", 1, 0, Be32({0}))},
         {"stts of version 1", FullAtom("stts", 1, 0, Be32({0}))},
@@ -76,10 +72,8 @@ TEST(TrackTables, WhatIsRefused) {
         {"stco of 4 bytes", FullAtom("stco", 0, 0)},
         {"a child of size 5", Be32({5, 0})},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(read_stbl(c.children).result, FF4_RET_FORMAT);
-    }
+    for (const auto& [name, children] : cases)
+        EXPECT_EQ(read_stbl(children).result, FF4_RET_FORMAT) << name;
 }
 
 TEST(TrackTables, FirstOfEachSlot) {
