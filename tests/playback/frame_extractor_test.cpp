@@ -24,8 +24,7 @@ TEST(FrameExtractor, GivesThePictureOfATime) {
     ASSERT_EQ(extractor.GetDuration(&duration), S_OK);
     std::mt19937_64 random(5);
     for (int i = 0; i < 40; ++i) {
-        // The first one comes from a graph that was never started; times after the end count as
-        // it.
+        // The first one comes from a graph that was never started; the end has the last one.
         const auto target =
             static_cast<int64_t>(random() % static_cast<uint64_t>(duration + duration / 20));
         StillPicture still;

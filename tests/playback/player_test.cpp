@@ -123,6 +123,7 @@ TEST(Player, EndsAtTheEndAndStartsAgain) {
 TEST(Player, TellsItsWindowOnceTheEventIsThereAndBeforeItGoes) {
     struct Window : INotifyWindow {
         void PostMessage(uint32_t message, intptr_t parameter) override {
+            if (told != 0) return;  // what the pause at the end brings
             told = message + static_cast<uint32_t>(parameter);
             result = player.ProcessEvents();
             // From another thread, in the middle of the call.
@@ -393,11 +394,10 @@ TEST(Player, LoadsAnotherWaveFileIntoItsSource) {
 TEST(Player, SurvivesAnyOrderOfPlayPauseAndSeek) {
     TestPlayer player(kFilm);
     std::mt19937_64 random(11);
+    std::uniform_int_distribution<int64_t> place(0, player.Duration() - 1);
     const auto step = [&] {
-        const auto place =
-            static_cast<int64_t>(random() % static_cast<uint64_t>(player.Duration()));
         const uint64_t kind = random() % 4;
-        return kind == 0 ? player.Run() : kind == 1 ? player.Pause() : player.SeekTo(place);
+        return kind == 0 ? player.Run() : kind == 1 ? player.Pause() : player.SeekTo(place(random));
     };
     for (int i = 0; i < 50; ++i)
         ASSERT_GE(step(), 0) << player.GetReason();

@@ -50,6 +50,14 @@ private:
     const TempDir m_dir;
 };
 
+MovieTrack Uneven(uint32_t timescale, const std::vector<uint32_t>& durations) {
+    MovieTrack track = VideoTrack(0);
+    track.timescale = timescale;
+    for (const uint32_t duration : durations)
+        track.samples.push_back({.size = 10, .duration = duration});
+    return track;
+}
+
 TEST(TrackFeed, BeginsWhereDecodingHasTo) {
     Feed video(VideoTrack(30, 10)), sound(SoundTrack(47), kAudio);  // 1.001 s, 1.002666 s
     const struct {
@@ -121,11 +129,8 @@ TEST(TrackFeed, ShowsTheLastPictureUntilTheMoviesEnd) {
         {{33}, {{500, -1}, {300, 0}}, {{500, 300}}},
     };
     for (const auto& row : rows) {
-        MovieTrack uneven = VideoTrack(0);
-        uneven.timescale = 1000;
+        MovieTrack uneven = Uneven(1000, row.durations);
         uneven.edits = row.edits;
-        for (const uint32_t duration : row.durations)
-            uneven.samples.push_back({.size = 10, .duration = duration});
         Feed clip(uneven);
         std::vector<Shown> shown;
         for (const FeedSample& given : Rest(&clip.feed))
@@ -204,32 +209,26 @@ TEST(TrackFeed, KnowsTheDescriptionOfEachSample) {
 }
 
 TEST(TrackFeed, GivesThePicturesRate) {
+    using Rate = std::pair<uint32_t, uint32_t>;
     const struct {
         const char* name;
         uint32_t timescale;
         std::vector<uint32_t> durations;
-        uint32_t numerator, denominator;
+        Rate rate;
     } rows[] = {
-        {"even", 30000, {1001, 1001, 1001}, 30000, 1001},
-        {"uneven", 30000, {1000, 2000}, 20000, 1000},
-        {"one a second", 1000, {500, 1500}, 1000, 1000},
-        {"too slow", 1000, {2000, 3000}, 0, 1},
-        {"a thousand", 1'000'000, {500, 1500}, 1'000'000, 1000},
-        {"too fast", 1'000'000, {500, 1499}, 0, 1},
-        {"no picture", 1000, {}, 0, 1},
-        {"no length", 1000, {1, 0, 0}, 0, 1},
+        {"even", 30000, {1001, 1001, 1001}, {30000, 1001}},
+        {"uneven", 30000, {1000, 2000}, {20000, 1000}},
+        {"one a second", 1000, {500, 1500}, {1000, 1000}},
+        {"too slow", 1000, {2000, 3000}, {0, 1}},
+        {"a thousand", 1'000'000, {500, 1500}, {1'000'000, 1000}},
+        {"too fast", 1'000'000, {500, 1499}, {0, 1}},
+        {"no picture", 1000, {}, {0, 1}},
+        {"no length", 1000, {1, 0, 0}, {0, 1}},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        MovieTrack track = VideoTrack(0);
-        track.timescale = row.timescale;
-        for (const uint32_t duration : row.durations)
-            track.samples.push_back({.size = 10, .duration = duration});
-        Feed clip(track);
-        uint32_t numerator = 7, denominator = 7;
-        clip.feed.GetFrameRate(&numerator, &denominator);
-        EXPECT_EQ(numerator, row.numerator);
-        EXPECT_EQ(denominator, row.denominator);
+        Rate rate = {7, 7};
+        Feed(Uneven(row.timescale, row.durations)).feed.GetFrameRate(&rate.first, &rate.second);
+        EXPECT_EQ(rate, row.rate) << row.name;
     }
 }
 
@@ -332,10 +331,8 @@ TEST(TrackCaps, NameEachKindOfPicture) {
     };
     for (const Row& row : rows)
         Check(row, VideoTrack(3), kVideo);
-    MovieTrack fast = VideoTrack(2);
-    fast.timescale = 1'000'000;
-    fast.samples[1].duration = 2;
-    Check({"no rate", Avc1(), avc + ", width=(int)320, height=(int)180", config}, fast, kVideo);
+    Check({"no rate", Avc1(), avc + ", width=(int)320, height=(int)180", config},
+          Uneven(1000, {2000, 3000}), kVideo);
 }
 
 TEST(TrackCaps, NameEachKindOfSound) {
