@@ -94,6 +94,7 @@ int XpFile::Open(const std::string& path, Mode mode) {
 void XpFile::Adopt(int descriptor) {
     Close();
     m_descriptor = descriptor;
+    m_lastError = 0;
 }
 
 int XpFile::Close() {

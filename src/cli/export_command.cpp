@@ -29,14 +29,17 @@ struct Options {
 };
 
 // By content: names are the user's business.
-bool is_wave(const std::string& path) {
+Reason look_for_wave(const std::string& path, bool* is_wave) {
     XpFile file;
     char head[12] = {};
     uint64_t done = 0;
-    if (file.Open(path, XpFile::Mode::kRead) != 0 || file.ReadAt(0, head, sizeof head, &done) != 0)
-        return false;
+    if (const int error = file.Open(path, XpFile::Mode::kRead))
+        return SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error);
+    if (const int error = file.ReadAt(0, head, sizeof head, &done))
+        return SystemReason(ReasonCode::kCantRead, ReasonSide::kSource, path, error);
     const std::string_view text(head, sizeof head);
-    return text.starts_with("RIFF") && text.ends_with("WAVE");
+    *is_wave = text.starts_with("RIFF") && text.ends_with("WAVE");
+    return {};
 }
 
 ExportReport export_one(const ExportOptions& options, const CancelOnSignals& cancel) {
@@ -47,7 +50,10 @@ ExportReport export_one(const ExportOptions& options, const CancelOnSignals& can
     if (!wav && !XpPath::HasExtension(options.output, ".mp4"))
         return refuse(ReasonCode::kNotMovieOrWave);
     ExportReport report = ExportMovie(options, cancel);
-    if (report.reason.code != ReasonCode::kNotAMovie || !is_wave(options.input)) return report;
+    if (report.reason.code != ReasonCode::kNotAMovie) return report;
+    bool is_wave = false;
+    if (Reason reason = look_for_wave(options.input, &is_wave)) return {std::move(reason), {}};
+    if (!is_wave) return report;
     return wav ? ExportWave(options, cancel) : refuse(ReasonCode::kWaveAsMovie);
 }
 

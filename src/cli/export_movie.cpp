@@ -32,12 +32,15 @@ private:
 };
 
 // The peak that normalising needs: that of the whole clip, as the waveform has it.
-bool measure_peak(CMP4MovieRead* movie, float* peak) {
+// Damage outside the selection is no failure, a medium that can't be read is.
+Reason measure_peak(CMP4MovieRead* movie, float* peak) {
     WFMP4Reader sound;
     sound.Open(movie, PeakSource::PointsPerSecond());
+    if (sound.GetReason().SystemError() != 0) return sound.GetReason();
     const auto source = PeakSource::Create(&sound, 1);
     *peak = source->GetPeak();
-    return source->GetCount() > 0;
+    if (source->GetCount() > 0) return {};
+    return {ReasonCode::kPeakUnknown, ReasonSide::kSource, movie->Path(), {}};
 }
 
 Json document_of(const MovieSegment& segment, const SavedSegment& s) {
@@ -89,8 +92,8 @@ ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& ca
     float peak = 1.0f;
     if (!reader->HasAudio() && options.effects.AnyChosen())
         Note(options.input, "has no sound: the effects have nothing to treat");
-    else if (options.effects.NeedsPeak() && !measure_peak(reader.get(), &peak))
-        return {{ReasonCode::kPeakUnknown, ReasonSide::kSource, options.input, {}}, {}};
+    else if (options.effects.NeedsPeak())
+        if (Reason reason = measure_peak(reader.get(), &peak)) return {std::move(reason), {}};
     // What is broken outside the selection keeps nobody from saving that.
     if (!reader->Session() && editor.Prepare(segment, &reader, &saved) != kMovieOk)
         return {saved.reason, {}};

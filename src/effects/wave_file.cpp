@@ -118,7 +118,8 @@ Reason WaveJob::TreatSound() {
     std::vector<int16_t> buffer(std::min<uint64_t>(total, kBlockSize) / sizeof(int16_t));
     uint32_t position = 0, block = 1;
     for (uint64_t left = total; left > 0; ++block) {
-        if (m_callback && !m_callback(block, blocks)) return Target(kCancelled);
+        if (m_callback && !m_callback(block, blocks))
+            return {kCancelled, ReasonSide::kNone, m_job.target, {}};
         const auto size = static_cast<uint32_t>(std::min<uint64_t>(left, kBlockSize));
         if (Reason reason = TreatBlock(buffer.data(), size, position)) return reason;
         // The rounding of each block adds up; intended.

@@ -41,6 +41,7 @@ ClipSession::Tracks ClipSession::ChooseTracks() const {
     CMovieInfoType chosen;
     uint32_t count = 0;
     static_cast<void>(SelectTracks(get(), camera != 0, &chosen, &count));
+    mp4_clear_fault(get()->host);  // a later failure has its own
     Tracks tracks{chosen.video.trackNumber, chosen.audio.trackNumber};
     if (tracks.video == 0) tracks.video = first_track(get(), fourcc("vide"));
     if (tracks.audio == 0) tracks.audio = first_track(get(), fourcc("soun"));

@@ -61,7 +61,7 @@ MovieCode CMP4MovieInput::LoadAll(Loading loading) {
 }
 
 MovieCode CMP4MovieInput::Told(MovieCode code) {
-    if (code != kMovieOk) m_reason = m_engine.file.ReasonFor(code);
+    m_reason = code == kMovieOk ? Reason{} : m_engine.file.ReasonFor(code);
     return code;
 }
 

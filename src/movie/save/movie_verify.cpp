@@ -11,6 +11,11 @@ bool same(const CReadBuffer& a, const ReadSampleInfo& of_a, const CReadBuffer& b
            of_a.compositionOffset == of_b.compositionOffset && of_a.isSync == of_b.isSync;
 }
 
+bool is_unreadable(MovieCode code, const CMP4MovieRead& output) {
+    return code == kMovieSystem || code == movie_code(FF4_RET_FILE) ||
+           output.GetReason().SystemError() != 0;
+}
+
 // The medium gave back nothing at all, or something that is no movie.
 Reason cant_read_back(const CMP4MovieRead& output) {
     const int error = output.GetReason().SystemError();
@@ -41,7 +46,7 @@ MovieCode VerifyPictures(CMP4MovieRead* source, const std::string& output,
         if (!step(*verified)) return kMovieCancelled;
         MOVIE_TRY(source->ReadSample(&from, &kept, &of_kept));
         const MovieCode code = written.ReadSample(&to, &saved, &of_saved);
-        if (code == kMovieSystem) {
+        if (code != kMovieOk && is_unreadable(code, written)) {
             *reason = cant_read_back(written);
             return code;
         }

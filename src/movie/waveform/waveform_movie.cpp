@@ -135,7 +135,7 @@ bool MovieWaveform::ReadAac(WaveformPicker* picker) {
     ReadSampleInfo info;
     TrackCursor cursor{track.trackNumber};
     while (!picker->Full()) {
-        if (!picker->Report()) return Stop(WaveformFault::kCancelled, Why(ReasonCode::kCancelled));
+        if (!picker->Report()) return Cancelled();
         const uint64_t time = cursor.currentTime;
         if (cursor.currentSample > track.sampleCount)
             return StopAt(time, Why(ReasonCode::kSoundEndsEarly));
@@ -158,7 +158,7 @@ bool MovieWaveform::ReadPcm(WaveformPicker* picker) {
     PcmFrames frames(m_movie->Session(), track.trackNumber, channels);
     picker->SetRate(rate);
     while (!picker->Full()) {
-        if (!picker->Report()) return Stop(WaveformFault::kCancelled, Why(ReasonCode::kCancelled));
+        if (!picker->Report()) return Cancelled();
         const uint64_t frame = picker->NextFrame();
         const uint8_t* bytes = nullptr;
         const Mp4Result result = frames.At(frame, &bytes);
@@ -170,6 +170,11 @@ bool MovieWaveform::ReadPcm(WaveformPicker* picker) {
         picker->Put(static_cast<int8_t>(bytes[left]), static_cast<int8_t>(bytes[right]));
     }
     return true;
+}
+
+bool MovieWaveform::Cancelled() {
+    return Stop(WaveformFault::kCancelled,
+                {ReasonCode::kCancelled, ReasonSide::kNone, m_movie->Path(), {}});
 }
 
 bool MovieWaveform::Stop(WaveformFault fault, const Reason& reason) {

@@ -37,6 +37,7 @@ private:
     uint32_t PcmChannels() const;
     uint32_t EntryRate() const;
     Reason Why(ReasonCode code) const { return {code, ReasonSide::kSource, m_movie->Path(), {}}; }
+    bool Cancelled();
     bool Stop(WaveformFault fault, const Reason& reason);
     bool StopAt(uint64_t time, const Reason& reason);
 
