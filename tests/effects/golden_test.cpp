@@ -20,14 +20,13 @@ std::string GoldenPath(const std::string& name) {
     return std::string(TARN_TEST_DATA) + "/golden/" + name;
 }
 
-Json Golden(const std::string& name) {
-    std::ifstream file(GoldenPath(name));
-    return Json::parse(file);
-}
-
 std::string Content(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+Json Golden(const std::string& name) {
+    return Json::parse(Content(GoldenPath(name)));
 }
 
 TEST(Golden, WaveFiles) {
@@ -93,20 +92,17 @@ TEST(Golden, PreviewTables) {
 }
 
 TEST(PreviewTables, EdgesOfTheirRange) {
-    AMPPreviewTable table;
-    AMPEffectBuildCompressorTable(&table, 3);
-    EXPECT_EQ(table[255], 126);  // ((32512 - 11626) 0.33 + 11626) 1.75 / 256 = 126.6
-    EXPECT_EQ(table[0], -127) << "below the lowest point, not its edge";
-    AMPEffectBuildCompressorTable(&table, 77);
-    EXPECT_EQ(table[255], 127);
-    EXPECT_EQ(table[0], -128);
-    AMPEffectBuildNormalizeTable(&table, 1, 0.0f);  // a silent clip
-    EXPECT_EQ(table[128], 0);
-    EXPECT_EQ(table[129], 125);
-    EXPECT_EQ(table[0], -125);
-    AMPEffectBuildNormalizeTable(&table, 0, 0.0f);
-    for (const int8_t point : table)
-        EXPECT_EQ(point, 0);
+    AMPPreviewTable heavy, unknown, silent, off;
+    AMPEffectBuildCompressorTable(&heavy, 3);
+    AMPEffectBuildCompressorTable(&unknown, 77);
+    AMPEffectBuildNormalizeTable(&silent, 1, 0.0f);
+    AMPEffectBuildNormalizeTable(&off, 0, 0.0f);
+    EXPECT_EQ(heavy[255], 126);  // ((32512 - 11626) 0.33 + 11626) 1.75 / 256 = 126.6
+    EXPECT_EQ(heavy[0], -127) << "below the lowest point, not its edge";
+    EXPECT_EQ(unknown[255] - unknown[0], 255);
+    EXPECT_EQ((std::vector{silent[0], silent[128], silent[129]}),
+              (std::vector<int8_t>{-125, 0, 125}));
+    EXPECT_EQ(off, AMPPreviewTable{});
 }
 
 }  // namespace

@@ -14,10 +14,10 @@
 namespace tarn {
 namespace {
 
-// `count` frames of rising samples.
-std::string Sound(uint32_t count) {
+// Rising samples.
+std::string Sound(uint32_t frames) {
     std::string sound;
-    for (uint32_t i = 0; i < count; ++i)
+    for (uint32_t i = 0; i < frames; ++i)
         sound += Le(i % 30000, 2) + Le(1000, 2);
     return sound;
 }
@@ -33,59 +33,48 @@ int Rewrite(const TempDir& dir, uint32_t start = 0, uint32_t end = 0) {
 
 TEST(WaveFile, WritesTheChosenRange) {
     TempDir dir;
-    const struct {
-        const char* name;
-        uint32_t start, end;
-        uint32_t first, frames;  // at 8 kHz
-    } cases[] = {
-        {"all", 0, 0, 0, 16001},           {"from the middle", 500, 0, 4000, 12001},
-        {"to the middle", 0, 1, 0, 8},     {"between", 1500, 2000, 12000, 4000},
-        {"nothing", 1500, 1500, 12000, 0},
+    const uint32_t cases[][4] = {
+        // in and out in ms; the first frame and their number at 8 kHz
+        {0, 0, 0, 16001},          {500, 0, 4000, 12001},  {0, 1, 0, 8},
+        {1500, 2000, 12000, 4000}, {1500, 1500, 12000, 0},
     };
     dir.Write("in.wav",
               WaveFile({.rate = 8000, .chunks = "LIST" + Le(3) + "xyz"}, Sound(16001)) + "LIST");
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        ASSERT_EQ(Rewrite(dir, c.start, c.end), kWaveDone);
+    for (const auto& [start, end, first, frames] : cases) {
+        ASSERT_EQ(Rewrite(dir, start, end), kWaveDone);
         EXPECT_TRUE(dir.Read("out.wav") ==
-                    WaveFile({.rate = 8000}, Sound(16001).substr(4 * c.first, 4 * c.frames)));
+                    WaveFile({.rate = 8000}, Sound(16001).substr(4 * first, 4 * frames)))
+            << start;
     }
 }
 
 TEST(WaveFile, RefusesWhatItCannotTreat) {
     using enum ReasonCode;
-    const struct {
-        const char* name;
-        std::string content;
-        uint32_t start, end;
-        ReasonCode code;
-    } cases[] = {
+    const std::tuple<const char*, std::string, uint32_t, uint32_t, ReasonCode> cases[] = {
         {"empty file", "", 0, 0, kWaveFormat},
         {"mono", WaveFile({.channels = 1}, Sound(2)), 0, 0, kWaveFormat},
-        {"24 bits", WaveFile({.bits = 24}, Sound(2)), 0, 0, kWaveFormat},
         {"no sound", Wave(1).substr(0, 36) + "LIST" + Le(UINT32_MAX), 0, 0, kWaveNoSound},
         {"half a chunk head", Wave(1).substr(0, 41), 0, 0, kWaveNoSound},
-        {"rate 0", WaveFile({.rate = 0}, Sound(2)), 0, 0, kWaveRate},
         {"rate too low", WaveFile({.rate = 999}, Sound(2)), 0, 0, kWaveRate},
         {"rate too high", WaveFile({.rate = UINT32_MAX}, Sound(2)), 0, 0, kWaveRate},
         {"cut short", WaveFile({.claimed = 400}, Sound(99)), 0, 0, kWaveCutShort},
         {"hostile size", WaveFile({.claimed = 0xFFFFFFF0}, Sound(99)), 0, 0, kWaveCutShort},
         {"start at the end", Wave(8000), 1000, 0, kWaveRange},
-        {"start after the end", Wave(8000), 2000, 0, kWaveRange},
         {"end after the sound", Wave(8000), 0, 1001, kWaveRange},
         {"end before start", Wave(8000), 500, 400, kWaveRange},
         {"largest points", Wave(8000), UINT32_MAX, UINT32_MAX, kWaveRange},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, content, start, end, code] : cases) {
+        SCOPED_TRACE(name);
         TempDir dir;
-        dir.Write("in.wav", c.content);
-        const Reason reason = AMPRewriteWaveFile(
-            {dir.Path("out.wav"), dir.Path("in.wav"), {}, c.start, c.end}, nullptr);
-        EXPECT_EQ(reason.code, c.code);
+        const std::string in = dir.Path("in.wav");
+        dir.Write("in.wav", content);
+        const Reason reason =
+            AMPRewriteWaveFile({dir.Path("out.wav"), in, {}, start, end}, nullptr);
+        EXPECT_EQ(reason.code, code);
         EXPECT_EQ(reason.side, ReasonSide::kSource);
-        EXPECT_EQ(reason.file, dir.Path("in.wav"));
-        EXPECT_EQ(Rewrite(dir, c.start, c.end), kWaveReadFailed);
+        EXPECT_EQ(reason.file, in);
+        EXPECT_EQ(Rewrite(dir, start, end), kWaveReadFailed);
         EXPECT_EQ(dir.FileCount(), 1u);
     }
     TempDir dir;
@@ -111,10 +100,9 @@ TEST(WaveFile, KeepsSourceAndTargetWholeInEveryFailure) {
     const std::string source = Wave(600000), old = "what was there before";
     dir.Write("in.wav", source);
     dir.Write("out.wav", old);
-    const auto expect_untouched = [&](size_t files) {
-        EXPECT_TRUE(dir.Read("in.wav") == source);
-        EXPECT_TRUE(dir.Read("out.wav") == old);
-        EXPECT_EQ(dir.FileCount(), files) << "a temporary file stayed";
+    const auto untouched = [&](size_t files) {
+        return dir.Read("in.wav") == source && dir.Read("out.wav") == old &&
+               dir.FileCount() == files;
     };
     const std::string in = dir.Path("in.wav"), out = dir.Path("out.wav");
     const auto expect_failure = [&](const std::string& target, ReasonCode code, size_t files) {
@@ -123,13 +111,13 @@ TEST(WaveFile, KeepsSourceAndTargetWholeInEveryFailure) {
         EXPECT_EQ(reason.code, code);
         EXPECT_EQ(reason.side, ReasonSide::kTarget);
         EXPECT_EQ(reason.file, target);
-        expect_untouched(files);
+        EXPECT_TRUE(untouched(files));
     };
     for (const uint32_t last : {1u, 2u}) {
         EXPECT_EQ(AMPEffectProcessWaveFile(out, in, {}, 0, 0,
                                            [&](uint32_t block, uint32_t) { return block < last; }),
                   kWaveCancelled);
-        expect_untouched(2);
+        EXPECT_TRUE(untouched(2));
     }
     using enum ReasonCode;
     expect_failure(out, kExists, 2);
@@ -164,12 +152,12 @@ TEST(WaveFile, FadesAcrossItsBlocks) {
         sound += Le(16000, 2) + Le(static_cast<uint32_t>(-16000), 2);
     dir.Write("in.wav", WaveFile({.rate = 8000}, sound));
     const auto note = [&](uint32_t block, uint32_t blocks) {
-        EXPECT_EQ(dir.FileCount(), 2u) << "beside the target";
         calls += std::to_string(block) + "/" + std::to_string(blocks) + " ";
-        return true;
+        return dir.FileCount() == 2;
     };
-    const std::string in = dir.Path("in.wav"), out = dir.Path("out.wav");
-    ASSERT_EQ(AMPEffectProcessWaveFile(out, in, {.fade = 1}, 0, 0, note), kWaveDone);
+    ASSERT_EQ(
+        AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), {.fade = 1}, 0, 0, note),
+        kWaveDone);
     EXPECT_EQ(calls, "1/4 2/4 3/4 ");
     const std::string output = dir.Read("out.wav");
     const uint32_t expected[][2] = {{7999, 0},       {16000, 1000},  {24000, 16000},
@@ -179,27 +167,22 @@ TEST(WaveFile, FadesAcrossItsBlocks) {
 }
 
 TEST(WavePeak, IsTheLargestPointOfTheOverview) {
-    // At 1120 Hz each frame is a point.
-    const struct {
-        const char* name;
-        std::vector<int> samples;  // left and right in turn
-        float peak;
-    } cases[] = {
-        {"silence", {0, 0, 0, 0}, 0},
-        {"rounded up", {0, 64 * 256 - 128, 0, 0}, 0.5f},
-        {"rounded down", {0, 64 * 256 - 129, 0, 0}, 63 / 128.0f},
-        {"negative", {-32512, 0, 100, 0}, 127 / 128.0f},
-        {"full scale is forgotten", {-32768, 0, 256, 0, 512, 0}, 2 / 128.0f},
-        {"full scale at the end", {256, 0, 32767, 0}, -1},
-        {"right before left", {300, -32768, 0, 0}, 1 / 128.0f},
+    // At 1120 Hz each frame is a point. Left and right in turn.
+    const std::pair<std::vector<int>, float> cases[] = {
+        {{0, 0, 0, 0}, 0},
+        {{0, 64 * 256 - 128, 0, 0}, 0.5f},
+        {{0, 64 * 256 - 129, 0, 0}, 63 / 128.0f},
+        {{-32512, 0, 100, 0}, 127 / 128.0f},
+        {{-32768, 0, 256, 0, 512, 0}, 2 / 128.0f},  // full scale is forgotten
+        {{256, 0, 32767, 0}, -1},
+        {{300, -32768, 0, 0}, 1 / 128.0f},  // right before left
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        TempDir dir;
-        dir.Write("in.wav", WaveFile({}, WaveSound(c.samples)));
+    const TempDir dir;
+    for (const auto& [samples, expected] : cases) {
+        dir.Write("in.wav", WaveFile({}, WaveSound(samples)));
         float peak = 9;
         EXPECT_FALSE(AMPMeasureWavePeak(dir.Path("in.wav"), &peak));
-        EXPECT_EQ(peak, c.peak);
+        EXPECT_EQ(peak, expected) << testing::PrintToString(samples);
     }
 }
 
