@@ -5,37 +5,33 @@
 // its own, which counts bytes of the configuration and eights of bytes of a frame. Bit 2 starts
 // over at an empty frame.
 #include <algorithm>
-#include <cstdlib>
 #include <span>
 
+#include "fuzz_movie.h"
 #include "movie/umc/aac_config.h"
 #include "movie/umc/aac_decoder.h"
 
 namespace {
 
 using namespace tarn::UMC;
-using Bytes = std::span<const uint8_t>;
+using tarn::Check;
+using Part = std::span<const uint8_t>;
 
-void Check(bool held) {
-    if (!held) std::abort();
-}
-
-void Set(MediaData* data, Bytes bytes) {
+void Set(MediaData* data, Part bytes) {
     if (bytes.empty()) return;
-    auto* first = const_cast<uint8_t*>(bytes.data());
-    Check(data->SetBufferPointer(first, static_cast<uint32_t>(bytes.size())) == kStatusOk);
-    Check(data->SetDataSize(static_cast<uint32_t>(bytes.size())) == kStatusOk);
+    const auto size = static_cast<uint32_t>(bytes.size());
+    Check(data->SetBufferPointer(const_cast<uint8_t*>(bytes.data()), size) == kStatusOk);
+    Check(data->SetDataSize(size) == kStatusOk);
 }
 
-Bytes Take(Bytes* rest, size_t unit) {
+Part Take(Part* rest, size_t unit) {
     if (rest->empty()) return {};
-    const size_t size = std::min<size_t>((*rest)[0] * unit, rest->size() - 1);
-    const Bytes taken = rest->subspan(1, size);
-    *rest = rest->subspan(1 + size);
+    const Part taken = rest->subspan(1, std::min<size_t>((*rest)[0] * unit, rest->size() - 1));
+    *rest = rest->subspan(1 + taken.size());
     return taken;
 }
 
-void DecodeOne(AACDecoder* decoder, MediaData* out, Bytes frame) {
+void DecodeOne(AACDecoder* decoder, MediaData* out, Part frame) {
     AACDecoderParams info;
     Check(decoder->GetInfo(&info) >= 0);
     if (out->GetBufferSize() < info.suggestedOutputSize)
@@ -43,12 +39,10 @@ void DecodeOne(AACDecoder* decoder, MediaData* out, Bytes frame) {
     out->Reset();
     MediaData in;
     Set(&in, frame);
-    const Status status = decoder->GetFrame(&in, out);
-    if (status == kStatusOk) {
-        Check(decoder->GetInfo(&info) == kStatusOk);
-        const uint32_t block = static_cast<uint32_t>(info.info.channels) * 2;
-        Check(block > 0 && out->GetDataSize() > 0 && out->GetDataSize() % block == 0);
-    }
+    if (decoder->GetFrame(&in, out) != kStatusOk) return;
+    Check(decoder->GetInfo(&info) == kStatusOk);
+    const uint32_t block = static_cast<uint32_t>(info.info.channels) * 2;
+    Check(block > 0 && out->GetDataSize() > 0 && out->GetDataSize() % block == 0);
 }
 
 }  // namespace
@@ -56,11 +50,10 @@ void DecodeOne(AACDecoder* decoder, MediaData* out, Bytes frame) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
     const uint8_t mode = data[0];
-    Bytes rest(data + 1, size - 1);
-    const Bytes given = Take(&rest, 1);
-    const Bytes config = mode & 1 ? FindDecoderSpecificInfo(given) : given;
+    Part rest(data + 1, size - 1);
+    const Part given = Take(&rest, 1), config = mode & 1 ? FindDecoderSpecificInfo(given) : given;
 
-    MediaData configured;
+    MediaData configured, out;
     Set(&configured, config);
     AACDecoderParams params;
     params.data = &configured;
@@ -68,10 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     params.psSupport = mode >> 1 & 1;
     AACDecoder decoder;
     if (decoder.Init(&params) != kStatusOk) return 0;
-
-    MediaData out;
     while (!rest.empty()) {
-        const Bytes frame = Take(&rest, 8);
+        const Part frame = Take(&rest, 8);
         if (frame.empty() && (mode & 4)) Check(decoder.Reset() == kStatusOk);
         if (!frame.empty()) DecodeOne(&decoder, &out, frame);
     }

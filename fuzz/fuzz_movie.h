@@ -1,5 +1,6 @@
-// fuzz_movie.h - a read session on bytes in memory, and the two rules that hold for every input:
-// no reader blames itself, and nothing leaks (the host sees to that).
+// fuzz_movie.h - what targets share: checks that end the run, a read session on bytes in memory,
+// and the two rules that hold for every input: no reader blames itself, and nothing leaks (the host
+// sees to that).
 #pragma once
 
 #include <cstdlib>
@@ -9,10 +10,22 @@
 
 namespace tarn {
 
+inline void Check(bool holds) {
+    if (!holds) std::abort();
+}
+
 // FF4_RET_INTERNAL is a fault of the engine, never of a file.
 inline uint32_t Sane(Mp4Result result) {
-    if (result == FF4_RET_INTERNAL) std::abort();
+    Check(result != FF4_RET_INTERNAL);
     return result;
+}
+
+// The answer to one question, empty where there is none.
+template <class Answer>
+Answer Ask(auto question, auto... about) {
+    Answer answer{};
+    Sane(question(about..., &answer));
+    return answer;
 }
 
 class FuzzMovie {
@@ -23,15 +36,12 @@ public:
         if (Sane(mp4_open_read(m_host, m_host.File(), params, &m_session, &flags)) != FF4_RET_OK)
             m_session = nullptr;
     }
-    ~FuzzMovie() {
-        if (m_session && mp4_close_read(m_host, m_session) != FF4_RET_OK) std::abort();
-    }
+    ~FuzzMovie() { Check(!m_session || mp4_close_read(m_host, m_session) == FF4_RET_OK); }
     FuzzMovie(const FuzzMovie&) = delete;
     FuzzMovie& operator=(const FuzzMovie&) = delete;
 
     // Null when the bytes did not open.
     operator Mp4ReadSession*() { return m_session; }
-    TestHost& host() { return m_host; }
 
 private:
     TestHost m_host;

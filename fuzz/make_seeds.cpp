@@ -31,10 +31,10 @@ int main(int argc, char** argv) {
     for (uint64_t seed = 1; seed <= 24; ++seed)
         movie("random" + std::to_string(seed), RandomMovie(seed).Build());
 
-    write(root / "metadata", "texts",
+    write(root / "open", "texts",
           Join(Mtdt({{.type = 1, .encoding = 1, .data = {0, 65, 0, 0}}, {.data = Be32({1, 0})}}),
                Mtdf({{.type = 119, .encoding = 2, .data = {1, 2, 3}}})));
-    write(root / "metadata", "profiles", Join(Be32({0, 3}), Fprf(), Aprf(), Vprf()));
-    write(root / "metadata", "others", Join(Atom("MTSM", Bytes(4, 1)), Atom("UASI"), Atom("MVPL")));
+    write(root / "open", "profiles", Join(Be32({0, 3}), Fprf(), Aprf(), Vprf()));
+    write(root / "open", "others", Join(Atom("MTSM", Bytes(4, 1)), Atom("UASI"), Atom("MVPL")));
     return 0;
 }

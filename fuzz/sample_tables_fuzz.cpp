@@ -4,11 +4,9 @@
 // budget or a count, and what is asked for. The rest is the payload of a `trak`. What two pools of
 // different size answer must be the same, whichever was asked first, and never an internal error.
 #include <algorithm>
-#include <cstdlib>
-#include <vector>
 
+#include "fuzz_movie.h"
 #include "support/table_lookups.h"
-#include "support/test_host.h"
 
 namespace {
 
@@ -57,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Pool tight(host, tables, count % 400);
     for (size_t i = 0; i < count; ++i) {
         const Answer answer = tight.AskOne(questions + i * kQuestion);
-        if (answer != answers[i] || answer.result == FF4_RET_INTERNAL) std::abort();
+        Check(answer == answers[i] && answer.result != FF4_RET_INTERNAL);
     }
     return 0;
 }

@@ -1,24 +1,25 @@
 // Any bytes as a movie that is played: samples in order from any time on, whatever the tables say.
 // The first eight bytes choose where playing starts.
-#include <cstdlib>
 #include <cstring>
 
+#include "fuzz_movie.h"
 #include "playback/track_feed.h"
 #include "support/memory_path.h"
 
 namespace {
 
-constexpr int kMostSamples = 2000;
+using namespace tarn;
 
-void play(const std::string& path, tarn::TrackFeed::Kind kind, int64_t start) {
-    tarn::TrackFeed feed;
+void play(const std::string& path, TrackFeed::Kind kind, int64_t start) {
+    TrackFeed feed;
     if (feed.Open(path, kind)) return;
+    constexpr int kMostSamples = 2000;
     for (const int64_t time : {int64_t{0}, start, feed.DurationNs() - 1}) {
-        if (feed.SeekTo(time, INT64_MAX) != tarn::kMovieOk) continue;
-        tarn::FeedSample sample;
+        if (feed.SeekTo(time, INT64_MAX) != kMovieOk) continue;
+        FeedSample sample;
         int64_t last = INT64_MIN;
-        for (int i = 0; i < kMostSamples && feed.Next(&sample) == tarn::kMovieOk; ++i) {
-            if (sample.decoded < last) abort();
+        for (int i = 0; i < kMostSamples && feed.Next(&sample) == kMovieOk; ++i) {
+            Check(sample.decoded >= last);
             last = sample.decoded;
         }
     }
@@ -30,8 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int64_t start = 0;
     if (size < sizeof start) return 0;
     std::memcpy(&start, data, sizeof start);
-    const tarn::MemoryPath file(data + sizeof start, size - sizeof start);
-    play(file.Path(), tarn::TrackFeed::Kind::kVideo, start);
-    play(file.Path(), tarn::TrackFeed::Kind::kAudio, start);
+    const MemoryPath file(data + sizeof start, size - sizeof start);
+    for (const auto kind : {TrackFeed::Kind::kVideo, TrackFeed::Kind::kAudio})
+        play(file.Path(), kind, start);
     return 0;
 }

@@ -2,28 +2,17 @@
 //
 // The first bytes are a settings record and two times, the rest is the file. What is written must
 // be as long as its header says, and nothing but source and target may lie in the folder.
-#include <stdlib.h>
-
 #include <cstring>
 #include <filesystem>
-#include <string>
 
 #include "effects/wave_file.h"
 #include "effects/wave_peak.h"
+#include "fuzz_movie.h"
 #include "support/temp_dir.h"
-
-namespace {
-
-constexpr size_t kHead = 44;
-
-void check(bool holds) {
-    if (!holds) abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace tarn;
+    constexpr size_t kHead = 44;
     static const TempDir folder;
     const std::string source = folder.Path("in.wav"), target = folder.Path("out.wav");
     AMPEffectSettings settings;
@@ -35,19 +24,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     folder.Write("in.wav", {data, data + size});
 
     float peak = 0;
-    if (!AMPMeasureWavePeak(source, &peak)) check(peak >= -1 && peak < 1);
+    if (!AMPMeasureWavePeak(source, &peak)) Check(peak >= -1 && peak < 1);
     const int result =
         AMPEffectProcessWaveFile(target, source, settings, range[0], range[1], nullptr);
-    check(result == kWaveDone || result == kWaveReadFailed);
-    check(std::filesystem::exists(target) == (result == kWaveDone));
+    Check(result == kWaveDone || result == kWaveReadFailed);
+    Check(std::filesystem::exists(target) == (result == kWaveDone));
     if (result == kWaveDone) {
         const std::string written = folder.Read("out.wav");
         uint32_t bytes = 0;
-        check(written.size() >= kHead);
+        Check(written.size() >= kHead);
         std::memcpy(&bytes, written.data() + kHead - sizeof bytes, sizeof bytes);
-        check(written.size() == bytes + kHead && bytes <= size);
+        Check(written.size() == bytes + kHead && bytes <= size);
         std::filesystem::remove(target);
     }
-    check(folder.FileCount() == 1);  // the source
+    Check(folder.FileCount() == 1);  // the source
     return 0;
 }
