@@ -44,9 +44,16 @@ void expect(const Json& facts, const std::string& names, const std::vector<Json>
     EXPECT_TRUE(in.eof());
 }
 
+// The answer to one question.
+template <class Answer>
+Answer ask(auto question, auto... about) {
+    Answer answer{};
+    EXPECT_EQ(question(about..., &answer), FF4_RET_OK);
+    return answer;
+}
+
 void compare_movie(Mp4ReadSession* session, const Json& facts) {
-    Mp4MovieHeaderInfo h{};
-    ASSERT_EQ(mp4_get_movie_header(session, &h), FF4_RET_OK);
+    const auto h = ask<Mp4MovieHeaderInfo>(mp4_get_movie_header, session);
     expect(facts, "creation modification timescale duration rate volume matrix next_track_id",
            {h.creation, h.modification, h.timescale, h.duration,
             h.rate_integer << 16 | h.rate_fraction, h.volume_integer << 8 | h.volume_fraction,
@@ -54,19 +61,16 @@ void compare_movie(Mp4ReadSession* session, const Json& facts) {
 }
 
 void compare_headers(Mp4ReadSession* session, uint32_t track, const Json& facts) {
-    Mp4TrackHeaderInfo h{};
-    ASSERT_EQ(mp4_get_track_header(session, track, &h), FF4_RET_OK);
+    const auto h = ask<Mp4TrackHeaderInfo>(mp4_get_track_header, session, track);
     expect(facts["tkhd"],
            "version flags track_id duration layer alternate_group volume matrix width height",
            {h.version, h.flags, h.track_id, h.duration, h.layer, h.alternate_group, h.volume,
             h.matrix, h.width_integer + h.width_fraction / 65536.0,
             h.height_integer + h.height_fraction / 65536.0});
-    Mp4MediaHeaderInfo media{};
-    ASSERT_EQ(mp4_get_media_header(session, track, &media), FF4_RET_OK);
+    const auto media = ask<Mp4MediaHeaderInfo>(mp4_get_media_header, session, track);
     expect(facts["mdhd"], "timescale duration lang",
            {media.timescale, media.duration, LanguageText(media.language)});
-    Mp4HandlerInfo handler{};
-    ASSERT_EQ(mp4_get_handler(session, track, &handler), FF4_RET_OK);
+    const auto handler = ask<Mp4HandlerInfo>(mp4_get_handler, session, track);
     EXPECT_EQ(facts["handler"], code_text(handler.type));
     EXPECT_EQ(handler.name.size, facts["handler_name"].get<std::string>().size());
 }
@@ -103,16 +107,12 @@ void compare_entry(const Mp4SampleEntry& entry, const Json& facts, bool video) {
 }
 
 void compare_entries(Mp4ReadSession* session, uint32_t track, const Json& facts) {
-    Mp4SampleEntries* entries = nullptr;
-    ASSERT_EQ(mp4_open_sample_entries(session, track, &entries), FF4_RET_OK);
-    uint32_t count = 0;
-    ASSERT_EQ(mp4_get_sample_entry_count(session, entries, &count), FF4_RET_OK);
-    ASSERT_EQ(count, facts["entries"].size());
-    for (uint32_t n = 1; n <= count; ++n) {
-        const Mp4SampleEntry* entry = nullptr;
-        ASSERT_EQ(mp4_get_sample_entry(session, entries, n, &entry), FF4_RET_OK);
-        compare_entry(*entry, facts["entries"][n - 1], facts["handler"] == "vide");
-    }
+    auto* entries = ask<Mp4SampleEntries*>(mp4_open_sample_entries, session, track);
+    ASSERT_EQ(ask<uint32_t>(mp4_get_sample_entry_count, session, entries), facts["entries"].size());
+    uint32_t n = 0;
+    for (const Json& entry : facts["entries"])
+        compare_entry(*ask<const Mp4SampleEntry*>(mp4_get_sample_entry, session, entries, ++n),
+                      entry, facts["handler"] == "vide");
     EXPECT_EQ(mp4_close_sample_entries(session, entries), FF4_RET_OK);
 }
 
@@ -122,15 +122,13 @@ void compare_texts(Mp4ReadSession* session, uint32_t track, const Json& user) {
     ASSERT_EQ(opened, user.is_null() ? FF4_RET_NOTFOUND : FF4_RET_OK);
     if (user.is_null()) return;
     const Json& items = user[0]["items"];
-    uint32_t count = 0;
-    ASSERT_EQ(mp4_get_meta_count(session, list, &count), FF4_RET_OK);
-    ASSERT_EQ(count, items.size());
-    for (uint32_t n = 1; n <= count; ++n) {
-        Mp4MetaTextEntry entry{};
-        ASSERT_EQ(mp4_get_meta_text(session, list, n, &entry), FF4_RET_OK);
+    ASSERT_EQ(ask<uint32_t>(mp4_get_meta_count, session, list), items.size());
+    uint32_t n = 0;
+    for (const Json& item : items) {
+        const auto entry = ask<Mp4MetaTextEntry>(mp4_get_meta_text, session, list, ++n);
         std::vector<uint8_t> data(entry.size + 1);
         ASSERT_EQ(mp4_get_meta_data(session, list, n, entry.size, data.data()), FF4_RET_OK);
-        expect(items[n - 1], "type encoding data",
+        expect(item, "type encoding data",
                {entry.type, entry.encoding, hex({data.data(), entry.size})});
     }
     EXPECT_EQ(mp4_close_meta_list(session, list), FF4_RET_OK);
