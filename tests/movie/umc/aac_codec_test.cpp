@@ -8,7 +8,6 @@
 #include <numbers>
 #include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "movie/umc/aac_config.h"
@@ -46,10 +45,6 @@ void SetBytes(MediaData* data, const void* bytes, size_t size) {
     ASSERT_EQ(data->SetDataSize(static_cast<uint32_t>(size)), kStatusOk);
 }
 
-Frame Taken(const MediaData& data) {
-    return {data.GetDataPointer(), data.GetDataPointer() + data.GetDataSize()};
-}
-
 Coded Encode(AACEncoderParams params, const Pcm& pcm) {
     Coded coded;
     AACEncoder encoder;
@@ -62,15 +57,16 @@ Coded Encode(AACEncoderParams params, const Pcm& pcm) {
     AudioData in, out;
     EXPECT_EQ(out.Alloc(params.suggestedOutputSize), kStatusOk);
     SetBytes(&in, pcm.data(), pcm.size() * 2);
-    while (in.GetDataSize() > 0 && encoder.GetFrame(&in, &out) == kStatusOk) {
-        coded.frames.push_back(Taken(out));
+    const auto keep = [&] {
+        const uint8_t* first = out.GetDataPointer();
+        coded.frames.emplace_back(first, first + out.GetDataSize());
         out.Reset();
-    }
+    };
+    while (in.GetDataSize() > 0 && encoder.GetFrame(&in, &out) == kStatusOk)
+        keep();
     EXPECT_EQ(in.GetDataSize(), 0u);
-    while (encoder.Drain(&out) == kStatusOk) {
-        coded.frames.push_back(Taken(out));
-        ++coded.drained;
-    }
+    for (; encoder.Drain(&out) == kStatusOk; ++coded.drained)
+        keep();
     return coded;
 }
 
@@ -117,21 +113,15 @@ Frame ReadData(const std::string& name) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+// The frames without their headers of 7 bytes, as a movie file keeps them.
 std::vector<Frame> SplitAdts(const std::string& name) {
     const Frame stream = ReadData(name);
     std::vector<Frame> frames;
     std::span<const uint8_t> rest(stream);
     while (const uint32_t length = AdtsFrameLength(rest)) {
-        frames.emplace_back(rest.begin(), rest.begin() + length);
+        frames.emplace_back(rest.begin() + 7, rest.begin() + length);
         rest = rest.subspan(length);
     }
-    return frames;
-}
-
-// The frames without their headers of 7 bytes, as a movie file keeps them.
-std::vector<Frame> Bare(std::vector<Frame> frames) {
-    for (Frame& frame : frames)
-        frame.erase(frame.begin(), frame.begin() + 7);
     return frames;
 }
 
@@ -150,42 +140,38 @@ TEST(AacDecoder, GivesTheReferenceWithinOneUnit) {
         {"surround_48k", {0x11, 0xb0}, {6, 48000, 0x3f}},
         {"loud_32k", {0x12, 0x90}, {2, 32000, 0x3}},  // clips at both ends
     };
-    for (const auto& c : cases)
-        for (const bool bare : {true, false}) {
-            SCOPED_TRACE(testing::Message() << c.name << (bare ? ", configured" : ", ADTS"));
-            const std::vector<Frame> frames = SplitAdts(std::string(c.name) + ".aac");
-            AudioStreamInfo info;
-            const Pcm pcm =
-                bare ? Decode(c.config, Bare(frames), &info) : Decode({}, frames, &info);
-            EXPECT_EQ((std::vector{info.channels, info.sampleRate, info.channelMask}), c.facts);
-            EXPECT_EQ(info.profile, kAacLc);
-            EXPECT_EQ(info.bitsPerSample, 16);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        AudioStreamInfo info;
+        const Pcm pcm = Decode(c.config, SplitAdts(c.name + std::string(".aac")), &info);
+        EXPECT_EQ((std::vector{info.channels, info.sampleRate, info.channelMask}), c.facts);
+        EXPECT_EQ(info.profile, kAacLc);
+        EXPECT_EQ(info.bitsPerSample, 16);
 
-            const Frame bytes = ReadData(std::string(c.name) + ".pcm");
-            ASSERT_EQ(pcm.size() * 2, bytes.size());
-            Pcm reference(pcm.size());
-            std::memcpy(reference.data(), bytes.data(), bytes.size());
-            for (size_t i = 0; i < pcm.size(); ++i)
-                ASSERT_LE(std::abs(pcm[i] - reference[i]), 1) << i;
-        }
+        const Frame bytes = ReadData(c.name + std::string(".pcm"));
+        ASSERT_EQ(pcm.size() * 2, bytes.size());
+        Pcm reference(pcm.size());
+        std::memcpy(reference.data(), bytes.data(), bytes.size());
+        for (size_t i = 0; i < pcm.size(); ++i)
+            ASSERT_LE(std::abs(pcm[i] - reference[i]), 1) << i;
+    }
 }
 
 TEST(AacDecoder, ReportsBandReplicationAndParametricStereo) {
-    const Coded stereo = Encode(EncoderParams(24000, 2, 64000), Noise(2048));
-    const Coded mono = Encode(EncoderParams(24000, 1, 48000), Noise(2048));
+    const Frame stereo = Encode(EncoderParams(24000, 2, 64000), Noise(2048)).frames[1];
+    const Frame mono = Encode(EncoderParams(24000, 1, 48000), Noise(2048)).frames[1];
     const Frame hidden = ReadData("replication_24k.frame");
     const struct {
         const char* name;
-        Frame config;
-        bool stereo_core, hidden;
+        Frame config, frame;
         int32_t ps_support, profile, channels;
         bool told;  // before the first frame
     } cases[] = {
-        {"told in front", {0x2b, 0x11, 0x88, 0x00}, true, false, 0, kAacSbr, 2, true},
-        {"told behind", {0x13, 0x10, 0x56, 0xe5, 0x98}, true, false, 0, kAacSbr, 2, true},
-        {"found in the frames", {0x13, 0x10}, true, true, 0, kAacSbr, 2, false},
-        {"parametric stereo, unwanted", {0xeb, 0x09, 0x88, 0x00}, false, false, 0, kAacPs, 1, true},
-        {"parametric stereo, wanted", {0xeb, 0x09, 0x88, 0x00}, false, false, 1, kAacPs, 2, true},
+        {"told in front", {0x2b, 0x11, 0x88, 0x00}, stereo, 0, kAacSbr, 2, true},
+        {"told behind", {0x13, 0x10, 0x56, 0xe5, 0x98}, stereo, 0, kAacSbr, 2, true},
+        {"found in the frames", {0x13, 0x10}, hidden, 0, kAacSbr, 2, false},
+        {"parametric stereo, unwanted", {0xeb, 0x09, 0x88, 0x00}, mono, 0, kAacPs, 1, true},
+        {"parametric stereo, wanted", {0xeb, 0x09, 0x88, 0x00}, mono, 1, kAacPs, 2, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -197,9 +183,8 @@ TEST(AacDecoder, ReportsBandReplicationAndParametricStereo) {
         EXPECT_EQ(params.info.sampleRate, c.told ? 48000 : 24000);
         EXPECT_EQ(params.info.profile, c.told ? c.profile : kAacLc);
 
-        const Frame& frame = (c.stereo_core ? stereo : mono).frames[1];
         Pcm pcm;
-        ASSERT_EQ(DecodeOne(&decoder, c.hidden ? hidden : frame, &pcm), kStatusOk);
+        ASSERT_EQ(DecodeOne(&decoder, c.frame, &pcm), kStatusOk);
         EXPECT_EQ(pcm.size(), 2048u * static_cast<size_t>(c.channels));
         ASSERT_EQ(decoder.GetInfo(&params), kStatusOk);
         EXPECT_EQ(params.info.sampleRate, 48000);
@@ -230,7 +215,7 @@ TEST(AacDecoder, RefusesWhatItCannotUse) {
 }
 
 TEST(AacDecoder, GoesOnBehindBrokenFrames) {
-    const std::vector<Frame> good = Bare(SplitAdts("stereo_48k.aac"));
+    const std::vector<Frame> good = SplitAdts("stereo_48k.aac");
     const Pcm clean = Decode(kStereo48k, good);
     AACDecoder decoder;
     AACDecoderParams params;
@@ -270,7 +255,7 @@ TEST(AacDecoder, GoesOnBehindBrokenFrames) {
 }
 
 TEST(AacDecoder, ResetEqualsNew) {
-    const std::vector<Frame> frames = Bare(SplitAdts("stereo_48k.aac"));
+    const std::vector<Frame> frames = SplitAdts("stereo_48k.aac");
     AACDecoder decoder;
     AACDecoderParams params;
     EXPECT_EQ(decoder.Reset(), kStatusNoData);
@@ -361,50 +346,31 @@ TEST(AacEncoder, HeadersGoAroundTheSameFrames) {
     const Coded bare = Encode(params, pcm);
     EXPECT_EQ(bare.config, kStereo48k);
     params.outputFormat = 0;
-    const Coded adts = Encode(params, pcm);
-    EXPECT_EQ(Bare(adts.frames), bare.frames);
+    Coded adts = Encode(params, pcm);
     EXPECT_EQ(Decode({}, adts.frames), Decode(bare.config, bare.frames));
+    for (Frame& frame : adts.frames)
+        frame.erase(frame.begin(), frame.begin() + 7);
+    EXPECT_EQ(adts.frames, bare.frames);
     params.outputFormat = 1;
     Coded adif = Encode(params, pcm);
     adif.frames[0].erase(adif.frames[0].begin(), adif.frames[0].begin() + 14);
     EXPECT_EQ(adif.frames, bare.frames);
 }
 
-// Lends one block at a time, and only while it may.
-struct OneBlockAllocator final : MemoryAllocator {
-    Status Init() override { return kStatusOk; }
-    Status Close() override { return kStatusOk; }
-    Status Alloc(MemId* handle, size_t size, uint32_t, uint32_t) override {
-        if (fail || size > sizeof block || std::exchange(lent, true)) return kStatusNoMemory;
-        *handle = 1;
-        return kStatusOk;
-    }
-    void* Lock(MemId) override { return block; }
-    Status Unlock(MemId) override { return kStatusOk; }
-    Status Free(MemId handle) override { return DeallocateMem(handle); }
-    Status DeallocateMem(MemId) override { return lent = false, kStatusOk; }
-    alignas(64) uint8_t block[4096];
-    bool lent = false, fail = false;
-};
-
 TEST(AacCodecs, KeepTheirStateInTheCallersAllocator) {
-    OneBlockAllocator allocator;
+    DefaultMemoryAllocator allocator;
     AACDecoderParams params;
     params.allocator = &allocator;
     {
         AACDecoder decoder;
         ASSERT_EQ(Configure(&decoder, kStereo48k, &params), kStatusOk);
-        EXPECT_TRUE(allocator.lent);
+        EXPECT_NE(allocator.Lock(1), nullptr);
+        EXPECT_EQ(allocator.Unlock(1), kStatusOk);
         EXPECT_EQ(Configure(&decoder, {0x11}, &params), kStatusBadParameter);
-        EXPECT_FALSE(allocator.lent) << "a failed Init leaves nothing";
+        EXPECT_EQ(allocator.Lock(1), nullptr) << "a failed Init leaves nothing";
         ASSERT_EQ(Configure(&decoder, kStereo48k, &params), kStatusOk);
     }
-    EXPECT_FALSE(allocator.lent);
-    allocator.fail = true;
-    AACEncoder encoder;
-    AACEncoderParams encoder_params = EncoderParams(48000, 2);
-    encoder_params.allocator = &allocator;
-    EXPECT_EQ(encoder.Init(&encoder_params), kStatusNoMemory);
+    EXPECT_EQ(allocator.Lock(2), nullptr);
 }
 
 Pcm Sweep(int32_t rate, size_t frames) {
