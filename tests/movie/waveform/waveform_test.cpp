@@ -110,6 +110,8 @@ TEST(Waveform, TheProfileSaysWhetherThereIsOne) {
     EXPECT_EQ(Waveform(movie, {}).reader.Fault(), WaveformFault::kNoSound);
     movie.top_extra = Prof({Aprf(2)});
     EXPECT_EQ(Waveform(movie, {}).left.size(), 11u);
+    movie.tracks.pop_back();
+    EXPECT_EQ(Waveform(movie, {}).reader.Fault(), WaveformFault::kNoSound);
 }
 
 // A header may claim hours: the file holds ten frames.
