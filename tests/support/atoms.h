@@ -178,10 +178,10 @@ inline Bytes Avcc() {
 }
 
 struct EsFields {
-    uint8_t object_type = 0x40;          // AAC; 0x20 is MPEG-4 video
-    uint8_t stream_type = 5;             // sound; 4 is video
-    Bytes specific_info = {0x11, 0x90};  // AAC-LC, 48 kHz, stereo
-    int length_bytes = 1;                // the camera's short form; 4 is usual elsewhere
+    uint8_t object_type = 0x40;              // AAC; 0x20 is MPEG-4 video
+    uint8_t stream_type = 5;                 // sound; 4 is video
+    Bytes specific_info = Text("\x11\x90");  // AAC-LC, 48 kHz, stereo
+    int length_bytes = 1;                    // the camera's short form; 4 is usual elsewhere
 };
 inline Bytes Esds(const EsFields& f = {}) {
     const Bytes config =
