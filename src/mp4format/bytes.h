@@ -68,6 +68,10 @@ public:
         return value;
     }
     void Skip(size_t count) { m_at += count; }
+    // In the form in which the same fields are written.
+    void U16(uint16_t& to) { to = U16(); }
+    void U32(uint32_t& to) { to = U32(); }
+    void Time(uint32_t version, uint64_t& to) { to = Time(version); }
 
 private:
     const uint8_t* Take(size_t count) {

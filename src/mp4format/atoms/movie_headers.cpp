@@ -7,6 +7,7 @@ namespace {
 
 // The largest of these atoms, 'mvhd' of version 1; what lies behind is not looked at.
 constexpr uint64_t kMostHead = 112;
+constexpr uint64_t kWider = 12;  // two dates and a duration in version 1
 constexpr uint16_t kLanguageBits = 0x7FFF;
 
 // Reads the head of a fixed atom that needs `size_v0` bytes in version 0 and `size_v1` in
@@ -21,108 +22,25 @@ Mp4Result read_fixed(Mp4Host* host, Mp4File* file, const Mp4Span& payload, uint6
     return FF4_RET_OK;
 }
 
-// What all three begin with: version and flags and both dates. Gives the version.
-template <typename Header>
-uint32_t take_head(Mp4FieldReader* fields, Header* out) {
-    out->version_flags = fields->U32();
-    const uint32_t version = full_version(out->version_flags);
-    out->creation_time = fields->Time(version);
-    out->modification_time = fields->Time(version);
-    return version;
+// The fields of each header after version, flags and dates, read or written in this order.
+template <typename Fields, typename Matrix>
+void each_of_matrix(Fields& fields, Matrix& matrix) {
+    for (auto& value : matrix)
+        fields.U32(value);
 }
 
-void take_matrix(Mp4FieldReader* fields, uint32_t (&matrix)[9]) {
-    for (uint32_t& value : matrix)
-        value = fields->U32();
-}
-
-// What all three begin with. Gives the version.
-template <typename Fields, typename Header>
-Mp4Result put_head(const Mp4Sink& sink, const Header& header, Fields* fields, uint32_t* version) {
-    FF4_TRY(mp4_pick_version(sink.host, sink.options, header.creation_time,
-                             header.modification_time, header.duration, version));
-    fields->U32(*version << 24 | full_flags(header.version_flags));
-    fields->Time(*version, header.creation_time);
-    fields->Time(*version, header.modification_time);
-    return FF4_RET_OK;
-}
-
-template <typename Fields>
-void put_matrix(Fields* fields, const uint32_t (&matrix)[9]) {
-    for (const uint32_t value : matrix)
-        fields->U32(value);
-}
-
-}  // namespace
-
-Mp4Result mp4_read_mvhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4MovieHeader* out) {
-    if (!host || !file || !out) return FF4_RET_ARGS;
-    uint8_t bytes[kMostHead];
-    FF4_TRY(read_fixed(host, file, payload, 100, 112, bytes));
-    Mp4FieldReader fields(bytes);
-    const uint32_t version = take_head(&fields, out);
-    out->timescale = fields.U32();
-    out->duration = fields.Time(version);
-    out->rate = fields.U32();
-    out->volume = fields.U16();
-    fields.Skip(10);
-    take_matrix(&fields, out->matrix);
-    fields.Skip(24);
-    out->next_track_id = fields.U32();
-    return FF4_RET_OK;
-}
-
-Mp4Result mp4_read_tkhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4TrackHeader* out) {
-    if (!host || !file || !out) return FF4_RET_ARGS;
-    uint8_t bytes[kMostHead];
-    FF4_TRY(read_fixed(host, file, payload, 84, 96, bytes));
-    Mp4FieldReader fields(bytes);
-    const uint32_t version = take_head(&fields, out);
-    out->track_id = fields.U32();
-    fields.Skip(4);
-    out->duration = fields.Time(version);
-    fields.Skip(8);
-    out->layer = fields.U16();
-    out->alternate_group = fields.U16();
-    out->volume = fields.U16();
-    fields.Skip(2);
-    take_matrix(&fields, out->matrix);
-    out->width = fields.U32();
-    out->height = fields.U32();
-    return FF4_RET_OK;
-}
-
-Mp4Result mp4_read_mdhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4MediaHeader* out) {
-    if (!host || !file || !out) return FF4_RET_ARGS;
-    uint8_t bytes[kMostHead];
-    FF4_TRY(read_fixed(host, file, payload, 24, 36, bytes));
-    Mp4FieldReader fields(bytes);
-    const uint32_t version = take_head(&fields, out);
-    out->timescale = fields.U32();
-    out->duration = fields.Time(version);
-    out->language = fields.U16() & kLanguageBits;
-    return FF4_RET_OK;
-}
-
-Mp4Result mp4_write_mvhd(Mp4Sink& sink, const Mp4MovieHeader& header) {
-    uint32_t version = 0;
-    Mp4Fields<112> fields;
-    FF4_TRY(put_head(sink, header, &fields, &version));
+constexpr auto kMovieFields = [](auto& fields, uint32_t version, auto& header) {
     fields.U32(header.timescale);
     fields.Time(version, header.duration);
     fields.U32(header.rate);
     fields.U16(header.volume);
     fields.Skip(10);
-    put_matrix(&fields, header.matrix);
+    each_of_matrix(fields, header.matrix);
     fields.Skip(24);
     fields.U32(header.next_track_id);
-    return mp4_write_fields(sink, fourcc("mvhd"), fields);
-}
+};
 
-Mp4Result mp4_write_tkhd(Mp4Sink& sink, const Mp4TrackHeader& header) {
-    uint32_t version = 0;
-    Mp4Fields<96> fields;
-    FF4_TRY(put_head(sink, header, &fields, &version));
+constexpr auto kTrackFields = [](auto& fields, uint32_t version, auto& header) {
     fields.U32(header.track_id);
     fields.Skip(4);
     fields.Time(version, header.duration);
@@ -131,21 +49,74 @@ Mp4Result mp4_write_tkhd(Mp4Sink& sink, const Mp4TrackHeader& header) {
     fields.U16(header.alternate_group);
     fields.U16(header.volume);
     fields.Skip(2);
-    put_matrix(&fields, header.matrix);
+    each_of_matrix(fields, header.matrix);
     fields.U32(header.width);
     fields.U32(header.height);
-    return mp4_write_fields(sink, fourcc("tkhd"), fields);
+};
+
+constexpr auto kMediaFields = [](auto& fields, uint32_t version, auto& header) {
+    fields.U32(header.timescale);
+    fields.Time(version, header.duration);
+    fields.U16(header.language);
+    fields.Skip(2);
+};
+
+template <typename Header, typename Each>
+Mp4Result read_header(Mp4Host* host, Mp4File* file, const Mp4Span& payload, uint64_t size_v0,
+                      Header* out, Each each) {
+    if (!host || !file || !out) return FF4_RET_ARGS;
+    uint8_t bytes[kMostHead];
+    FF4_TRY(read_fixed(host, file, payload, size_v0, size_v0 + kWider, bytes));
+    Mp4FieldReader fields(bytes);
+    fields.U32(out->version_flags);
+    const uint32_t version = full_version(out->version_flags);
+    fields.Time(version, out->creation_time);
+    fields.Time(version, out->modification_time);
+    each(fields, version, *out);
+    return FF4_RET_OK;
+}
+
+template <typename Header, typename Each>
+Mp4Result write_header(Mp4Sink& sink, uint32_t type, const Header& header, Each each) {
+    uint32_t version = 0;
+    FF4_TRY(mp4_pick_version(sink.host, sink.options, header.creation_time,
+                             header.modification_time, header.duration, &version));
+    Mp4Fields<kMostHead> fields;
+    fields.U32(version << 24 | full_flags(header.version_flags));
+    fields.Time(version, header.creation_time);
+    fields.Time(version, header.modification_time);
+    each(fields, version, header);
+    return mp4_write_fields(sink, type, fields);
+}
+
+}  // namespace
+
+Mp4Result mp4_read_mvhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4MovieHeader* out) {
+    return read_header(host, file, payload, 100, out, kMovieFields);
+}
+
+Mp4Result mp4_read_tkhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4TrackHeader* out) {
+    return read_header(host, file, payload, 84, out, kTrackFields);
+}
+
+Mp4Result mp4_read_mdhd(Mp4Host* host, Mp4File* file, const Mp4Span& payload, Mp4MediaHeader* out) {
+    FF4_TRY(read_header(host, file, payload, 24, out, kMediaFields));
+    out->language &= kLanguageBits;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_write_mvhd(Mp4Sink& sink, const Mp4MovieHeader& header) {
+    return write_header(sink, fourcc("mvhd"), header, kMovieFields);
+}
+
+Mp4Result mp4_write_tkhd(Mp4Sink& sink, const Mp4TrackHeader& header) {
+    return write_header(sink, fourcc("tkhd"), header, kTrackFields);
 }
 
 Mp4Result mp4_write_mdhd(Mp4Sink& sink, const Mp4MediaHeader& header) {
-    uint32_t version = 0;
-    Mp4Fields<36> fields;
-    FF4_TRY(put_head(sink, header, &fields, &version));
-    fields.U32(header.timescale);
-    fields.Time(version, header.duration);
-    fields.U16(header.language & kLanguageBits);
-    fields.Skip(2);
-    return mp4_write_fields(sink, fourcc("mdhd"), fields);
+    Mp4MediaHeader kept = header;
+    kept.language &= kLanguageBits;
+    return write_header(sink, fourcc("mdhd"), kept, kMediaFields);
 }
 
 }  // namespace tarn
