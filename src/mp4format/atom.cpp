@@ -17,6 +17,15 @@ Mp4Result finish_header(uint64_t offset, uint64_t available, uint64_t size, uint
     return FF4_RET_OK;
 }
 
+// `head` holds 8 bytes or, where they announce a 64-bit size that has room, 16.
+Mp4Result finish_atom_header(const uint8_t* head, uint64_t offset, uint64_t available,
+                             Mp4AtomInfo* info) {
+    const uint32_t size = get_be32(head), type = get_be32(head + 4);
+    if (size != 1) return finish_header(offset, available, size, kAtomHeader, type, info);
+    if (available < kLargeHeader) return FF4_RET_FORMAT;
+    return finish_header(offset, available, get_be64(head + kAtomHeader), kLargeHeader, type, info);
+}
+
 Mp4Result finish_small_header(const uint8_t* head, uint64_t offset, uint64_t available,
                               Mp4AtomInfo* info) {
     const uint16_t size = get_be16(head);
@@ -30,26 +39,18 @@ Mp4Result mp4_read_atom_header(Mp4Host* host, Mp4File* file, uint64_t offset, ui
                                Mp4AtomInfo* info) {
     if (!host || !file || !info) return FF4_RET_ARGS;
     if (available < kAtomHeader) return FF4_RET_FORMAT;
-    uint8_t head[kAtomHeader];
-    FF4_TRY(mp4_read_at(host, file, offset, head, sizeof head));
-    const uint32_t size = get_be32(head), type = get_be32(head + 4);
-    if (size != 1) return finish_header(offset, available, size, kAtomHeader, type, info);
-
-    if (available < kLargeHeader) return FF4_RET_FORMAT;
-    uint64_t large = 0;
-    FF4_TRY(mp4_read_be64(host, file, &large));
-    return finish_header(offset, available, large, kLargeHeader, type, info);
+    uint8_t head[kLargeHeader];
+    FF4_TRY(mp4_read_at(host, file, offset, head, kAtomHeader));
+    if (get_be32(head) == 1 && available >= kLargeHeader)
+        FF4_TRY(mp4_read(host, file, head + kAtomHeader, kLargeHeader - kAtomHeader));
+    return finish_atom_header(head, offset, available, info);
 }
 
 Mp4Result mp4_read_atom_header_mem(const uint8_t* buffer, uint64_t offset, uint64_t available,
                                    Mp4AtomInfo* info) {
     if (!buffer || !info) return FF4_RET_ARGS;
     if (available < kAtomHeader) return FF4_RET_FORMAT;
-    const uint8_t* head = buffer + offset;
-    const uint32_t size = get_be32(head), type = get_be32(head + 4);
-    if (size != 1) return finish_header(offset, available, size, kAtomHeader, type, info);
-    if (available < kLargeHeader) return FF4_RET_FORMAT;
-    return finish_header(offset, available, get_be64(head + kAtomHeader), kLargeHeader, type, info);
+    return finish_atom_header(buffer + offset, offset, available, info);
 }
 
 Mp4Result mp4_read_small_atom_header(Mp4Host* host, Mp4File* file, uint64_t offset,

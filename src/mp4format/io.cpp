@@ -32,14 +32,6 @@ Mp4Result mp4_read_be32(Mp4Host* host, Mp4File* file, uint32_t* value) {
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_read_be64(Mp4Host* host, Mp4File* file, uint64_t* value) {
-    if (!value) return FF4_RET_ARGS;
-    uint8_t bytes[8];
-    FF4_TRY(mp4_read(host, file, bytes, sizeof bytes));
-    *value = get_be64(bytes);
-    return FF4_RET_OK;
-}
-
 Mp4Result mp4_read_block(Mp4Host* host, Mp4File* file, uint64_t offset, uint64_t size,
                          HostPtr<uint8_t>* block) {
     if (!host || !file || !block) return FF4_RET_ARGS;

@@ -14,7 +14,6 @@ Mp4Result mp4_read(Mp4Host* host, Mp4File* file, void* buffer, uint64_t size);
 // mp4_seek and mp4_read.
 Mp4Result mp4_read_at(Mp4Host* host, Mp4File* file, uint64_t offset, void* buffer, uint64_t size);
 Mp4Result mp4_read_be32(Mp4Host* host, Mp4File* file, uint32_t* value);
-Mp4Result mp4_read_be64(Mp4Host* host, Mp4File* file, uint64_t* value);
 
 // `size` bytes at `offset` in a block of their own. No bytes: a null block and FF4_RET_OK. A size
 // that the file does not hold is FF4_RET_FILE before anything is allocated.
