@@ -80,6 +80,13 @@ struct Mp4TableHeader {
 Mp4Result mp4_read_table_header(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
                                 uint32_t max_version, Mp4TableHeader* header);
 
+// Whether an atom is the first of its kind; `kept` then knows where it is.
+inline bool mp4_is_first(const Mp4AtomInfo& atom, Mp4Span* kept) {
+    if (present(*kept)) return false;
+    *kept = atom.atom;
+    return true;
+}
+
 // Calls visit(const Mp4AtomInfo&) for each child in file order, whose headers
 // read(offset, available, Mp4AtomInfo*) gives. A failure ends the walk with that result. Fewer than
 // `least` bytes at the end are ignored.
@@ -139,6 +146,40 @@ void mp4_append(List* list, Node* node) {
         list->head = node;
     }
     list->tail = node;
+}
+
+// Puts a copy of a node there.
+template <typename List, typename Node>
+Mp4Result mp4_append_copy(Mp4Host* host, List* list, const Node& node) {
+    auto copy = mp4_make<Node>(host);
+    if (!copy) return FF4_RET_NOMEM;
+    *copy = node;
+    mp4_append(list, copy.release());
+    return FF4_RET_OK;
+}
+
+// The n-th node, from 1, or null.
+template <typename Node>
+Node* mp4_nth(Node* head, uint32_t n) {
+    Node* node = n > 0 ? head : nullptr;
+    while (node && --n > 0)
+        node = node->next;
+    return node;
+}
+
+// Empties a list whose nodes drop(node) gives back.
+template <typename List, typename Drop>
+void mp4_free_list(List* list, Drop drop) {
+    while (auto* node = list->head) {
+        list->head = node->next;
+        drop(node);
+    }
+    *list = {};
+}
+// The same for nodes that own nothing.
+template <typename List>
+void mp4_free_list(Mp4Host* host, List* list) {
+    mp4_free_list(list, [=](auto* node) { mp4_free(host, node); });
 }
 
 }  // namespace tarn

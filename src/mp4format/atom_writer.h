@@ -84,12 +84,26 @@ Mp4Result mp4_put_fields(Mp4Sink& sink, const Mp4Fields<kCapacity>& fields) {
     return mp4_put(sink, fields.Data(), fields.Size());
 }
 
+template <typename... Words>
+Mp4Result mp4_put_words(Mp4Sink& sink, Words... words) {
+    Mp4Fields<4 * sizeof...(words)> fields;
+    (fields.U32(words), ...);
+    return mp4_put_fields(sink, fields);
+}
+
 // An atom whose whole payload is at hand.
 Mp4Result mp4_write_plain_atom(Mp4Sink& sink, uint32_t type, const void* payload, uint64_t size);
 
 template <uint64_t kCapacity>
 Mp4Result mp4_write_fields(Mp4Sink& sink, uint32_t type, const Mp4Fields<kCapacity>& fields) {
     return mp4_write_plain_atom(sink, type, fields.Data(), fields.Size());
+}
+
+template <typename... Words>
+Mp4Result mp4_write_words(Mp4Sink& sink, uint32_t type, Words... words) {
+    Mp4Fields<4 * sizeof...(words)> fields;
+    (fields.U32(words), ...);
+    return mp4_write_fields(sink, type, fields);
 }
 
 // The header in front of the payload, by header(uint64_t payload), then what body(Mp4Sink&) writes.

@@ -57,18 +57,6 @@ void* plain_memset(void*, void* to, int value, uint64_t count) {
     return to ? std::memset(to, value, static_cast<size_t>(count)) : nullptr;
 }
 
-void init_memory_callbacks(Mp4HostCallbacks* callbacks) {
-    *callbacks = {};
-    callbacks->alloc = plain_alloc;
-    callbacks->free = plain_free;
-    callbacks->strncmp = plain_strncmp;
-    callbacks->strncpy = plain_strncpy;
-    callbacks->memcmp = plain_memcmp;
-    callbacks->memcpy = plain_memcpy;
-    callbacks->memmove = plain_memmove;
-    callbacks->memset = plain_memset;
-}
-
 // --- files through a descriptor
 
 int descriptor_of(void* userData) {
@@ -190,21 +178,15 @@ bool is_complete(const Mp4HostCallbacks& c) {
 }  // namespace
 
 void mp4_init_fd_callbacks(Mp4HostCallbacks* callbacks) {
-    init_memory_callbacks(callbacks);
-    callbacks->read = fd_read;
-    callbacks->write = fd_write;
-    callbacks->seek = fd_seek;
-    callbacks->tell = fd_tell;
-    callbacks->size = fd_size;
+    *callbacks = {nullptr,      fd_read,      fd_write,      fd_seek,       fd_tell,
+                  fd_size,      plain_alloc,  plain_free,    plain_strncmp, plain_strncpy,
+                  plain_memcmp, plain_memcpy, plain_memmove, plain_memset};
 }
 
 void mp4_init_file_callbacks(Mp4HostCallbacks* callbacks) {
-    init_memory_callbacks(callbacks);
-    callbacks->read = file_read;
-    callbacks->write = file_write;
-    callbacks->seek = file_seek;
-    callbacks->tell = file_tell;
-    callbacks->size = file_size;
+    *callbacks = {nullptr,      file_read,    file_write,    file_seek,     file_tell,
+                  file_size,    plain_alloc,  plain_free,    plain_strncmp, plain_strncpy,
+                  plain_memcmp, plain_memcpy, plain_memmove, plain_memset};
 }
 
 Mp4Result mp4_create_host(const Mp4HostCallbacks& callbacks, Mp4Host** out) {

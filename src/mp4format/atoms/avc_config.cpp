@@ -28,12 +28,10 @@ Mp4Result read_sets(Mp4Host* host, const uint8_t* bytes, uint64_t size, uint32_t
 }
 
 void free_sets(Mp4Host* host, Mp4ParameterSetList* sets) {
-    while (Mp4ParameterSet* set = sets->head) {
-        sets->head = set->next;
+    mp4_free_list(sets, [=](Mp4ParameterSet* set) {
         mp4_free_block(host, &set->data);
         mp4_free(host, set);
-    }
-    *sets = {};
+    });
 }
 
 // A count of parameter sets and the sets, each behind its length.
@@ -81,10 +79,7 @@ void mp4_free_avc_config(Mp4Host* host, Mp4AvcConfig* config) {
 }
 
 const Mp4ParameterSet* mp4_parameter_set_at(const Mp4ParameterSetList& sets, uint32_t n) {
-    const Mp4ParameterSet* set = n > 0 ? sets.head : nullptr;
-    while (set && --n > 0)
-        set = set->next;
-    return set;
+    return mp4_nth(sets.head, n);
 }
 
 Mp4Result mp4_write_avcc(Mp4Sink& sink, const Mp4AvcConfig& config) {

@@ -66,9 +66,7 @@ Mp4Result put_text(Mp4Sink& sink, const char* text) {
 // One entry of 'dref'. In a 'urn ' the name comes first.
 Mp4Result write_data_ref(Mp4Sink& sink, const Mp4DataRef& ref) {
     const auto body = [&](Mp4Sink& to) {
-        Mp4Fields<kFullHead> head;
-        head.U32(ref.version_flags);
-        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(mp4_put_words(to, ref.version_flags));
         FF4_TRY(put_text(to, ref.name));
         return put_text(to, ref.location);
     };
@@ -99,11 +97,7 @@ Mp4Result mp4_read_data_refs(Mp4Host* host, Mp4File* file, const Mp4Span& entrie
 }
 
 void mp4_free_data_refs(Mp4Host* host, Mp4DataRefs* refs) {
-    while (Mp4DataRef* ref = refs->head) {
-        refs->head = ref->next;
-        RefDeleter{host}(ref);
-    }
-    *refs = {};
+    mp4_free_list(refs, RefDeleter{host});
 }
 
 Mp4Result mp4_add_data_ref(Mp4Host* host, uint32_t type, const char* location, const char* name,
@@ -124,10 +118,7 @@ Mp4Result mp4_add_data_ref(Mp4Host* host, uint32_t type, const char* location, c
 
 Mp4Result mp4_write_dref(Mp4Sink& sink, const Mp4DataRefs& refs) {
     const auto body = [&](Mp4Sink& to) {
-        Mp4Fields<kTableHead> head;
-        head.U32(0);
-        head.U32(refs.count);
-        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(mp4_put_words(to, 0, refs.count));
         for (const Mp4DataRef* ref = refs.head; ref; ref = ref->next)
             FF4_TRY(write_data_ref(to, *ref));
         return FF4_RET_OK;

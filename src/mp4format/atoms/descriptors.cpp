@@ -161,9 +161,7 @@ void mp4_free_es_descriptor(Mp4Host* host, Mp4EsDescriptor* es) {
 
 Mp4Result mp4_write_esds(Mp4Sink& sink, const Mp4EsDescriptor& es) {
     const auto body = [&](Mp4Sink& to) {
-        Mp4Fields<kFullHead> head;
-        head.U32(0);
-        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(mp4_put_words(to, 0));
         return es.has_es ? write_es(to, es) : FF4_RET_OK;
     };
     return mp4_write_container(sink, fourcc("esds"), body);

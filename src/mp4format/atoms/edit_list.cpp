@@ -62,11 +62,7 @@ Mp4Result mp4_read_edits(Mp4Host* host, Mp4File* file, const Mp4Span& entries, u
 }
 
 void mp4_free_edits(Mp4Host* host, Mp4EditList* list) {
-    while (Mp4Edit* edit = list->head) {
-        list->head = edit->next;
-        mp4_free(host, edit);
-    }
-    *list = {};
+    mp4_free_list(host, list);
 }
 
 bool mp4_edit_needs_64_bits(const Mp4Edit& edit) {
@@ -78,10 +74,7 @@ Mp4Result mp4_add_edit(Mp4Host* host, const Mp4WriteOptions& options, const Mp4E
                        Mp4EditList* list) {
     if (!host || !list) return FF4_RET_ARGS;
     if (is_narrow(options) && mp4_edit_needs_64_bits(edit)) return FF4_RET_STATE;
-    auto copy = mp4_make<Mp4Edit>(host);
-    if (!copy) return FF4_RET_NOMEM;
-    *copy = edit;
-    mp4_append(list, copy.release());
+    FF4_TRY(mp4_append_copy(host, list, edit));
     ++list->count;
     return FF4_RET_OK;
 }
@@ -90,10 +83,7 @@ Mp4Result mp4_write_elst(Mp4Sink& sink, const Mp4EditList& edits) {
     uint32_t version = 0;
     FF4_TRY(elst_version(sink.options, edits, &version));
     const auto body = [&](Mp4Sink& to) {
-        Mp4Fields<kTableHead> head;
-        head.U32(version << 24);
-        head.U32(edits.count);
-        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(mp4_put_words(to, version << 24, edits.count));
         for (const Mp4Edit* edit = edits.head; edit; edit = edit->next) {
             Mp4Fields<20> entry;
             entry.Time(version, edit->segment_duration);

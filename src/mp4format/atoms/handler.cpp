@@ -81,9 +81,7 @@ Mp4Result mp4_write_smhd(Mp4Sink& sink, const Mp4MediaHeaderAtom& header) {
 
 Mp4Result mp4_write_nmhd(Mp4Sink& sink, const Mp4MediaHeaderAtom& header) {
     if (header.type != fourcc("nmhd")) return FF4_RET_INTERNAL;
-    Mp4Fields<4> fields;
-    fields.U32(0);
-    return mp4_write_fields(sink, fourcc("nmhd"), fields);
+    return mp4_write_words(sink, fourcc("nmhd"), 0);
 }
 
 Mp4Result mp4_write_media_header(Mp4Sink& sink, const Mp4MediaHeaderAtom& header) {

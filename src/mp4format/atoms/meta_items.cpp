@@ -66,19 +66,14 @@ Mp4Result mp4_read_meta_items(Mp4Host* host, Mp4File* file, const Mp4UserAtom& a
 }
 
 void mp4_free_meta_items(Mp4Host* host, Mp4MetaList* list) {
-    while (Mp4MetaItem* item = list->head) {
-        list->head = item->next;
+    mp4_free_list(list, [=](Mp4MetaItem* item) {
         mp4_free_block(host, &item->data);
         mp4_free(host, item);
-    }
-    *list = {};
+    });
 }
 
 const Mp4MetaItem* mp4_meta_item_at(const Mp4MetaList& list, uint32_t n) {
-    const Mp4MetaItem* item = n > 0 ? list.head : nullptr;
-    while (item && --n > 0)
-        item = item->next;
-    return item;
+    return mp4_nth(list.head, n);
 }
 
 Mp4Result mp4_get_meta_payload(Mp4Host* host, Mp4File* file, const Mp4MetaItem& item,

@@ -27,17 +27,15 @@ Mp4Result read_trex(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom,
     uint8_t bytes[kTrex];
     FF4_TRY(mp4_read_at(host, file, atom.payload.offset, bytes, sizeof bytes));
 
-    auto trex = mp4_make<Mp4Trex>(host);
-    if (!trex) return FF4_RET_NOMEM;
-    trex->atom = atom.atom;
     Mp4FieldReader fields(bytes + 4);
-    trex->track_id = fields.U32();
-    trex->default_description_index = fields.U32();
-    trex->default_duration = fields.U32();
-    trex->default_size = fields.U32();
-    trex->default_flags = fields.U32();
-    mp4_append(extends, trex.release());
-    return FF4_RET_OK;
+    Mp4Trex trex{};
+    trex.atom = atom.atom;
+    fields.U32(trex.track_id);
+    fields.U32(trex.default_description_index);
+    fields.U32(trex.default_duration);
+    fields.U32(trex.default_size);
+    fields.U32(trex.default_flags);
+    return mp4_append_copy(host, extends, trex);
 }
 
 Mp4Result write_mehd(Mp4Sink& sink, uint64_t duration) {
@@ -51,14 +49,8 @@ Mp4Result write_mehd(Mp4Sink& sink, uint64_t duration) {
 }
 
 Mp4Result write_trex(Mp4Sink& sink, const Mp4Trex& trex) {
-    Mp4Fields<24> fields;
-    fields.U32(0);
-    fields.U32(trex.track_id);
-    fields.U32(trex.default_description_index);
-    fields.U32(trex.default_duration);
-    fields.U32(trex.default_size);
-    fields.U32(trex.default_flags);
-    return mp4_write_fields(sink, fourcc("trex"), fields);
+    return mp4_write_words(sink, fourcc("trex"), 0, trex.track_id, trex.default_description_index,
+                           trex.default_duration, trex.default_size, trex.default_flags);
 }
 
 }  // namespace
@@ -75,11 +67,7 @@ Mp4Result mp4_read_mvex(Mp4Host* host, Mp4File* file, const Mp4Span& payload,
 }
 
 void mp4_free_mvex(Mp4Host* host, Mp4MovieExtends* extends) {
-    while (Mp4Trex* trex = extends->head) {
-        extends->head = trex->next;
-        mp4_free(host, trex);
-    }
-    *extends = {};
+    mp4_free_list(host, extends);
 }
 
 const Mp4Trex* mp4_find_trex(const Mp4MovieExtends& extends, uint32_t track_id) {
@@ -87,15 +75,6 @@ const Mp4Trex* mp4_find_trex(const Mp4MovieExtends& extends, uint32_t track_id) 
     while (trex && trex->track_id != track_id)
         trex = trex->next;
     return trex;
-}
-
-Mp4Result mp4_add_trex(Mp4Host* host, const Mp4Trex& trex, Mp4MovieExtends* extends) {
-    if (!host || !extends) return FF4_RET_ARGS;
-    auto copy = mp4_make<Mp4Trex>(host);
-    if (!copy) return FF4_RET_NOMEM;
-    *copy = trex;
-    mp4_append(extends, copy.release());
-    return FF4_RET_OK;
 }
 
 Mp4Result mp4_write_mvex(Mp4Sink& sink, const Mp4MovieExtends& extends) {

@@ -36,8 +36,6 @@ void mp4_free_mvex(Mp4Host* host, Mp4MovieExtends* extends);
 // The defaults of a track, or null.
 const Mp4Trex* mp4_find_trex(const Mp4MovieExtends& extends, uint32_t track_id);
 
-// Appends a copy.
-Mp4Result mp4_add_trex(Mp4Host* host, const Mp4Trex& trex, Mp4MovieExtends* extends);
 // 'mehd' where there is a duration, then every 'trex'. A duration past 32 bits is FF4_RET_STATE
 // under a policy of version 0.
 Mp4Result mp4_write_mvex(Mp4Sink& sink, const Mp4MovieExtends& extends);

@@ -78,9 +78,7 @@ Mp4Result mp4_write_ipmp_descriptor(Mp4Sink& sink, const Mp4IpmpDescriptor& ipmp
 
 Mp4Result mp4_write_iods(Mp4Sink& sink, const Mp4ByteBlock& descriptor) {
     const auto body = [&](Mp4Sink& to) {
-        Mp4Fields<kFullHead> head;
-        head.U32(0);
-        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(mp4_put_words(to, 0));
         return mp4_put(to, descriptor.data, descriptor.size);
     };
     return mp4_write_container(sink, fourcc("iods"), body);

@@ -16,56 +16,46 @@ Mp4Result read_record(Mp4Host* host, Mp4File* file, const Mp4UserAtomList& list,
     return mp4_read_at(host, file, record->payload.offset, bytes, size);
 }
 
-// What the records of picture and sound begin with, behind version and flags.
-template <typename Profile>
-Mp4FieldReader take_common(const uint8_t* bytes, Profile* profile) {
-    Mp4FieldReader fields(bytes + 4);
-    profile->track_id = fields.U32();
-    profile->codec = fields.U32();
-    profile->codec_detail = fields.U32();
-    profile->attributes = fields.U32();
-    profile->max_bitrate = fields.U32();
-    profile->average_bitrate = fields.U32();
-    return fields;
-}
-
-// What take_common takes, with version and flags.
+// The fields of both records after version and flags, read or written in this order.
 template <typename Fields, typename Profile>
-void put_common(const Profile& profile, Fields* fields) {
-    fields->U32(0);
-    fields->U32(profile.track_id);
-    fields->U32(profile.codec);
-    fields->U32(profile.codec_detail);
-    fields->U32(profile.attributes);
-    fields->U32(profile.max_bitrate);
-    fields->U32(profile.average_bitrate);
+void each_common(Fields& fields, Profile& profile) {
+    fields.U32(profile.track_id);
+    fields.U32(profile.codec);
+    fields.U32(profile.codec_detail);
+    fields.U32(profile.attributes);
+    fields.U32(profile.max_bitrate);
+    fields.U32(profile.average_bitrate);
 }
 
-Mp4Result write_fprf(Mp4Sink& sink, uint32_t profile) {
-    Mp4Fields<kFileRecord> fields;
-    fields.U32(0);
-    fields.U32(profile);
-    fields.U32(0);
-    return mp4_write_fields(sink, fourcc("FPRF"), fields);
-}
-
-Mp4Result write_aprf(Mp4Sink& sink, const Mp4AudioProfile& profile) {
-    Mp4Fields<kAudioRecord> fields;
-    put_common(profile, &fields);
+template <typename Fields, typename Profile>
+void each_audio(Fields& fields, Profile& profile) {
+    each_common(fields, profile);
     fields.U32(profile.sampling_rate);
     fields.U32(profile.channels);
-    return mp4_write_fields(sink, fourcc("APRF"), fields);
 }
 
-Mp4Result write_vprf(Mp4Sink& sink, const Mp4VideoProfile& profile) {
-    Mp4Fields<kVideoRecord> fields;
-    put_common(profile, &fields);
+template <typename Fields, typename Profile>
+void each_video(Fields& fields, Profile& profile) {
+    each_common(fields, profile);
     fields.U32(profile.max_frame_rate);
     fields.U32(profile.average_frame_rate);
     fields.U16(profile.width);
     fields.U16(profile.height);
     fields.U16(profile.aspect_horizontal);
     fields.U16(profile.aspect_vertical);
+}
+
+Mp4Result write_aprf(Mp4Sink& sink, const Mp4AudioProfile& profile) {
+    Mp4Fields<kAudioRecord> fields;
+    fields.U32(0);
+    each_audio(fields, profile);
+    return mp4_write_fields(sink, fourcc("APRF"), fields);
+}
+
+Mp4Result write_vprf(Mp4Sink& sink, const Mp4VideoProfile& profile) {
+    Mp4Fields<kVideoRecord> fields;
+    fields.U32(0);
+    each_video(fields, profile);
     return mp4_write_fields(sink, fourcc("VPRF"), fields);
 }
 
@@ -100,13 +90,8 @@ Mp4Result mp4_read_video_profile(Mp4Host* host, Mp4File* file, const Mp4UserAtom
     if (!host || !file || !profile) return FF4_RET_ARGS;
     uint8_t bytes[kVideoRecord];
     FF4_TRY(read_record(host, file, list, fourcc("VPRF"), bytes, sizeof bytes));
-    Mp4FieldReader fields = take_common(bytes, profile);
-    profile->max_frame_rate = fields.U32();
-    profile->average_frame_rate = fields.U32();
-    profile->width = fields.U16();
-    profile->height = fields.U16();
-    profile->aspect_horizontal = fields.U16();
-    profile->aspect_vertical = fields.U16();
+    Mp4FieldReader fields(bytes + 4);
+    each_video(fields, *profile);
     return FF4_RET_OK;
 }
 
@@ -115,9 +100,8 @@ Mp4Result mp4_read_audio_profile(Mp4Host* host, Mp4File* file, const Mp4UserAtom
     if (!host || !file || !profile) return FF4_RET_ARGS;
     uint8_t bytes[kAudioRecord];
     FF4_TRY(read_record(host, file, list, fourcc("APRF"), bytes, sizeof bytes));
-    Mp4FieldReader fields = take_common(bytes, profile);
-    profile->sampling_rate = fields.U32();
-    profile->channels = fields.U32();
+    Mp4FieldReader fields(bytes + 4);
+    each_audio(fields, *profile);
     return FF4_RET_OK;
 }
 
@@ -126,11 +110,9 @@ Mp4Result mp4_write_prof(Mp4Sink& sink, const Mp4ProfileBuild& profile) {
     if (count == 0) return FF4_RET_OK;
     const auto body = [&](Mp4Sink& to) {
         FF4_TRY(mp4_put_extended_type(to, fourcc("PROF")));
-        Mp4Fields<kTableHead> head;
-        head.U32(0);
-        head.U32(count);
-        FF4_TRY(mp4_put_fields(to, head));
-        if (profile.has_file) FF4_TRY(write_fprf(to, profile.file_profile));
+        FF4_TRY(mp4_put_words(to, 0, count));
+        if (profile.has_file)
+            FF4_TRY(mp4_write_words(to, fourcc("FPRF"), 0, profile.file_profile, 0));
         if (profile.has_audio) FF4_TRY(write_aprf(to, profile.audio));
         return profile.has_video ? write_vprf(to, profile.video) : FF4_RET_OK;
     };

@@ -101,11 +101,9 @@ Mp4Result put_point(Mp4Sink& sink, uint32_t version, uint32_t length_sizes,
 // form: readers look at the last 16 bytes.
 Mp4Result write_mfro(Mp4Sink& sink, uint64_t mfra_size) {
     if (mfra_size > UINT32_MAX) return FF4_RET_OVERFLOW;
-    Mp4Fields<8> fields;
-    fields.U32(0);
-    fields.U32(static_cast<uint32_t>(mfra_size));
     const uint32_t policy = std::exchange(sink.options.size_policy, kSize32);
-    const Mp4Result result = mp4_write_fields(sink, fourcc("mfro"), fields);
+    const Mp4Result result =
+        mp4_write_words(sink, fourcc("mfro"), 0, static_cast<uint32_t>(mfra_size));
     sink.options.size_policy = policy;
     return result;
 }
@@ -145,12 +143,10 @@ Mp4Result mp4_find_mfra(Mp4Host* host, Mp4File* file, uint64_t file_size, Mp4Ran
 }
 
 void mp4_free_mfra(Mp4Host* host, Mp4RandomAccess* access) {
-    while (Mp4TrackRandomAccess* table = access->head) {
-        access->head = table->next;
+    mp4_free_list(access, [=](Mp4TrackRandomAccess* table) {
         mp4_free(host, table->points);
         mp4_free(host, table);
-    }
-    *access = {};
+    });
 }
 
 Mp4TrackRandomAccess* mp4_find_tfra(const Mp4RandomAccess& access, uint32_t track_id) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 
 #include "mp4format/atoms/user_atoms.h"
 #include "mp4format/io.h"
@@ -13,13 +14,19 @@ namespace {
 enum class Layout { kNone, kVisual, kAudio, kStream, kBookmark, kMetadata, kPacked, kGraphics };
 
 struct LayoutRule {
-    uint32_t kind;
+    uint32_t handler, kind;
     uint64_t fixed;  // bytes of payload in front of the children
 };
 
 constexpr LayoutRule kRules[] = {
-    {kEntryUnknown, 0},   {kEntryUnknown, 78}, {kEntryAudio, 28},      {kEntryStream, 8},
-    {kEntryBookmark, 12}, {kEntryMetadata, 8}, {kEntryPackedData, 12}, {kEntryGraphics, 32},
+    {0, kEntryUnknown, 0},
+    {fourcc("vide"), kEntryUnknown, 78},
+    {fourcc("soun"), kEntryAudio, 28},
+    {fourcc("odsm"), kEntryStream, 8},
+    {fourcc("BKDT"), kEntryBookmark, 12},
+    {fourcc("meta"), kEntryMetadata, 8},
+    {fourcc("PKDT"), kEntryPackedData, 12},
+    {fourcc("GRAP"), kEntryGraphics, 32},
 };
 
 Layout layout_of_format(uint32_t format) {
@@ -37,26 +44,10 @@ Layout layout_of_format(uint32_t format) {
 }
 
 Layout layout_of(uint32_t handler, uint32_t format) {
-    switch (handler) {
-        case fourcc("vide"):
-            return Layout::kVisual;
-        case fourcc("soun"):
-            return Layout::kAudio;
-        case fourcc("odsm"):
-            return Layout::kStream;
-        case fourcc("BKDT"):
-            return Layout::kBookmark;
-        case fourcc("meta"):
-            return Layout::kMetadata;
-        case fourcc("PKDT"):
-            return Layout::kPacked;
-        case fourcc("GRAP"):
-            return Layout::kGraphics;
-        case kHandlerByFormat:
-            return layout_of_format(format);
-        default:
-            return Layout::kNone;
-    }
+    if (handler == kHandlerByFormat) return layout_of_format(format);
+    for (size_t i = 1; i < std::size(kRules); ++i)
+        if (kRules[i].handler == handler) return static_cast<Layout>(i);
+    return Layout::kNone;
 }
 
 // One entry under construction. `m_bytes` holds the whole table; spans index it.
@@ -428,27 +419,19 @@ void mp4_free_sample_entry(Mp4Host* host, Mp4SampleEntry* entry) {
     mp4_free_block(host, &entry->visual.extra);
     mp4_free_es_descriptor(host, &entry->es);
     mp4_free_avc_config(host, &entry->avc);
-    while (Mp4ProtectionInfo* info = entry->sinf.head) {
-        entry->sinf.head = info->next;
+    mp4_free_list(&entry->sinf, [=](Mp4ProtectionInfo* info) {
         mp4_free_block(host, &info->payload);
         mp4_free(host, info);
-    }
+    });
     mp4_free(host, entry);
 }
 
 void mp4_free_sample_entries(Mp4Host* host, Mp4SampleEntryList* list) {
-    while (Mp4SampleEntry* entry = list->head) {
-        list->head = entry->next;
-        mp4_free_sample_entry(host, entry);
-    }
-    *list = {};
+    mp4_free_list(list, [=](Mp4SampleEntry* entry) { mp4_free_sample_entry(host, entry); });
 }
 
 const Mp4SampleEntry* mp4_sample_entry_at(const Mp4SampleEntryList& list, uint32_t n) {
-    const Mp4SampleEntry* entry = n > 0 ? list.head : nullptr;
-    while (entry && --n > 0)
-        entry = entry->next;
-    return entry;
+    return mp4_nth(list.head, n);
 }
 
 Mp4Result mp4_write_sample_entry(Mp4Sink& sink, const Mp4SampleEntry& entry) {
@@ -465,10 +448,7 @@ Mp4Result mp4_write_sample_entry(Mp4Sink& sink, const Mp4SampleEntry& entry) {
 
 Mp4Result mp4_write_stsd(Mp4Sink& sink, const Mp4SampleEntryList& entries) {
     const auto body = [&](Mp4Sink& to) {
-        Mp4Fields<kTableHead> head;
-        head.U32(0);
-        head.U32(entries.count);
-        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(mp4_put_words(to, 0, entries.count));
         for (const Mp4SampleEntry* entry = entries.head; entry; entry = entry->next)
             FF4_TRY(mp4_write_sample_entry(to, *entry));
         return FF4_RET_OK;

@@ -7,11 +7,8 @@ namespace {
 
 Mp4Result write_reference(Mp4Sink& sink, const Mp4TrackReference& reference) {
     const auto body = [&](Mp4Sink& to) {
-        for (uint32_t i = 0; i < reference.count; ++i) {
-            Mp4Fields<4> id;
-            id.U32(reference.track_ids[i]);
-            FF4_TRY(mp4_put_fields(to, id));
-        }
+        for (uint32_t i = 0; i < reference.count; ++i)
+            FF4_TRY(mp4_put_words(to, reference.track_ids[i]));
         return FF4_RET_OK;
     };
     return mp4_write_container(sink, reference.type, body);
@@ -34,12 +31,10 @@ Mp4Result mp4_add_track_reference(Mp4Host* host, uint32_t type, const uint32_t* 
 }
 
 void mp4_free_track_references(Mp4Host* host, Mp4TrackReferenceList* list) {
-    while (Mp4TrackReference* reference = list->head) {
-        list->head = reference->next;
+    mp4_free_list(list, [=](Mp4TrackReference* reference) {
         mp4_free(host, reference->track_ids);
         mp4_free(host, reference);
-    }
-    *list = {};
+    });
 }
 
 Mp4Result mp4_write_tref(Mp4Sink& sink, const Mp4TrackReferenceList& references) {

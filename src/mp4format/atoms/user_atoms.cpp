@@ -81,11 +81,7 @@ Mp4Result mp4_read_user_atoms(Mp4Host* host, Mp4File* file, const Mp4Span& span,
 }
 
 void mp4_free_user_atoms(Mp4Host* host, Mp4UserAtomList* list) {
-    while (Mp4UserAtom* item = list->head) {
-        list->head = item->next;
-        mp4_free(host, item);
-    }
-    *list = {};
+    mp4_free_list(host, list);
 }
 
 const Mp4UserAtom* mp4_find_user_atom(const Mp4UserAtomList& list, uint32_t type) {
@@ -96,11 +92,7 @@ const Mp4UserAtom* mp4_find_user_atom(const Mp4UserAtomList& list, uint32_t type
 }
 
 Mp4Result mp4_put_extended_type(Mp4Sink& sink, uint32_t name) {
-    Mp4Fields<kExtendedType> fields;
-    fields.U32(name);
-    for (const uint32_t word : kFamily)
-        fields.U32(word);
-    return mp4_put_fields(sink, fields);
+    return mp4_put_words(sink, name, kFamily[0], kFamily[1], kFamily[2]);
 }
 
 }  // namespace tarn

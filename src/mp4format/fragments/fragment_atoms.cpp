@@ -50,13 +50,6 @@ uint32_t count_that_fits(const Mp4FragmentSource& source, const Mp4FragmentRun& 
     return static_cast<uint32_t>(std::min<uint64_t>(count, fitting));
 }
 
-Mp4Result write_mfhd(Mp4Sink& sink, uint32_t sequence_number) {
-    Mp4Fields<8> fields;
-    fields.U32(0);
-    fields.U32(sequence_number);
-    return mp4_write_fields(sink, fourcc("mfhd"), fields);
-}
-
 Mp4Result write_tfhd(Mp4Sink& sink, const Mp4TfhdBuild& head) {
     Mp4Fields<32> fields;
     fields.U32(full_flags(head.flags));
@@ -85,7 +78,7 @@ Mp4Result put_rows(Mp4Sink& sink, const Mp4TrunBuild& run) {
         to += 4;
     };
     for (uint32_t i = 0; i < run.row_count; ++i) {
-        const Mp4TrunRow& row = run.rows[i];
+        const Mp4FragmentRow& row = run.rows[i];
         put(kTrunDuration, row.duration);
         put(kTrunSize, row.size);
         put(kTrunSampleFlags, row.flags);
@@ -96,9 +89,10 @@ Mp4Result put_rows(Mp4Sink& sink, const Mp4TrunBuild& run) {
 
 Mp4Result write_trun(Mp4Sink& sink, const Mp4TrunBuild& run) {
     if (!run.rows && run.row_count > 0) return FF4_RET_ARGS;
-    const bool negative = (run.flags & kTrunComposition) &&
-                          std::any_of(run.rows, run.rows + run.row_count,
-                                      [](const Mp4TrunRow& r) { return r.composition_offset < 0; });
+    const bool negative =
+        (run.flags & kTrunComposition) &&
+        std::any_of(run.rows, run.rows + run.row_count,
+                    [](const Mp4FragmentRow& r) { return r.composition_offset < 0; });
     const auto body = [&](Mp4Sink& to) {
         Mp4Fields<16> head;
         head.U32(uint32_t{negative} << 24 | full_flags(run.flags));
@@ -285,7 +279,7 @@ bool mp4_fragment_run_varies(const Mp4FragmentRun& run) {
 Mp4Result mp4_write_moof(Mp4Sink& sink, const Mp4MoofBuild& moof) {
     if (!moof.trafs && moof.traf_count > 0) return FF4_RET_ARGS;
     const auto body = [&](Mp4Sink& to) {
-        FF4_TRY(write_mfhd(to, moof.sequence_number));
+        FF4_TRY(mp4_write_words(to, fourcc("mfhd"), 0, moof.sequence_number));
         for (uint32_t i = 0; i < moof.traf_count; ++i)
             FF4_TRY(write_traf(to, moof.trafs[i]));
         return FF4_RET_OK;

@@ -135,15 +135,11 @@ struct Mp4TfhdBuild {
     uint32_t description_index, default_duration, default_size, default_flags;
 };
 
-struct Mp4TrunRow {
-    uint32_t duration, size, flags;
-    int32_t composition_offset;
-};
 struct Mp4TrunBuild {
     uint32_t flags;       // Mp4TrunFlag
     int32_t data_offset;  // of the first sample, from the base
     uint32_t first_sample_flags;
-    const Mp4TrunRow* rows;
+    const Mp4FragmentRow* rows;
     uint32_t row_count;
 };
 

@@ -31,32 +31,15 @@ Mp4Result read_user_uuid(const Walker& w, const Mp4AtomInfo& atom, Mp4UserAtomLi
     return mp4_read_user_atoms(w.host, w.file, type.rest, kNoAtomLimit, user);
 }
 
-Mp4Result read_track_hdlr(const Walker& w, const Mp4Span& payload, Mp4TrackIndex* track) {
-    if (present(track->hdlr)) return FF4_RET_OK;
-    Mp4Handler handler{};
-    FF4_TRY(mp4_read_hdlr(w.host, w.file, payload, &handler));
-    track->hdlr = payload;
-    track->handler_type = handler.handler_type;
-    track->handler_name = handler.name;
-    return FF4_RET_OK;
-}
-
-Mp4Result read_track_mdhd(const Walker& w, const Mp4Span& payload, Mp4TrackIndex* track) {
-    if (present(track->mdhd)) return FF4_RET_OK;
-    Mp4MediaHeader header{};
-    FF4_TRY(mp4_read_mdhd(w.host, w.file, payload, &header));
-    track->mdhd = payload;
-    track->timescale = header.timescale;
-    track->duration = header.duration;
-    return FF4_RET_OK;
-}
-
-Mp4Result read_track_tkhd(const Walker& w, const Mp4Span& payload, Mp4TrackIndex* track) {
-    if (present(track->tkhd)) return FF4_RET_OK;
-    Mp4TrackHeader header{};
-    FF4_TRY(mp4_read_tkhd(w.host, w.file, payload, &header));
-    track->tkhd = payload;
-    track->track_id = header.track_id;
+// Reads the first header of a kind: `at` takes the place of its payload, keep(header) the rest.
+template <typename Header, typename Keep>
+Mp4Result read_first(const Walker& w, const Mp4Span& payload, Mp4Span* at,
+                     Mp4Result (*read)(Mp4Host*, Mp4File*, const Mp4Span&, Header*), Keep keep) {
+    if (present(*at)) return FF4_RET_OK;
+    Header header{};
+    FF4_TRY(read(w.host, w.file, payload, &header));
+    *at = payload;
+    keep(header);
     return FF4_RET_OK;
 }
 
@@ -64,9 +47,17 @@ Mp4Result walk_mdia(const Walker& w, const Mp4Span& mdia, Mp4TrackIndex* track) 
     return mp4_walk(w.host, w.file, mdia, [&](const Mp4AtomInfo& atom) {
         switch (atom.type) {
             case fourcc("hdlr"):
-                return read_track_hdlr(w, atom.payload, track);
+                return read_first(w, atom.payload, &track->hdlr, mp4_read_hdlr,
+                                  [=](const Mp4Handler& handler) {
+                                      track->handler_type = handler.handler_type;
+                                      track->handler_name = handler.name;
+                                  });
             case fourcc("mdhd"):
-                return read_track_mdhd(w, atom.payload, track);
+                return read_first(w, atom.payload, &track->mdhd, mp4_read_mdhd,
+                                  [=](const Mp4MediaHeader& header) {
+                                      track->timescale = header.timescale;
+                                      track->duration = header.duration;
+                                  });
             default:
                 return FF4_RET_OK;
         }
@@ -78,13 +69,13 @@ Mp4Result walk_trak(const Walker& w, const Mp4Span& trak, Mp4TrackIndex* track) 
     return mp4_walk(w.host, w.file, trak, [&](const Mp4AtomInfo& atom) {
         switch (atom.type) {
             case fourcc("tkhd"):
-                return read_track_tkhd(w, atom.payload, track);
+                return read_first(
+                    w, atom.payload, &track->tkhd, mp4_read_tkhd,
+                    [=](const Mp4TrackHeader& header) { track->track_id = header.track_id; });
             case fourcc("uuid"):
                 return read_user_uuid(w, atom, &track->user);
             case fourcc("mdia"):
-                if (present(mdia)) return FF4_RET_OK;
-                mdia = atom.atom;
-                return walk_mdia(w, atom.payload, track);
+                return mp4_is_first(atom, &mdia) ? walk_mdia(w, atom.payload, track) : FF4_RET_OK;
             default:
                 return FF4_RET_OK;
         }
@@ -102,15 +93,6 @@ Mp4Result read_trak(const Walker& w, const Mp4AtomInfo& atom, Mp4MovieIndex* mov
     return FF4_RET_OK;
 }
 
-Mp4Result read_movie_mvhd(const Walker& w, const Mp4Span& payload, Mp4MovieIndex* movie) {
-    if (present(movie->mvhd)) return FF4_RET_OK;
-    Mp4MovieHeader header{};
-    FF4_TRY(mp4_read_mvhd(w.host, w.file, payload, &header));
-    movie->mvhd = payload;
-    movie->timescale = header.timescale;
-    return FF4_RET_OK;
-}
-
 Mp4Result read_iods(const Walker& w, const Mp4Span& payload, Mp4MovieIndex* movie) {
     if (present(movie->iods)) return FF4_RET_OK;
     Mp4Span descriptor{};
@@ -125,7 +107,9 @@ Mp4Result walk_moov(const Walker& w, const Mp4Span& moov, Mp4MovieIndex* movie) 
     return mp4_walk(w.host, w.file, moov, [&](const Mp4AtomInfo& atom) {
         switch (atom.type) {
             case fourcc("mvhd"):
-                return read_movie_mvhd(w, atom.payload, movie);
+                return read_first(
+                    w, atom.payload, &movie->mvhd, mp4_read_mvhd,
+                    [=](const Mp4MovieHeader& header) { movie->timescale = header.timescale; });
             case fourcc("iods"):
                 return read_iods(w, atom.payload, movie);
             case fourcc("trak"):
@@ -133,8 +117,7 @@ Mp4Result walk_moov(const Walker& w, const Mp4Span& moov, Mp4MovieIndex* movie) 
             case fourcc("uuid"):
                 return read_user_uuid(w, atom, &movie->user);
             case fourcc("mvex"):
-                if (present(mvex)) return FF4_RET_OK;
-                mvex = atom.atom;
+                if (!mp4_is_first(atom, &mvex)) return FF4_RET_OK;
                 return mp4_read_mvex(w.host, w.file, atom.payload, &movie->extends);
             default:
                 return FF4_RET_OK;
@@ -194,11 +177,7 @@ Mp4Result read_top_uuid(const Walker& w, const Mp4AtomInfo& atom, Mp4FileIndex* 
 
 Mp4Result keep_moof(const Walker& w, const Mp4AtomInfo& atom, bool keep_all, Mp4MoofList* moofs) {
     if (moofs->head && !keep_all) return FF4_RET_OK;
-    auto node = mp4_make<Mp4MoofSpan>(w.host);
-    if (!node) return FF4_RET_NOMEM;
-    node->atom = atom.atom;
-    mp4_append(moofs, node.release());
-    return FF4_RET_OK;
+    return mp4_append_copy(w.host, moofs, Mp4MoofSpan{atom.atom, nullptr});
 }
 
 Mp4Result read_moov(const Walker& w, const Mp4AtomInfo& atom, Mp4MovieIndex* movie) {
@@ -259,14 +238,8 @@ void mp4_free_file_index(Mp4Host* host, Mp4FileIndex* index) {
     mp4_free_user_atoms(host, &index->profile);
     mp4_free_user_atoms(host, &index->lici);
     mp4_free_user_atoms(host, &index->movie.user);
-    while (Mp4TrackIndex* track = index->movie.tracks.head) {
-        index->movie.tracks.head = track->next;
-        free_track(host, track);
-    }
-    while (Mp4MoofSpan* moof = index->moofs.head) {
-        index->moofs.head = moof->next;
-        mp4_free(host, moof);
-    }
+    mp4_free_list(&index->movie.tracks, [=](Mp4TrackIndex* track) { free_track(host, track); });
+    mp4_free_list(host, &index->moofs);
     mp4_free_mvex(host, &index->movie.extends);
     mp4_free_mfra(host, &index->random_access);
     *index = {};

@@ -64,10 +64,7 @@ void mp4_init_movie_build(Mp4MovieBuild* movie) {
 }
 
 void mp4_free_movie_build(Mp4Host* host, Mp4MovieBuild* movie) {
-    while (Mp4TrackBuild* track = movie->tracks.head) {
-        movie->tracks.head = track->next;
-        free_track(host, track);
-    }
+    mp4_free_list(&movie->tracks, [=](Mp4TrackBuild* track) { free_track(host, track); });
     mp4_free_block(host, &movie->iods);
     mp4_free_mvex(host, &movie->extends);
     mp4_free_user_build(host, &movie->user);
@@ -123,22 +120,16 @@ Mp4Result mp4_add_track_build(Mp4Host* host, const Mp4NewTrack& from, Mp4MovieBu
 
 Mp4Result mp4_track_flags(int32_t visibility, uint32_t* flags) {
     if (!flags) return FF4_RET_ARGS;
-    switch (visibility) {
-        case 0:
-        case -1:
-            *flags = 0;
-            return FF4_RET_OK;
-        case 1:
-        case 8:
-            *flags = 7;
-            return FF4_RET_OK;
-        case 2:
-        case 6:
-            *flags = 6;
-            return FF4_RET_OK;
-        default:
-            return FF4_RET_ARGS;
+    if (visibility == 0 || visibility == -1) {
+        *flags = 0;
+    } else if (visibility == 1 || visibility == 8) {
+        *flags = 7;
+    } else if (visibility == 2 || visibility == 6) {
+        *flags = 6;
+    } else {
+        return FF4_RET_ARGS;
     }
+    return FF4_RET_OK;
 }
 
 Mp4Result mp4_track_duration(const Mp4MovieBuild& movie, const Mp4TrackBuild& track,

@@ -6,15 +6,20 @@
 namespace tarn {
 namespace {
 
-Mp4Result write_dinf(Mp4Sink& sink, const Mp4DataRefs& refs) {
-    const auto body = [&](Mp4Sink& to) { return mp4_write_dref(to, refs); };
-    return mp4_write_container(sink, fourcc("dinf"), body);
+// An atom around what body(Mp4Sink&) writes, and its size.
+template <typename Body>
+Mp4Result write_measured(Mp4Sink& sink, uint32_t type, Body body, uint64_t* atom_size) {
+    const uint64_t start = sink.position;
+    FF4_TRY(mp4_write_container(sink, type, body));
+    *atom_size = sink.position - start;
+    return FF4_RET_OK;
 }
 
 Mp4Result write_minf(Mp4Sink& sink, Mp4MediaBuild* media) {
+    const auto dref = [&](Mp4Sink& to) { return mp4_write_dref(to, media->refs); };
     const auto body = [&](Mp4Sink& to) {
         FF4_TRY(mp4_write_media_header(to, media->media_header));
-        FF4_TRY(write_dinf(to, media->refs));
+        FF4_TRY(mp4_write_container(to, fourcc("dinf"), dref));
         return mp4_write_stbl(to, &media->tables);
     };
     return mp4_write_container(sink, fourcc("minf"), body);
@@ -42,10 +47,7 @@ Mp4Result mp4_write_moov(Mp4Sink& sink, Mp4MovieBuild* movie) {
         if (movie->extends.head) FF4_TRY(mp4_write_mvex(to, movie->extends));
         return mp4_write_usmt(to, movie->user);
     };
-    const uint64_t start = sink.position;
-    FF4_TRY(mp4_write_container(sink, fourcc("moov"), body));
-    movie->atom_size = sink.position - start;
-    return FF4_RET_OK;
+    return write_measured(sink, fourcc("moov"), body, &movie->atom_size);
 }
 
 Mp4Result mp4_write_trak(Mp4Sink& sink, const Mp4MovieBuild& movie, Mp4TrackBuild* track) {
@@ -59,10 +61,7 @@ Mp4Result mp4_write_trak(Mp4Sink& sink, const Mp4MovieBuild& movie, Mp4TrackBuil
         FF4_TRY(mp4_write_mdia(to, &track->media));
         return mp4_write_usmt(to, track->user);
     };
-    const uint64_t start = sink.position;
-    FF4_TRY(mp4_write_container(sink, fourcc("trak"), body));
-    track->atom_size = sink.position - start;
-    return FF4_RET_OK;
+    return write_measured(sink, fourcc("trak"), body, &track->atom_size);
 }
 
 Mp4Result mp4_write_mdia(Mp4Sink& sink, Mp4MediaBuild* media) {
@@ -74,10 +73,7 @@ Mp4Result mp4_write_mdia(Mp4Sink& sink, Mp4MediaBuild* media) {
         FF4_TRY(mp4_write_hdlr(to, media->handler_type));
         return write_minf(to, media);
     };
-    const uint64_t start = sink.position;
-    FF4_TRY(mp4_write_container(sink, fourcc("mdia"), body));
-    media->atom_size = sink.position - start;
-    return FF4_RET_OK;
+    return write_measured(sink, fourcc("mdia"), body, &media->atom_size);
 }
 
 }  // namespace tarn

@@ -163,10 +163,7 @@ Mp4Result write_table(Mp4Sink& sink, uint32_t type, uint32_t version, const Mp4C
             put(from[i], to + uint64_t{entry_size} * i);
     };
     const auto body = [&](Mp4Sink& to) {
-        Mp4Fields<kTableHead> head;
-        head.U32(version << 24);
-        head.U32(list.count);
-        FF4_TRY(mp4_put_fields(to, head));
+        FF4_TRY(mp4_put_words(to, version << 24, list.count));
         return put_entries<Entry>(to, list, entry_size * 8, encode);
     };
     return mp4_write_container(sink, type, body);

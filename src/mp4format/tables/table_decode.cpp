@@ -124,20 +124,10 @@ void decode_size4(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey&, 
     *static_cast<Mp4SizeEntry*>(to) = {entry % 2 ? byte >> 4 : byte & 0x0F};
 }
 
-void decode_size8(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey&, void* to) {
-    *static_cast<Mp4SizeEntry*>(to) = {*disk_entry<1>(raw, entry)};
-}
-
-void decode_size16(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey&, void* to) {
-    *static_cast<Mp4SizeEntry*>(to) = {get_be16(disk_entry<2>(raw, entry))};
-}
-
-void decode_size32(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey&, void* to) {
-    *static_cast<Mp4SizeEntry*>(to) = {get_be32(disk_entry<4>(raw, entry))};
-}
-
-void decode_stco(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey&, void* to) {
-    *static_cast<Mp4ChunkEntry*>(to) = {get_be32(disk_entry<4>(raw, entry))};
+// A number of so many bytes.
+template <typename Entry, uint32_t kWidth>
+void decode_number(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey&, void* to) {
+    *static_cast<Entry*>(to) = {Mp4FieldReader(disk_entry<kWidth>(raw, entry)).Number(kWidth)};
 }
 
 void decode_co64(const Mp4RawEntries& raw, uint32_t entry, const Mp4TableKey&, void* to) {
@@ -150,9 +140,12 @@ constexpr Mp4TableKind list_kind(uint32_t disk, uint32_t mem,
 }
 
 constexpr Mp4TableKind kSize4Kind = list_kind(0, sizeof(Mp4SizeEntry), decode_size4);
-constexpr Mp4TableKind kSize8Kind = list_kind(1, sizeof(Mp4SizeEntry), decode_size8);
-constexpr Mp4TableKind kSize16Kind = list_kind(2, sizeof(Mp4SizeEntry), decode_size16);
-constexpr Mp4TableKind kSize32Kind = list_kind(4, sizeof(Mp4SizeEntry), decode_size32);
+constexpr Mp4TableKind kSize8Kind =
+    list_kind(1, sizeof(Mp4SizeEntry), decode_number<Mp4SizeEntry, 1>);
+constexpr Mp4TableKind kSize16Kind =
+    list_kind(2, sizeof(Mp4SizeEntry), decode_number<Mp4SizeEntry, 2>);
+constexpr Mp4TableKind kSize32Kind =
+    list_kind(4, sizeof(Mp4SizeEntry), decode_number<Mp4SizeEntry, 4>);
 
 }  // namespace
 
@@ -164,7 +157,7 @@ const Mp4TableKind kStscKind = {kStscDisk, sizeof(Mp4StscEntry), false,       0,
                                 1,         measure_stsc,         decode_stsc, start_stsc};
 const Mp4TableKind kStssKind = {kStssDisk, sizeof(Mp4StssEntry), false,       1,
                                 0,         measure_stss,         decode_stss, start_stss};
-const Mp4TableKind kStcoKind = list_kind(4, sizeof(Mp4ChunkEntry), decode_stco);
+const Mp4TableKind kStcoKind = list_kind(4, sizeof(Mp4ChunkEntry), decode_number<Mp4ChunkEntry, 4>);
 const Mp4TableKind kCo64Kind = list_kind(8, sizeof(Mp4ChunkEntry), decode_co64);
 
 const Mp4TableKind& mp4_size_kind(uint32_t field_size) {

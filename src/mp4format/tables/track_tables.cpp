@@ -80,13 +80,15 @@ Mp4Result read_chunk_table(const Walker& w, const Mp4AtomInfo& atom) {
     return FF4_RET_OK;
 }
 
-Mp4Result read_stsd(const Walker& w, const Mp4AtomInfo& atom) {
-    Mp4TrackTables* t = w.tables;
-    if (present(t->stsd)) return FF4_RET_OK;
+// A list whose entries have no fixed size: keeps the first of its kind, its count as it says.
+Mp4Result read_list(const Walker& w, const Mp4AtomInfo& atom, uint32_t max_version,
+                    Mp4Span* entries, uint32_t* count, uint32_t* version_flags = nullptr) {
+    if (present(*entries)) return FF4_RET_OK;
     Mp4TableHeader head{};
-    FF4_TRY(mp4_read_table_header(w.host, w.file, atom.payload, 0, &head));
-    t->stsd = head.entries;
-    t->stsd_count = head.count;
+    FF4_TRY(mp4_read_table_header(w.host, w.file, atom.payload, max_version, &head));
+    *entries = head.entries;
+    *count = head.count;
+    if (version_flags) *version_flags = head.version_flags;
     return FF4_RET_OK;
 }
 
@@ -95,7 +97,7 @@ Mp4Result walk_stbl(const Walker& w, const Mp4Span& stbl) {
     return mp4_walk(w.host, w.file, stbl, [&](const Mp4AtomInfo& atom) {
         switch (atom.type) {
             case fourcc("stsd"):
-                return read_stsd(w, atom);
+                return read_list(w, atom, 0, &t->stsd, &t->stsd_count);
             case fourcc("stts"):
                 return read_table(w, atom, 0, 8, {&t->stts, &t->stts_count, &t->stts_entries});
             case fourcc("ctts"):
@@ -118,13 +120,10 @@ Mp4Result walk_stbl(const Walker& w, const Mp4Span& stbl) {
 }
 
 Mp4Result walk_dinf(const Walker& w, const Mp4Span& dinf) {
+    Mp4TrackTables* t = w.tables;
     return mp4_walk(w.host, w.file, dinf, [&](const Mp4AtomInfo& atom) {
-        if (atom.type != fourcc("dref") || present(w.tables->dref_entries)) return FF4_RET_OK;
-        Mp4TableHeader head{};
-        FF4_TRY(mp4_read_table_header(w.host, w.file, atom.payload, 0, &head));
-        w.tables->dref_count = head.count;
-        w.tables->dref_entries = head.entries;
-        return FF4_RET_OK;
+        if (atom.type != fourcc("dref")) return FF4_RET_OK;
+        return read_list(w, atom, 0, &t->dref_entries, &t->dref_count);
     });
 }
 
@@ -144,13 +143,9 @@ Mp4Result walk_minf(const Walker& w, const Mp4Span& minf) {
     return mp4_walk(w.host, w.file, minf, [&](const Mp4AtomInfo& atom) {
         switch (atom.type) {
             case fourcc("dinf"):
-                if (present(dinf)) return FF4_RET_OK;
-                dinf = atom.atom;
-                return walk_dinf(w, atom.payload);
+                return mp4_is_first(atom, &dinf) ? walk_dinf(w, atom.payload) : FF4_RET_OK;
             case fourcc("stbl"):
-                if (present(stbl)) return FF4_RET_OK;
-                stbl = atom.atom;
-                return walk_stbl(w, atom.payload);
+                return mp4_is_first(atom, &stbl) ? walk_stbl(w, atom.payload) : FF4_RET_OK;
             case fourcc("vmhd"):
             case fourcc("smhd"):
             case fourcc("hmhd"):
@@ -165,21 +160,16 @@ Mp4Result walk_minf(const Walker& w, const Mp4Span& minf) {
 Mp4Result walk_mdia(const Walker& w, const Mp4Span& mdia) {
     Mp4Span minf{};
     return mp4_walk(w.host, w.file, mdia, [&](const Mp4AtomInfo& atom) {
-        if (atom.type != fourcc("minf") || present(minf)) return FF4_RET_OK;
-        minf = atom.atom;
-        return walk_minf(w, atom.payload);
+        const bool first = atom.type == fourcc("minf") && mp4_is_first(atom, &minf);
+        return first ? walk_minf(w, atom.payload) : FF4_RET_OK;
     });
 }
 
 Mp4Result walk_edts(const Walker& w, const Mp4Span& edts) {
+    Mp4TrackTables* t = w.tables;
     return mp4_walk(w.host, w.file, edts, [&](const Mp4AtomInfo& atom) {
-        if (atom.type != fourcc("elst") || present(w.tables->elst_entries)) return FF4_RET_OK;
-        Mp4TableHeader head{};
-        FF4_TRY(mp4_read_table_header(w.host, w.file, atom.payload, 1, &head));
-        w.tables->elst_version_flags = head.version_flags;
-        w.tables->elst_count = head.count;
-        w.tables->elst_entries = head.entries;
-        return FF4_RET_OK;
+        if (atom.type != fourcc("elst")) return FF4_RET_OK;
+        return read_list(w, atom, 1, &t->elst_entries, &t->elst_count, &t->elst_version_flags);
     });
 }
 
@@ -196,13 +186,9 @@ Mp4Result mp4_read_track_tables(Mp4Host* host, Mp4File* file, const Mp4Span& tra
                 if (!present(tables->tref)) tables->tref = atom.payload;
                 return FF4_RET_OK;
             case fourcc("edts"):
-                if (present(edts)) return FF4_RET_OK;
-                edts = atom.atom;
-                return walk_edts(w, atom.payload);
+                return mp4_is_first(atom, &edts) ? walk_edts(w, atom.payload) : FF4_RET_OK;
             case fourcc("mdia"):
-                if (present(mdia)) return FF4_RET_OK;
-                mdia = atom.atom;
-                return walk_mdia(w, atom.payload);
+                return mp4_is_first(atom, &mdia) ? walk_mdia(w, atom.payload) : FF4_RET_OK;
             default:
                 return FF4_RET_OK;
         }

@@ -9,8 +9,8 @@ namespace tarn {
 namespace {
 
 TEST(FragmentAtoms, EveryFieldOfAMoof) {
-    const Mp4TrunRow rows[] = {{10, 100, 0x10000, 5}, {11, 101, 0, -5}};
-    const Mp4TrunRow plain[] = {{0, 7, 0, 0}, {0, 8, 0, 0}, {0, 9, 0, 0}};
+    const Mp4FragmentRow rows[] = {{10, 100, 0x10000, 5}, {11, 101, 0, -5}};
+    const Mp4FragmentRow plain[] = {{0, 7, 0, 0}, {0, 8, 0, 0}, {0, 9, 0, 0}};
     const Mp4TrunBuild full[] = {{0xF05, -8, 0x2000000, rows, 2}};
     const Mp4TrunBuild bare[] = {{0, 0, 0, plain, 3}, {kTrunSize, 0, 0, plain, 3}};
     const Mp4TrafBuild trafs[] = {{{0x3B, 1, 0x100000000, 2, 3, 4, 5}, full, 1},

@@ -55,7 +55,7 @@ Mp4Result MakeMovie(TestHost& host, Mp4MovieBuild* movie) {
     const Mp4SampleRun frames[] = {{4, 10, 1024, 0, true}};
     FF4_TRY(mp4_add_chunk(host, &video->media.tables, {1000, 1, pictures, 2}));
     FF4_TRY(mp4_add_chunk(host, &sound->media.tables, {1090, 1, frames, 1}));
-    FF4_TRY(mp4_add_trex(host, {{}, 5, 1, 1024, 0, 0, nullptr}, &movie->extends));
+    FF4_TRY(mp4_append_copy(host, &movie->extends, Mp4Trex{{}, 5, 1, 1024, 0, 0, nullptr}));
     movie->extends.fragment_duration = 900;
     Mp4MetaItem item{};
     item.type = 10;
