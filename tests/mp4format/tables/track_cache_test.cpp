@@ -104,7 +104,14 @@ TEST_F(CacheList, ATrackTooManyChangesNothing) {
     EXPECT_EQ(list.count, 2u);
     EXPECT_EQ(list.tail, b);
     EXPECT_EQ(Room(a), 2u);
-    host.FailAt(HostCall::kAlloc, 1);
+    EXPECT_EQ(mp4_load_track_cache(host, a), FF4_RET_OK);
+}
+
+TEST_F(CacheList, ATrackHasAllItsBuffersOrNone) {
+    Mp4TrackTables tables = ChunksOnly(1);
+    tables.stss_count = 10;
+    ASSERT_EQ(mp4_add_track_cache(host, &list, tables, &a), FF4_RET_OK);
+    host.FailAt(HostCall::kAlloc, 2);
     EXPECT_EQ(mp4_load_track_cache(host, a), FF4_RET_NOMEM);
     EXPECT_EQ(host->usedClass2, 0u);
     EXPECT_EQ(mp4_load_track_cache(host, a), FF4_RET_OK);
