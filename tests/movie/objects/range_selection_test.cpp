@@ -35,26 +35,20 @@ MovieTrack pictures(uint32_t count, uint32_t between = 0) {
     return track;
 }
 
-struct Case {
-    const char* name;
-    std::vector<MovieTrack> tracks;
-    uint64_t in, out;
-    uint32_t samples[4];  // first and end of the picture, then of the sound
-    int64_t offsets[2];   // where each starts
-    uint64_t actual[2];   // in, out
-};
-
-MovieTrack with_edits(MovieTrack track, std::vector<Edit> edits) {
-    track.edits = std::move(edits);
-    return track;
-}
-
 TEST(RangeSelection, CutsOnSyncSamplesWithSoundInStep) {
-    const MovieTrack sound = SoundTrack(188);  // 4.0107 s
-    const MovieTrack plain = pictures(100), reordered = pictures(100, 2);
-    const MovieTrack edited = with_edits(reordered, {{4000, 1000}});
-    const MovieTrack late = with_edits(sound, {{1000, -1}, {3000, 0}});
-    const Case cases[] = {
+    const MovieTrack sound = SoundTrack(188), longer = SoundTrack(300);  // 4.0107 and 6.4 s
+    const MovieTrack plain = pictures(100), reordered = pictures(100, 2), more = pictures(200);
+    MovieTrack edited = reordered, late = sound;
+    edited.edits = {{4000, 1000}};
+    late.edits = {{1000, -1}, {3000, 0}};
+    const struct {
+        const char* name;
+        std::vector<MovieTrack> tracks;
+        uint64_t in, out;
+        uint32_t samples[4];  // first and end of the picture, then of the sound
+        int64_t offsets[2];   // where each starts
+        uint64_t actual[2];   // in, out
+    } cases[] = {
         {"all of it", {plain, sound}, 0, 4010, {1, 101, 1, 189}, {0, 0}, {0, 4010}},
         // Sound starts in the frame that holds 0.4 s: 19200 = 18 * 1024 + 768.
         {"within a group", {plain, sound}, 500, 1000, {11, 31, 19, 57}, {0, 768}, {400, 1200}},
@@ -68,23 +62,17 @@ TEST(RangeSelection, CutsOnSyncSamplesWithSoundInStep) {
         {"B, too early", {reordered, sound}, 0, 440, {1, 11, 1, 22}, {-1000, 0}, {0, 440}},
         // The sound comes a second late: nothing of it before, and its own delay kept.
         {"late sound", {plain, late}, 400, 1600, {11, 41, 1, 29}, {0, -28800}, {400, 1600}},
-        {"sound just over",
-         {pictures(200), SoundTrack(300)},
-         6400,
-         6800,
-         {161, 171, 301, 301},
-         {0, 0},
-         {6400, 6800}},
+        {"sound over", {more, longer}, 6400, 6800, {161, 171, 301, 301}, {0, 0}, {6400, 6800}},
         {"sound alone", {sound}, 500, 1000, {1, 1, 24, 48}, {0, 448}, {500, 1000}},
         {"picture alone", {plain}, 500, 1000, {11, 31, 1, 1}, {0, 0}, {400, 1200}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         Opened opened({.tracks = c.tracks});
-        CMP4MovieRead& movie = opened.movie;
         uint64_t in = c.in, out = c.out;
-        ASSERT_EQ(movie.SelectRange(&in, &out, c.out == 4010), kMovieOk);
-        const TrackRange &video = movie.GetRange().video, &audio = movie.GetRange().audio;
+        ASSERT_EQ(opened.movie.SelectRange(&in, &out, c.out == 4010), kMovieOk);
+        const TrackRange &video = opened.movie.GetRange().video,
+                         &audio = opened.movie.GetRange().audio;
         const uint32_t samples[] = {video.first, video.end, audio.first, audio.end};
         EXPECT_TRUE(std::ranges::equal(samples, c.samples)) << testing::PrintToString(samples);
         EXPECT_EQ(video.startOffset, c.offsets[0]);
@@ -110,20 +98,15 @@ TEST(RangeSelection, PlacesTheCursorsAndCountsTheBytes) {
     EXPECT_GT(before, 1000) << "the movie header";
     uint64_t in = 500, out = 1000;
     ASSERT_EQ(opened.movie.SelectRange(&in, &out, false), kMovieOk);
-    const struct {
-        CMP4MovieRead::Track track;
-        uint64_t figures[5];
-    } cases[] = {{CMP4MovieRead::Track::kVideo, {1, 11, 31, 10000, 30000}},
-                 {CMP4MovieRead::Track::kAudio, {2, 19, 57, 18 * 1024, 56 * 1024}}};
-    uint64_t bytes = 0;
-    for (const auto& c : cases) {
-        const TrackCursor& cursor = opened.movie.GetCursor(c.track);
-        const uint64_t figures[] = {cursor.trackNumber, cursor.currentSample, cursor.endSample,
-                                    cursor.currentTime, cursor.endTime};
-        EXPECT_TRUE(std::ranges::equal(figures, c.figures)) << testing::PrintToString(figures);
-        bytes +=
-            bytes_of(opened.truth.tracks[c.figures[0] - 1], cursor.currentSample, cursor.endSample);
-    }
+    using Figures = std::vector<uint64_t>;
+    const auto figures = [&](CMP4MovieRead::Track track) {
+        const TrackCursor& c = opened.movie.GetCursor(track);
+        return Figures{c.trackNumber, c.currentSample, c.endSample, c.currentTime, c.endTime};
+    };
+    EXPECT_EQ(figures(CMP4MovieRead::Track::kVideo), (Figures{1, 11, 31, 10000, 30000}));
+    EXPECT_EQ(figures(CMP4MovieRead::Track::kAudio), (Figures{2, 19, 57, 18 * 1024, 56 * 1024}));
+    const uint64_t bytes =
+        bytes_of(opened.truth.tracks[0], 11, 31) + bytes_of(opened.truth.tracks[1], 19, 57);
     EXPECT_EQ(opened.movie.GetSelectedBytes() - before, static_cast<int64_t>(bytes));
     EXPECT_EQ(opened.movie.GetSelectedSampleCount(), 20u);
     EXPECT_EQ(opened.movie.GetRange().leadIn, 2500u);
@@ -155,20 +138,20 @@ TEST(RangeSelection, ALimitOfBytesKeepsWholeGroups) {
 TEST(RangeSelection, RefusesWhatIsNoRange) {
     MovieTrack timeless = pictures(10);
     timeless.samples[0].duration = 0;
+    const MovieTrack ten = pictures(10);
+    using enum ReasonCode;
     const struct {
-        const char* name;
         MovieTrack track;
         uint64_t in, out;
         MovieCode code;
         ReasonCode reason;
     } cases[] = {
-        {"backwards", pictures(10), 200, 100, kMovieRange, ReasonCode::kOutsideMovie},
-        {"no duration", timeless, 0, 100, movie_code(FF4_RET_FORMAT), ReasonCode::kDamaged},
-        {"too far for 64 bits", pictures(10), UINT64_MAX / 2, UINT64_MAX,
-         movie_code(FF4_RET_OVERFLOW), ReasonCode::kNumberTooLarge},
+        {ten, 200, 100, kMovieRange, kOutsideMovie},
+        {timeless, 0, 100, movie_code(FF4_RET_FORMAT), kDamaged},
+        {ten, UINT64_MAX / 2, UINT64_MAX, movie_code(FF4_RET_OVERFLOW), kNumberTooLarge},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(ReasonName(c.reason));
         Opened opened({.tracks = {c.track}});
         uint64_t in = c.in, out = c.out;
         EXPECT_EQ(opened.movie.SelectRange(&in, &out, false), c.code);
