@@ -51,6 +51,21 @@ Mp4MetaTextEntry text_entry(const Mp4MetaItem& item) {
     return {item.type, item.flag, item.language, item.encoding, payload_size(item)};
 }
 
+Mp4MetaFileEntry file_entry(const Mp4MetaItem& item) {
+    return {item.type, item.language, item.encoding, payload_size(item)};
+}
+
+template <typename Entry>
+Mp4Result get_entry(Mp4ReadSession* session, const Mp4MetaList* list, uint32_t index,
+                    Entry (*entry_of)(const Mp4MetaItem&), Entry* out) {
+    if (!out) return FF4_RET_ARGS;
+    *out = {};
+    const Mp4MetaItem* item = nullptr;
+    FF4_TRY(find_item(session, list, index, &item));
+    *out = entry_of(*item);
+    return FF4_RET_OK;
+}
+
 Mp4Result read_role(Mp4ReadSession* session, const Mp4MetaList* list, Mp4TrackRole* out) {
     uint32_t index = 0;
     Mp4MetaTextEntry entry{};
@@ -79,30 +94,14 @@ Mp4Result mp4_close_meta_list(Mp4ReadSession* session, Mp4MetaList* list) {
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_get_meta_count(Mp4ReadSession* session, const Mp4MetaList* list, uint32_t* count) {
-    if (!session || !list || !count) return FF4_RET_ARGS;
-    *count = list->count;
-    return FF4_RET_OK;
-}
-
 Mp4Result mp4_get_meta_text(Mp4ReadSession* session, const Mp4MetaList* list, uint32_t index,
                             Mp4MetaTextEntry* out) {
-    if (!out) return FF4_RET_ARGS;
-    *out = {};
-    const Mp4MetaItem* item = nullptr;
-    FF4_TRY(find_item(session, list, index, &item));
-    *out = text_entry(*item);
-    return FF4_RET_OK;
+    return get_entry(session, list, index, text_entry, out);
 }
 
 Mp4Result mp4_get_meta_file(Mp4ReadSession* session, const Mp4MetaList* list, uint32_t index,
                             Mp4MetaFileEntry* out) {
-    if (!out) return FF4_RET_ARGS;
-    *out = {};
-    const Mp4MetaItem* item = nullptr;
-    FF4_TRY(find_item(session, list, index, &item));
-    *out = {item->type, item->language, item->encoding, payload_size(*item)};
-    return FF4_RET_OK;
+    return get_entry(session, list, index, file_entry, out);
 }
 
 Mp4Result mp4_get_meta_data(Mp4ReadSession* session, const Mp4MetaList* list, uint32_t index,

@@ -30,7 +30,6 @@ Mp4Result mp4_open_meta_texts(Mp4ReadSession* session, uint32_t track, Mp4MetaLi
 Mp4Result mp4_open_meta_files(Mp4ReadSession* session, uint32_t track, Mp4MetaList** list);
 Mp4Result mp4_close_meta_list(Mp4ReadSession* session, Mp4MetaList* list);
 
-Mp4Result mp4_get_meta_count(Mp4ReadSession* session, const Mp4MetaList* list, uint32_t* count);
 Mp4Result mp4_get_meta_text(Mp4ReadSession* session, const Mp4MetaList* list, uint32_t index,
                             Mp4MetaTextEntry* out);
 Mp4Result mp4_get_meta_file(Mp4ReadSession* session, const Mp4MetaList* list, uint32_t index,

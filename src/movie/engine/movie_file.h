@@ -17,10 +17,7 @@ namespace tarn {
 // reading goes through the one XpFile, so that the error of a failed read is known.
 class MovieFile {
 public:
-    MovieFile() = default;
     ~MovieFile() { Close(); }
-    MovieFile(const MovieFile&) = delete;
-    MovieFile& operator=(const MovieFile&) = delete;
 
     // kMovieSystem where the file can't be opened, else what the engine answers. After a failure
     // the object is closed. An empty file, or one without a movie, may open: ask GetReason.

@@ -37,6 +37,13 @@ uint32_t track_id_of(Mp4ReadSession* session, uint32_t track) {
     return mp4_find_open_track(session, track)->tables.track_id;
 }
 
+Mp4Result find_in_fragments(Mp4ReadSession* session, uint32_t track, uint64_t time, bool numbered,
+                            Mp4FragmentSample* sample) {
+    FF4_TRY(mp4_use_track_fragments(session, track));
+    return mp4_get_fragment_sample_at_time(session->fragments, track_id_of(session, track), time,
+                                           numbered, sample);
+}
+
 Mp4SampleInfo from_fragment(const Mp4FragmentSample& sample) {
     return {sample.size,
             sample.offset,
@@ -242,10 +249,8 @@ Mp4Result mp4_get_sample_info_at_time(Mp4ReadSession* session, uint32_t track, u
     const Mp4Result found = mp4_find_sample_at_time(session, track, time, &sync, &number, start);
     if (found == FF4_RET_OK) return mp4_get_sample_info(session, track, number, out);
     if (found != FF4_RET_NOTFOUND || !session->fragments) return found;
-    FF4_TRY(mp4_use_track_fragments(session, track));
     Mp4FragmentSample sample{};
-    FF4_TRY(mp4_get_fragment_sample_at_time(session->fragments, track_id_of(session, track), time,
-                                            false, &sample));
+    FF4_TRY(find_in_fragments(session, track, time, false, &sample));
     *start = sample.start_time;
     *out = from_fragment(sample);
     return FF4_RET_OK;
@@ -257,10 +262,8 @@ Mp4Result mp4_get_sample_number_at_time(Mp4ReadSession* session, uint32_t track,
     uint64_t start = 0;
     const Mp4Result found = mp4_find_sample_at_time(session, track, time, &sync, number, &start);
     if (found != FF4_RET_NOTFOUND || !session->fragments) return found;
-    FF4_TRY(mp4_use_track_fragments(session, track));
     Mp4FragmentSample sample{};
-    FF4_TRY(mp4_get_fragment_sample_at_time(session->fragments, track_id_of(session, track), time,
-                                            true, &sample));
+    FF4_TRY(find_in_fragments(session, track, time, true, &sample));
     *number = sample.number;
     return FF4_RET_OK;
 }

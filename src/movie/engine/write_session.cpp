@@ -160,13 +160,6 @@ Mp4Result mp4_add_track_description(Mp4WriteSession* session, uint32_t track,
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_add_track_ref(Mp4WriteSession* session, uint32_t track, uint32_t type,
-                            const uint32_t* track_ids, uint32_t count) {
-    Mp4TrackBuild* found = nullptr;
-    FF4_TRY(find_track(session, track, &found));
-    return mp4_add_track_reference(session->host, type, track_ids, count, &found->references);
-}
-
 Mp4Result mp4_add_track_chunk(Mp4WriteSession* session, uint32_t track, const Mp4NewChunk& chunk) {
     Mp4TrackBuild* found = nullptr;
     FF4_TRY(find_track(session, track, &found));

@@ -72,8 +72,6 @@ Mp4Result mp4_add_track_data_ref(Mp4WriteSession* session, uint32_t track, uint3
 // FF4_RET_STATE for one of unknown kind, which can't be written.
 Mp4Result mp4_add_track_description(Mp4WriteSession* session, uint32_t track,
                                     const Mp4SampleEntry& entry, uint32_t* index);
-Mp4Result mp4_add_track_ref(Mp4WriteSession* session, uint32_t track, uint32_t type,
-                            const uint32_t* track_ids, uint32_t count);
 // As mp4_add_chunk. After a failure on the way the file can't be finished any more.
 Mp4Result mp4_add_track_chunk(Mp4WriteSession* session, uint32_t track, const Mp4NewChunk& chunk);
 Mp4Result mp4_add_track_edit(Mp4WriteSession* session, uint32_t track, const Mp4Edit& edit);

@@ -13,11 +13,6 @@ namespace tarn {
 
 class ClipSession {
 public:
-    ClipSession() = default;
-    ~ClipSession() = default;
-    ClipSession(const ClipSession&) = delete;
-    ClipSession& operator=(const ClipSession&) = delete;
-
     // Why the file can't be looked at: it is no movie, or one without a header.
     [[nodiscard]] Reason Open(const std::string& path);
     // The reason for a code that the session has answered.

@@ -26,8 +26,6 @@ class CMP4MovieBase {
 public:
     CMP4MovieBase();
     virtual ~CMP4MovieBase();
-    CMP4MovieBase(const CMP4MovieBase&) = delete;
-    CMP4MovieBase& operator=(const CMP4MovieBase&) = delete;
 
     void SetPath(const std::string& path) { m_path = path; }
     const std::string& Path() const { return m_path; }

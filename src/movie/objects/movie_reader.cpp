@@ -28,12 +28,6 @@ TrackCursor part(const MovieTrackInfo& track, const TrackRange& range) {
 
 }  // namespace
 
-CMP4MovieInput::~CMP4MovieInput() {
-    Close();
-}
-CMP4MovieReader::~CMP4MovieReader() = default;
-CMP4MovieRead::~CMP4MovieRead() = default;
-
 MovieCode CMP4MovieInput::Load(Loading loading) {
     Close();
     m_info = {};
@@ -163,9 +157,7 @@ MovieCode CMP4MovieInput::LoadDescriptions() {
 }
 
 uint64_t CMP4MovieInput::GetDurationMs() const {
-    uint64_t ms = 0;
-    if (mp4_mul_div(m_info.duration, 1000, m_info.timescale, &ms) != FF4_RET_OK) return 0;
-    return ms;
+    return mp4_mul_div_or(m_info.duration, 1000, m_info.timescale, 0);
 }
 
 uint32_t CMP4MovieInput::FindVideoDescription(uint32_t index) const {

@@ -39,8 +39,6 @@ struct TrackCursor {
 // What the two kinds of reader share.
 class CMP4MovieInput : public CMP4MovieBase {
 public:
-    ~CMP4MovieInput() override;
-
     void Close();
     const CMovieInfoType& GetInfo() const { return m_info; }
     bool HasVideo() const { return m_info.video.trackNumber != 0; }
@@ -82,8 +80,6 @@ private:
 // Opens a movie only to say what it is.
 class CMP4MovieReader final : public CMP4MovieInput {
 public:
-    ~CMP4MovieReader() override;
-
     MovieCode Open() { return Load(Loading::kReport); }
     // The sound format in the profile record, four characters; empty without one.
     std::string AudioProfileTag() const;
@@ -92,8 +88,6 @@ public:
 // Walks the samples of a movie's selected tracks.
 class CMP4MovieRead final : public CMP4MovieInput {
 public:
-    ~CMP4MovieRead() override;
-
     enum class Track { kVideo, kAudio };
 
     // All of the movie is walked until a range is selected.

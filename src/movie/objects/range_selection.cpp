@@ -49,13 +49,14 @@ Mp4Result points_of(Mp4ReadSession* session, const CMovieInfoType& info, uint64_
     return FF4_RET_OK;
 }
 
-// When a picture is shown, counted from its own decoding.
-Mp4Result shown_after(Mp4ReadSession* session, const MovieTrackInfo& track, uint32_t number,
-                      int64_t* offset) {
-    uint64_t time = 0;
-    Mp4SampleInfo sample{};
-    FF4_TRY(mp4_get_numbered_sample(session, track.trackNumber, number, &time, &sample));
-    *offset = sample.compositionOffset;
+// The sync sample after one, or the end of the track.
+Mp4Result find_next_sync(Mp4ReadSession* session, const MovieTrackInfo& track, uint32_t number,
+                         SyncBounds* bounds) {
+    const Mp4Result found =
+        mp4_next_sync_number(session, track.trackNumber, number, &bounds->next, &bounds->nextTime);
+    if (found != FF4_RET_NOTFOUND) return found;
+    bounds->next = track.sampleCount + 1;
+    bounds->nextTime = track.duration;
     return FF4_RET_OK;
 }
 
@@ -134,18 +135,7 @@ Mp4Result end_video(Mp4ReadSession* session, const MovieTrackInfo& track, int64_
     TrackRange& video = range->video;
     SyncBounds bounds{};
     FF4_TRY(FindSyncBounds(session, track, not_negative(out), &bounds));
-    if (bounds.next <= video.first) {
-        uint64_t time = 0;
-        const Mp4Result next =
-            mp4_next_sync_number(session, track.trackNumber, video.first, &bounds.next, &time);
-        if (next == FF4_RET_NOTFOUND) {
-            bounds.next = track.sampleCount + 1;
-            time = track.duration;
-        } else {
-            FF4_TRY(next);
-        }
-        bounds.nextTime = time;
-    }
+    if (bounds.next <= video.first) FF4_TRY(find_next_sync(session, track, video.first, &bounds));
     video.end = bounds.next;
     video.endTime = bounds.nextTime;
     // Sound is never cut back to a picture that ends early.
@@ -283,12 +273,7 @@ Mp4Result FindSyncBounds(Mp4ReadSession* session, const MovieTrackInfo& track, u
         bounds->nextTime = start;
         return FF4_RET_OK;
     }
-    const Mp4Result next =
-        mp4_next_sync_number(session, track.trackNumber, holding, &bounds->next, &bounds->nextTime);
-    if (next != FF4_RET_NOTFOUND) return next;
-    bounds->next = track.sampleCount + 1;
-    bounds->nextTime = track.duration;
-    return FF4_RET_OK;
+    return find_next_sync(session, track, holding, bounds);
 }
 
 Mp4Result GetPresentationStart(Mp4ReadSession* session, const MovieTrackInfo& track,
@@ -314,10 +299,12 @@ Mp4Result FindShownSync(Mp4ReadSession* session, const MovieTrackInfo& track, ui
     FF4_TRY(FindSyncBounds(session, track, target, bounds));
     // Where pictures last unevenly one may be decoded before the point and shown after it.
     while (bounds->prevTime > 0) {
-        int64_t offset = 0, lead = 0;
-        FF4_TRY(shown_after(session, track, bounds->prev, &offset));
+        uint64_t time = 0;
+        int64_t lead = 0;
+        Mp4SampleInfo sample{};
+        FF4_TRY(mp4_get_numbered_sample(session, track.trackNumber, bounds->prev, &time, &sample));
         FF4_TRY(to_signed(target - bounds->prevTime, &lead));
-        if (offset - presentationStart <= lead) break;
+        if (sample.compositionOffset - presentationStart <= lead) break;
         FF4_TRY(FindSyncBounds(session, track, bounds->prevTime - 1, bounds));
     }
     return FF4_RET_OK;

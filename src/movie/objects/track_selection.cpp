@@ -18,7 +18,6 @@ public:
     OpenEntries& operator=(const OpenEntries&) = delete;
     Mp4Result Open(uint32_t track) { return mp4_open_sample_entries(m_session, track, &m_entries); }
     const Mp4SampleEntries* get() const { return m_entries; }
-    uint32_t count() const { return m_entries ? m_entries->list.count : 0; }
 
 private:
     Mp4ReadSession* m_session;
@@ -129,6 +128,19 @@ void copy_block(const Mp4ByteBlock& block, std::vector<uint8_t>* out) {
     out->assign(block.data, block.data + block.size);
 }
 
+// Calls visit(entries, index, entry) for the descriptions of a track, in turn.
+template <typename Visit>
+Mp4Result visit_entries(Mp4ReadSession* session, uint32_t track, Visit visit) {
+    OpenEntries entries(session);
+    const Mp4Result opened = entries.Open(track);
+    if (opened == FF4_RET_NOTFOUND) return FF4_RET_OK;
+    FF4_TRY(opened);
+    uint32_t index = 0;
+    for (const Mp4SampleEntry* entry = entries.get()->list.head; entry; entry = entry->next)
+        FF4_TRY(visit(entries.get(), ++index, *entry));
+    return FF4_RET_OK;
+}
+
 }  // namespace
 
 Mp4Result SelectTracks(Mp4ReadSession* session, bool camera, CMovieInfoType* info,
@@ -200,50 +212,40 @@ Mp4Result ReadTrackInfo(Mp4ReadSession* session, MovieTrackInfo* track) {
 
 Mp4Result ReadVideoDescriptions(Mp4ReadSession* session, uint32_t track,
                                 std::vector<CVideoSampleDescriptionInfo>* list) {
-    OpenEntries entries(session);
-    const Mp4Result opened = entries.Open(track);
-    if (opened == FF4_RET_NOTFOUND) return FF4_RET_OK;
-    FF4_TRY(opened);
-    for (uint32_t index = 1; index <= entries.count(); ++index) {
-        CVideoSampleDescriptionInfo& info = list->emplace_back();
-        info.index = index;
-        FF4_TRY(mp4_get_video_entry(session, entries.get(), index, &info.entry));
-        const Mp4SampleEntry* entry = nullptr;
-        FF4_TRY(mp4_get_sample_entry(session, entries.get(), index, &entry));
-        copy_block(entry->visual.pasp, &info.pixelAspect);
-        copy_block(entry->visual.colr, &info.colour);
-        copy_block(entry->visual.hvcc, &info.hevcConfig);
-        if (entry->kind == kEntryMpeg4Visual) copy_block(entry->es.bytes, &info.decoderConfig);
-        if (entry->kind != kEntryAvc) continue;
-        FF4_TRY(mp4_get_avc_config_info(session, entries.get(), index, &info.avc));
-        copy_block(entry->visual.extra, &info.extraData);
-        copy_block(entry->avc.bytes, &info.avcConfig);
-        for (const Mp4ParameterSet* s = entry->avc.sequence_sets.head; s; s = s->next)
-            copy_block(s->data, &info.spsData);
-        for (const Mp4ParameterSet* s = entry->avc.picture_sets.head; s; s = s->next)
-            copy_block(s->data, &info.ppsData);
-    }
-    return FF4_RET_OK;
+    return visit_entries(
+        session, track,
+        [&](const Mp4SampleEntries* entries, uint32_t index, const Mp4SampleEntry& entry) {
+            CVideoSampleDescriptionInfo& info = list->emplace_back();
+            info.index = index;
+            FF4_TRY(mp4_get_video_entry(session, entries, index, &info.entry));
+            copy_block(entry.visual.pasp, &info.pixelAspect);
+            copy_block(entry.visual.colr, &info.colour);
+            copy_block(entry.visual.hvcc, &info.hevcConfig);
+            if (entry.kind == kEntryMpeg4Visual) copy_block(entry.es.bytes, &info.decoderConfig);
+            if (entry.kind != kEntryAvc) return FF4_RET_OK;
+            copy_block(entry.visual.extra, &info.extraData);
+            copy_block(entry.avc.bytes, &info.avcConfig);
+            for (const Mp4ParameterSet* s = entry.avc.sequence_sets.head; s; s = s->next)
+                copy_block(s->data, &info.spsData);
+            for (const Mp4ParameterSet* s = entry.avc.picture_sets.head; s; s = s->next)
+                copy_block(s->data, &info.ppsData);
+            return mp4_get_avc_config_info(session, entries, index, &info.avc);
+        });
 }
 
 Mp4Result ReadAudioDescriptions(Mp4ReadSession* session, uint32_t track,
                                 std::vector<CAudioSampleDescriptionInfo>* list) {
-    OpenEntries entries(session);
-    const Mp4Result opened = entries.Open(track);
-    if (opened == FF4_RET_NOTFOUND) return FF4_RET_OK;
-    FF4_TRY(opened);
-    for (uint32_t index = 1; index <= entries.count(); ++index) {
-        CAudioSampleDescriptionInfo& info = list->emplace_back();
-        info.index = index;
-        FF4_TRY(mp4_get_audio_entry(session, entries.get(), index, &info.entry));
-        const Mp4SampleEntry* entry = nullptr;
-        FF4_TRY(mp4_get_sample_entry(session, entries.get(), index, &entry));
-        copy_block(entry->es.bytes, &info.decoderConfig);
-        info.objectType = entry->es.object_type_indication;
-        info.averageBitRate = entry->es.avg_bitrate;
-        info.maximumBitRate = entry->es.max_bitrate;
-    }
-    return FF4_RET_OK;
+    return visit_entries(
+        session, track,
+        [&](const Mp4SampleEntries* entries, uint32_t index, const Mp4SampleEntry& entry) {
+            CAudioSampleDescriptionInfo& info = list->emplace_back();
+            info.index = index;
+            copy_block(entry.es.bytes, &info.decoderConfig);
+            info.objectType = entry.es.object_type_indication;
+            info.averageBitRate = entry.es.avg_bitrate;
+            info.maximumBitRate = entry.es.max_bitrate;
+            return mp4_get_audio_entry(session, entries, index, &info.entry);
+        });
 }
 
 }  // namespace tarn

@@ -92,8 +92,6 @@ private:
 class Mp4MovieTrimming {
 public:
     virtual ~Mp4MovieTrimming() = default;
-    Mp4MovieTrimming(const Mp4MovieTrimming&) = delete;
-    Mp4MovieTrimming& operator=(const Mp4MovieTrimming&) = delete;
 
     // A pause takes effect between two steps.
     void Pause() { m_running.Clear(); }

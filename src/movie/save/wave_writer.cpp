@@ -1,7 +1,6 @@
 #include "movie/save/wave_writer.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
 #include "effects/wave_header.h"
@@ -14,8 +13,9 @@ constexpr int16_t kSilence[2048] = {};
 
 }  // namespace
 
-MovieCode WaveWriter::Failed(int error) {
-    m_reason = MovieReason(kMovieSystem, ReasonSide::kTarget, m_path, error != 0 ? error : EIO);
+MovieCode WaveWriter::Told(int error) {
+    if (error == 0) return kMovieOk;
+    m_reason = MovieReason(kMovieSystem, ReasonSide::kTarget, m_path, error);
     return kMovieSystem;
 }
 
@@ -30,7 +30,7 @@ MovieCode WaveWriter::Open(XpSharedPtr<CMP4MovieRead> reader) {
         return kMovieTooLarge;
     }
     if (!m_buffer.Allocate(kBufferBytes)) return kMovieBuffer;
-    if (const int error = m_output.Create(m_path)) return Failed(error);
+    MOVIE_TRY(Told(m_output.Create(m_path)));
     return WriteHeader();
 }
 
@@ -71,8 +71,7 @@ uint64_t WaveWriter::FileBytes() const {
 MovieCode WaveWriter::WriteHeader() {
     const WaveStart start = MakeWaveStart(m_sound.Treated().SampleRate(),
                                           static_cast<uint32_t>(m_frames * kWaveFrameSize));
-    const int error = m_buffer.Append(&m_output.File(), start.data(), start.size());
-    return error == 0 ? kMovieOk : Failed(error);
+    return Told(m_buffer.Append(&m_output.File(), start.data(), start.size()));
 }
 
 MovieCode WaveWriter::WriteFrames(const int16_t* pcm, uint64_t frames) {
@@ -80,8 +79,7 @@ MovieCode WaveWriter::WriteFrames(const int16_t* pcm, uint64_t frames) {
     m_skip -= skipped;
     const uint64_t count = std::min(frames - skipped, m_frames - m_written);
     m_written += count;
-    const int error = m_buffer.Append(&m_output.File(), pcm + 2 * skipped, count * kWaveFrameSize);
-    return error == 0 ? kMovieOk : Failed(error);
+    return Told(m_buffer.Append(&m_output.File(), pcm + 2 * skipped, count * kWaveFrameSize));
 }
 
 MovieCode WaveWriter::WriteNext() {
@@ -98,13 +96,11 @@ MovieCode WaveWriter::Finish() {
     m_skip = 0;
     while (m_written < m_frames)
         MOVIE_TRY(WriteFrames(kSilence, std::min<uint64_t>(m_frames - m_written, 1024)));
-    const int error = m_buffer.Flush(&m_output.File());
-    return error == 0 ? kMovieOk : Failed(error);
+    return Told(m_buffer.Flush(&m_output.File()));
 }
 
 MovieCode WaveWriter::Close() {
-    const int error = m_output.Commit();
-    return error == 0 ? kMovieOk : Failed(error);
+    return Told(m_output.Commit());
 }
 
 }  // namespace tarn

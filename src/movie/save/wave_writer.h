@@ -44,7 +44,7 @@ public:
 private:
     MovieCode Plan();
     MovieCode WriteHeader();
-    MovieCode Failed(int error);
+    MovieCode Told(int error);
     MovieCode WriteFrames(const int16_t* pcm, uint64_t frames);
 
     std::string m_path;

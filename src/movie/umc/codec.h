@@ -73,11 +73,7 @@ public:
     virtual Status Reset() = 0;
     virtual Status SetParams(BaseCodecParams* params) = 0;
 
-    BaseCodec(const BaseCodec&) = delete;
-    BaseCodec& operator=(const BaseCodec&) = delete;
-
 protected:
-    BaseCodec() = default;
     MemoryAllocator* Allocator() const { return m_allocator; }
 
 private:

@@ -70,8 +70,6 @@ private:
 // Sound: the same, with a buffer that starts on a multiple of `alignment`, a power of two.
 class AudioData : public MediaData {
 public:
-    AudioData() = default;
-    ~AudioData() override = default;
     Status Close() override;
     Status SetBufferPointer(uint8_t* pointer, uint32_t size) override;
     // A view of the other's buffer and data; the other stays the owner.

@@ -45,10 +45,7 @@ public:
 // The heap, under a mutex: codecs on different threads may share one.
 class DefaultMemoryAllocator final : public MemoryAllocator {
 public:
-    DefaultMemoryAllocator() = default;
     ~DefaultMemoryAllocator() override;
-    DefaultMemoryAllocator(const DefaultMemoryAllocator&) = delete;
-    DefaultMemoryAllocator& operator=(const DefaultMemoryAllocator&) = delete;
 
     Status Init() override { return kStatusOk; }
     Status Close() override;

@@ -48,9 +48,6 @@ void pick(std::span<const int16_t> pcm, uint32_t channels, uint64_t first, uint6
 
 }  // namespace
 
-MovieWaveform::MovieWaveform() = default;
-MovieWaveform::~MovieWaveform() = default;
-
 bool MovieWaveform::Read(const std::string& path, uint32_t pointsPerSecond,
                          const WaveformProgress& progress) {
     CMP4MovieRead movie;

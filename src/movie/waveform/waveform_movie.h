@@ -15,9 +15,6 @@ class WaveformPicker;
 // clips, a mono sound goes to both rows and of more channels the front pair is taken.
 class MovieWaveform {
 public:
-    MovieWaveform();
-    ~MovieWaveform();
-
     // True when every point could be read. Otherwise `outcome` tells; the points that were read
     // stay and the others are 0. Where the sound can't be decoded, reading ends.
     bool Read(const std::string& path, uint32_t pointsPerSecond, const WaveformProgress& progress);

@@ -217,7 +217,7 @@ TEST(WriteSession, BothLayoutsReadBack) {
         // 65536 - ftyp 24 - PROF 96 - moov 636 - mdat 8
         {{.layout = kMovieBeforeMedia}, "ftyp uuid moov free:64772 mdat"},
         {{.layout = kMovieBeforeMedia, .text_bytes = 65500}, "ftyp uuid free:65408 mdat moov"},
-        {{.layout = kMovieBeforeMedia}, "ftyp uuid moov free:64792 mdat", 0},
+        {{.layout = kMovieBeforeMedia}, "ftyp uuid moov free:64824 mdat", 0},
     };
     for (const auto& c : cases) {
         TestHost host;
