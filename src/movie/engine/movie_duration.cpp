@@ -8,26 +8,6 @@
 namespace tarn {
 namespace {
 
-// Opens a track for the time of one look, unless it is in use already.
-class TrackVisit {
-public:
-    TrackVisit(Mp4ReadSession* session, uint32_t track)
-        : m_session(session), m_track(track), m_wasOpen(mp4_find_open_track(session, track)) {}
-    ~TrackVisit() {
-        if (!m_wasOpen && mp4_find_open_track(m_session, m_track))
-            static_cast<void>(mp4_close_track(m_session, m_track));
-    }
-    TrackVisit(const TrackVisit&) = delete;
-    TrackVisit& operator=(const TrackVisit&) = delete;
-
-    Mp4Result Open() { return mp4_open_track(m_session, m_track); }
-
-private:
-    Mp4ReadSession* m_session;
-    uint32_t m_track;
-    bool m_wasOpen;
-};
-
 Mp4Result track_counts(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
                        bool* counts) {
     *counts = index.handler_type != fourcc("odsm");
@@ -62,12 +42,9 @@ Mp4Result to_movie_units(Mp4ReadSession* session, const Mp4TrackIndex& index, ui
     return mp4_mul_div(media, session->index.movie.timescale, index.timescale, length);
 }
 
-Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
-                       uint64_t* length) {
-    if (session->fragments && !present(index.mdhd))
-        return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);
-    TrackVisit visit(session, track);
-    FF4_TRY(visit.Open());
+// Of a track that is open, in movie units.
+Mp4Result open_track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
+                            uint64_t* length) {
     bool edited = false;
     uint64_t tables = 0;
     FF4_TRY(edited_length(session, track, length, &edited));
@@ -78,6 +55,18 @@ Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIn
     FF4_TRY(mp4_get_track_duration(session, track, &end));
     FF4_TRY(to_movie_units(session, index, end - tables, &fragments));
     return mp4_add(*length, fragments, length);
+}
+
+// The same of any track: it is opened for the time of the look, unless it is in use already.
+Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
+                       uint64_t* length) {
+    if (session->fragments && !present(index.mdhd))
+        return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);
+    const bool was_open = mp4_find_open_track(session, track);
+    FF4_TRY(mp4_open_track(session, track));
+    const Mp4Result result = open_track_length(session, track, index, length);
+    if (!was_open) static_cast<void>(mp4_close_track(session, track));
+    return result;
 }
 
 Mp4Result longest_track(Mp4ReadSession* session, uint64_t* duration) {

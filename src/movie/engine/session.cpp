@@ -10,20 +10,18 @@ constexpr uint32_t kFragmentPercent = 50;
 
 constexpr uint64_t kFileTypeHead = 8;  // major brand, minor version
 
-void free_session(Mp4ReadSession* session) {
-    Mp4Host* host = session->host;
-    if (session->fragments) mp4_close_fragments(session->fragments);
-    mp4_free_track_caches(host, &session->caches);
-    while (Mp4OpenTrack* track = session->tracks.head) {
-        session->tracks.head = track->next;
-        mp4_free(host, track);
-    }
-    mp4_free_file_index(host, &session->index);
-    mp4_free(host, session);
-}
-
 struct SessionDeleter {
-    void operator()(Mp4ReadSession* session) const { free_session(session); }
+    void operator()(Mp4ReadSession* session) const {
+        Mp4Host* host = session->host;
+        if (session->fragments) mp4_close_fragments(session->fragments);
+        mp4_free_track_caches(host, &session->caches);
+        while (Mp4OpenTrack* track = session->tracks.head) {
+            session->tracks.head = track->next;
+            mp4_free(host, track);
+        }
+        mp4_free_file_index(host, &session->index);
+        mp4_free(host, session);
+    }
 };
 
 uint32_t file_flags(const Mp4FileIndex& index) {
@@ -77,7 +75,7 @@ Mp4Result mp4_open_read(Mp4Host* host, Mp4File* file, const Mp4OpenParams& param
 
 Mp4Result mp4_close_read(Mp4Host* host, Mp4ReadSession* session) {
     if (!host || !session || session->host != host) return FF4_RET_ARGS;
-    free_session(session);
+    SessionDeleter()(session);
     return FF4_RET_OK;
 }
 

@@ -1,11 +1,11 @@
 // sample_list.h - the samples of one track of a file, for listing.
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "base/reason.h"
 #include "movie/engine/samples.h"
+#include "movie/facts/clip_session.h"
 
 namespace tarn {
 
@@ -17,9 +17,6 @@ struct SampleRow {
 
 class SampleList {
 public:
-    SampleList();
-    ~SampleList();
-
     // `track` is "video", "audio" (the tracks that would be edited, else the first of their kind)
     // or a track number.
     [[nodiscard]] Reason Open(const std::string& path, const std::string& track);
@@ -33,9 +30,14 @@ public:
     [[nodiscard]] Reason NextSync(uint32_t number, SampleRow* row);
 
 private:
-    struct Impl;
-    std::unique_ptr<Impl> m_impl;
-    uint32_t m_count = 0;
+    Mp4Result Find(uint32_t number, SampleRow* row);
+    Mp4Result FindAtMs(uint64_t ms, SampleRow* row);
+    Mp4Result FindNextSync(uint32_t number, SampleRow* row);
+    Reason Why(Mp4Result result);
+
+    ClipSession m_session;
+    std::string m_path;
+    uint32_t m_track = 0, m_count = 0;
 };
 
 }  // namespace tarn

@@ -212,16 +212,6 @@ bool CMP4MovieWrite::IsChunkFull(const Chunk& chunk) const {
     return ms >= (avc ? kAvcChunkMs : kOtherChunkMs);
 }
 
-MovieCode CMP4MovieWrite::AddVideoSample(const CReadBuffer& sample, const ReadSampleInfo& info,
-                                         Chunk* chunk) {
-    // Pictures that are shown before the sync sample they follow can't be decoded: the output
-    // starts with the sync sample.
-    if (!m_hasFirstVideo) m_firstVideoTime = info.compositionOffset;
-    m_hasFirstVideo = true;
-    return Store(sample.data.data(), sample.size(),
-                 {1, sample.size(), info.duration, info.compositionOffset, info.isSync}, chunk);
-}
-
 MovieCode CMP4MovieWrite::WriteVideoChunk(bool* ended) {
     Chunk chunk;
     CReadBuffer sample;
@@ -238,8 +228,14 @@ MovieCode CMP4MovieWrite::WriteVideoChunk(bool* ended) {
             m_reader->UnreadSample(CMP4MovieRead::Track::kVideo);
             break;
         }
+        // Pictures that are shown before the sync sample they follow can't be decoded: the output
+        // starts with the sync sample.
+        if (!m_hasFirstVideo) m_firstVideoTime = info.compositionOffset;
+        m_hasFirstVideo = true;
         chunk.description = info.description;
-        MOVIE_TRY(AddVideoSample(sample, info, &chunk));
+        const Mp4SampleRun run{1, sample.size(), info.duration, info.compositionOffset,
+                               info.isSync};
+        MOVIE_TRY(Store(sample.data.data(), sample.size(), run, &chunk));
     }
     return AddChunk(&m_video, chunk);
 }
@@ -263,14 +259,16 @@ MovieCode CMP4MovieWrite::WriteAudioChunk(bool final) {
     uint64_t left = SoundTarget(final);
     MovieCode code = kMovieOk;
     while (left > 0 && code == kMovieOk) {
-        uint64_t taken = 0;
+        SoundBlock block;
         // Nothing but the sound itself moves these rounds on, so that each takes one sample at
         // least.
         const bool alone = final || m_video.number == 0;
-        code = TakeSound(alone && chunk.runs.empty() ? UINT64_MAX : left, &chunk, &taken);
-        if (code == kMovieOk && taken == 0) break;  // the next sample would pass the target
-        m_soundTaken += taken;
-        left -= std::min(left, taken);
+        const uint64_t most = alone && chunk.runs.empty() ? UINT64_MAX : left;
+        code = m_sound->Next(most, SoundStart(), &block);
+        if (code != kMovieOk || block.taken == 0) break;  // the next sample would pass the target
+        code = StoreSound(block, &chunk);
+        m_soundTaken += block.taken;
+        left -= std::min(left, block.taken);
     }
     if (code != kMovieOk && code != kMovieEndOfSamples) return code;
     if (code == kMovieEndOfSamples && !m_soundFinished) {
@@ -279,13 +277,6 @@ MovieCode CMP4MovieWrite::WriteAudioChunk(bool final) {
     }
     MOVIE_TRY(AddChunk(&m_audio, chunk));
     return code;
-}
-
-MovieCode CMP4MovieWrite::TakeSound(uint64_t most, Chunk* chunk, uint64_t* taken) {
-    SoundBlock block;
-    MOVIE_TRY(m_sound->Next(most, SoundStart(), &block));
-    *taken = block.taken;
-    return block.taken > 0 ? StoreSound(block, chunk) : kMovieOk;
 }
 
 MovieCode CMP4MovieWrite::FinishSound(Chunk* chunk) {

@@ -111,12 +111,10 @@ private:
     MovieCode AddTrack(const MovieTrackInfo& source, uint32_t handler, WrittenTrack* track);
     MovieCode WriteVideoChunk(bool* ended);
     MovieCode WriteAudioChunk(bool final);
-    MovieCode TakeSound(uint64_t most, Chunk* chunk, uint64_t* taken);
     MovieCode FinishSound(Chunk* chunk);
     MovieCode StoreSound(const SoundBlock& block, Chunk* chunk);
     // Puts bytes at the end of the media and their samples into the chunk.
     MovieCode Store(const void* data, uint64_t size, const Mp4SampleRun& run, Chunk* chunk);
-    MovieCode AddVideoSample(const CReadBuffer& sample, const ReadSampleInfo& info, Chunk* chunk);
     bool IsChunkFull(const Chunk& chunk) const;
     MovieCode AddChunk(WrittenTrack* track, const Chunk& chunk);
     uint64_t SoundTarget(bool final) const;

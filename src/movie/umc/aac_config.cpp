@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string_view>
 
 #include "movie/umc/codec.h"
 
@@ -209,27 +210,15 @@ std::vector<uint8_t> MakeAdtsHeader(const AacConfig& config, uint32_t payload) {
 }
 
 std::vector<uint8_t> MakeAdifHeader(const AacConfig& config, int32_t bit_rate) {
-    // Elements of the channel configurations 1 to 6: in front single or pair, pairs behind, a
-    // single one behind, low frequencies.
-    struct Elements {
-        uint8_t front_count;
-        uint8_t front_pairs;  // bit n: the n-th one is a pair
-        uint8_t back_count;
-        uint8_t back_pairs;
-        uint8_t lfe_count;
-    };
-    static constexpr Elements kElements[] = {{},
-                                             {1, 0, 0, 0, 0},
-                                             {1, 1, 0, 0, 0},
-                                             {2, 2, 0, 0, 0},
-                                             {2, 2, 1, 0, 0},
-                                             {2, 2, 1, 1, 0},
-                                             {2, 2, 1, 1, 1}};
+    // Elements of the channel configurations 1 to 6, single or pair; the last has low frequencies.
+    static constexpr std::string_view kFront[] = {"", "s", "p", "sp", "sp", "sp", "sp"};
+    static constexpr std::string_view kBack[] = {"", "", "", "", "s", "p", "p"};
     const int rate = SampleRateIndex(config.sampleRate);
     if (rate < 0 || config.objectType < 1 || config.objectType > 4 || config.channelConfig < 1 ||
-        config.channelConfig >= static_cast<int32_t>(std::size(kElements)))
+        config.channelConfig >= static_cast<int32_t>(std::size(kFront)))
         return {};
-    const Elements& elements = kElements[config.channelConfig];
+    const std::string_view front = kFront[config.channelConfig], back = kBack[config.channelConfig];
+    const bool low = config.channelConfig == 6;
     BitWriter bits;
     for (const char c : {'A', 'D', 'I', 'F'})
         bits.Put(static_cast<uint8_t>(c), 8);
@@ -240,23 +229,20 @@ std::vector<uint8_t> MakeAdifHeader(const AacConfig& config, int32_t bit_rate) {
     bits.Put(0, 4);  // its tag
     bits.Put(static_cast<uint32_t>(config.objectType - 1), 2);
     bits.Put(static_cast<uint32_t>(rate), 4);
-    bits.Put(elements.front_count, 4);
+    bits.Put(static_cast<uint32_t>(front.size()), 4);
     bits.Put(0, 4);  // at the sides
-    bits.Put(elements.back_count, 4);
-    bits.Put(elements.lfe_count, 2);
+    bits.Put(static_cast<uint32_t>(back.size()), 4);
+    bits.Put(low, 2);
     bits.Put(0, 10);  // no associated data, no coupling, no mixdown
     uint32_t singles = 0, pairs = 0;
-    const auto put = [&](uint32_t count, uint32_t pair_bits) {
-        for (uint32_t i = 0; i < count; ++i) {
-            const bool pair = (pair_bits >> i & 1) != 0;
-            bits.Put(pair ? 1 : 0, 1);
+    for (const std::string_view elements : {front, back}) {
+        for (const char element : elements) {
+            const bool pair = element == 'p';
+            bits.Put(pair, 1);
             bits.Put(pair ? pairs++ : singles++, 4);
         }
-    };
-    put(elements.front_count, elements.front_pairs);
-    put(elements.back_count, elements.back_pairs);
-    for (uint32_t i = 0; i < elements.lfe_count; ++i)
-        bits.Put(i, 4);
+    }
+    if (low) bits.Put(0, 4);
     bits.Align();
     bits.Put(0, 8);  // no comment
     return bits.Take();

@@ -6,6 +6,15 @@
 #include <cstring>
 
 namespace tarn::UMC {
+namespace {
+
+void CopyTimes(const MediaData& from, MediaData* to) {
+    to->startTime = from.startTime;
+    to->endTime = from.endTime;
+    to->frameType = from.frameType;
+}
+
+}  // namespace
 
 MediaData::~MediaData() {
     std::free(m_block);
@@ -56,9 +65,7 @@ Status MediaData::MoveDataTo(MediaData* other) {
     if (size == 0) return kStatusNoData;
     std::memmove(other->dataPointer + other->dataSize, dataPointer, size);
     other->dataSize += size;
-    other->startTime = startTime;
-    other->endTime = endTime;
-    other->frameType = frameType;
+    CopyTimes(*this, other);
     return MoveDataPointer(size);
 }
 
@@ -68,9 +75,7 @@ Status MediaData::CopyTo(MediaData* other) const {
     if (bufferSize > 0) std::memmove(other->buffer, buffer, bufferSize);
     other->dataPointer = other->buffer + (dataPointer - buffer);
     other->dataSize = dataSize;
-    other->startTime = startTime;
-    other->endTime = endTime;
-    other->frameType = frameType;
+    CopyTimes(*this, other);
     return kStatusOk;
 }
 
@@ -109,9 +114,7 @@ Status AudioData::Assign(const AudioData& other) {
     if (status != kStatusOk) return status;
     dataPointer = other.dataPointer;
     dataSize = other.dataSize;
-    startTime = other.startTime;
-    endTime = other.endTime;
-    frameType = other.frameType;
+    CopyTimes(other, this);
     return kStatusOk;
 }
 
