@@ -17,7 +17,6 @@ TEST(AvcSample, TellsWhatNoOtherPictureNeeds) {
         {"two slices of a B picture", {0, 0, 0, 2, 0x01, 9, 0, 0, 0, 1, 0x01}, 4, true},
         {"after a delimiter and a message", {0, 1, 0x09, 0, 1, 0x06, 0, 1, 0x01}, 2, true},
         {"a P picture", {0, 0, 0, 2, 0x41, 9}, 4, false},
-        {"a sync picture", {0, 0, 0, 2, 0x65, 9}, 4, false},
         {"two fields, one is needed", {1, 0x01, 1, 0x21}, 1, false},
         {"parameters for later pictures", {1, 0x67, 1, 0x01}, 1, false},
         {"no slice at all", {1, 0x09}, 1, false},

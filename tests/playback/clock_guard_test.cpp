@@ -25,7 +25,6 @@ TEST(ClockGuard, LeavesOutWildTimesAlone) {
     } rows[] = {
         {"the first", 10 * GST_MSECOND, 10 * GST_MSECOND},
         {"centuries ahead", 15'665'162'878'843'871'232u, 10 * GST_MSECOND},
-        {"an hour ahead", 3600 * GST_SECOND, 10 * GST_MSECOND},
         {"it goes on", 30 * GST_MSECOND, 30 * GST_MSECOND},
         {"no time at all", GST_CLOCK_TIME_NONE, 30 * GST_MSECOND},
         {"a device that began at 0 again", 0, 30 * GST_MSECOND},

@@ -39,7 +39,7 @@ private:
     std::jthread m_thread;
 };
 
-struct TestWindow final : IVideoWindow {
+struct TestWindow : IVideoWindow {
     uintptr_t NativeHandle() const override { return native; }
     VideoRect ClientRect() const override { return client; }
     void PictureChanged() override { ++changes; }

@@ -38,16 +38,18 @@ TEST(Player, ShowsThePictureOfTheTimeThatWasSought) {
     const std::pair<const char*, size_t> cases[] = {{"cam_avc_2997_g12_b2_3s", 200},
                                                     {"cam_mp4v_25_g12_10s", 40},
                                                     {"plain_vfr", 60},
-                                                    {"plain_version1", 40},
                                                     {"plain_hevc", 40}};
     for (const auto& [clip, seeks] : cases) {
         SCOPED_TRACE(clip);
         const KnownPictures known(clip);
         TestPlayer player(ClipPath(clip));
-        ASSERT_GE(player.Pause(), 0);
         const int64_t length = player.Duration();
         std::mt19937_64 random(7);
-        std::vector<int64_t> targets{0, length, 1, length - 1};
+        std::vector<int64_t> targets{length / 2, 0, length, 1, length - 1};
+        ASSERT_EQ(player.SeekTo(targets[0]), S_OK) << "while it is stopped";
+        EXPECT_EQ(player.Position(), targets[0]);
+        ASSERT_TRUE(player.PausesThere());
+        EXPECT_EQ(known.Nearest(ShownThumbnail(player)), known.At(targets[0]));
         while (targets.size() < seeks)
             targets.push_back(static_cast<int64_t>(random() % static_cast<uint64_t>(length)));
         for (const int64_t target : targets) {
@@ -57,19 +59,6 @@ TEST(Player, ShowsThePictureOfTheTimeThatWasSought) {
             ASSERT_NEAR(static_cast<double>(player.Position()), static_cast<double>(target), 1);
         }
     }
-}
-
-TEST(Player, StartsWhereItWasToldWhileStopped) {
-    const KnownPictures known("plain_vfr");
-    TestPlayer player(ClipPath("plain_vfr"));
-    EXPECT_EQ(player.State(), kStopped);
-    EXPECT_EQ(player.SeekTo(3 * kSecond), S_OK);
-    EXPECT_EQ(player.Position(), 3 * kSecond);
-    ASSERT_TRUE(player.PausesThere());
-    EXPECT_EQ(known.Nearest(ShownThumbnail(player)), known.At(3 * kSecond));
-    EXPECT_EQ(player.Seek(kSecond, kRelativePositioning, 0, 0), S_OK);
-    EXPECT_EQ(player.Position(), 4 * kSecond);
-    EXPECT_EQ(player.Seek(0, 7, 0, 0), E_INVALIDARG);
 }
 
 TEST(Player, KeepsTheLastPictureUnderSoundThatGoesOn) {
@@ -112,7 +101,6 @@ TEST(Player, EndsAtTheEndAndStartsAgain) {
         EXPECT_EQ(heard, std::vector<int32_t>{EC_COMPLETE});
         EXPECT_EQ(player.State(), kStopped);
         EXPECT_EQ(player.Position(), player.Duration());
-        EXPECT_GT(player.Duration(), 0);
         if (!player.SoundDevice()) continue;
         const SoundCapture again(&player);
         EXPECT_EQ(player.PlayToEnd(), S_OK);
@@ -175,6 +163,8 @@ TEST(Player, StopsWhereASeekSays) {
         EXPECT_GE(player.Seek(kSecond / 4, kSet, INT64_MAX, kSet), 0);
         EXPECT_GE(player.Seek(0, kNoPositioning, kSecond, kSet), 0) << "the stop alone";
         EXPECT_EQ(player.Position(), kSecond / 4);
+        EXPECT_EQ(player.Seek(kSecond / 4, kRelativePositioning, 0, kNoPositioning), S_OK);
+        EXPECT_EQ(player.Position(), kSecond / 2);
         EXPECT_EQ(player.Seek(0, kSet, 0, 2), E_INVALIDARG);
         ASSERT_GE(player.Seek(0, kSet, kSecond, kSet), 0);
         EXPECT_EQ(player.PlayToEnd(), S_OK);
@@ -190,22 +180,6 @@ TEST(Player, ShowsWhatIsDecodedBehindTheEnd) {
     ASSERT_GE(player.Seek(0, kSet, kSecond * 53 / 50, kSet), 0);
     ASSERT_EQ(player.PlayToEnd(), S_OK);
     EXPECT_EQ(ShownThumbnail(player), last);
-}
-
-TEST(Player, AnswersByNumber) {
-    TestPlayer player;
-    int64_t time = 0;
-    int32_t state = 0;
-    for (const HRESULT result :
-         {player.GetPosition(&time), player.Run(), player.Pause(), player.GetState(0, &state),
-          player.SeekTo(0), player.ProcessEvents(), player.InsertSoundFilter(),
-          player.RemoveSoundFilter(), player.SetInPoint(0)})
-        EXPECT_EQ(result, E_HANDLE);
-    EXPECT_EQ(player.GetReason().code, ReasonCode::kUnexpected);
-    EXPECT_EQ(player.GetDuration(nullptr), E_POINTER);
-    EXPECT_EQ(player.CreateGraph(), S_OK);
-    EXPECT_EQ(player.CreateGraph(), E_ACCESSDENIED);
-    EXPECT_EQ(player.ReleaseGraph(), S_OK);
 }
 
 TEST(Player, TellsALostDeviceFromAClosedWindow) {
@@ -227,11 +201,20 @@ TEST(Player, TellsALostDeviceFromAClosedWindow) {
         GraphEvent heard{};
         player.SetEventCallback([&](const GraphEvent& event) { heard = event; });
         PostError(player, c.bin, "no more");
+        PostError(player, c.bin, "its echo");
         EXPECT_EQ(player.WaitForEnd(), E_ABORT);
+        EXPECT_EQ(player.ProcessEvents(), S_FALSE) << "told once";
+        EXPECT_EQ(player.State(), kStopped);
         EXPECT_EQ(heard.code, c.event);
         EXPECT_EQ(heard.reason.code, c.code);
         EXPECT_EQ(heard.reason.side, c.side);
         EXPECT_EQ(player.GetReason(), heard.reason);
+        ASSERT_GE(player.SeekTo(0), 0);
+        // The window may let go of the clip as soon as it hears.
+        player.SetEventCallback([&](const GraphEvent&) { player.ReleaseGraph(); });
+        PostError(player, c.bin, "second");
+        EXPECT_EQ(player.ProcessEvents(), E_ABORT);
+        EXPECT_EQ(player.Graph(), nullptr);
     }
 }
 
@@ -255,14 +238,6 @@ TEST(Player, RemembersNothingOfTheClipBefore) {
     EXPECT_EQ(player.ProcessEvents(), E_ABORT);
     EXPECT_EQ(player.GetReason().arguments, std::vector<ReasonArgument>{std::string("new")});
     EXPECT_EQ(window.count, 1);
-
-    // At its end, and with a seek's stop: neither counts for the next one.
-    ASSERT_EQ(player.OpenClip(kRoles), S_OK);
-    EXPECT_EQ(player.State(), kStopped);
-    ASSERT_GE(player.Pause(), 0);
-    EXPECT_EQ(player.State(), kPaused);
-    EXPECT_LT(player.Position(), kSecond / 10);
-    EXPECT_EQ(player.ProcessEvents(), S_FALSE);
 }
 
 TEST(Player, IsNotOpenAfterAnOpenThatFailed) {
@@ -286,61 +261,21 @@ TEST(Player, IsNotOpenAfterAnOpenThatFailed) {
         EXPECT_EQ(player.Graph(), nullptr);
         EXPECT_EQ(player.Renderer(), nullptr);
         EXPECT_EQ(player.SoundDevice(), nullptr);
-        EXPECT_EQ(player.Run(), E_HANDLE);
+        int64_t time = 0;
+        for (const HRESULT result :
+             {player.GetPosition(&time), player.Run(), player.Pause(), player.SeekTo(0),
+              player.ProcessEvents(), player.InsertSoundFilter(), player.SetInPoint(0)})
+            EXPECT_EQ(result, E_HANDLE);
     }
     ASSERT_EQ(player.CreateGraph(), S_OK) << "nothing is in the way";
     EXPECT_FALSE(player.GetReason());
-}
-
-TEST(Player, TellsOneErrorUntilTheNextSeek) {
-    TestPlayer player(kRoles);
-    ASSERT_TRUE(player.PausesThere());
-    PostError(player, "Audio Decoder", "first");
-    PostError(player, "Audio Decoder", "its echo");
-    EXPECT_EQ(player.ProcessEvents(), E_ABORT);
-    EXPECT_EQ(player.State(), kStopped);
-    EXPECT_EQ(player.ProcessEvents(), S_FALSE);
-    EXPECT_EQ(player.GetReason().arguments, std::vector<ReasonArgument>{std::string("first")});
-    ASSERT_GE(player.SeekTo(0), 0);
-    // The window may let go of the clip as soon as it hears.
-    player.SetEventCallback([&](const GraphEvent&) { player.ReleaseGraph(); });
-    PostError(player, "Audio Decoder", "second");
-    EXPECT_EQ(player.ProcessEvents(), E_ABORT);
-    EXPECT_EQ(player.Graph(), nullptr);
-}
-
-TEST(Player, SaysThatItIsOnItsWay) {
-    TestPlayer player(kTexts);
-    const GstPadPtr out(
-        gst_element_get_static_pad(player.Element("Kelo AVC Decoder Light").get(), "src"));
-    const gulong block = gst_pad_add_probe(
-        out.get(), GST_PAD_PROBE_TYPE_BLOCK_DOWNSTREAM,
-        [](GstPad*, GstPadProbeInfo*, gpointer) { return GST_PAD_PROBE_OK; }, nullptr, nullptr);
-    EXPECT_EQ(player.Pause(), VFW_S_STATE_INTERMEDIATE);
-    EXPECT_EQ(player.State(), kPaused);
-    gst_pad_remove_probe(out.get(), block);
-    EXPECT_TRUE(player.WaitForState());
-    EXPECT_EQ(player.State(), kPaused);
-}
-
-TEST(Player, PutsTheEffectInAndTakesItOut) {
-    TestPlayer player(kRoles, false);
-    EXPECT_EQ(player.SetInPoint(0), S_FALSE);
-    EXPECT_EQ(player.RemoveSoundFilter(), S_FALSE);
-    EXPECT_EQ(player.InsertSoundFilter(), S_OK);
-    EXPECT_EQ(player.InsertSoundFilter(), S_FALSE);
-    EXPECT_TRUE(player.Element("Sound Effect"));
-    EXPECT_EQ(player.SetInPoint(0), S_OK);
-    EXPECT_EQ(player.SetInPoint(-1), E_INVALIDARG);
-    EXPECT_EQ(player.GetReason().code, ReasonCode::kUnexpected);
-    EXPECT_EQ(player.RemoveSoundFilter(), S_OK);
-    EXPECT_FALSE(player.Element("Sound Effect"));
+    EXPECT_EQ(player.CreateGraph(), E_ACCESSDENIED);
+    ASSERT_EQ(player.RenderFile(kData + "/golden/in/impulse_48k.wav", false), S_OK);
+    EXPECT_EQ(player.Duration(), kSecond);
+    ASSERT_EQ(player.RenderFile(kData + "/golden/in/range_10s_8k.wav", false), S_OK);
     const SoundCapture sound(&player);
     EXPECT_EQ(player.PlayToEnd(), S_OK) << player.GetReason();
-    EXPECT_GT(sound.Samples().size(), 2 * 90000u) << "the way is whole again";
-    ASSERT_EQ(player.OpenClip(kMute), S_OK);
-    EXPECT_EQ(player.InsertSoundFilter(), E_FAIL);
-    EXPECT_EQ(player.GetReason().code, ReasonCode::kNoAudioTrack);
+    EXPECT_EQ(sound.Samples().size(), 2 * 80000u);
 }
 
 TEST(Player, OpensAsItsCallerWants) {
@@ -377,18 +312,18 @@ TEST(Player, OpensAsItsCallerWants) {
     PlayerController& base = player;
     EXPECT_EQ(base.Open(mono, nullptr, 0, 0, nullptr, nullptr), S_OK);
     EXPECT_EQ(player.SetEffects({}), S_FALSE);
-}
-
-TEST(Player, LoadsAnotherWaveFileIntoItsSource) {
-    TestPlayer player;
-    ASSERT_EQ(player.CreateGraph(), S_OK);
-    ASSERT_EQ(player.RenderFile(kData + "/golden/in/impulse_48k.wav", false), S_OK);
-    EXPECT_EQ(player.Duration(), kSecond);
-    ASSERT_EQ(player.RenderFile(kData + "/golden/in/range_10s_8k.wav", false), S_OK);
-    EXPECT_EQ(player.Duration(), 10 * kSecond);
+    EXPECT_EQ(player.RemoveSoundFilter(), S_FALSE);
+    EXPECT_EQ(player.InsertSoundFilter(), S_OK);
+    EXPECT_EQ(player.InsertSoundFilter(), S_FALSE);
+    EXPECT_EQ(player.SetInPoint(-1), E_INVALIDARG);
+    EXPECT_EQ(player.RemoveSoundFilter(), S_OK);
+    EXPECT_FALSE(player.Element("Sound Effect"));
     const SoundCapture sound(&player);
     EXPECT_EQ(player.PlayToEnd(), S_OK) << player.GetReason();
-    EXPECT_EQ(sound.Samples().size(), 2 * 80000u);
+    EXPECT_EQ(sound.Samples().size(), 48000u) << "the way is whole again";
+    ASSERT_EQ(player.OpenClip(kMute), S_OK);
+    EXPECT_EQ(player.InsertSoundFilter(), E_FAIL);
+    EXPECT_EQ(player.GetReason().code, ReasonCode::kNoAudioTrack);
 }
 
 TEST(Player, SurvivesAnyOrderOfPlayPauseAndSeek) {
@@ -420,6 +355,9 @@ TEST(Player, SaysWhatIsMissing) {
         ReasonCode code;
     } cases[] = {{"avdec_h264", "openh264dec", "H.264", ReasonCode::kNoPlugin},
                  {"volume", nullptr, "volume", ReasonCode::kNoGraphPart},
+                 {"audioconvert", nullptr, "audioconvert", ReasonCode::kNoGraphPart},
+                 {"audioresample", nullptr, "audioresample", ReasonCode::kNoGraphPart},
+                 {"queue", nullptr, "queue", ReasonCode::kNoGraphPart},
                  {"videoconvert", nullptr, "picture", ReasonCode::kNoScreen}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.hidden);

