@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "support/byte_builder.h"
+
 namespace tarn::UMC {
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 TEST(AacConfig, SaysWhatItSaysAndNoMore) {
     enum Extension { kNone, kSbr, kPs };
@@ -65,9 +65,7 @@ TEST(AacConfig, IsFoundWhereverTheDescriptorsPutIt) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        Bytes all = c.before;
-        all.resize(all.size() + c.zeros);
-        all.insert(all.end(), c.after.begin(), c.after.end());
+        const Bytes all = Join(c.before, Bytes(c.zeros), c.after);
         const auto found = FindDecoderSpecificInfo(all);
         ASSERT_EQ(found.size(), c.length);
         if (c.length == 0) continue;
