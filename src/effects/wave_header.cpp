@@ -76,7 +76,7 @@ WaveStart MakeWaveStart(uint32_t sample_rate, uint32_t data_size) {
 WaveStart MakeWaveStart(const WaveHead& head, uint32_t data_size) {
     WaveStart start;
     uint8_t* data = std::copy(head.begin(), head.end(), start.data());
-    std::memcpy(data, "data", 4);
+    std::copy_n("data", 4, data);
     put_le32(data + 4, data_size);
     return start;
 }
