@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "movie/save/sound_treatment.h"
+#include "support/failing_reads.h"
 #include "support/temp_dir.h"
 #include "support/wave_builder.h"
 
@@ -388,6 +389,25 @@ TEST(Trimming, WhatCannotBeReadBackRightNeverGetsItsName) {
         EXPECT_EQ(rig.Save(Steps(0, act)), c.result);
         EXPECT_EQ(rig.saved.reason,
                   (Reason{c.code, ReasonSide::kTarget, rig.request.target, {c.argument}}));
+        EXPECT_EQ(rig.dir.FileCount(), 1u);
+    }
+}
+
+// Also while reading back, whose file is the target: no failed read counts as another picture.
+TEST(Trimming, EveryFailedReadIsToldAndLeavesNothing) {
+    for (uint64_t n = 1;; n += 5) {
+        SCOPED_TRACE(n);
+        Rig rig(clip(kCamera), 0, 1000);
+        std::optional<FailingReads> fail(n);
+        const MovieCode code = rig.Save();
+        fail.reset();
+        if (!FailingReads::Met()) {
+            EXPECT_EQ(code, kMovieOk);
+            EXPECT_GT(n, 100u);
+            break;
+        }
+        if (code == kMovieOk) continue;  // texts are copied as far as they can be read
+        EXPECT_EQ(rig.saved.reason.SystemError(), EIO) << ReasonName(rig.saved.reason.code);
         EXPECT_EQ(rig.dir.FileCount(), 1u);
     }
 }
