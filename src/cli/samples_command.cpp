@@ -71,7 +71,7 @@ private:
         }
     }
     void AddNumber(int64_t value) {
-        char text[24];
+        char text[24] = {};
         *std::to_chars(text, text + sizeof text, value).ptr = '\0';
         Add(text);
     }
