@@ -92,7 +92,9 @@ HRESULT CFrameExtractor::GetFrame(int64_t position, StillPicture* picture) {
     int32_t state = 0;
     if (!Failed(result)) result = GetState(kPatienceMs, &state);
     if (Failed(result)) return result;
-    const GstSamplePtr sample(gst_app_sink_try_pull_preroll(GST_APP_SINK(m_pRenderer), 0));
+    // A failed read tells its reason before its end gets here; without this wait that comes late.
+    const GstSamplePtr sample(
+        gst_app_sink_try_pull_preroll(GST_APP_SINK(m_pRenderer), 200 * GST_MSECOND));
     try {
         if (sample && copy_picture(sample.get(), picture)) return S_OK;
     } catch (const std::bad_alloc&) {
