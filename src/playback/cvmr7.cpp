@@ -128,7 +128,7 @@ HRESULT CVMR7::SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle) 
     if (!Filter()) return E_HANDLE;
     SetArea(rectangle);
     m_latest->SetWindow(window);
-    if (window && m_latest->Get()) window->PictureChanged();
+    if (m_latest->Get()) m_latest->TellWindow();
     return S_OK;
 }
 
