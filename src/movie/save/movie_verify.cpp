@@ -56,7 +56,12 @@ MovieCode VerifyPictures(CMP4MovieRead* source, const std::string& output,
         }
         ++*verified;
     }
-    if (written.ReadSample(&to, &saved, &of_saved) == kMovieEndOfSamples) return kMovieOk;
+    const MovieCode code = written.ReadSample(&to, &saved, &of_saved);
+    if (code == kMovieEndOfSamples) return kMovieOk;
+    if (code != kMovieOk && is_unreadable(code, written)) {
+        *reason = cant_read_back(written);
+        return code;
+    }
     *reason = {ReasonCode::kMorePictures, ReasonSide::kTarget, output, {}};
     return kMovieMismatch;
 }
