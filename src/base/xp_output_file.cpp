@@ -15,15 +15,20 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 namespace tarn {
 namespace {
 
+constexpr std::string_view kMark = "tarn-";  // tells our hidden files from anybody else's
 constexpr size_t kRandomLength = 8;
+constexpr size_t kMarkedLength = kMark.size() + kRandomLength;
 constexpr int kNameAttempts = 16;
-constexpr time_t kLeftOverAge = 60 * 60;  // seconds without a write
+constexpr time_t kLeftOverAge = 60;  // seconds without a write
 constexpr mode_t kPermissionBits = 0777;
+constexpr std::string_view kRandomLetters = "abcdefghijklmnopqrstuvwxyz012345";  // 32: no bias
+constexpr std::string_view kSuffixes[] = {".part", ".$$$"};
 
 int close_descriptor(int* descriptor) {
     return *descriptor >= 0 ? close(std::exchange(*descriptor, -1)) : 0;
@@ -43,8 +48,7 @@ std::string folder_part(const std::string& path) {
     return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
 }
 
-std::string random_part() {
-    static const char letters[] = "abcdefghijklmnopqrstuvwxyz012345";  // 32: no bias
+std::string marked_part() {
     unsigned char bytes[kRandomLength] = {};
     if (getrandom(bytes, sizeof bytes, 0) < 0) {
         timespec now{};
@@ -53,9 +57,9 @@ std::string random_part() {
         for (size_t i = 0; i < kRandomLength; ++i)
             bytes[i] = static_cast<unsigned char>(seed >> (5 * i));
     }
-    std::string text;
+    std::string text(kMark);
     for (const unsigned char byte : bytes)
-        text += letters[byte % 32];
+        text += kRandomLetters[byte % 32];
     return text;
 }
 
@@ -97,9 +101,28 @@ int sync_folder(int folder) {
     return error == EIO || XpIsDiskFull(error) ? error : 0;
 }
 
+// Whether a hidden name is of our making: ".<name>.tarn-<random>.part".
+bool is_hidden_name(std::string_view name) {
+    for (const std::string_view suffix : kSuffixes) {
+        if (!name.ends_with(suffix) || name.size() < kMarkedLength + suffix.size() + 3) continue;
+        name.remove_suffix(suffix.size());
+        std::string_view marked = name.substr(name.size() - kMarkedLength);
+        name.remove_suffix(kMarkedLength);
+        if (name.front() != '.' || name.back() != '.' || !marked.starts_with(kMark)) return false;
+        marked.remove_prefix(kMark.size());
+        return marked.find_first_not_of(kRandomLetters) == std::string_view::npos;
+    }
+    return false;
+}
+
 bool is_left_over(const struct stat& info) {
     return S_ISREG(info.st_mode) && info.st_uid == geteuid() &&
            info.st_mtime < time(nullptr) - kLeftOverAge;
+}
+
+// The way to an open file that has no name.
+std::string path_of(int descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor);
 }
 
 }  // namespace
@@ -131,12 +154,18 @@ int XpOutputFile::FindTarget(const std::string& target, mode_t* keptMode) {
     return 0;
 }
 
-int XpOutputFile::Create(const std::string& target, Existing existing, const std::string& suffix) {
+int XpOutputFile::Create(const std::string& target, Existing existing, const std::string& suffix,
+                         Until until) {
     Discard();
     m_existing = existing;
+    m_suffix = suffix;
     mode_t keptMode = 0;
     int error = FindTarget(target, &keptMode);
-    if (error == 0) error = OpenTemporary(suffix);
+    if (error == 0) {
+        RemoveLeftOvers();
+        const bool nameless = until == Until::kNameless && OpenNameless() == 0;
+        if (!nameless) error = OpenHidden();
+    }
     // A file system without permissions refuses; then there are none to pass on.
     if (error == 0 && keptMode != 0 && fchmod(m_file.Descriptor(), keptMode) != 0 && errno != EPERM)
         error = errno;
@@ -144,33 +173,56 @@ int XpOutputFile::Create(const std::string& target, Existing existing, const std
     return error;
 }
 
-int XpOutputFile::OpenTemporary(const std::string& suffix) {
-    const long longest = pathconf(m_folderPath.c_str(), _PC_NAME_MAX);
-    const size_t limit = longest > 0 ? static_cast<size_t>(longest) : NAME_MAX;
-    const size_t fixed = 2 + kRandomLength + suffix.size();
-    if (fixed >= limit || suffix.find('/') != std::string::npos) return EINVAL;
-    std::string prefix(1, '.');
-    prefix.append(shortened(m_name, limit - fixed)).append(1, '.');
-    RemoveLeftOvers(prefix, suffix);
-
-    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        std::string name = prefix;
-        name.append(random_part()).append(suffix);
-        const int descriptor =
-            openat(m_folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (descriptor < 0 && (errno == EEXIST || errno == EINTR)) continue;
-        if (descriptor < 0) return errno;
-        m_temporary = name;
-        m_file.Adopt(descriptor);
-        // Marks the file as alive for RemoveLeftOvers; where locks are lacking its age does.
-        static_cast<void>(flock(descriptor, LOCK_EX | LOCK_NB));
-        return 0;
-    }
-    return EEXIST;
+std::string XpOutputFile::TemporaryPath() const {
+    return m_temporary.empty() ? path_of(m_file.Descriptor()) : m_folderPath + m_temporary;
 }
 
-// Hidden files of this target whose program was killed. Nothing here may fail the save.
-void XpOutputFile::RemoveLeftOvers(const std::string& prefix, const std::string& suffix) const {
+// 0 only where the file can be given a name later, which takes a way to it.
+int XpOutputFile::OpenNameless() {
+    m_file.Adopt(openat(m_folder, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
+    struct stat info {};
+    if (m_file.IsOpen() && stat(path_of(m_file.Descriptor()).c_str(), &info) == 0) return 0;
+    static_cast<void>(m_file.Close());
+    return EOPNOTSUPP;
+}
+
+// What a hidden name of the target begins with: as much of its name as there is room for.
+int XpOutputFile::HiddenPrefix(std::string* prefix) const {
+    const long longest = pathconf(m_folderPath.c_str(), _PC_NAME_MAX);
+    const size_t limit = longest > 0 ? static_cast<size_t>(longest) : NAME_MAX;
+    const size_t fixed = 2 + kMarkedLength + m_suffix.size();
+    if (fixed >= limit || m_suffix.find('/') != std::string::npos) return EINVAL;
+    prefix->assign(1, '.').append(shortened(m_name, limit - fixed)).append(1, '.');
+    return 0;
+}
+
+// Calls take(name), which answers 0 or errno, with hidden names until one is free.
+template <typename Take>
+int XpOutputFile::TakeHiddenName(Take take) {
+    std::string prefix;
+    int error = HiddenPrefix(&prefix);
+    for (int attempt = 0; error == 0 && attempt < kNameAttempts; ++attempt) {
+        const std::string name = prefix + marked_part() + m_suffix;
+        error = take(name);
+        if (error == 0) m_temporary = name;
+        if (error != EEXIST && error != EINTR) return error;
+        error = 0;
+    }
+    return error != 0 ? error : EEXIST;
+}
+
+int XpOutputFile::OpenHidden() {
+    const int error = TakeHiddenName([this](const std::string& name) {
+        m_file.Adopt(openat(m_folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+        return m_file.IsOpen() ? 0 : errno;
+    });
+    // Marks the file as alive for RemoveLeftOvers; where locks are lacking its age does.
+    if (error == 0) static_cast<void>(flock(m_file.Descriptor(), LOCK_EX | LOCK_NB));
+    return error;
+}
+
+// Hidden files whose program was killed. Nothing here may fail the save.
+void XpOutputFile::RemoveLeftOvers() const {
     const int readable = openat(m_folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (readable < 0) return;
     const std::unique_ptr<DIR, CloseFolder> folder(fdopendir(readable));
@@ -179,27 +231,37 @@ void XpOutputFile::RemoveLeftOvers(const std::string& prefix, const std::string&
         return;
     }
     while (const dirent* entry = readdir(folder.get())) {
-        const std::string name = entry->d_name;
-        if (name.size() != prefix.size() + kRandomLength + suffix.size() ||
-            !name.starts_with(prefix) || !name.ends_with(suffix))
-            continue;
+        if (!is_hidden_name(entry->d_name)) continue;
         XpFile file;
-        file.Adopt(openat(m_folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        file.Adopt(openat(m_folder, entry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         struct stat info {};
         if (file.IsOpen() && fstat(file.Descriptor(), &info) == 0 && is_left_over(info) &&
             flock(file.Descriptor(), LOCK_EX | LOCK_NB) == 0)
-            unlinkat(m_folder, name.c_str(), 0);
+            unlinkat(m_folder, entry->d_name, 0);
     }
 }
 
+// The target's name, for a file that has a hidden one or none.
+int XpOutputFile::GiveName() {
+    const auto link = [this](const std::string& name) {
+        const std::string path = path_of(m_file.Descriptor());
+        return linkat(AT_FDCWD, path.c_str(), m_folder, name.c_str(), AT_SYMLINK_FOLLOW) != 0
+                   ? errno
+                   : 0;
+    };
+    const bool nameless = m_temporary.empty();
+    if (m_existing == Existing::kRefuse)
+        return nameless ? link(m_name) : XpRenameNew(m_folder, m_temporary, m_name);
+    // Only a rename replaces, and only what has a name can be renamed.
+    if (nameless)
+        if (const int error = TakeHiddenName(link)) return error;
+    return renameat(m_folder, m_temporary.c_str(), m_folder, m_name.c_str()) != 0 ? errno : 0;
+}
+
 int XpOutputFile::Commit() {
-    if (!m_file.IsOpen() || m_temporary.empty()) return EBADF;
+    if (!m_file.IsOpen()) return EBADF;
     int error = m_file.Sync();
-    if (error == 0 && m_existing == Existing::kReplace) {
-        if (renameat(m_folder, m_temporary.c_str(), m_folder, m_name.c_str()) != 0) error = errno;
-    } else if (error == 0) {
-        error = XpRenameNew(m_folder, m_temporary, m_name);
-    }
+    if (error == 0) error = GiveName();
     if (error == 0) {
         m_temporary.clear();
         error = sync_folder(m_folder);

@@ -1,7 +1,7 @@
 // wave_file.h - treats the sound of a WAV file and writes it to a new one.
 //
 // Whatever happens, the source is never written to, and an old target stays until the new file is
-// complete: that grows under a hidden name in the target's folder and is renamed at the end.
+// complete and gets its name.
 #pragma once
 
 #include <cstdint>

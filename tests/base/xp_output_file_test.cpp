@@ -14,6 +14,8 @@ namespace tarn {
 namespace {
 
 using Existing = XpOutputFile::Existing;
+using Until = XpOutputFile::Until;
+constexpr Until kBothWays[] = {Until::kNameless, Until::kHidden};
 
 void WriteText(XpFile& file, const std::string& text) {
     uint64_t done = 0;
@@ -24,35 +26,46 @@ int ModeOf(const std::string& path) {
     return static_cast<int>(std::filesystem::status(path).permissions());
 }
 
+bool CanBeNameless(const TempDir& dir) {
+    XpFile file;
+    file.Adopt(open(dir.Path("").c_str(), O_TMPFILE | O_RDWR, 0600));
+    return file.IsOpen();
+}
+
 TEST(XpOutputFile, AppearsWholeOrNotAtAll) {
-    TempDir dir;
-    {
+    for (const Until until : kBothWays) {
+        SCOPED_TRACE(static_cast<int>(until));
+        TempDir dir;
+        {
+            XpOutputFile output;
+            ASSERT_EQ(output.Create(dir.Path("song.mp4"), Existing::kRefuse, ".part", until), 0);
+            WriteText(output.File(), "half");
+            XpFile again;
+            EXPECT_EQ(again.Open(output.TemporaryPath(), XpFile::Mode::kRead), 0);
+            const std::string hidden = std::filesystem::path(output.TemporaryPath()).filename();
+            const bool has_name = until == Until::kHidden || !CanBeNameless(dir);
+            EXPECT_EQ(hidden.starts_with(".song.mp4.tarn-") && hidden.ends_with(".part"), has_name);
+            EXPECT_EQ(dir.FileCount(), has_name ? 1u : 0u);
+        }
+        EXPECT_EQ(dir.FileCount(), 0u) << "without a commit nothing stays";
+
+        const mode_t mask = umask(027);
         XpOutputFile output;
-        ASSERT_EQ(output.Create(dir.Path("song.mp4")), 0);
-        WriteText(output.File(), "half");
-        EXPECT_FALSE(std::filesystem::exists(dir.Path("song.mp4")));
-        const std::string hidden = std::filesystem::path(output.TemporaryPath()).filename();
-        EXPECT_TRUE(hidden.starts_with(".song.mp4.") && hidden.ends_with(".part")) << hidden;
+        ASSERT_EQ(output.Create(dir.Path("song.wav"), Existing::kRefuse, ".$$$", until), 0);
+        umask(mask);
+        WriteText(output.File(), "whole");
+        EXPECT_EQ(output.Commit(), 0);
+        EXPECT_EQ(output.Commit(), EBADF);
+        EXPECT_EQ(dir.Read("song.wav"), "whole");
+        EXPECT_EQ(ModeOf(dir.Path("song.wav")), 0640);
+
+        XpOutputFile late;
+        ASSERT_EQ(late.Create(dir.Path("song.mp4"), Existing::kRefuse, ".part", until), 0);
+        dir.Write("song.mp4", "came first");
+        EXPECT_EQ(late.Commit(), EEXIST);
+        EXPECT_EQ(dir.Read("song.mp4"), "came first");
+        EXPECT_EQ(dir.FileCount(), 2u);
     }
-    EXPECT_EQ(dir.FileCount(), 0u) << "without a commit nothing stays";
-
-    const mode_t mask = umask(027);
-    XpOutputFile output;
-    ASSERT_EQ(output.Create(dir.Path("song.wav"), Existing::kRefuse, ".$$$"), 0);
-    umask(mask);
-    EXPECT_TRUE(output.TemporaryPath().ends_with(".$$$"));
-    WriteText(output.File(), "whole");
-    EXPECT_EQ(output.Commit(), 0);
-    EXPECT_EQ(output.Commit(), EBADF);
-    EXPECT_EQ(dir.Read("song.wav"), "whole");
-    EXPECT_EQ(ModeOf(dir.Path("song.wav")), 0640);
-
-    XpOutputFile late;
-    ASSERT_EQ(late.Create(dir.Path("song.mp4")), 0);
-    dir.Write("song.mp4", "came first");
-    EXPECT_EQ(late.Commit(), EEXIST);
-    EXPECT_EQ(dir.Read("song.mp4"), "came first");
-    EXPECT_EQ(dir.FileCount(), 2u);
 }
 
 TEST(XpOutputFile, RefusesBeforeAnyWork) {
@@ -103,14 +116,14 @@ TEST(XpOutputFile, ReplacesByRename) {
 TEST(XpOutputFile, KeepsToTheLongestNameAndFollowsItsFolder) {
     TempDir dir;
     ASSERT_EQ(mkdir(dir.Path("a").c_str(), 0700), 0);
-    // One byte, then 127 letters of two: a plain cut at 240 bytes would split a letter.
-    std::string name = "b";
+    // Letters of two bytes: a plain cut at 235 of them would split one.
+    std::string name;
     for (int i = 0; i < 127; ++i)
         name += "\xC3\xA4";
     XpOutputFile output;
-    ASSERT_EQ(output.Create(dir.Path("a/" + name)), 0);
+    ASSERT_EQ(output.Create(dir.Path("a/" + name), Existing::kRefuse, ".part", Until::kHidden), 0);
     const std::string hidden = std::filesystem::path(output.TemporaryPath()).filename();
-    EXPECT_EQ(hidden.substr(0, 240), "." + name.substr(0, 239));
+    EXPECT_EQ(hidden.substr(0, 235), "." + name.substr(0, 234));
     EXPECT_EQ(hidden.size(), 254u);
     ASSERT_EQ(rename(dir.Path("a").c_str(), dir.Path("b").c_str()), 0);
     EXPECT_EQ(output.Commit(), 0);
@@ -133,25 +146,35 @@ TEST(XpOutputFile, EveryWayOfRenamingRefusesToReplace) {
     }
 }
 
-// What a killed program left goes with the next save of that target, unless it may still be alive.
+// What a killed program left goes with the next save into that folder, unless it may be alive.
 TEST(XpOutputFile, RemovesWhatAKilledSaveLeft) {
     TempDir dir;
     const timespec old[2] = {{1000, 0}, {1000, 0}};
-    // Left over, not of our making, of another target; the last was written a moment ago.
-    for (const char* name : {".song.mp4.abcdefgh.part", ".song.mp4.notes.part",
-                             ".other.mp4.abcdefgh.part", ".song.mp4.bcdefghi.part"}) {
-        dir.Write(name, "half");
-        ASSERT_EQ(utimensat(AT_FDCWD, dir.Path(name).c_str(), old, 0), 0);
+    const struct {
+        const char* name;
+        bool aged, goes;
+    } files[] = {
+        {".song.mp4.tarn-abcdefgh.part", true, true},
+        {".other.wav.tarn-ab012345.$$$", true, true},
+        {".song.mp4.tarn-bcdefghi.part", false, false},  // written a moment ago
+        {".song.mp4.download.part", true, false},        // others' from here on
+        {".song.mp4.tarn-ABCDEFGH.part", true, false},
+        {".song.mp4xtarn-abcdefgh.part", true, false},
+        {"song.mp4.tarn-abcdefgh.part", true, false},
+    };
+    for (const auto& file : files) {
+        dir.Write(file.name, "half");
+        if (!file.aged) continue;
+        ASSERT_EQ(utimensat(AT_FDCWD, dir.Path(file.name).c_str(), old, 0), 0);
     }
-    dir.Write(".song.mp4.bcdefghi.part", "more");
     XpOutputFile alive, output;
-    ASSERT_EQ(alive.Create(dir.Path("song.mp4")), 0);
+    ASSERT_EQ(alive.Create(dir.Path("a.mp4"), Existing::kRefuse, ".part", Until::kHidden), 0);
     ASSERT_EQ(utimensat(AT_FDCWD, alive.TemporaryPath().c_str(), old, 0), 0);
-    ASSERT_EQ(output.Create(dir.Path("song.mp4")), 0);
+    ASSERT_EQ(output.Create(dir.Path("b.mp4")), 0);
 
-    EXPECT_FALSE(std::filesystem::exists(dir.Path(".song.mp4.abcdefgh.part")));
+    for (const auto& file : files)
+        EXPECT_EQ(std::filesystem::exists(dir.Path(file.name)), !file.goes) << file.name;
     EXPECT_TRUE(std::filesystem::exists(alive.TemporaryPath()));
-    EXPECT_EQ(dir.FileCount(), 5u);
 }
 
 }  // namespace

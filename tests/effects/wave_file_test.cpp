@@ -153,7 +153,7 @@ TEST(WaveFile, FadesAcrossItsBlocks) {
     dir.Write("in.wav", WaveFile({.rate = 8000}, sound));
     const auto note = [&](uint32_t block, uint32_t blocks) {
         calls += std::to_string(block) + "/" + std::to_string(blocks) + " ";
-        return dir.FileCount() == 2;
+        return !std::filesystem::exists(dir.Path("out.wav"));
     };
     ASSERT_EQ(
         AMPEffectProcessWaveFile(dir.Path("out.wav"), dir.Path("in.wav"), {.fade = 1}, 0, 0, note),

@@ -7,8 +7,8 @@
 //     ... the complete file can be read at writer.HiddenPath() ...
 //     if (code == kMovieOk) code = writer.Close();
 //
-// Nothing stands under the path before Close has succeeded: the bytes go to a hidden name beside
-// it, which the destructor takes away again after a failure.
+// Nothing stands under the path before Close has succeeded: the bytes go to a file beside it, which
+// the destructor takes away again after a failure.
 #pragma once
 
 #include <cstdint>
@@ -78,7 +78,7 @@ public:
     MovieCode Open(XpSharedPtr<CMP4MovieRead> reader, Mp4Layout layout, uint64_t totalBytes);
     // One round: a chunk of pictures and the sound that goes with it. kMovieDone after the last.
     MovieCode WriteNext();
-    // Writes what follows the media: the file is complete, under its hidden name still.
+    // Writes what follows the media: the file is complete, but for its name.
     MovieCode Finish();
     std::string HiddenPath() const { return m_output.TemporaryPath(); }
     // Gives the finished file its name.

@@ -160,7 +160,7 @@ MovieCode Saving::Verify(const std::string& written) {
         VerifyPictures(m_reader.get(), written, step, &m_saved->verifiedSamples, &reason);
     if (code == kMovieOk) return kMovieOk;
     if (code == kMovieCancelled) return Cancelled();
-    // Nobody knows the hidden name.
+    // Nobody knows the file by that path.
     if (reason.side == ReasonSide::kTarget) reason.file = m_segment.target;
     return Fail(code, reason);
 }

@@ -25,7 +25,7 @@ public:
     MovieCode Open(XpSharedPtr<CMP4MovieRead> reader);
     // Some more of the sound. kMovieDone after the last.
     MovieCode WriteNext();
-    // The file is complete, under its hidden name still.
+    // The file is complete, but for its name.
     MovieCode Finish();
     std::string HiddenPath() const { return m_output.TemporaryPath(); }
     // Gives the finished file its name.
