@@ -41,12 +41,17 @@ XpFile::~XpFile() {
     Close();
 }
 
-XpFile::XpFile(XpFile&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+XpFile::XpFile(XpFile&& other) noexcept {
+    *this = std::move(other);
+}
 
 XpFile& XpFile::operator=(XpFile&& other) noexcept {
     if (this != &other) {
         Close();
         m_descriptor = std::exchange(other.m_descriptor, -1);
+        m_lastError = other.m_lastError;
+        m_length = other.m_length;
+        m_changed = other.m_changed;
     }
     return *this;
 }
@@ -86,15 +91,23 @@ int XpFile::Open(const std::string& path, Mode mode) {
         close(descriptor);
         return error;
     }
-    m_descriptor = descriptor;
-    m_lastError = 0;
+    Adopt(descriptor);
+    m_length = info.st_size;
+    m_changed = info.st_mtim;
     return 0;
+}
+
+bool XpFile::IsUnchanged() const {
+    struct stat now {};
+    return fstat(m_descriptor, &now) == 0 && now.st_nlink > 0 && now.st_size == m_length &&
+           now.st_mtim.tv_sec == m_changed.tv_sec && now.st_mtim.tv_nsec == m_changed.tv_nsec;
 }
 
 void XpFile::Adopt(int descriptor) {
     Close();
     m_descriptor = descriptor;
     m_lastError = 0;
+    m_length = -1;
 }
 
 int XpFile::Close() {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <utility>
 
@@ -32,6 +33,8 @@ public:
     void Adopt(int descriptor);
     bool IsOpen() const { return m_descriptor >= 0; }
     int Descriptor() const { return m_descriptor; }
+    // Whether it is still the file that Open found: as long, last changed then, not removed.
+    bool IsUnchanged() const;
     // The descriptor becomes the caller's to close.
     [[nodiscard]] int Release() { return std::exchange(m_descriptor, -1); }
     // Closing may report a write that failed late. The file counts as closed either way.
@@ -56,6 +59,8 @@ private:
 
     int m_descriptor = -1;
     int m_lastError = 0;
+    int64_t m_length = -1;  // bytes, as Open found it
+    timespec m_changed{};
 };
 
 // XpFile::ReadAt for a descriptor that somebody else owns.

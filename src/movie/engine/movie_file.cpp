@@ -1,7 +1,5 @@
 #include "movie/engine/movie_file.h"
 
-#include <sys/stat.h>
-
 #include <new>
 #include <utility>
 
@@ -27,8 +25,6 @@ MovieCode MovieFile::OpenFile(const std::string& path) {
 }
 
 MovieCode MovieFile::MakeHost() {
-    struct stat info {};
-    if (fstat(m_file.Descriptor(), &info) == 0) m_changed = info.st_mtim;
     Mp4HostCallbacks callbacks{};
     mp4_init_file_callbacks(&callbacks);
     callbacks.userData = &m_file;
@@ -49,13 +45,6 @@ void MovieFile::Close() {
     mp4_free_host(std::exchange(m_host, nullptr));
     m_file.Close();
     m_flags = 0;
-}
-
-bool MovieFile::IsUnchanged() const {
-    struct stat now {};
-    return m_file.IsOpen() && fstat(m_file.Descriptor(), &now) == 0 && now.st_nlink > 0 &&
-           static_cast<uint64_t>(now.st_size) == m_size && now.st_mtim.tv_sec == m_changed.tv_sec &&
-           now.st_mtim.tv_nsec == m_changed.tv_nsec;
 }
 
 MovieCode MovieFile::ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes) {

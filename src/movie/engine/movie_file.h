@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
 #include <string>
 #include <vector>
 
@@ -32,7 +31,7 @@ public:
     uint32_t Flags() const { return m_flags; }  // Mp4FileFlags
     uint64_t Size() const { return m_size; }
     // Whether the file is still what was opened: same length and time of change, not removed.
-    bool IsUnchanged() const;
+    bool IsUnchanged() const { return m_file.IsUnchanged(); }
     // Bytes of a sample or a run of them. FF4_RET_FORMAT where they reach past the end of the file,
     // before any memory is taken; kMovieSystem where they can't be read.
     MovieCode ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes);
@@ -51,7 +50,6 @@ private:
 
     XpFile m_file;
     std::string m_path;
-    timespec m_changed{};  // when the file had last been changed as it was opened
     uint64_t m_size = 0;
     Mp4Host* m_host = nullptr;
     Mp4ReadSession* m_session = nullptr;
