@@ -27,7 +27,8 @@ const char* meaning(MovieFileStatus status) {
 
 int run_check(const std::string& path) {
     Reason reason;
-    const MovieFileStatus status = CheckMovieFile(path, true, nullptr, &reason);
+    const MovieFileStatus status = CheckAnyFile(path, true, nullptr, &reason);
+    reason = OfEitherKind(std::move(reason));
     std::cout << static_cast<int>(status) << ' ' << meaning(status);
     // "can't be opened" is said already.
     if (const int error = reason.SystemError())
@@ -35,7 +36,8 @@ int run_check(const std::string& path) {
     else if (reason)
         std::cout << ": " << ReasonText(reason);
     std::cout << '\n';
-    return reason ? Fail(reason) : kExitDone;
+    // A usable file may lack something all the same.
+    return status != kFileUsable ? Fail(reason) : kExitDone;
 }
 
 }  // namespace
@@ -43,7 +45,7 @@ int run_check(const std::string& path) {
 void AddCheckCommand(CLI::App& app, int* status) {
     auto path = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand("check", "Tell whether a clip can be edited");
-    command->add_option("FILE", *path, "An .mp4 or .wav file")->required();
+    command->add_option("FILE", *path, "A movie or WAV file")->required();
     command->footer(
         "Prints a digit and its meaning: 3 usable, 2 not usable, 1 no preview, 0 can't "
         "be opened.\nThe exit status is 0 for 3 alone.");

@@ -1,19 +1,24 @@
 // export_command.cpp - `tarn export IN OUT` and `tarn export IN… --to DIR`: clips with their sound
 // treated.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <cerrno>
 #include <iostream>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <utility>
 
-#include "base/xp_dir.h"
 #include "base/xp_file.h"
 #include "base/xp_path.h"
 #include "cli/commands.h"
 #include "cli/export_job.h"
 #include "cli/report.h"
 #include "cli/times.h"
+#include "effects/wave_header.h"
 
 namespace tarn {
 namespace {
@@ -28,33 +33,34 @@ struct Options {
     unsigned jobs = 0;
 };
 
-// By content: names are the user's business.
-Reason look_for_wave(const std::string& path, bool* is_wave) {
-    XpFile file;
-    char head[12] = {};
-    uint64_t done = 0;
-    if (const int error = file.Open(path, XpFile::Mode::kRead))
-        return SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error);
-    if (const int error = file.ReadAt(0, head, sizeof head, &done))
-        return SystemReason(ReasonCode::kCantRead, ReasonSide::kSource, path, error);
-    const std::string_view text(head, sizeof head);
-    *is_wave = text.starts_with("RIFF") && text.ends_with("WAVE");
-    return {};
+// The name of an input's output in the folder of a batch.
+std::string output_in(const Options& options, const std::string& input, bool is_wave) {
+    const bool wav = options.wav || is_wave;
+    return XpPath::Join(options.to, XpPath::Stem(input) + (wav ? ".wav" : ".mp4"));
 }
 
-ExportReport export_one(const ExportOptions& options, const CancelOnSignals& cancel) {
+// What is in the input decides, and the output's name; that of a batch is chosen here.
+ExportReport export_one(const Options& options, ExportOptions* one, const CancelOnSignals& cancel) {
+    const bool batch = !options.to.empty();
     const auto refuse = [&](ReasonCode code) {
-        return ExportReport{{code, ReasonSide::kTarget, options.output, {}}, {}};
+        return ExportReport{{code, ReasonSide::kTarget, one->output, {}}, {}};
     };
-    const bool wav = XpPath::HasExtension(options.output, ".wav");
-    if (!wav && !XpPath::HasExtension(options.output, ".mp4"))
-        return refuse(ReasonCode::kNotMovieOrWave);
-    ExportReport report = ExportMovie(options, cancel);
-    if (report.reason.code != ReasonCode::kNotAMovie) return report;
+    XpFile file;
     bool is_wave = false;
-    if (Reason reason = look_for_wave(options.input, &is_wave)) return {std::move(reason), {}};
-    if (!is_wave) return report;
-    return wav ? ExportWave(options, cancel) : refuse(ReasonCode::kWaveAsMovie);
+    const Reason unreadable = OpenAndLookForWave(one->input, &file, &is_wave);
+    if (batch) one->output = output_in(options, one->input, is_wave);
+    const bool wav = XpPath::HasExtension(one->output, ".wav");
+    if (!wav && !XpPath::HasExtension(one->output, ".mp4"))
+        return refuse(ReasonCode::kNotMovieOrWave);
+    if (unreadable) return {unreadable, {}};
+    if (is_wave && one->exact && !batch)
+        throw CLI::ValidationError("--exact", "means nothing for a WAV file");
+    if (is_wave && !wav) return refuse(ReasonCode::kWaveAsMovie);
+    if (is_wave) return ExportWave(*one, std::move(file), cancel);
+    file.Close();
+    ExportReport report = ExportMovie(*one, cancel);
+    report.reason = OfEitherKind(std::move(report.reason));
+    return report;
 }
 
 int run_single(const Options& options) {
@@ -63,16 +69,10 @@ int run_single(const Options& options) {
     one.input = options.files[0];
     one.output = options.files[1];
     if (options.wav && !XpPath::HasExtension(one.output, ".wav")) one.output += ".wav";
-    const ExportReport report = export_one(one, cancel);
+    const ExportReport report = export_one(options, &one, cancel);
     if (report.reason) return Fail(report.reason, one.json);
     if (one.json) PrintJson(report.document);
     return kExitDone;
-}
-
-// The name of an input's output in the folder of a batch.
-std::string output_in(const Options& options, const std::string& input) {
-    const bool wav = options.wav || XpPath::HasExtension(input, ".wav");
-    return XpPath::Join(options.to, XpPath::Stem(input) + (wav ? ".wav" : ".mp4"));
 }
 
 // Takes inputs off the list, as many at once as there are workers.
@@ -106,11 +106,10 @@ private:
         for (size_t n = m_next++; n < m_results.size(); n = m_next++) {
             ExportOptions one = m_options.one;
             one.input = m_options.files[n];
-            one.output = output_in(m_options, one.input);
             one.quiet = true;
             const bool cancelled = m_cancel.Requested();
             const ExportReport report =
-                cancelled ? ExportReport{CancelledReason(one), {}} : export_one(one, m_cancel);
+                cancelled ? ExportReport{CancelledReason(one), {}} : Export(&one);
             const std::lock_guard lock(m_mutex);
             m_results[n] = report.document;
             if (report.reason) {
@@ -124,9 +123,17 @@ private:
             if (!one.json) std::cout << XpPath::Printable(one.output) << " saved" << std::endl;
         }
     }
+    // One clip that takes more memory than there is fails alone.
+    ExportReport Export(ExportOptions* one) const {
+        try {
+            return export_one(m_options, one, m_cancel);
+        } catch (const std::bad_alloc&) {
+            return {{ReasonCode::kOutOfMemory, ReasonSide::kNone, one->input, {}}, {}};
+        }
+    }
     // Of an input whose turn did not come.
     static Reason CancelledReason(const ExportOptions& one) {
-        return {ReasonCode::kCancelled, ReasonSide::kNone, one.output, {}};
+        return {ReasonCode::kCancelled, ReasonSide::kNone, one.input, {}};
     }
 
     const Options& m_options;
@@ -137,10 +144,18 @@ private:
     size_t m_done = 0;
 };
 
+Reason look_at_folder(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0 && errno != ENOENT && errno != ENOTDIR)
+        return SystemReason(ReasonCode::kCantWrite, ReasonSide::kTarget, path, errno);
+    if (!S_ISDIR(info.st_mode)) return {ReasonCode::kNotAFolder, ReasonSide::kTarget, path, {}};
+    if (access(path.c_str(), X_OK) != 0)
+        return SystemReason(ReasonCode::kCantWrite, ReasonSide::kTarget, path, errno);
+    return {};
+}
+
 int run_batch(const Options& options) {
-    if (!XpDir(options.to).Exists())
-        return Fail({ReasonCode::kNotAFolder, ReasonSide::kTarget, options.to, {}},
-                    options.one.json);
+    if (const Reason reason = look_at_folder(options.to)) return Fail(reason, options.one.json);
     Batch batch(options);
     batch.Run();
     return batch.Summarise();
@@ -159,6 +174,11 @@ void check_usage(const Options& options) {
     const ExportOptions& one = options.one;
     if (options.to.empty() && options.files.size() != 2)
         throw CLI::ValidationError("FILE", "give an input and an output, or inputs and --to");
+    const bool wav =
+        options.wav || (options.to.empty() && XpPath::HasExtension(options.files[1], ".wav"));
+    if (one.verify && wav)
+        throw CLI::ValidationError("--verify",
+                                   "means nothing for sound alone: it compares pictures");
     if (one.out_ms && one.in_ms.value_or(0) >= *one.out_ms)
         throw CLI::ValidationError("--in", "must lie before --out");
 }

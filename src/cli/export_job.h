@@ -7,6 +7,7 @@
 #include <string>
 
 #include "base/reason.h"
+#include "base/xp_file.h"
 #include "cli/cancel.h"
 #include "cli/effect_options.h"
 
@@ -27,7 +28,8 @@ struct ExportReport {
     nlohmann::ordered_json document;  // of a finished one
 };
 
-ExportReport ExportWave(const ExportOptions& options, const CancelOnSignals& cancel);
+// `file` is the input, opened: all is read through it.
+ExportReport ExportWave(const ExportOptions& options, XpFile file, const CancelOnSignals& cancel);
 ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& cancel);
 
 }  // namespace tarn

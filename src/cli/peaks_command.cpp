@@ -1,9 +1,7 @@
 // peaks_command.cpp - `tarn peaks FILE`: the waveform as numbers or as a picture.
 #include <CLI/CLI.hpp>
-#include <cstring>
 #include <iostream>
 
-#include "base/xp_path.h"
 #include "cli/cancel.h"
 #include "cli/commands.h"
 #include "cli/effect_options.h"
@@ -11,8 +9,6 @@
 #include "cli/progress.h"
 #include "cli/report.h"
 #include "movie/waveform/peaks.h"
-#include "movie/waveform/wave_reader.h"
-#include "movie/waveform/waveform_movie.h"
 
 namespace tarn {
 namespace {
@@ -27,17 +23,6 @@ struct PeaksOptions {
     bool json = false, raw = false;
     AMPEffectSettings effects;
 };
-
-// By the name or, for other names, by how the file begins.
-bool is_wave(const std::string& path) {
-    if (XpPath::HasExtension(path, ".wav")) return true;
-    if (XpPath::HasExtension(path, ".mp4")) return false;
-    XpFile file;
-    char head[4] = {};
-    uint64_t done = 0;
-    return file.Open(path, XpFile::Mode::kRead) == 0 && file.Read(head, sizeof head, &done) == 0 &&
-           std::memcmp(head, "RIFF", 4) == 0;
-}
 
 Json pairs_json(const PeakSource& peaks, int channel) {
     Json list = Json::array();
@@ -91,11 +76,6 @@ int write_picture(const PeakSource& peaks, const PeaksOptions& options) {
                 options.json);
 }
 
-std::unique_ptr<WFFileReader> make_reader(const std::string& path) {
-    if (is_wave(path)) return std::make_unique<WFWaveReader>();
-    return std::make_unique<WFMP4Reader>();
-}
-
 // False where there is nothing to show.
 bool read_sound(WFFileReader* reader, const std::string& path, const CancelOnSignals& cancel) {
     ProgressBar bar;
@@ -116,12 +96,12 @@ std::string fault_text(const WFFileReader& reader) {
 }
 
 int run_peaks(const PeaksOptions& options) {
-    const std::unique_ptr<WFFileReader> reader = make_reader(options.path);
+    const std::unique_ptr<WFFileReader> reader = WFFileReader::ForFile(options.path);
     std::unique_ptr<PeakSource> peaks;
     {
         const CancelOnSignals cancel;
         if (!read_sound(reader.get(), options.path, cancel))
-            return Fail(reader->GetReason(), options.json);
+            return Fail(OfEitherKind(reader->GetReason()), options.json);
         // What could be read is shown all the same.
         if (reader->GetReason()) Note(options.path, fault_text(*reader));
         peaks = PeakSource::Create(reader.get(), options.columns);

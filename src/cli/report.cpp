@@ -18,6 +18,11 @@ int Fail(const Reason& reason, bool json) {
     return Fail(reason.file, ReasonText(reason));
 }
 
+Reason OfEitherKind(Reason reason) {
+    if (reason.code == ReasonCode::kNotAMovie) reason.code = ReasonCode::kNotMovieOrWave;
+    return reason;
+}
+
 void Note(const std::string& file, const std::string& text) {
     std::cout.flush();
     std::cerr << "tarn: " << XpPath::Printable(file) << ": " << text << '\n';

@@ -14,6 +14,9 @@ int Fail(const std::string& file, const std::string& reason);
 // The same of the reason's file. With `json` also the document {"error": ...} on standard output.
 int Fail(const Reason& reason, bool json = false);
 
+// Of a file that may be a movie or a WAV: what is no movie is neither.
+Reason OfEitherKind(Reason reason);
+
 // "tarn: FILE: TEXT" about work that goes on.
 void Note(const std::string& file, const std::string& text);
 

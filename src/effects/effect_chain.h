@@ -19,7 +19,7 @@ namespace tarn {
 
 // Hz. Outside of these nothing is sound that anybody means.
 constexpr uint32_t kMinSampleRate = 1000;
-constexpr uint32_t kMaxSampleRate = 1000000;
+constexpr uint32_t kMaxSampleRate = 384000;
 
 class AMPEffectChain;
 

@@ -34,12 +34,18 @@ bool same_file(const XpFile& source, const std::string& target) {
            a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// One rewriting, from open to commit.
+// One rewriting of an open source, up to the commit.
 class WaveJob {
 public:
-    WaveJob(const AMPWaveRewrite& job, const AMPEffectProgressCallback& callback)
-        : m_job(job), m_callback(callback) {}
+    WaveJob(AMPWaveSource* source, const AMPWaveRewrite& job,
+            const AMPEffectProgressCallback& callback)
+        : m_job(job),
+          m_callback(callback),
+          m_source(source->file),
+          m_header(source->header),
+          m_path(source->path) {}
     Reason Run();
+    uint64_t Frames() const { return m_frames; }
 
 private:
     Reason ChooseRange();
@@ -47,12 +53,12 @@ private:
     Reason TreatSound();
     Reason TreatBlock(int16_t* block, uint32_t size, uint32_t position);
 
-    Reason Source(ReasonCode code) const { return {code, ReasonSide::kSource, m_job.source, {}}; }
+    Reason Source(ReasonCode code) const { return {code, ReasonSide::kSource, m_path, {}}; }
     Reason Target(ReasonCode code) const { return {code, ReasonSide::kTarget, m_job.target, {}}; }
     // 0 is no failure.
     Reason CheckRead(int error) const {
         if (error == 0) return {};
-        return SystemReason(kCantRead, ReasonSide::kSource, m_job.source, error);
+        return SystemReason(kCantRead, ReasonSide::kSource, m_path, error);
     }
     Reason CheckWritten(int error) const {
         if (error == 0) return {};
@@ -61,17 +67,17 @@ private:
 
     const AMPWaveRewrite& m_job;
     const AMPEffectProgressCallback& m_callback;
-    XpFile m_source;
+    XpFile& m_source;
+    const WaveHeader& m_header;
+    const std::string& m_path;
     XpOutputFile m_output;
     AMPEffectChainPtr m_chain;
-    WaveHeader m_header{};
     uint64_t m_skip = 0, m_frames = 0;  // frames before the range, and in it
 };
 
 Reason WaveJob::Run() {
     if (characters(m_job.target) > kLongestTarget)
         return {kLongPath, ReasonSide::kTarget, m_job.target, {uint64_t{kLongestTarget}}};
-    if (Reason reason = AMPOpenWaveFile(m_job.source, &m_source, &m_header)) return reason;
     if (Reason reason = ChooseRange()) return reason;
     if (same_file(m_source, m_job.target)) return Target(kSameFile);
 
@@ -86,14 +92,12 @@ Reason WaveJob::Run() {
 
 Reason WaveJob::ChooseRange() {
     const uint64_t rate = m_header.sample_rate, start = m_job.start_ms, end = m_job.end_ms;
-    const uint64_t available = m_header.data_size / kWaveFrameSize;
+    const uint64_t available = m_header.Frames();
     m_skip = start * rate / 1000;
     if (m_skip > 0 && m_skip >= available) return Source(kWaveRange);
     if (end != 0 && end < start) return Source(kWaveRange);
     m_frames = end == 0 ? available - m_skip : (end - start) * rate / 1000;
     if (m_frames > available - m_skip) return Source(kWaveRange);
-    if ((m_skip + m_frames) * kWaveFrameSize > m_header.data_available)
-        return Source(kWaveCutShort);
 
     m_chain.reset(AMPEffectCreate(m_header.sample_rate));
     if (!m_chain || !AMPEffectSetParameters(m_chain.get(), m_job.settings)) throw std::bad_alloc();
@@ -132,7 +136,7 @@ Reason WaveJob::TreatSound() {
 Reason WaveJob::TreatBlock(int16_t* block, uint32_t size, uint32_t position) {
     uint64_t done = 0;
     if (Reason reason = CheckRead(m_source.Read(block, size, &done))) return reason;
-    if (done < size) return Source(kWaveCutShort);
+    if (done < size || !m_source.IsUnchanged()) return Source(kChanged);
     AMPEffectProcess(m_chain.get(), block, block, size / kWaveFrameSize, position);
     return CheckWritten(m_output.File().Write(block, size, &done));
 }
@@ -148,35 +152,44 @@ AMPWaveResult result_of(const Reason& reason) {
 
 }  // namespace
 
-Reason AMPOpenWaveFile(const std::string& path, XpFile* file, WaveHeader* header) {
-    constexpr ReasonSide kSide = ReasonSide::kSource;
-    if (const int error = file->Open(path, XpFile::Mode::kRead))
-        return SystemReason(kCantOpen, kSide, path, error);
-    Reason reason = ReadWaveHeader(file, header);
-    reason.file = path;
-    if (reason) return reason;
+Reason AMPOpenWaveSource(const std::string& path, AMPWaveSource* source) {
+    source->path = path;
+    if (const int error = source->file.Open(path, XpFile::Mode::kRead))
+        return SystemReason(kCantOpen, ReasonSide::kSource, path, error);
+    return AMPReadWaveSource(source);
+}
 
+Reason AMPReadWaveSource(AMPWaveSource* source) {
+    Reason reason = ReadWaveHeader(&source->file, &source->header);
+    reason.file = source->path;
+    if (reason) return reason;
     uint64_t length = 0;
-    if (const int error = file->GetLength(&length))
-        return SystemReason(kCantRead, kSide, path, error);
-    if (length >= kSizeLimit) return {kWaveTooLarge, kSide, path, {}};
-    if (header->sample_rate < kMinSampleRate || header->sample_rate > kMaxSampleRate)
-        return {kWaveRate, kSide, path, {uint64_t{header->sample_rate}}};
+    if (const int error = source->file.GetLength(&length))
+        return SystemReason(kCantRead, ReasonSide::kSource, source->path, error);
+    if (length >= kSizeLimit) return {kWaveTooLarge, ReasonSide::kSource, source->path, {}};
     return {};
 }
 
-Reason AMPRewriteWaveFile(const AMPWaveRewrite& job, const AMPEffectProgressCallback& callback) {
+Reason AMPRewriteWaveFile(AMPWaveSource* source, const AMPWaveRewrite& job,
+                          const AMPEffectProgressCallback& callback, uint64_t* frames) {
     try {
-        return WaveJob(job, callback).Run();
+        WaveJob work(source, job, callback);
+        Reason reason = work.Run();
+        if (frames) *frames = work.Frames();
+        return reason;
     } catch (const std::bad_alloc&) {
-        return {kOutOfMemory, ReasonSide::kNone, job.source, {}};
+        return {kOutOfMemory, ReasonSide::kNone, source->path, {}};
     }
 }
 
 int AMPEffectProcessWaveFile(const std::string& target, const std::string& source,
                              const AMPEffectSettings& settings, uint32_t start_ms, uint32_t end_ms,
                              const AMPEffectProgressCallback& callback) {
-    return result_of(AMPRewriteWaveFile({target, source, settings, start_ms, end_ms}, callback));
+    AMPWaveSource opened;
+    Reason reason = AMPOpenWaveSource(source, &opened);
+    if (!reason)
+        reason = AMPRewriteWaveFile(&opened, {target, settings, start_ms, end_ms}, callback);
+    return result_of(reason);
 }
 
 }  // namespace tarn

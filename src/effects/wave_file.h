@@ -28,21 +28,32 @@ enum AMPWaveResult : int {
     kWaveCancelled = -5,
 };
 
+// A WAV file that is open and can be treated.
+struct AMPWaveSource {
+    std::string path;
+    XpFile file;
+    WaveHeader header{};
+};
+
 struct AMPWaveRewrite {
-    std::string target, source;
+    std::string target;
     AMPEffectSettings settings = {};
     uint32_t start_ms = 0, end_ms = 0;  // of the source; end 0 takes the rest
     bool replace_target = true;         // false: an existing target is a failure, and stays
 };
 
-// Opens a WAV file that can be treated.
-[[nodiscard]] Reason AMPOpenWaveFile(const std::string& path, XpFile* file, WaveHeader* header);
+[[nodiscard]] Reason AMPOpenWaveSource(const std::string& path, AMPWaveSource* source);
+// The same for a source whose path and open file are there already.
+[[nodiscard]] Reason AMPReadWaveSource(AMPWaveSource* source);
 
-// The fade works on the range. Cancelling is a failure of the target's, too.
-[[nodiscard]] Reason AMPRewriteWaveFile(const AMPWaveRewrite& job,
-                                        const AMPEffectProgressCallback& callback);
+// The fade works on the range. Cancelling is a failure of the target's, too. A source that was
+// changed since it was opened is a failure of its own. `frames`, where given, gets what was
+// written.
+[[nodiscard]] Reason AMPRewriteWaveFile(AMPWaveSource* source, const AMPWaveRewrite& job,
+                                        const AMPEffectProgressCallback& callback,
+                                        uint64_t* frames = nullptr);
 
-// The same, with a target that is replaced. An AMPWaveResult.
+// From open to commit, with a target that is replaced. An AMPWaveResult.
 [[nodiscard]] int AMPEffectProcessWaveFile(const std::string& target, const std::string& source,
                                            const AMPEffectSettings& settings, uint32_t start_ms,
                                            uint32_t end_ms,

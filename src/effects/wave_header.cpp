@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "effects/effect_chain.h"
+
 namespace tarn {
 namespace {
 
@@ -20,9 +22,29 @@ void put_le32(uint8_t* p, uint32_t value) {
         p[i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
-bool is_stereo16(const uint8_t* head) {
-    return std::memcmp(head, "RIFF", 4) == 0 && std::memcmp(head + 8, "WAVE", 4) == 0 &&
-           get_le32(head + 16) == 16 && get_le16(head + 22) == 2 && get_le16(head + 34) == 16;
+constexpr size_t kWaveMark = 12;  // bytes that tell a WAV
+
+bool is_wave_mark(const uint8_t* head) {
+    return std::memcmp(head, "RIFF", 4) == 0 && std::memcmp(head + 8, "WAVE", 4) == 0;
+}
+
+// Of a head that is there as a whole.
+Reason why_not_treated(const uint8_t* head) {
+    const auto why = [](ReasonCode code, std::vector<ReasonArgument> arguments = {}) {
+        return Reason{code, ReasonSide::kSource, {}, std::move(arguments)};
+    };
+    if (!is_wave_mark(head)) return why(ReasonCode::kWaveFormat);
+    const uint64_t channels = get_le16(head + 22), bits = get_le16(head + 34);
+    const uint64_t rate = get_le32(head + 24);
+    // Only a format that stands in its place can be told in numbers.
+    const bool known = std::memcmp(head + 12, "fmt ", 4) == 0 && channels > 0 && bits > 0;
+    if (known && channels == 1) return why(ReasonCode::kSoundMono);
+    if (known && channels > 2) return why(ReasonCode::kSoundChannels, {channels});
+    if (known && bits != 16) return why(ReasonCode::kSoundBits, {bits});
+    if (channels != 2 || bits != 16 || get_le32(head + 16) != 16)
+        return why(ReasonCode::kWaveFormat);
+    if (rate < kMinSampleRate || rate > kMaxSampleRate) return why(ReasonCode::kWaveRate, {rate});
+    return {};
 }
 
 bool is_data(const uint8_t* name) {
@@ -36,8 +58,9 @@ Reason ReadWaveHeader(XpFile* file, WaveHeader* header) {
     int error = file->GetLength(&length);
     if (error == 0) error = file->ReadAt(0, header->head.data(), header->head.size(), &done);
     if (error != 0) return SystemReason(ReasonCode::kCantRead, ReasonSide::kSource, {}, error);
-    if (done < header->head.size() || !is_stereo16(header->head.data()))
-        return {ReasonCode::kWaveFormat, ReasonSide::kSource, {}, {}};
+    if (length == 0) return {ReasonCode::kEmptyFile, ReasonSide::kSource, {}, {}};
+    if (done < header->head.size()) return {ReasonCode::kWaveFormat, ReasonSide::kSource, {}, {}};
+    if (Reason reason = why_not_treated(header->head.data())) return reason;
     header->sample_rate = get_le32(header->head.data() + 24);
 
     uint64_t offset = header->head.size();
@@ -57,6 +80,18 @@ Reason ReadWaveHeader(XpFile* file, WaveHeader* header) {
         offset += size;  // no pad byte after an odd one
     }
     return {ReasonCode::kWaveNoSound, ReasonSide::kSource, {}, {}};
+}
+
+Reason OpenAndLookForWave(const std::string& path, XpFile* file, bool* is_wave) {
+    *is_wave = false;
+    if (const int error = file->Open(path, XpFile::Mode::kRead))
+        return SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error);
+    uint8_t mark[kWaveMark] = {};
+    uint64_t done = 0;
+    if (const int error = file->ReadAt(0, mark, sizeof mark, &done))
+        return SystemReason(ReasonCode::kCantRead, ReasonSide::kSource, path, error);
+    *is_wave = is_wave_mark(mark);
+    return {};
 }
 
 WaveStart MakeWaveStart(uint32_t sample_rate, uint32_t data_size) {

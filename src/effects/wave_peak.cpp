@@ -11,22 +11,22 @@ void AMPPeakMeter::Add(int8_t point) {
     if (size > m_maximum) m_maximum = static_cast<int8_t>(size);
 }
 
-Reason AMPMeasureWavePeak(const std::string& source, float* peak) {
-    XpFile file;
-    WaveHeader header;
-    if (Reason reason = AMPOpenWaveFile(source, &file, &header)) return reason;
-    AMPWavePoints points(&file, header, kOverviewRate);
+Reason AMPMeasureWavePeak(AMPWaveSource* source, float* peak, const AMPPeakProgress& progress) {
+    constexpr uint64_t kProgressStep = 1 << 12;  // points
+    AMPWavePoints points(&source->file, source->header, kOverviewRate);
     AMPPeakMeter meter;
     int8_t left = 0, right = 0;
     uint64_t taken = 0;
     for (; points.Next(&left, &right); ++taken) {
+        if (taken % kProgressStep == 0 && progress && !progress(taken, points.Count()))
+            return {ReasonCode::kCancelled, ReasonSide::kNone, source->path, {}};
         meter.Add(right);
         meter.Add(left);
     }
     if (taken < points.Count()) meter.Add(0);  // the rest of the overview stays 0
     *peak = meter.Peak();
     Reason reason = points.GetReason();
-    if (reason) reason.file = source;
+    if (reason) reason.file = source->path;
     return reason;
 }
 

@@ -6,7 +6,7 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <functional>
 
 #include "effects/wave_file.h"
 
@@ -27,7 +27,11 @@ private:
     int8_t m_maximum = 0;
 };
 
+// Called now and then with the points so far and their number. False cancels.
+using AMPPeakProgress = std::function<bool(uint64_t done, uint64_t count)>;
+
 // Of the whole file.
-[[nodiscard]] Reason AMPMeasureWavePeak(const std::string& source, float* peak);
+[[nodiscard]] Reason AMPMeasureWavePeak(AMPWaveSource* source, float* peak,
+                                        const AMPPeakProgress& progress = nullptr);
 
 }  // namespace tarn

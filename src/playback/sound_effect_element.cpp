@@ -25,8 +25,8 @@ SoundEffectStream& stream_of(gpointer element) {
 }
 
 constexpr char kForm[] = "audio/x-raw, format=" GST_AUDIO_NE(
-    S16) ", layout=interleaved, channels=2, rate=[1000,1000000]";
-static_assert(kMinSampleRate == 1000 && kMaxSampleRate == 1000000, "as in the caps");
+    S16) ", layout=interleaved, channels=2, rate=[1000,384000]";
+static_assert(kMinSampleRate == 1000 && kMaxSampleRate == 384000, "as in the caps");
 
 // Nanoseconds of the clip; none where the buffer doesn't say.
 std::optional<uint64_t> time_of(const GstBaseTransform* base, const GstBuffer* buffer) {

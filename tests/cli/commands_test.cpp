@@ -222,14 +222,13 @@ TEST(Commands, SayWhatIsWrong) {
     using Text = std::string;
     const std::tuple<std::vector<Text>, Text, Text, Text, Text> cases[] = {
         {{"peaks", none}, "CANT_OPEN", s, none, "No such file"},
-        {{"peaks", wave}, "WAVE_FORMAT", s, wave, "not a WAV file of 16-bit"},
-        {{"peaks", riff}, "WAVE_FORMAT", s, riff, "not a WAV file of 16-bit"},
+        {{"peaks", riff}, "NOT_MOVIE_OR_WAVE", s, riff, "neither"},
         {{"peaks", clip, "--png", no_png}, "CANT_WRITE", t, no_png, "can't be written: No such"},
         {{"export", none, out}, "CANT_OPEN", s, none, "can't be opened: No such"},
         {{"export", at(""), out}, "CANT_OPEN", s, at(""), "Is a directory"},
         {{"export", "/dev/zero", out}, "NOT_A_FILE", s, "/dev/zero", "not an ordinary file"},
         {{"export", fmt18, out}, "WAVE_FORMAT", s, fmt18, "16-bit"},
-        {{"export", wave, out}, "NOT_A_MOVIE", s, wave, "not an MP4 file"},
+        {{"export", wave, out}, "NOT_MOVIE_OR_WAVE", s, wave, "neither"},
         {{"export", empty, movie}, "EMPTY_FILE", s, empty, "is empty"},
         {{"export", in, wave}, "EXISTS", t, wave, "already exists"},
         {{"export", clip, wave}, "EXISTS", t, wave, "already exists"},
@@ -243,6 +242,11 @@ TEST(Commands, SayWhatIsWrong) {
         {{"export", clip, out, "--in=0:09"}, "IN_PAST_END", s, clip, "after the end, 0:00:02"},
         {{"export", in, movie}, "WAVE_AS_MOVIE", t, movie, "can only"},
         {{"export", in, "--to", at("no")}, "NOT_A_FOLDER", t, at("no"), "not a folder"},
+        {{"export", in, "--to", longest + "nn"},
+         "CANT_WRITE",
+         t,
+         longest + "nn",
+         "File name too long"},
     };
     for (auto [arguments, code, side, file, text] : cases) {
         SCOPED_TRACE(testing::PrintToString(arguments));
@@ -257,6 +261,51 @@ TEST(Commands, SayWhatIsWrong) {
         EXPECT_EQ(run.err, "tarn: " + file + ": " + error.value("text", "") + "\n");
         EXPECT_EQ(dir.FileCount(), 3u);
         EXPECT_EQ(dir.Read("there.wav"), "keep me");
+    }
+}
+
+// Content decides, not the name; and every command has the same reason for the same file.
+TEST(Commands, TakeAFileForWhatIsInIt) {
+    const TempDir dir;
+    const auto run = [&](const std::string& command, const std::string& name) {
+        std::filesystem::remove(dir.Path("out.wav"));
+        if (command == "export")
+            return RunTarn(
+                {command, dir.Path(name), dir.Path("out.wav"), "--normalize=1", "--json"});
+        if (command == "peaks") return RunTarn({command, dir.Path(name), "--json"});
+        return RunTarn({command, dir.Path(name)});
+    };
+    const std::string sound(8000, '\1');
+    std::ifstream clip(kData + "clips/cam_texts.mp4", std::ios::binary);
+    const std::string movie{std::istreambuf_iterator<char>(clip), {}};
+    for (const auto& [name, content] : {std::pair{"movie.wav", movie},
+                                        {"movie.mov", movie},
+                                        {"wave.mp4", WaveFile({}, sound)},
+                                        {"wave", WaveFile({.claimed = 9000}, sound)}}) {
+        dir.Write(name, content);
+        for (const char* command : {"check", "peaks", "export"})
+            EXPECT_EQ(run(command, name).status, 0) << command << " " << name;
+    }
+    EXPECT_EQ(run("check", "wave").out, "3 usable: the file ends before its sound does\n");
+    const TarnRun cut = run("export", "wave");
+    EXPECT_EQ(Json::parse(cut.out)["source_ends_early_ms"], 1785);
+    EXPECT_NE(cut.err.find("what is there was saved, up to 0:00:01.785"), std::string::npos);
+    EXPECT_EQ(dir.Read("out.wav").size(), 8044u);
+
+    const std::tuple<const char*, std::string, Json> refused[] = {
+        {"a.wav", "", "EMPTY_FILE"},
+        {"b.wav", WaveFile({.rate = 0}, sound), "WAVE_RATE"},
+        {"c.wav", WaveFile({.rate = 999}, sound), "WAVE_RATE"},
+        {"d.wav", WaveFile({.rate = 384001}, sound), "WAVE_RATE"},
+        {"e.wav", WaveFile({.channels = 1}, sound), "SOUND_MONO"},
+        {"f.mp4", WaveFile({.bits = 24}, sound), "SOUND_BITS"},
+    };
+    for (const auto& [name, content, code] : refused) {
+        dir.Write(name, content);
+        const TarnRun saved = run("export", name);
+        EXPECT_EQ(Json::parse(saved.out)["error"]["code"], code) << name;
+        for (const char* command : {"check", "peaks"})
+            EXPECT_EQ(run(command, name).err, saved.err) << command;
     }
 }
 

@@ -1,7 +1,9 @@
 #include "effects/wave_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -51,14 +53,14 @@ TEST(WaveFile, WritesTheChosenRange) {
 TEST(WaveFile, RefusesWhatItCannotTreat) {
     using enum ReasonCode;
     const std::tuple<const char*, std::string, uint32_t, uint32_t, ReasonCode> cases[] = {
-        {"empty file", "", 0, 0, kWaveFormat},
-        {"mono", WaveFile({.channels = 1}, Sound(2)), 0, 0, kWaveFormat},
+        {"empty file", "", 0, 0, kEmptyFile},
+        {"mono", WaveFile({.channels = 1}, Sound(2)), 0, 0, kSoundMono},
+        {"24 bits", WaveFile({.bits = 24}, Sound(3)), 0, 0, kSoundBits},
         {"no sound", Wave(1).substr(0, 36) + "LIST" + Le(UINT32_MAX), 0, 0, kWaveNoSound},
         {"half a chunk head", Wave(1).substr(0, 41), 0, 0, kWaveNoSound},
         {"rate too low", WaveFile({.rate = 999}, Sound(2)), 0, 0, kWaveRate},
         {"rate too high", WaveFile({.rate = UINT32_MAX}, Sound(2)), 0, 0, kWaveRate},
-        {"cut short", WaveFile({.claimed = 400}, Sound(99)), 0, 0, kWaveCutShort},
-        {"hostile size", WaveFile({.claimed = 0xFFFFFFF0}, Sound(99)), 0, 0, kWaveCutShort},
+        {"rate just too high", WaveFile({.rate = 384001}, Sound(2)), 0, 0, kWaveRate},
         {"start at the end", Wave(8000), 1000, 0, kWaveRange},
         {"end after the sound", Wave(8000), 0, 1001, kWaveRange},
         {"end before start", Wave(8000), 500, 400, kWaveRange},
@@ -69,8 +71,10 @@ TEST(WaveFile, RefusesWhatItCannotTreat) {
         TempDir dir;
         const std::string in = dir.Path("in.wav");
         dir.Write("in.wav", content);
-        const Reason reason =
-            AMPRewriteWaveFile({dir.Path("out.wav"), in, {}, start, end}, nullptr);
+        AMPWaveSource source;
+        Reason reason = AMPOpenWaveSource(in, &source);
+        if (!reason)
+            reason = AMPRewriteWaveFile(&source, {dir.Path("out.wav"), {}, start, end}, nullptr);
         EXPECT_EQ(reason.code, code);
         EXPECT_EQ(reason.side, ReasonSide::kSource);
         EXPECT_EQ(reason.file, in);
@@ -79,20 +83,43 @@ TEST(WaveFile, RefusesWhatItCannotTreat) {
     }
     TempDir dir;
     EXPECT_EQ(Rewrite(dir), kWaveSourceFailed);
-    dir.Write("in.wav", WaveFile({.rate = 8000}, Sound(50)));
-    EXPECT_EQ(Rewrite(dir, 0, 6), kWaveDone) << "what is there of a cut file can be had";
-    // Another program cuts the file while it is read.
-    dir.Write("in.wav", Wave(600000));
-    const auto cut = [&](uint32_t block, uint32_t) {
-        if (block == 3) std::filesystem::resize_file(dir.Path("in.wav"), 2200000);
-        return true;
-    };
-    EXPECT_EQ(AMPEffectProcessWaveFile(dir.Path("new.wav"), dir.Path("in.wav"), {}, 0, 0, cut),
-              kWaveReadFailed);
-    EXPECT_EQ(dir.FileCount(), 2u);
     // 4 GiB and more, as a hole.
+    dir.Write("in.wav", Wave(50));
     std::filesystem::resize_file(dir.Path("in.wav"), uint64_t{1} << 32);
     EXPECT_EQ(Rewrite(dir, 0, 6), kWaveReadFailed);
+}
+
+// What is there of a file that ends before its sound does.
+TEST(WaveFile, EndsWithItsFile) {
+    for (const uint32_t claimed : {400u, 0xFFFFFFF0u}) {
+        TempDir dir;
+        dir.Write("in.wav", WaveFile({.rate = 8000, .claimed = claimed}, Sound(50) + "hal"));
+        EXPECT_EQ(Rewrite(dir), kWaveDone);
+        EXPECT_TRUE(dir.Read("out.wav") == WaveFile({.rate = 8000}, Sound(50)));
+        EXPECT_EQ(Rewrite(dir, 0, 7), kWaveReadFailed) << "after the end";
+    }
+}
+
+// Another program cuts, writes over or removes the source while it is read.
+TEST(WaveFile, TellsOfASourceThatChanges) {
+    for (const std::string what : {"cut", "written", "removed"}) {
+        TempDir dir;
+        const std::string in = dir.Path("in.wav");
+        dir.Write("in.wav", Wave(600000));
+        const auto change = [&](uint32_t block, uint32_t) {
+            if (block != 2) return true;
+            if (what == "cut") std::filesystem::resize_file(in, 2200000);
+            if (what == "removed") std::filesystem::remove(in);
+            const timespec old[2] = {{1000, 0}, {1000, 0}};
+            if (what == "written") utimensat(AT_FDCWD, in.c_str(), old, 0);
+            return true;
+        };
+        AMPWaveSource source;
+        ASSERT_FALSE(AMPOpenWaveSource(in, &source));
+        const Reason reason = AMPRewriteWaveFile(&source, {.target = dir.Path("out.wav")}, change);
+        EXPECT_EQ(reason, (Reason{ReasonCode::kChanged, ReasonSide::kSource, in, {}})) << what;
+        EXPECT_FALSE(std::filesystem::exists(dir.Path("out.wav")));
+    }
 }
 
 TEST(WaveFile, KeepsSourceAndTargetWholeInEveryFailure) {
@@ -106,8 +133,10 @@ TEST(WaveFile, KeepsSourceAndTargetWholeInEveryFailure) {
     };
     const std::string in = dir.Path("in.wav"), out = dir.Path("out.wav");
     const auto expect_failure = [&](const std::string& target, ReasonCode code, size_t files) {
+        AMPWaveSource opened;
+        ASSERT_FALSE(AMPOpenWaveSource(in, &opened));
         const Reason reason =
-            AMPRewriteWaveFile({.target = target, .source = in, .replace_target = false}, nullptr);
+            AMPRewriteWaveFile(&opened, {.target = target, .replace_target = false}, nullptr);
         EXPECT_EQ(reason.code, code);
         EXPECT_EQ(reason.side, ReasonSide::kTarget);
         EXPECT_EQ(reason.file, target);
@@ -181,7 +210,9 @@ TEST(WavePeak, IsTheLargestPointOfTheOverview) {
     for (const auto& [samples, expected] : cases) {
         dir.Write("in.wav", WaveFile({}, WaveSound(samples)));
         float peak = 9;
-        EXPECT_FALSE(AMPMeasureWavePeak(dir.Path("in.wav"), &peak));
+        AMPWaveSource source;
+        ASSERT_FALSE(AMPOpenWaveSource(dir.Path("in.wav"), &source));
+        EXPECT_FALSE(AMPMeasureWavePeak(&source, &peak));
         EXPECT_EQ(peak, expected) << testing::PrintToString(samples);
     }
 }

@@ -41,24 +41,23 @@ Verdict check_movie(const std::string& path) {
             {ReasonCode::kSoundChannels, ReasonSide::kSource, path, {uint64_t{channels}}}};
 }
 
-Verdict check_wave(const std::string& path, bool strict) {
-    XpFile file;
-    if (const int error = file.Open(path, XpFile::Mode::kRead))
-        return {kFileUnreadable,
-                SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error)};
+Verdict check_wave(const std::string& path, XpFile* file, bool strict) {
     WaveHeader header{};
-    Reason reason = ReadWaveHeader(&file, &header);
+    Reason reason = ReadWaveHeader(file, &header);
     reason.file = path;
     if (reason.SystemError() != 0) return {kFileUnreadable, reason};
     if (reason && strict) return {kFileUnsupported, reason};
+    if (!reason && header.IsCutShort())
+        return {kFileUsable, {ReasonCode::kWaveCutShort, ReasonSide::kSource, path, {}}};
     return {};
 }
 
 Verdict check(const std::string& path, bool strict, const GraphStep& graph) {
-    const bool movie = XpPath::HasExtension(path, ".mp4");
-    if (!movie && !XpPath::HasExtension(path, ".wav"))
-        return {kFileUnsupported, {ReasonCode::kNotMovieOrWave, ReasonSide::kSource, path, {}}};
-    const Verdict verdict = movie ? check_movie(path) : check_wave(path, strict);
+    XpFile file;
+    bool is_wave = false;
+    if (const Reason reason = OpenAndLookForWave(path, &file, &is_wave))
+        return {XpPath::HasExtension(path, ".wav") ? kFileUnreadable : kFileUnsupported, reason};
+    const Verdict verdict = is_wave ? check_wave(path, &file, strict) : check_movie(path);
     if (verdict.status != kFileUsable || !graph) return verdict;
     const Reason why = graph(path);
     return why ? Verdict{kFileNoGraph, why} : verdict;
@@ -81,6 +80,14 @@ std::string MovieFileMessageKey(MovieFileStatus status) {
 
 MovieFileStatus CheckMovieFile(const std::string& path, bool strict, const GraphStep& graph,
                                Reason* reason) {
+    if (XpPath::HasExtension(path, ".mp4") || XpPath::HasExtension(path, ".wav"))
+        return CheckAnyFile(path, strict, graph, reason);
+    if (reason) *reason = {ReasonCode::kNotMovieOrWave, ReasonSide::kSource, path, {}};
+    return kFileUnsupported;
+}
+
+MovieFileStatus CheckAnyFile(const std::string& path, bool strict, const GraphStep& graph,
+                             Reason* reason) {
     Verdict verdict{kFileUnreadable, {ReasonCode::kOutOfMemory, ReasonSide::kNone, path, {}}};
     try {
         verdict = check(path, strict, graph);

@@ -20,11 +20,14 @@ enum MovieFileStatus : int {
 // so that programs without a preview need no player.
 using GraphStep = std::function<Reason(const std::string& path)>;
 
-// Checks an .mp4 or .wav file. `strict` also refuses a WAV that is not two channels of 16 bits.
-// `reason`, where given, gets why the file is not usable. Without a graph step a good file is
-// usable.
+// Checks an .mp4 or .wav file; any other name is unsupported. `strict` also refuses a WAV that is
+// not two channels of 16 bits. `reason`, where given, gets why the file is not usable, or what a
+// usable one lacks. Without a graph step a good file is usable.
 MovieFileStatus CheckMovieFile(const std::string& path, bool strict, const GraphStep& graph,
                                Reason* reason = nullptr);
+// The same for a file of any name: what is in it decides.
+MovieFileStatus CheckAnyFile(const std::string& path, bool strict, const GraphStep& graph,
+                             Reason* reason = nullptr);
 
 // The key of the text that tells the user why a file was not opened; its one argument is the
 // file's name. Empty for a usable file.

@@ -29,13 +29,8 @@ bool WFWaveReader::Open(const std::string& path, uint32_t pointsPerSecond) {
 }
 
 Reason WFWaveReader::ReadPoints(XpFile* file, const WaveHeader& header, uint32_t pointsPerSecond) {
-    const uint32_t rate = header.sample_rate;
-    const Reason no_rate{ReasonCode::kWaveRate, ReasonSide::kSource, {}, {uint64_t{rate}}};
-    if (rate == 0) return no_rate;
     AMPWavePoints points(file, header, pointsPerSecond);
-    // More points than bytes come of a rate that is no sound's.
     const uint64_t count = points.Count();
-    if (count > header.data_available) return no_rate;
     m_points.left.assign(count, 0);
     m_points.right.assign(count, 0);
 

@@ -59,8 +59,10 @@ public:
     // Leaves the reader without points.
     WaveformPoints TakePoints() { return std::move(m_points); }
 
-    // Opens a path that ends with ".wav" or ".mp4", in whatever case; null for any other, and where
-    // Open fails.
+    // The reader for a file by what is in it: that of WAV files, else that of movies, whatever the
+    // file's name. Not open yet.
+    static std::unique_ptr<WFFileReader> ForFile(const std::string& path);
+    // The same, opened; null where Open fails.
     static std::unique_ptr<WFFileReader> Create(const std::string& path, uint32_t pointsPerSecond);
 
 protected:

@@ -79,19 +79,17 @@ TEST(PeakSource, TreatedSoundTakesTheRawOnesPlace) {
     EXPECT_EQ(peaks->GetPoints(0), (Row{46, -46, 7, 46}));
 }
 
-TEST(PeakSource, FilesByTheirNames) {
-    const std::string wave = WaveFile({}, WaveSound({0x2000, 0x1000}));
+TEST(PeakSource, FilesByWhatIsInThem) {
     TempDir dir;
-    for (const char* name : {"a.WAV", "b.Mp4", "c.mov"})
-        dir.Write(name, wave);
-    dir.Write("d.wav", "RIFF");
-    const auto peaks = PeakSource::Create(dir.Path("a.WAV"), 1);
+    dir.Write("wave.mp4", WaveFile({}, WaveSound({0x2000, 0x1000})));
+    dir.Write("mono.mp4", WaveFile({.channels = 1}, WaveSound({1})));
+    dir.Write("text.wav", "RIFF");
+    const auto peaks = PeakSource::Create(dir.Path("wave.mp4"), 1);
     ASSERT_NE(peaks, nullptr);
     EXPECT_EQ(Columns(*peaks, 0), (Pairs{{0x20, 0}}));
-    EXPECT_EQ(PeakSource::Create(dir.Path("c.mov"), 1), nullptr);
-    EXPECT_EQ(PeakSource::Create(dir.Path("d.wav"), 1), nullptr);
-    // A movie that can't be read is an empty one.
-    for (const char* name : {"b.Mp4", "none.mp4"}) {
+    EXPECT_EQ(PeakSource::Create(dir.Path("mono.mp4"), 1), nullptr);
+    // What is no movie that can be read is an empty one.
+    for (const char* name : {"text.wav", "none.mp4"}) {
         const auto empty = PeakSource::Create(dir.Path(name), 3);
         ASSERT_NE(empty, nullptr);
         EXPECT_EQ(empty->GetCount(), 0u);
