@@ -9,8 +9,10 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "effects/effect_chain.h"
+#include "playback/level_meter.h"
 #include "playback/sound_effect.h"
 
 namespace tarn {
@@ -27,6 +29,7 @@ public:
     HRESULT SetInPoint(int32_t ms) override { return Store(ms, &m_in); }
     HRESULT SetOutPoint(int32_t ms) override { return Store(ms, &m_out); }
     HRESULT SetPosition(int32_t ms) override { return Store(ms, &m_toldPosition); }
+    SoundLevels GetLevels() const override { return m_meter.Read(); }
 
     // The rate of what follows; allocates. False for one that no chain takes. Where memory is short
     // the sound passes untreated.
@@ -51,9 +54,11 @@ private:
     static HRESULT Store(int32_t ms, std::atomic<int32_t>* place);
     void TakeChange();
     uint64_t FirstFrame(std::optional<uint64_t> time);
+    void Treat(int16_t* samples, uint32_t frames, uint64_t first);
+    void Blend(int16_t* samples, uint32_t frames);
 
     // The control thread's.
-    AMPEffectSettings m_requested;
+    AMPEffectSettings m_requested;  // bypass apart
 
     // Both threads'.
     std::atomic<Parcel*> m_pending{nullptr};  // the newest change, not yet taken
@@ -65,9 +70,15 @@ private:
 
     // The streaming thread's.
     AMPEffectChainPtr m_chain;
-    AMPEffectSettings m_applied;  // also while there is no chain
-    uint64_t m_next = 0;          // the frame of the clip that a gapless block begins with
-    bool m_timed = false;         // a block since the last flush had a time
+    AMPEffectSettings m_applied;  // also while there is no chain; bypass apart
+    bool m_bypass = false;
+    // How much of the untreated sound is heard, in parts of the frames that a switch takes.
+    uint32_t m_plain = 0, m_switchFrames = 1;
+    bool m_fresh = true;         // nothing was heard since the last flush
+    std::vector<int16_t> m_dry;  // a block as it came
+    LevelMeter m_meter;          // read by any thread
+    uint64_t m_next = 0;         // the frame of the clip that a gapless block begins with
+    bool m_timed = false;        // a block since the last flush had a time
 };
 
 }  // namespace tarn

@@ -3,7 +3,9 @@
 #include <gst/check/gstharness.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <functional>
 #include <thread>
 #include <vector>
@@ -180,6 +182,73 @@ TEST_F(SoundEffectTest, TheRateOfTheStreamWins) {
     }
 }
 
+TEST(SoundEffectStream, HearsTheMusicWhileItIsBypassed) {
+    AMPEffectSettings settings = {.bass = 60, .reverb = 8, .compressor = 2};
+    SoundEffectStream stream;
+    ASSERT_TRUE(stream.SetFormat(kRate));
+    const AMPEffectChainPtr save = MakeChain(settings);
+    const auto step = [](const Sound& sound, size_t at) {
+        return std::abs(sound[at] - sound[at - 2]);
+    };
+    constexpr size_t kSwitch = kRate / 200;  // frames
+    Sound plain, treated, heard;
+    for (uint32_t block = 0; block < 60; ++block) {
+        Sound sound(size_t{2} * kBlock);
+        for (size_t i = 0; i < sound.size(); ++i) {
+            const auto frame = static_cast<double>(block * kBlock + i / 2);
+            sound[i] = static_cast<int16_t>(9000 * std::sin(frame * 0.0576 + i % 2) +
+                                            4000 * std::sin(frame * 0.0231));
+        }
+        settings.bypass = block / 5 % 2;
+        ASSERT_EQ(stream.SetEffects(&settings), S_OK);
+        plain.insert(plain.end(), sound.begin(), sound.end());
+        const Sound expected = Treat(save, sound);
+        treated.insert(treated.end(), expected.begin(), expected.end());
+        stream.Process(sound.data(), kBlock, {});
+        const auto after = static_cast<ptrdiff_t>(block % 5 == 0 && block > 0 ? 2 * kSwitch : 0);
+        EXPECT_TRUE(std::equal(sound.begin() + after, sound.end(),
+                               (settings.bypass ? plain : treated).end() - 2 * kBlock + after))
+            << block;
+        heard.insert(heard.end(), sound.begin(), sound.end());
+    }
+    int most = 0, most_heard = 0;
+    for (size_t at = 2; at < heard.size(); ++at) {
+        most = std::max({most, step(plain, at), step(treated, at)});
+        most_heard = std::max(most_heard, step(heard, at));
+    }
+    EXPECT_LE(most_heard, most);
+}
+
+TEST(SoundEffectStream, TellsThePeaksOfTheLastSecond) {
+    SoundEffectStream stream;
+    ASSERT_TRUE(stream.SetFormat(kRate));
+    const auto play = [&](uint32_t frames, int16_t left, int16_t right) {
+        Sound sound(size_t{2} * frames);
+        for (size_t i = 0; i < sound.size(); ++i)
+            sound[i] = i % 2 == 0 ? left : right;
+        stream.Process(sound.data(), frames, {});
+    };
+    play(kRate / 2, 0, 0);
+    play(3, -32768, 8000);
+    play(2, 32767, 0);
+    const SoundLevels levels = stream.GetLevels();
+    EXPECT_EQ(levels.before[0].peak, 1.0f);
+    EXPECT_EQ(levels.before[0].clipped, 5u);
+    EXPECT_EQ(levels.before[1].peak, 8000 / 32768.0f);
+    EXPECT_EQ(levels.before[1].clipped, 0u);
+    EXPECT_EQ(levels.after[0].peak, 32766 / 32768.0f);
+    EXPECT_EQ(levels.after[0].clipped, 5u);
+    EXPECT_EQ(levels.after[1].peak, 8000 / 32768.0f);
+    play(kRate - 100, 100, 100);
+    EXPECT_EQ(stream.GetLevels().before[0].clipped, 5u) << "still in that second";
+    play(kRate / 20 + 100, 100, 100);
+    EXPECT_EQ(stream.GetLevels().before[0].peak, 100 / 32768.0f) << "forgotten";
+    EXPECT_EQ(stream.GetLevels().after[0].clipped, 0u);
+    play(1, 32767, 0);
+    stream.Flush();
+    EXPECT_EQ(stream.GetLevels().before[0].peak, 0) << "another place";
+}
+
 // One thread turns every knob while the other plays. What was set last is what is heard.
 TEST(SoundEffectStream, IsControlledWhileItPlays) {
     constexpr int kChanges = 400;
@@ -198,7 +267,8 @@ TEST(SoundEffectStream, IsControlledWhileItPlays) {
         allocations = AllocationCount() - before;
     });
     for (int i = 0; i < kChanges; ++i) {
-        const AMPEffectSettings settings = {.bass = i % 100,
+        const AMPEffectSettings settings = {.bypass = i % 3 == 0,
+                                            .bass = i % 100,
                                             .reverb = i / 2 % 10,
                                             .compressor = i % 5,
                                             .fade = static_cast<uint8_t>(i % 2)};
@@ -207,6 +277,7 @@ TEST(SoundEffectStream, IsControlledWhileItPlays) {
         EXPECT_EQ(stream.SetInPoint(i), S_OK);
         EXPECT_EQ(stream.SetOutPoint(10000 + i), S_OK);
         EXPECT_EQ(stream.SetPosition(i), S_OK);
+        EXPECT_LE(stream.GetLevels().before[1].peak, 1.0f);
         // Some changes are played, others are superseded.
         const uint64_t seen = blocks;
         while (i % 4 == 0 && blocks == seen)
@@ -218,6 +289,7 @@ TEST(SoundEffectStream, IsControlledWhileItPlays) {
 
     const AMPEffectSettings last = {.normalize = 3, .peak = 0.5f};
     ASSERT_EQ(stream.SetEffects(&last), S_OK);
+    stream.Flush();
     Sound sound = {1630, -1630};
     stream.Process(sound.data(), 1, {});
     EXPECT_EQ(sound, (Sound{1200, -1200}));  // 12000 / 16300 of it
