@@ -9,7 +9,6 @@
 namespace tarn {
 namespace {
 
-constexpr char kVideoName[] = "Kelo AVC Decoder Light";
 constexpr char kAudioName[] = "Audio Decoder";
 // Decoded sound that waits: a decoder that is kept from the processor must not be heard.
 constexpr guint64 kSoundAhead = 300 * GST_MSECOND;
@@ -85,7 +84,7 @@ GstElementPtr MakeVideoDecoder(GstCaps* caps, DecoderMode mode, Reason* reason) 
         pick_decoder(caps, GST_ELEMENT_FACTORY_TYPE_MEDIA_VIDEO, mode, reason);
     if (!decoder) return nullptr;
     const GstElementPtr parser = make_parser(decoder.get(), caps);
-    GstElementPtr bin = MakeBin(kVideoName);
+    GstElementPtr bin = MakeBin(kVideoDecoderName);
     if (chain(bin.get(), {parser.get(), decoder.get()})) return bin;
     *reason = {ReasonCode::kPictureNoDecoder, ReasonSide::kDevice, {}, {}};
     return nullptr;

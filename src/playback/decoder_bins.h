@@ -6,6 +6,8 @@
 
 namespace tarn {
 
+constexpr char kVideoDecoderName[] = "Kelo AVC Decoder Light";
+
 // Bins with the pads "sink" and "src" for samples of that form. Null, with a `reason`,
 // where no plug-in decodes them. Hardware decoders that can't be started are passed over.
 [[nodiscard]] GstElementPtr MakeVideoDecoder(GstCaps* caps, DecoderMode mode, Reason* reason);

@@ -1,16 +1,14 @@
 #include "playback/movie_graph.h"
 
-#include <algorithm>
 #include <string_view>
 
-#include "base/xp_file.h"
-#include "effects/wave_header.h"
+#include "playback/picture_turn.h"
+#include "playback/wave_facts.h"
 
 namespace tarn {
 namespace {
 
 constexpr char kWaveSourceName[] = "Source";
-constexpr int64_t kUnitsPerSecond = 10'000'000;
 
 // Puts a decoder, where one was found, into the graph and connects the source's pin to it.
 void connect(GstElement* graph, GstElement* source, const char* pin, const GstElementPtr& decoder,
@@ -27,17 +25,16 @@ void connect(GstElement* graph, GstElement* source, const char* pin, const GstEl
                    {}};
 }
 
-// A file of another form than ours has no facts, but its parser may take it.
-Reason read_wave_facts(const std::string& path, DecodedPins* pins) {
-    XpFile file;
-    if (const int error = file.Open(path, XpFile::Mode::kRead))
-        return SystemReason(ReasonCode::kCantOpen, ReasonSide::kSource, path, error);
-    WaveHeader header{};
-    if (ReadWaveHeader(&file, &header) || header.sample_rate == 0) return {};
-    const uint64_t bytes = std::min<uint64_t>(header.data_size, header.data_available);
-    pins->duration =
-        static_cast<int64_t>(bytes / kWaveFrameSize * kUnitsPerSecond / header.sample_rate);
-    pins->soundRate = static_cast<int32_t>(std::min<uint32_t>(header.sample_rate, INT32_MAX));
+// Between the decoder and who takes its pictures.
+Reason turn(GstElement* graph, int turn, GstPadPtr* out) {
+    if (turn == 0 || !*out) return {};
+    const GstElementPtr turner = MakePictureTurner(turn);
+    if (!turner || !gst_bin_add(GST_BIN(graph), turner.get()))
+        return MissingPart(kPictureTurnerParts);
+    const GstPadPtr input(gst_element_get_static_pad(turner.get(), "sink"));
+    if (gst_pad_link(out->get(), input.get()) != GST_PAD_LINK_OK)
+        return {ReasonCode::kPictureNoDecoder, ReasonSide::kDevice, {}, {}};
+    out->reset(gst_element_get_static_pad(turner.get(), "src"));
     return {};
 }
 
@@ -71,6 +68,7 @@ Reason AddMovieSource(GstElement* graph, const std::string& path, SourceTracks t
     if (ends.video)
         connect(graph, source.get(), kVideoPin, MakeVideoDecoder(ends.video.get(), mode, &reason),
                 &pins->video, &reason);
+    if (!reason) reason = turn(graph, ends.turn, &pins->video);
     if (ends.audio && !reason)
         connect(graph, source.get(), kAudioPin, MakeAudioDecoder(ends.audio.get(), &reason),
                 &pins->audio, &reason);
@@ -78,7 +76,7 @@ Reason AddMovieSource(GstElement* graph, const std::string& path, SourceTracks t
 }
 
 Reason AddWaveSource(GstElement* graph, const std::string& path, DecodedPins* pins) {
-    if (Reason reason = read_wave_facts(path, pins)) return reason;
+    if (Reason reason = ReadWaveFacts(path, &pins->duration, &pins->soundRate)) return reason;
     GstElementPtr source(gst_bin_get_by_name(GST_BIN(graph), kWaveSourceName));
     const bool is_new = source == nullptr;
     if (is_new) source = make_wave_source();

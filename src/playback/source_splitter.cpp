@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "movie/engine/tracks.h"
+#include "playback/picture_turn.h"
 #include "playback/track_source.h"
 
 namespace tarn {
@@ -23,9 +25,16 @@ Reason add_source(GstElement* bin, std::unique_ptr<TrackFeed> feed, const char* 
     return {};
 }
 
+int turn_of(const TrackFeed& feed) {
+    Mp4TrackHeaderInfo header{};
+    const Mp4Result result =
+        mp4_get_track_header(feed.Session(), feed.Track().trackNumber, &header);
+    return result == FF4_RET_OK ? TurnOfMatrix(header.matrix) : 0;
+}
+
 // True, with no caps, for a movie without such a track or with one of an unknown kind.
 bool add_track(GstElement* bin, const std::string& path, TrackFeed::Kind kind, GstCapsPtr* caps,
-               Reason* reason) {
+               int* turn, Reason* reason) {
     auto feed = std::make_unique<TrackFeed>();
     *reason = feed->Open(path, kind);
     if (*reason) return reason->code == TrackFeed::NoTrack(kind);
@@ -34,6 +43,7 @@ bool add_track(GstElement* bin, const std::string& path, TrackFeed::Kind kind, G
         *reason = {ReasonCode::kNoPlugin, ReasonSide::kSource, path, {ReasonAtom{feed->Format()}}};
         return true;
     }
+    if (turn) *turn = turn_of(*feed);
     const char* pin = kind == TrackFeed::Kind::kVideo ? kVideoPin : kAudioPin;
     *reason = add_source(bin, std::move(feed), pin);
     if (!*reason) *caps = std::move(form);
@@ -46,12 +56,12 @@ GstElementPtr MakeSourceSplitter(const std::string& path, SourceTracks tracks, S
                                  Reason* reason) {
     GstElementPtr bin = MakeBin("Source Splitter");
     Reason video;
-    if (!add_track(bin.get(), path, TrackFeed::Kind::kVideo, &pins->video, &video)) {
+    if (!add_track(bin.get(), path, TrackFeed::Kind::kVideo, &pins->video, &pins->turn, &video)) {
         *reason = video;
         return nullptr;
     }
     if (tracks == SourceTracks::kAll &&
-        !add_track(bin.get(), path, TrackFeed::Kind::kAudio, &pins->audio, reason))
+        !add_track(bin.get(), path, TrackFeed::Kind::kAudio, &pins->audio, nullptr, reason))
         return nullptr;
     if (pins->video || pins->audio) return bin;
     *reason = video;

@@ -11,6 +11,7 @@ constexpr char kVideoPin[] = "video", kAudioPin[] = "audio";
 
 struct SourcePins {
     GstCapsPtr video, audio;  // what comes out of the pads; null where there is no such pad
+    int turn = 0;             // of the picture, see picture_turn.h
 };
 
 enum class SourceTracks { kAll, kPictureAlone };

@@ -39,6 +39,8 @@ public:
     }
 
     Kind TrackKind() const { return m_kind; }
+    Mp4ReadSession* Session() const { return m_clip.get(); }
+    const MovieTrackInfo& Track() const { return m_track; }
     const std::vector<CVideoSampleDescriptionInfo>& Video() const { return m_video; }
     const std::vector<CAudioSampleDescriptionInfo>& Audio() const { return m_audio; }
     uint32_t Format() const;  // four-character code of the first description
