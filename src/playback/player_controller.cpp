@@ -5,14 +5,14 @@
 
 #include "base/xp_path.h"
 #include "playback/audio_renderer.h"
-#include "playback/gst_handles.h"
+#include "playback/graph_worker.h"
 #include "playback/movie_graph.h"
 
 namespace tarn {
 namespace {
 
-// A picture of a large clip may take longer than a pointer should wait for it.
-constexpr int kStateWaitMs = 500;
+// A button may keep its hand that long.
+constexpr int kStateWaitMs = 100;
 
 const Reason kScreenless = {ReasonCode::kNoScreen, ReasonSide::kDevice, {}, {}};
 
@@ -46,16 +46,39 @@ HRESULT PlayerController::ReleaseGraph() {
     m_hVideoWindow = nullptr;
     m_soundDevice = nullptr;
     m_soundRate = 0;
-    if (m_pGraph) gst_element_set_state(m_pGraph, GST_STATE_NULL);
-    m_pRenderer.reset();
+    if (m_pRenderer) {
+        static_cast<void>(m_pRenderer->SetVideoWindow(nullptr, nullptr));
+        m_companion = std::shared_ptr<CVideoRenderer>(std::move(m_pRenderer));
+    }
     return DShowHelper::ReleaseGraph();
 }
 
 HRESULT PlayerController::CreateRenderer() {
     if (!m_pGraph) return Fail(E_HANDLE);
+    m_untried = m_devices.renderers;
+    return NextRenderer();
+}
+
+// The next form that can be had here.
+HRESULT PlayerController::NextRenderer() {
     HRESULT result = E_FAIL;
-    m_pRenderer = CreateVideoRenderer(m_pGraph, &result, m_devices.renderers);
+    m_pRenderer.reset();
+    while (!m_pRenderer && !m_untried.empty() && result != E_OUTOFMEMORY) {
+        m_pRenderer = CreateVideoRenderer(m_pGraph, &result, m_untried.first(1));
+        m_untried = m_untried.subspan(1);
+    }
     return m_pRenderer ? result : Fail(result, kScreenless);
+}
+
+// Puts the next form into the place of the present one, in a graph that was not started yet.
+bool PlayerController::ReplaceRenderer() {
+    const GstPadPtr screen(gst_element_get_static_pad(m_pRenderer->Filter(), "sink"));
+    const GstPadPtr picture(gst_pad_get_peer(screen.get()));
+    if (!picture || m_untried.empty()) return false;
+    gst_pad_unlink(picture.get(), screen.get());
+    if (Failed(NextRenderer())) return false;
+    const GstPadPtr next(gst_element_get_static_pad(m_pRenderer->Filter(), "sink"));
+    return gst_pad_link(picture.get(), next.get()) == GST_PAD_LINK_OK;
 }
 
 HRESULT PlayerController::RenderFile(const std::string& path, bool isMovie) {
@@ -77,6 +100,8 @@ HRESULT PlayerController::RenderPicture(GstPad* pin) {
     if (pin) {
         const GstPadPtr screen(gst_element_get_static_pad(m_pRenderer->Filter(), "sink"));
         if (gst_pad_link(pin, screen.get()) != GST_PAD_LINK_OK) return Fail(E_FAIL, kScreenless);
+        const GstElementPtr decoder(gst_bin_get_by_name(GST_BIN(m_pGraph), kVideoDecoderName));
+        Worker().SetGate(PictureGate::Attach(decoder.get()));
     }
     const HRESULT result = m_pRenderer->FinishGraph(m_pGraph);
     if (!m_pRenderer->Filter()) m_pRenderer.reset();  // a clip without a picture
@@ -94,18 +119,18 @@ HRESULT PlayerController::RenderSound(GstPad* pin) {
     return S_OK;
 }
 
-HRESULT PlayerController::ReadState(HRESULT result) {
-    return Failed(result) ? result : GetState(kStateWaitMs, &m_state);
+HRESULT PlayerController::ReadState(HRESULT result, int waitMs) {
+    return Failed(result) ? result : GetState(waitMs, &m_state);
 }
 
 HRESULT PlayerController::Run() {
     // All has been played: once more from the start.
     if (m_pGraph && HasEnded()) SetPositions(0, -1);
-    return ReadState(SetState(kRunning));
+    return ReadState(SetState(kRunning), kStateWaitMs);
 }
 
 HRESULT PlayerController::Pause() {
-    return ReadState(SetState(kPaused));
+    return ReadState(SetState(kPaused), kStateWaitMs);
 }
 
 HRESULT PlayerController::Seek(int64_t position, uint32_t flags, int64_t stop, uint32_t stopFlags) {
@@ -117,14 +142,16 @@ HRESULT PlayerController::Seek(int64_t position, uint32_t flags, int64_t stop, u
                            : flags == kRelativePositioning
                                ? now + std::clamp(position, -now, m_duration)
                                : now;
-    return ReadState(SetPositions(target, stopFlags == kAbsolutePositioning ? stop : -1));
+    return ReadState(SetPositions(target, stopFlags == kAbsolutePositioning ? stop : -1), 0);
 }
 
 HRESULT PlayerController::SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle) {
     if (!m_pGraph) return Fail(E_HANDLE);
     m_hVideoWindow = window;
     if (!m_pRenderer) return S_FALSE;
-    const HRESULT result = m_pRenderer->SetVideoWindow(window, rectangle);
+    HRESULT result = m_pRenderer->SetVideoWindow(window, rectangle);
+    while (Failed(result) && window && !IsStarted() && ReplaceRenderer())
+        result = m_pRenderer->SetVideoWindow(window, rectangle);
     return Failed(result) ? Fail(result, kScreenless) : result;
 }
 
@@ -133,6 +160,7 @@ HRESULT PlayerController::ProcessEvents() {
     for (GraphEvent event{}; NextEvent(&event);) {
         if (m_pNotify) m_pNotify(event);
         if (!m_pGraph) return E_ABORT;  // let go in the callback
+        if (event.code == EC_SEEK_COMPLETE) continue;
         // What has come to its end shows its last picture and waits for a seek.
         SetState(kPaused);
         m_state = kStopped;

@@ -38,26 +38,33 @@ public:
     explicit PlayerController(PlayerDevices devices = {}) : m_devices(std::move(devices)) {}
     ~PlayerController() override;
 
-    // Takes another clip; one that is open is let go first. Windows may be null and come later.
+    // Takes another clip; one that is open is let go first, and with it its place, its volume and
+    // what the sound effect was told: the caller gives them to the new one. Windows may be null and
+    // come later. After a failure there is no graph, and GetReason says why.
     virtual HRESULT Open(const std::string& path, INotifyWindow* notifyWindow,
                          uint32_t notifyMessage, intptr_t notifyParam, IVideoWindow* videoWindow,
                          const VideoRect* videoRect);
-    // 100-nanosecond units, held within the clip. Accurate to the picture and the sample; while
-    // paused the picture of that time is shown when this returns, if that took no longer than half
-    // a second. E_INVALIDARG for flags that it does not know and a stop before the position.
+    // 100-nanosecond units, held within the clip. A request: it returns at once, and an event
+    // EC_SEEK_COMPLETE tells when the picture of that time stands, accurate to the picture and the
+    // sample. A request that comes before replaces it; while many come, pictures on the way to
+    // theirs are shown. GetState waits instead. E_INVALIDARG for flags that it does not know and a
+    // stop before the position.
     virtual HRESULT Seek(int64_t position, uint32_t flags, int64_t stop, uint32_t stopFlags);
 
     HRESULT ReleaseGraph() override;
     HRESULT CreateRenderer();
     HRESULT RenderFile(const std::string& path, bool isMovie);
 
+    // They wait a tenth of a second at most, so that mostly the graph has obeyed.
     HRESULT Run();
     HRESULT Pause();
-    // Waits for a change that is under way, so long at most. VFW_S_STATE_INTERMEDIATE when it
-    // still is.
+    // Waits for all that was asked for, so long at most: a change of state, the picture of a seek.
+    // VFW_S_STATE_INTERMEDIATE when it is still under way.
     using DShowHelper::GetState;
     int32_t State() const { return m_state; }
 
+    // A renderer that can't show pictures in that window (one of another window system than X has
+    // no handle) makes room for the next form, as long as the graph was not started yet.
     HRESULT SetVideoWindow(IVideoWindow* window, const VideoRect* rectangle);
     CVideoRenderer* Renderer() const { return m_pRenderer.get(); }  // null without a picture
     // What SoundVolumeController opens, as long as the clip is open; null for one without sound.
@@ -79,12 +86,15 @@ protected:
     IVideoWindow* m_hVideoWindow = nullptr;
 
 private:
+    HRESULT NextRenderer();
+    bool ReplaceRenderer();
     HRESULT RenderPicture(GstPad* pin);
     HRESULT RenderSound(GstPad* pin);
-    HRESULT ReadState(HRESULT result);
+    HRESULT ReadState(HRESULT result, int waitMs);
 
     PlayerDevices m_devices;
-    GstElement* m_soundDevice = nullptr;  // of the graph
+    std::span<const VideoRendererForm> m_untried;  // after the present one
+    GstElement* m_soundDevice = nullptr;           // of the graph
 };
 
 }  // namespace tarn

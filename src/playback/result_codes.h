@@ -27,5 +27,7 @@ constexpr bool Failed(HRESULT result) {
 constexpr int32_t EC_COMPLETE = 1;    // all that there is has been played
 constexpr int32_t EC_USERABORT = 2;   // the window of the picture was closed
 constexpr int32_t EC_ERRORABORT = 3;  // playing ended with an error
+// The newest request's picture stands and its sound is there. Playing goes on.
+constexpr int32_t EC_SEEK_COMPLETE = 0x8001;
 
 }  // namespace tarn

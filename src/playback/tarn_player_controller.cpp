@@ -5,7 +5,7 @@
 
 #include "base/xp_path.h"
 #include "playback/audio_renderer.h"
-#include "playback/gst_handles.h"
+#include "playback/graph_worker.h"
 #include "playback/movie_graph.h"
 
 namespace tarn {
@@ -66,14 +66,16 @@ HRESULT TarnPlayerController::Open(const std::string& path, bool withSound,
         return Fail(E_FAIL, reason);
     const HRESULT result = PlayerController::Open(path, notifyWindow, notifyMessage, notifyParam,
                                                   movie ? videoWindow : nullptr, videoRect);
+    if (Failed(result) || !withSound) return result;
     // A clip that has no sound, or one that can't be treated, plays as it is.
-    if (Failed(result) || !withSound || Failed(InsertSoundFilter())) return result;
+    if (Failed(InsertSoundFilter())) return Fail(S_OK, {});
     if (FindEffect() == S_OK && m_soundRate > 0) m_pEffect->SetSampleRate(m_soundRate);
     return result;
 }
 
 HRESULT TarnPlayerController::ReleaseGraph() {
     m_pEffect = nullptr;
+    m_points = {};
     return PlayerController::ReleaseGraph();
 }
 
@@ -101,15 +103,50 @@ HRESULT TarnPlayerController::Tell(Call call) {
 }
 
 HRESULT TarnPlayerController::SetInPoint(int32_t ms) {
-    return Tell([&] { return m_pEffect->SetInPoint(ms); });
+    ClipPoints points = m_points;
+    points.in = ms;
+    return SetPoints(points);
 }
 
 HRESULT TarnPlayerController::SetOutPoint(int32_t ms) {
-    return Tell([&] { return m_pEffect->SetOutPoint(ms); });
+    ClipPoints points = m_points;
+    points.out = ms;
+    return SetPoints(points);
+}
+
+HRESULT TarnPlayerController::SetExactPoints(bool exact) {
+    ClipPoints points = m_points;
+    points.exact = exact;
+    return SetPoints(points);
+}
+
+// What was asked for holds until the medium has answered.
+HRESULT TarnPlayerController::SetPoints(const ClipPoints& points) {
+    const auto tell = [](GstElement* filter, const ClipPoints& to) {
+        ISoundEffect* effect = QuerySoundEffect(filter);
+        const HRESULT result = effect->SetInPoint(to.in);
+        return Failed(result) ? result : effect->SetOutPoint(to.out);
+    };
+    const HRESULT result = Tell([&] { return tell(m_pSoundFilter, points); });
+    if (result != S_OK) return result;
+    m_points = points;
+    const std::shared_ptr<GstElement> filter(GST_ELEMENT(gst_object_ref(m_pSoundFilter)),
+                                             GstDeleter());
+    Worker().Run([tell, filter, points, path = m_path] {
+        static_cast<void>(tell(filter.get(), FindSavePoints(path, points)));
+    });
+    return S_OK;
 }
 
 HRESULT TarnPlayerController::SetEffects(const AMPEffectSettings& settings) {
     return Tell([&] { return m_pEffect->SetEffects(&settings); });
+}
+
+HRESULT TarnPlayerController::GetLevels(SoundLevels* levels) {
+    if (!levels) return Fail(E_POINTER);
+    const HRESULT result = FindEffect();
+    if (result == S_OK) *levels = m_pEffect->GetLevels();
+    return result;
 }
 
 }  // namespace tarn

@@ -8,6 +8,7 @@
 #include "effects/effect_settings.h"
 #include "movie/facts/check_movie_file.h"
 #include "playback/player_controller.h"
+#include "playback/save_points.h"
 #include "playback/sound_effect.h"
 
 namespace tarn {
@@ -34,17 +35,25 @@ public:
     HRESULT Seek(int64_t position, uint32_t flags, int64_t stop, uint32_t stopFlags) override;
     HRESULT ReleaseGraph() override;
 
-    // Milliseconds of the clip. S_FALSE without the sound filter, E_HANDLE without a graph.
+    // Milliseconds of the clip. S_FALSE without the sound filter, E_HANDLE without a graph. The
+    // fades lie where a save with these points has them: at those of the cut that can be made, or
+    // with exact points at these themselves. That is looked up in the movie, so it may come a
+    // moment later.
     HRESULT SetInPoint(int32_t ms);
     HRESULT SetOutPoint(int32_t ms);
+    HRESULT SetExactPoints(bool exact);
     HRESULT SetEffects(const AMPEffectSettings& settings);
+    // For a level meter, as often as it likes; nothing here waits.
+    HRESULT GetLevels(SoundLevels* levels);
 
 private:
     HRESULT FindEffect();
+    HRESULT SetPoints(const ClipPoints& points);
     template <typename Call>
     HRESULT Tell(Call call);
 
     ISoundEffect* m_pEffect = nullptr;  // of m_pSoundFilter
+    ClipPoints m_points;                // as asked for
 };
 
 }  // namespace tarn

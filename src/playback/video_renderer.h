@@ -2,7 +2,8 @@
 //
 // Three forms, tried in the order CEVR, CVMR9, CVMR7: OpenGL, the X overlay, and frames that the
 // window's owner paints by itself, which works everywhere. Main thread only, but for
-// IVideoWindow::PictureChanged.
+// IVideoWindow::PictureChanged and ReadPicture; a renderer that its graph leaves with may end in
+// another thread.
 #pragma once
 
 #include <cstdint>
@@ -42,7 +43,8 @@ public:
     virtual void FillBlack(const VideoRect& area) = 0;
 };
 
-// The window that shows the picture. It outlives the renderer that it was given to.
+// The window that shows the picture. It outlives the renderer that it was given to, or is taken
+// away from it first.
 class IVideoWindow {
 public:
     virtual ~IVideoWindow() = default;
@@ -50,7 +52,7 @@ public:
     virtual uintptr_t NativeHandle() const = 0;
     virtual VideoRect ClientRect() const = 0;
     // A new picture waits to be painted. From a streaming thread: post and return, and call
-    // nothing of the renderer but RepaintVideo and ReadPicture.
+    // nothing of the renderer but ReadPicture. Painting is the main thread's.
     virtual void PictureChanged() = 0;
 };
 

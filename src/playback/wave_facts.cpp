@@ -4,11 +4,11 @@
 #include <cstring>
 
 #include "base/xp_file.h"
+#include "effects/effect_chain.h"
 
 namespace tarn {
 namespace {
 
-constexpr uint32_t kLeastRate = 1'000, kMostRate = 384'000;  // Hz
 constexpr uint64_t kUnitsPerSecond = 10'000'000;
 constexpr uint64_t kRiffHead = 12, kChunkHead = 8;
 // Chunks before the sound; a file may be nothing but empty ones.
@@ -64,7 +64,7 @@ Reason ReadWaveFacts(const std::string& path, int64_t* duration, int32_t* rate) 
     Format format;
     const uint64_t bytes = find_sound(&file, length, &format);
     if (format.frameBytes == 0) return {};
-    if (format.rate < kLeastRate || format.rate > kMostRate)
+    if (format.rate < kMinSampleRate || format.rate > kMaxSampleRate)
         return {ReasonCode::kWaveRate, ReasonSide::kSource, path, {uint64_t{format.rate}}};
     *duration = static_cast<int64_t>(bytes / format.frameBytes * kUnitsPerSecond / format.rate);
     *rate = static_cast<int32_t>(format.rate);

@@ -11,6 +11,8 @@
 namespace tarn {
 namespace {
 
+const std::string kFilm = ClipPath("cam_avc_2997_g12_b2_3s");
+
 size_t NearestTo(const KnownPictures& known, const StillPicture& still) {
     return known.Nearest(
         Thumbnail({still.rgb.data(), still.width, still.height, still.width * 3}, 3, 2, 0));
@@ -83,6 +85,65 @@ TEST(FrameExtractor, SaysWhyThereIsNone) {
         const HiddenFactory hidden(part);
         EXPECT_EQ(extractor.Open(ClipPath("cam_texts")), E_FAIL);
         EXPECT_EQ(extractor.GetReason().code, ReasonCode::kNoGraphPart);
+    }
+}
+
+// Where a matrix of a track's header puts the pixel that is at x, y of a picture of that size.
+TEST(FrameExtractor, TurnsThePictureAsTheTrackSays) {
+    constexpr char kOne = 0, kMinus = 1, kNone = 2;
+    const struct {
+        const char* name;
+        char a, b, c, d;
+        bool swaps, fromRight, fromBottom;  // of the turned picture's first pixel, in the plain one
+    } rows[] = {
+        {"a quarter", kNone, kOne, kMinus, kNone, true, false, true},
+        {"half", kMinus, kNone, kNone, kMinus, false, true, true},
+        {"three quarters", kNone, kMinus, kOne, kNone, true, true, false},
+        {"mirrored", kMinus, kNone, kNone, kOne, false, true, false},
+        {"upside down", kOne, kNone, kNone, kMinus, false, false, true},
+        {"both ways", kNone, kOne, kOne, kNone, true, false, false},
+    };
+    StillPicture plain;
+    CFrameExtractor extractor;
+    ASSERT_EQ(extractor.Open(kFilm), S_OK);
+    ASSERT_EQ(extractor.GetFrame(0, &plain), S_OK);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const TempDir dir;
+        std::filesystem::copy_file(kFilm, dir.Path("a.mp4"));
+        std::string bytes = dir.Read("a.mp4");
+        const std::string numbers[] = {{0, 1, 0, 0}, std::string("\xff\xff\0\0", 4), {0, 0, 0, 0}};
+        const auto number = [&](char which) { return numbers[static_cast<size_t>(which)]; };
+        const std::string zero = number(kNone);
+        for (size_t at = bytes.find("tkhd"); at != std::string::npos;
+             at = bytes.find("tkhd", at + 1))
+            bytes.replace(at + 44, 20,
+                          number(row.a) + number(row.b) + zero + number(row.c) + number(row.d));
+        dir.Write("a.mp4", bytes);
+        StillPicture turned;
+        ASSERT_EQ(extractor.Open(dir.Path("a.mp4")), S_OK) << extractor.GetReason();
+        ASSERT_EQ(extractor.GetFrame(0, &turned), S_OK) << extractor.GetReason();
+        ASSERT_EQ(turned.width, row.swaps ? plain.height : plain.width);
+        ASSERT_EQ(turned.height, row.swaps ? plain.width : plain.height);
+        double difference = 0;
+        for (int32_t y = 0; y < turned.height; ++y) {
+            for (int32_t x = 0; x < turned.width; ++x) {
+                int32_t u = row.swaps ? y : x, v = row.swaps ? x : y;
+                if (row.fromRight) u = plain.width - 1 - u;
+                if (row.fromBottom) v = plain.height - 1 - v;
+                const auto at = static_cast<size_t>(3 * (v * plain.width + u));
+                const auto now = static_cast<size_t>(3 * (y * turned.width + x));
+                difference += std::abs(plain.rgb[at + 1] - turned.rgb[now + 1]);
+            }
+        }
+        EXPECT_LT(difference / (turned.width * turned.height), 2) << "of 255, each pixel";
+        TestPlayer player(dir.Path("a.mp4"), false);
+        ASSERT_TRUE(player.PausesThere());
+        EXPECT_EQ(player.Renderer()->ReadPicture([&](const VideoPicture& shown) {
+            EXPECT_EQ(shown.width, turned.width);
+            EXPECT_EQ(shown.height, turned.height);
+        }),
+                  S_OK);
     }
 }
 

@@ -179,6 +179,35 @@ GstElementPtr TestPlayer::Element(const char* name) const {
     return GstElementPtr(gst_bin_get_by_name(GST_BIN(Graph()), name));
 }
 
+SlowMedium::SlowMedium(const TestPlayer& player, const char* pin) {
+    using Keeper = std::shared_ptr<State>;
+    const GstElementPtr movie = player.Element("Source Splitter"), wave = player.Element("Source");
+    // What the source itself gives: before its queue, or its parser.
+    GstPadPtr pad(gst_element_get_static_pad((movie ? movie : wave).get(), pin));
+    pad.reset(gst_ghost_pad_get_target(GST_GHOST_PAD(pad.get())));
+    const GstElementPtr next(gst_pad_get_parent_element(pad.get()));
+    const GstPadPtr input(gst_element_get_static_pad(next.get(), "sink"));
+    pad.reset(gst_pad_get_peer(input.get()));
+    const auto hold = [](GstPad*, GstPadProbeInfo*, gpointer keeper) {
+        State& state = **static_cast<Keeper*>(keeper);
+        std::unique_lock lock(state.lock);
+        ++state.held;
+        state.changed.wait(lock, [&] { return state.allowed > 0; });
+        --state.allowed;
+        --state.held;
+        return GST_PAD_PROBE_OK;
+    };
+    gst_pad_add_probe(
+        pad.get(), GST_PAD_PROBE_TYPE_BUFFER, hold, std::make_unique<Keeper>(m_state).release(),
+        [](gpointer keeper) { const std::unique_ptr<Keeper> owner(static_cast<Keeper*>(keeper)); });
+}
+
+void SlowMedium::LetGo(int count) {
+    const std::lock_guard lock(m_state->lock);
+    m_state->allowed += count;
+    m_state->changed.notify_all();
+}
+
 SoundCapture::SoundCapture(TestPlayer* player)
     : m_pin(gst_element_get_static_pad(player->SoundDevice(), "Audio Input pin (rendered)")) {
     const auto types =

@@ -5,7 +5,9 @@
 #include <gst/gst.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -114,6 +116,28 @@ public:
     bool WaitForState();
     bool PausesThere() { return Pause() >= 0 && WaitForState(); }
     GstElementPtr Element(const char* name) const;
+};
+
+// Holds back what the clip's source reads, until it is let go; a reader that never returns.
+class SlowMedium {
+public:
+    // `pin`: of the source.
+    SlowMedium(const TestPlayer& player, const char* pin);
+    ~SlowMedium() { LetAllGo(); }
+    [[nodiscard]] bool WaitUntilItHolds() {
+        return WaitFor([this] { return m_state->held > 0; });
+    }
+    void LetGo(int count);
+    void LetAllGo() { LetGo(1'000'000); }
+
+private:
+    struct State {  // outlives this together with the graph
+        std::mutex lock;
+        std::condition_variable changed;
+        int allowed = 0;
+        std::atomic<int> held = 0;
+    };
+    std::shared_ptr<State> m_state = std::make_shared<State>();
 };
 
 // What leaves the sound effect, since it was begun or since the last seek. Goes before the player.

@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "../cli/run_tarn.h"
+#include "playback/save_points.h"
 #include "player_rig.h"
 #include "support/temp_dir.h"
 
@@ -104,6 +106,33 @@ TEST(PreviewAndSave, GoOnAlikeBehindASeek) {
     }
 }
 
+TEST(PreviewAndSave, FadeAtTheSamePoints) {
+    const std::string clip = ClipPath("cam_avc_2997_g12_b2_3s");
+    for (const bool exact : {false, true}) {
+        SCOPED_TRACE(exact);
+        const TempDir dir;
+        std::vector<std::string> arguments{
+            "export", clip, dir.Path("out.mp4"), "--in", "1000", "--out", "2000", "--json"};
+        if (exact) arguments.emplace_back("--exact");
+        const nlohmann::json answer = nlohmann::json::parse(RunTarn(arguments).out);
+        const nlohmann::json& saved = answer["actual"];
+        const ClipPoints asked = {1000, 2000, exact}, found = FindSavePoints(clip, asked);
+        EXPECT_EQ(found.in, saved["in_ms"]);
+        EXPECT_EQ(found.out, exact ? nlohmann::json(2000) : saved["out_ms"]);
+        const auto play = [&](const ClipPoints& points) {
+            TestPlayer player(clip);
+            const SoundCapture capture(&player);
+            EXPECT_EQ(player.SetEffects({.fade = 1}), S_OK);
+            EXPECT_EQ(player.SetInPoint(points.in), S_OK);
+            EXPECT_EQ(player.SetOutPoint(points.out), S_OK);
+            EXPECT_EQ(player.SetExactPoints(points.exact), S_OK);
+            EXPECT_EQ(player.PlayToEnd(), S_OK);
+            return capture.Samples();
+        };
+        EXPECT_EQ(FirstDifference(play(asked), play({found.in, found.out, true})), -1);
+    }
+}
+
 // Where the sound bears no times the effects go by what the player tells them.
 TEST(PreviewAndSave, FadeFromThePlaceThatWasSought) {
     const auto play = [&](bool timed) {
@@ -121,7 +150,7 @@ TEST(PreviewAndSave, FadeFromThePlaceThatWasSought) {
         EXPECT_EQ(player.SetEffects({.fade = 1}), S_OK);
         EXPECT_EQ(player.SetInPoint(4000), S_OK);
         EXPECT_EQ(player.SetOutPoint(9000), S_OK);
-        EXPECT_EQ(player.SeekTo(50'000'000), S_OK);
+        EXPECT_GE(player.SeekTo(50'000'000), 0);
         EXPECT_EQ(player.PlayToEnd(), S_OK) << player.GetReason();
         return capture.Samples();
     };

@@ -315,15 +315,22 @@ TEST_F(RendererOrder, TakesTheFirstFormThatCanDraw) {
     EXPECT_EQ(first(overlays), "none");
 }
 
-TEST_F(RendererOrder, IsNoClipOpenWithoutAPlaceForItsPicture) {
-    static constexpr VideoRendererForm kForms[] = {VideoRendererForm::CVMR9};
+TEST_F(RendererOrder, FindsTheFormThatTakesTheWindow) {
+    using enum VideoRendererForm;
+    static constexpr VideoRendererForm kAll[] = {CEVR, CVMR9, CVMR7}, kOne[] = {CVMR9};
+    const std::string clip = kData + "/playback/picture_alone.mp4";
     TestWindow painted;  // no X window
-    PlayerController player(PlayerDevices{"fakesink", kForms});
-    EXPECT_EQ(player.Open(kData + "/playback/picture_alone.mp4", nullptr, 0, 0, &painted, nullptr),
-              E_INVALIDARG);
-    EXPECT_EQ(player.GetReason().code, ReasonCode::kNoScreen);
-    EXPECT_EQ(player.GetReason().side, ReasonSide::kDevice);
-    EXPECT_EQ(player.Graph(), nullptr);
+    PlayerController player(PlayerDevices{"fakesink", kAll});
+    ASSERT_EQ(player.Open(clip, nullptr, 0, 0, &painted, nullptr), S_OK);
+    EXPECT_STREQ(player.Renderer()->Name(), "VMR-7");
+    EXPECT_GE(player.Pause(), 0);
+    EXPECT_TRUE(painted.WaitForChanges(1));
+
+    PlayerController without(PlayerDevices{"fakesink", kOne});
+    EXPECT_EQ(without.Open(clip, nullptr, 0, 0, &painted, nullptr), E_INVALIDARG);
+    EXPECT_EQ(without.GetReason().code, ReasonCode::kNoScreen);
+    EXPECT_EQ(without.GetReason().side, ReasonSide::kDevice);
+    EXPECT_EQ(without.Graph(), nullptr);
 }
 
 }  // namespace

@@ -30,6 +30,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int64_t kUnitsPerMs = 10'000;
 constexpr int kTickMs = 5;
+constexpr int kPatienceMs = 30'000;
 
 struct Options {
     std::string path, audio_sink, renderer, dump, shot;
@@ -148,6 +149,7 @@ bool Session::Open() {
         return false;
     }
     m_player.SetEventCallback([](const GraphEvent& event) {
+        if (event.code == EC_SEEK_COMPLETE) return;
         std::printf("event %d %s\n", event.code, ReasonText(event.reason).c_str());
     });
     const Clock::time_point start = Clock::now();
@@ -198,6 +200,11 @@ void Session::Report() {
     if (device && gst_element_query_position(device.get(), GST_FORMAT_TIME, &heard))
         std::printf(", %5.1f ms of sound wait",
                     static_cast<double>(m_dump.EndTime() - heard / 100) / kUnitsPerMs);
+    SoundLevels levels;
+    if (m_player.GetLevels(&levels) == S_OK)
+        std::printf(", peaks %.3f %.3f, treated %.3f %.3f with %u clipped", levels.before[0].peak,
+                    levels.before[1].peak, levels.after[0].peak, levels.after[1].peak,
+                    levels.after[0].clipped + levels.after[1].clipped);
     std::printf("\n");
 }
 
@@ -257,14 +264,18 @@ void Session::SeekAround() {
         const int64_t target = std::uniform_int_distribution<int64_t>(0, duration)(random);
         const Clock::time_point start = Clock::now();
         const HRESULT result = m_player.Seek(target, kAbsolutePositioning, 0, kNoPositioning);
+        const double asked = ms_since(start);
+        int32_t state = 0;
+        static_cast<void>(m_player.GetState(kPatienceMs, &state));
         const double took = ms_since(start);
         int64_t shown = -1;
         if (m_player.Renderer())
             static_cast<void>(m_player.Renderer()->ReadPicture(
                 [&shown](const VideoPicture& picture) { shown = picture.time; }));
-        std::printf("seek to %9.1f ms took %6.1f ms: %08x, picture of %9.1f ms\n",
-                    static_cast<double>(target) / kUnitsPerMs, took, static_cast<unsigned>(result),
-                    static_cast<double>(shown) / kUnitsPerMs);
+        std::printf(
+            "seek to %9.1f ms took %6.1f ms (the request %.1f): %08x, picture of %9.1f ms\n",
+            static_cast<double>(target) / kUnitsPerMs, took, asked, static_cast<unsigned>(result),
+            static_cast<double>(shown) / kUnitsPerMs);
         static_cast<void>(Pump(0));
     }
 }
@@ -300,10 +311,14 @@ int Session::Run() {
     else
         Play();
     bool good = true;
+    int32_t state = 0;
+    static_cast<void>(m_player.GetState(kPatienceMs, &state));
     if (!m_options.shot.empty())
         good = m_player.Renderer() && WriteShot(*m_player.Renderer(), m_options.shot);
     if (m_options.window) static_cast<void>(Pump(0));
     static_cast<void>(m_player.ReleaseGraph());
+    if (const int left = DShowHelper::GraphsLeftBehind())
+        std::printf("%d graphs left behind\n", left);
     return m_dump.Finish() && good ? 0 : 1;
 }
 
