@@ -123,6 +123,8 @@ Mp4Result mp4_read_mfra(Mp4Host* host, Mp4File* file, const Mp4AtomInfo& atom,
         mp4_free_mfra(host, &found);
         return result;
     }
+    // One at offset 0 does not count as present: what was read of it goes.
+    mp4_free_mfra(host, access);
     *access = found;
     return FF4_RET_OK;
 }
