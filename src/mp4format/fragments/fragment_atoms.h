@@ -90,6 +90,8 @@ struct Mp4FragmentSource {
     const Mp4FragmentDefaults* tracks;  // by rising id, each id once
     uint32_t track_count;
     uint32_t track_id;  // the one whose runs are wanted
+    // Steps that walks may still take, over all tracks; null: as many as there are.
+    uint64_t* steps_left;
 };
 
 // The entry of a track, or null.

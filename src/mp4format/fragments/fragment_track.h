@@ -23,7 +23,7 @@ struct Mp4FragmentSample {
 // A 'moof' with runs of the track, and how the walk came to it.
 struct Mp4FragmentCheckpoint {
     uint64_t moof;
-    uint64_t next_time, least_start, cover_time;
+    uint64_t next_time, least_start, cover_time, claimed;
     uint32_t next_sample;
 };
 
@@ -47,6 +47,7 @@ struct Mp4FragmentTrack {
     uint64_t moofs;      // passed so far
     uint64_t last_moof;  // the last of them
 
+    bool found;           // whether a lookup has found a sample
     bool counted, ended;  // whether `next_sample` and `end_time` of the whole track are known
     uint32_t next_sample;
     uint64_t end_time;

@@ -12,6 +12,13 @@ Mp4Result add(uint64_t a, uint64_t b, uint64_t* out) {
     return mp4_add(a, b, out) == FF4_RET_OK ? FF4_RET_OK : FF4_RET_FORMAT;
 }
 
+Mp4Result take_steps(const Mp4FragmentSource& source, uint64_t steps) {
+    if (!source.steps_left) return FF4_RET_OK;
+    if (steps > *source.steps_left) return FF4_RET_FORMAT;
+    *source.steps_left -= steps;
+    return FF4_RET_OK;
+}
+
 // Where the data of the earlier traf `before` ends.
 Mp4Result find_data_end(const Mp4FragmentSource& source, const Mp4FragmentHead& before,
                         const Mp4Span& traf, uint64_t* end) {
@@ -19,6 +26,7 @@ Mp4Result find_data_end(const Mp4FragmentSource& source, const Mp4FragmentHead& 
     for (Mp4Span left = traf; left.size >= kAtomHeader;) {
         Mp4AtomInfo atom{};
         FF4_TRY(mp4_take_fragment_atom(source, &left, &atom));
+        FF4_TRY(take_steps(source, 1 + atom.payload.size / kAtomHeader));
         if (atom.type != fourcc("trun")) continue;
         Mp4FragmentRun run{};
         Mp4FragmentRunLength length{};
@@ -60,11 +68,23 @@ Mp4Result read_time(const Mp4FragmentSource& source, const Mp4Span& payload,
     return FF4_RET_OK;
 }
 
+// A run without rows costs its file nothing: all of them together have no more samples than the
+// file has bytes for.
+void bound_samples(const Mp4FragmentSource& source, Mp4FragmentPosition* position,
+                   Mp4FragmentRun* run) {
+    if (run->row_size > 0) return;
+    const uint64_t each = std::max<uint32_t>(run->default_size, 1);
+    const uint64_t fitting = (source.file_size - position->claimed) / each;
+    run->sample_count = static_cast<uint32_t>(std::min<uint64_t>(run->sample_count, fitting));
+    position->claimed += run->sample_count * each;
+}
+
 // A run of the wanted track: its times and numbers, counted on from the position's.
 Mp4Result add_run(const Mp4FragmentSource& source, const Mp4AtomInfo& atom,
                   Mp4FragmentPosition* position, Mp4FragmentRun* run) {
     Mp4FragmentRunLength length{};
     FF4_TRY(mp4_read_trun(source, position->head, atom, position->data_end, run));
+    bound_samples(source, position, run);
     FF4_TRY(mp4_measure_fragment_run(source, *run, &length));
     FF4_TRY(add(run->data_offset, length.size, &position->data_end));
     position->in_run = true;
@@ -156,6 +176,7 @@ Mp4Result mp4_next_fragment_run(const Mp4FragmentSource& source, Mp4FragmentPosi
     *found = false;
     bool more = true;
     while (more && run->sample_count == 0) {
+        FF4_TRY(mp4_blame(source.host, fourcc("moof"), take_steps(source, 1)));
         const Mp4Result result =
             mp4_blame(source.host, fourcc("moof"), step(source, position, run, &more));
         if (result == FF4_RET_FORMAT && position->moof_is_cut) {

@@ -29,6 +29,7 @@ struct Mp4FragmentPosition {
     uint64_t next_time;    // end of the last run
     uint64_t least_start;  // a stated time before this is not believed
     uint64_t cover_time;   // the latest end so far
+    uint64_t claimed;      // bytes that samples without rows have taken, one each at least
 };
 
 // Goes on to the next run of the track that has samples. Behind the last one `found` is false. The

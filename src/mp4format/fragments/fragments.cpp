@@ -6,6 +6,7 @@ namespace tarn {
 namespace {
 
 constexpr uint32_t kCheckpoints = 512;
+constexpr uint64_t kLeastSteps = 100000;
 
 bool covers(const Mp4FragmentRun& run, const Mp4FragmentTarget& target) {
     if (target.by_time) return target.value >= run.cover_time && target.value < run.end_time;
@@ -20,9 +21,10 @@ Mp4FragmentTrack* find_track(const Mp4FragmentState& state, uint32_t track_id) {
     return track;
 }
 
-Mp4FragmentSource source_of(const Mp4FragmentState& state, const Mp4FragmentTrack& track) {
-    Mp4FragmentSource source = state.source;
+Mp4FragmentSource source_of(Mp4FragmentState* state, const Mp4FragmentTrack& track) {
+    Mp4FragmentSource source = state->source;
     source.track_id = track.track_id;
+    source.steps_left = track.found ? nullptr : &state->steps_left;
     return source;
 }
 
@@ -51,9 +53,9 @@ void note_moof(Mp4FragmentTrack* track, const Mp4FragmentPosition& before,
         thin_checkpoints(track);
         if ((track->moofs - 1) % track->spacing != 0) return;
     }
-    track->checkpoints[track->checkpoint_count++] = {position.moof, position.moof_time,
+    track->checkpoints[track->checkpoint_count++] = {position.moof,      position.moof_time,
                                                      before.least_start, before.cover_time,
-                                                     before.next_sample};
+                                                     before.claimed,     before.next_sample};
 }
 
 // The last checkpoint whose moof begins at or before the target, or the start.
@@ -72,6 +74,7 @@ Mp4FragmentPosition nearest_checkpoint(const Mp4FragmentTrack& track,
     position.next_time = checkpoint.next_time;
     position.least_start = checkpoint.least_start;
     position.cover_time = checkpoint.cover_time;
+    position.claimed = checkpoint.claimed;
     position.next_sample = checkpoint.next_sample;
     return position;
 }
@@ -176,16 +179,17 @@ Mp4Result locate_run(Mp4FragmentState* state, const Mp4FragmentSource& source,
 
 Mp4Result look_up(Mp4FragmentState* state, Mp4FragmentTrack* track, const Mp4FragmentTarget& target,
                   Mp4FragmentSample* sample) {
-    const Mp4FragmentSource source = source_of(*state, *track);
+    const Mp4FragmentSource source = source_of(state, *track);
     Mp4FragmentRun* run = nullptr;
     FF4_TRY(locate_run(state, source, track, target, &run));
     FF4_TRY(mp4_move_fragment_cursor(source, track, run, target));
+    track->found = true;
     return mp4_take_fragment_sample(source, track, sample);
 }
 
 // Walks on to the end of the track, through the index unless samples are to be counted.
 Mp4Result walk_to_end(Mp4FragmentState* state, Mp4FragmentTrack* track, bool numbered) {
-    const Mp4FragmentSource source = source_of(*state, *track);
+    const Mp4FragmentSource source = source_of(state, *track);
     const Mp4FragmentTarget end{true, UINT64_MAX, numbered};
     Walk walk{state, source, track, end, choose_position(*track, end)};
     do {
@@ -202,15 +206,12 @@ bool earlier_track(const Mp4FragmentDefaults& a, const Mp4FragmentDefaults& b) {
 
 // All track ids of the movie, each once, with the first defaults for it.
 Mp4Result list_defaults(Mp4Host* host, const Mp4MovieIndex& movie, Mp4FragmentState* state) {
-    uint64_t tracks = 0;
-    for (const Mp4TrackIndex* track = movie.tracks.head; track; track = track->next)
-        ++tracks;
-    if (tracks == 0) return FF4_RET_OK;
-    auto list = mp4_make<Mp4FragmentDefaults>(host, tracks);
+    if (movie.tracks.count == 0) return FF4_RET_OK;
+    auto list = mp4_make<Mp4FragmentDefaults>(host, movie.tracks.count);
     if (!list) return FF4_RET_NOMEM;
     Mp4FragmentDefaults* end = list.get();
     for (const Mp4TrackIndex* track = movie.tracks.head; track; track = track->next)
-        *end++ = {track->track_id, nullptr};
+        *end++ = {track->facts->track_id, nullptr};
     std::sort(list.get(), end, earlier_track);
     end = std::unique(list.get(), end,
                       [](const auto& a, const auto& b) { return a.track_id == b.track_id; });
@@ -241,6 +242,7 @@ Mp4Result mp4_open_fragments(Mp4Host* host, Mp4File* file, uint64_t file_size, M
     state->source.file = file;
     state->source.file_size = file_size;
     state->source.read_ahead = &state->read_ahead;
+    state->steps_left = kLeastSteps + file_size;
     state->random_access = &index->random_access;
     state->first_moof = index->moofs.head ? index->moofs.head->atom.offset : file_size;
     FF4_TRY(list_defaults(host, index->movie, state.get()));

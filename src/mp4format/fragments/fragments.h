@@ -19,6 +19,9 @@ struct Mp4FragmentState {
     Mp4FragmentDefaults* defaults;
     Mp4RandomAccess* random_access;  // the index's
     uint64_t first_moof;             // 0: none
+    // For walks of tracks of which no sample has been found yet: with very many tracks each would
+    // go through all fragments.
+    uint64_t steps_left;
     Mp4FragmentTrack* head;
     Mp4FragmentTrack* tail;
 };

@@ -300,14 +300,34 @@ TEST(Fragments, HostileAndBrokenFragments) {
         EXPECT_LT(clip.host.LargestBlock(), 100000u);
     }
 
-    // Without rows there is no more than a byte of the file for each sample.
-    const Bytes many = Join(MovieHead(), Fragment({.duration = 1}, PlainRun(0xFFFFFFFF)));
+    // Without rows there is no more than a byte of the file for each sample, over all runs.
+    const Bytes endless = Join(PlainRun(30), PlainRun(0xFFFFFFFF), PlainRun(0xFFFFFFFF));
+    const Bytes many = Join(MovieHead(), Fragment({.duration = 1}, endless));
     Clip clip(many);
     EXPECT_EQ(clip.Count(), many.size());
     EXPECT_EQ(clip.Sample(static_cast<uint32_t>(many.size())).start_time, many.size() - 1);
     clip.Share(100);
     Mp4FragmentSample sample{};
     EXPECT_EQ(clip.At(1, &sample), FF4_RET_NOMEM) << "no run fits";
+}
+
+TEST(Fragments, ManyTracksDoNotGoThroughManyFragmentsEach) {
+    constexpr uint32_t kMany = 300;
+    Bytes traks, trexs, moofs;
+    for (uint32_t id = 1; id <= kMany; ++id) {
+        Append(&traks, Atom("trak", Tkhd({.track_id = id})));
+        Append(&trexs, Trex({.track_id = id}));
+        Append(&moofs, Moof(id, {Atom("traf", Tfhd({.track_id = id}), PlainRun(1))}));
+    }
+    Clip clip(Join(Atom("moov", Mvhd(), traks, Atom("mvex", trexs)), moofs));
+    Mp4Result result = FF4_RET_OK;
+    uint32_t id = 1;
+    for (uint64_t end = 0; result == FF4_RET_OK && ++id <= kMany;) {
+        ASSERT_EQ(mp4_begin_fragment_track(clip.state, id, 0, 0), FF4_RET_OK);
+        result = mp4_get_fragment_end(clip.state, id, &end);
+    }
+    EXPECT_EQ(result, FF4_RET_FORMAT);
+    EXPECT_GT(id, 20u) << "as many as a recording might have";
 }
 
 TEST(Fragments, EveryFaultIsToldAndNothingIsLost) {
