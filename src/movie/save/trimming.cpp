@@ -127,8 +127,8 @@ MovieCode Saving::Fail(MovieCode code, const Reason& ofOutput) {
     if (SourceChanged()) code = kMovieChanged;
     if (code != kMovieChanged && ofOutput)
         m_saved->reason = ofOutput;
-    else if (code != kMovieChanged && code != kMovieCodec && of_source)
-        m_saved->reason = of_source;
+    else if (code != kMovieChanged && code != kMovieCodec)
+        m_saved->reason = of_source ? of_source : m_reader->ReasonFor(code);
     else
         m_saved->reason = MovieReason(code, ReasonSide::kSource, m_segment.source);
     return code;
