@@ -4,10 +4,12 @@
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "base/reason.h"
 #include "base/xp_path.h"
 #include "cli/commands.h"
+#include "cli/json_stream.h"
 #include "cli/report.h"
 #include "movie/facts/clip_info.h"
 #include "movie/facts/movie_text.h"
@@ -32,42 +34,45 @@ double fixed(uint32_t value) {
 
 // --- JSON
 
-Json edits_json(const std::vector<MovieEdit>& edits) {
-    Json list = Json::array();
+void print_json(JsonStream& out, const std::vector<MovieEdit>& edits) {
+    out.Open('[');
     for (const MovieEdit& edit : edits) {
-        list.push_back({{"segment_duration", edit.segmentDuration},
-                        {"media_time", edit.mediaTime},
-                        {"rate", fixed(edit.rate)}});
+        out.Value({{"segment_duration", edit.segmentDuration},
+                   {"media_time", edit.mediaTime},
+                   {"rate", fixed(edit.rate)}});
     }
-    return list;
+    out.Close();
 }
 
-Json common_json(const ClipTrackInfo& track) {
-    return {{"bit_rate", track.bitRate},
-            {"samples", track.samples},
-            {"timescale", track.timescale},
-            {"duration", track.duration},
-            {"edits", edits_json(track.edits)}};
+// `own` is what only a track of that kind has.
+void print_json(JsonStream& out, const ClipTrackInfo& track, const Json& own) {
+    out.Open('{');
+    out.Key("codec").Text(CodeText(track.codec));
+    out.Members(own);
+    out.Members({{"bit_rate", track.bitRate},
+                 {"samples", track.samples},
+                 {"timescale", track.timescale},
+                 {"duration", track.duration}});
+    out.Key("edits");
+    print_json(out, track.edits);
+    out.Close();
 }
 
-Json video_json(const std::optional<ClipTrackInfo>& track) {
-    if (!track) return nullptr;
-    Json json = {{"codec", CodeText(track->codec)},
-                 {"width", track->width},
-                 {"height", track->height},
-                 {"frame_rate", track->frameRate}};
-    json.update(common_json(*track));
-    return json;
-}
-
-Json audio_json(const std::optional<ClipTrackInfo>& track) {
-    if (!track) return nullptr;
-    Json json = {{"codec", CodeText(track->codec)},
-                 {"channels", track->channels},
-                 {"sample_rate", track->sampleRate},
-                 {"bits", track->bits}};
-    json.update(common_json(*track));
-    return json;
+void print_tracks_json(JsonStream& out, const ClipInfo& info) {
+    out.Key("video");
+    if (const auto& v = info.video) {
+        print_json(out, *v,
+                   {{"width", v->width}, {"height", v->height}, {"frame_rate", v->frameRate}});
+    } else {
+        out.Value(nullptr);
+    }
+    out.Key("audio");
+    if (const auto& a = info.audio) {
+        print_json(out, *a,
+                   {{"channels", a->channels}, {"sample_rate", a->sampleRate}, {"bits", a->bits}});
+    } else {
+        out.Value(nullptr);
+    }
 }
 
 Json profile_json(const ClipInfo& info) {
@@ -100,33 +105,37 @@ Json profile_json(const ClipInfo& info) {
     return {{"file", info.fileProfile}, {"video", video}, {"audio", audio}};
 }
 
-Json metadata_json(const ClipInfo& info) {
-    Json list = Json::array();
+void print_metadata_json(JsonStream& out, const ClipInfo& info) {
+    out.Key("metadata").Open('[');
     for (const CMetaDataInfo& item : info.metadata) {
         Json json = {{"type", item.type},
                      {"language", LanguageText(item.language)},
                      {"encoding", item.encoding},
                      {"size", item.data.size()}};
         if (const auto text = MetaText(item)) json["text"] = *text;
-        list.push_back(json);
+        out.Value(json);
     }
-    return list;
+    out.Close();
 }
 
-Json info_json(const std::string& path, const ClipInfo& info) {
-    Json compatible = Json::array();
+void print_json(JsonStream& out, const std::string& path, const ClipInfo& info) {
+    out.Open('{');
+    out.Members({{"path", path},
+                 {"size", info.size},
+                 {"brand", CodeText(info.brand)},
+                 {"minor", info.minor}});
+    out.Key("compatible").Open('[');
     for (const uint32_t brand : info.compatible)
-        compatible.push_back(CodeText(brand));
-    Json json = {
-        {"path", path},        {"size", info.size},        {"brand", CodeText(info.brand)},
-        {"minor", info.minor}, {"compatible", compatible}, {"duration_ms", info.durationMs}};
-    json["created"] = info.created.year != 0 ? Json(date_text(info.created)) : Json(nullptr);
-    json["video"] = video_json(info.video);
-    json["audio"] = audio_json(info.audio);
-    json["profile"] = profile_json(info);
-    json["metadata"] = metadata_json(info);
-    json["fragmented"] = info.fragmented;
-    return json;
+        out.Text(CodeText(brand));
+    out.Close();
+    out.Key("duration_ms").Number(info.durationMs);
+    out.Key("created").Value(info.created.year != 0 ? Json(date_text(info.created))
+                                                    : Json(nullptr));
+    print_tracks_json(out, info);
+    out.Key("profile").Value(profile_json(info));
+    print_metadata_json(out, info);
+    out.Key("fragmented").Value(info.fragmented);
+    out.Close();
 }
 
 // --- text
@@ -197,22 +206,33 @@ void print_info(const std::string& path, const ClipInfo& info) {
     if (info.fragmented) std::cout << "fragmented  yes\n";
 }
 
-int run_info(const std::vector<std::string>& paths, bool json) {
-    int status = kExitDone;
-    Json documents = Json::array();
-    for (const std::string& path : paths) {
-        ClipInfo info;
-        if (const Reason reason = ReadClipInfo(path, &info)) {
-            status = Fail(reason);
-            documents.push_back({{"path", path}, {"error", ReasonJson(reason)}});
-        } else if (json) {
-            documents.push_back(info_json(path, info));
-        } else {
-            print_info(path, info);
-        }
+// `json` is null for text.
+int show_one(const std::string& path, JsonStream* json) {
+    ClipInfo info;
+    if (const Reason reason = ReadClipInfo(path, &info)) {
+        if (json) json->Value({{"path", path}, {"error", ReasonJson(reason)}});
+        return Fail(reason);
     }
+    if (json) {
+        print_json(*json, path, info);
+    } else {
+        print_info(path, info);
+    }
+    return kExitDone;
+}
+
+int run_info(const std::vector<std::string>& paths, bool json) {
+    std::optional<JsonStream> out;
+    if (json) out.emplace();
     // One file gives its own document, several a list in their order.
-    if (json) PrintJson(paths.size() == 1 ? documents[0] : documents);
+    const bool list = json && paths.size() > 1;
+    if (list) out->Open('[');
+    int status = kExitDone;
+    for (const std::string& path : paths) {
+        const int one = show_one(path, json ? &*out : nullptr);
+        if (one != kExitDone) status = one;
+    }
+    if (list) out->Close();
     return status;
 }
 

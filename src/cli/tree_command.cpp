@@ -5,14 +5,13 @@
 #include <vector>
 
 #include "cli/commands.h"
+#include "cli/json_stream.h"
 #include "cli/report.h"
 #include "movie/engine/movie_file.h"
 #include "mp4format/atom_tree.h"
 
 namespace tarn {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 std::string uuid_text(const uint8_t* name) {
     char text[37];
@@ -31,67 +30,87 @@ void print_node(const Mp4TreeNode& node) {
     std::cout << '\n';
 }
 
-Json node_json(const Mp4TreeNode& node) {
-    Json json = {{"type", CodeText(node.atom.type)},
-                 {"offset", node.atom.atom.offset},
-                 {"size", node.atom.atom.size}};
-    if (node.uuid) json["uuid"] = uuid_text(node.uuid);
-    if (node.cut) json["cut"] = true;
-    return json;
-}
-
 // Nests the atoms as they come, by their depth.
 class TreeJson {
 public:
+    explicit TreeJson(JsonStream* out) : m_out(out) {}
     void Add(const Mp4TreeNode& node) {
-        while (m_open.size() > node.depth)
-            Close();
-        m_open.push_back(node_json(node));
+        CloseTo(node.depth);
+        if (!m_parents.empty() && !m_parents.back()) {
+            m_parents.back() = true;
+            m_out->Key("children").Open('[');
+        }
+        m_out->Open('{');
+        m_out->Key("type").Text(CodeText(node.atom.type));
+        m_out->Key("offset").Number(node.atom.atom.offset);
+        m_out->Key("size").Number(node.atom.atom.size);
+        if (node.uuid) m_out->Key("uuid").Text(uuid_text(node.uuid));
+        if (node.cut) m_out->Key("cut").Value(true);
+        m_parents.push_back(false);
     }
-    Json Take() {
-        while (!m_open.empty())
-            Close();
-        return std::move(m_top);
+    // Closes the atoms at that depth and below.
+    void CloseTo(size_t depth) {
+        for (; m_parents.size() > depth; m_parents.pop_back()) {
+            if (m_parents.back()) m_out->Close();
+            m_out->Close();
+        }
     }
 
 private:
-    void Close() {
-        Json done = std::move(m_open.back());
-        m_open.pop_back();
-        Json& parent = m_open.empty() ? m_top : m_open.back()["children"];
-        parent.push_back(std::move(done));
-    }
-    Json m_top = Json::array();
-    std::vector<Json> m_open;
+    JsonStream* m_out;
+    std::vector<bool> m_parents;  // of the open atoms: whether they have children
 };
+
+Mp4Result print_tree(MovieFile& file, TreeJson* tree, uint64_t* failed_at) {
+    return mp4_visit_atoms(
+        file.Host(), file.File(), file.Size(),
+        [&](const Mp4TreeNode& node) {
+            if (tree) {
+                tree->Add(node);
+            } else {
+                print_node(node);
+            }
+            return FF4_RET_OK;
+        },
+        failed_at);
+}
+
+Reason why(MovieFile& file, const std::string& path, Mp4Result result, uint64_t failed_at) {
+    if (result == FF4_RET_OK) return {};
+    if (result == FF4_RET_FORMAT)
+        return {ReasonCode::kBrokenHeader, ReasonSide::kSource, path, {failed_at}};
+    return file.ReasonFor(movie_code(result));
+}
+
+Reason print_document(MovieFile& file, const std::string& path) {
+    JsonStream out;
+    out.Open('{');
+    out.Key("path").Value(path);
+    out.Key("size").Number(file.Size());
+    out.Key("atoms").Open('[');
+    TreeJson tree(&out);
+    uint64_t failed_at = 0;
+    const Mp4Result result = print_tree(file, &tree, &failed_at);
+    tree.CloseTo(0);
+    out.Close();
+    const Reason reason = why(file, path, result, failed_at);
+    if (reason) out.Key("error").Value(ReasonJson(reason));
+    out.Close();
+    return reason;
+}
 
 int run_tree(const std::string& path, bool json) {
     MovieFile file;
     // A file that is no movie at all is refused before anything is printed.
     if (file.OpenFile(path) != kMovieOk || file.GetReason()) return Fail(file.GetReason(), json);
 
-    TreeJson tree;
-    uint64_t failed_at = 0;
-    const Mp4Result result = mp4_visit_atoms(
-        file.Host(), file.File(), file.Size(),
-        [&](const Mp4TreeNode& node) {
-            if (json) {
-                tree.Add(node);
-            } else {
-                print_node(node);
-            }
-            return FF4_RET_OK;
-        },
-        &failed_at);
     Reason reason;
-    if (result == FF4_RET_FORMAT)
-        reason = {ReasonCode::kBrokenHeader, ReasonSide::kSource, path, {failed_at}};
-    else if (result != FF4_RET_OK)
-        reason = file.ReasonFor(movie_code(result));
     if (json) {
-        Json document = {{"path", path}, {"size", file.Size()}, {"atoms", tree.Take()}};
-        if (reason) document["error"] = ReasonJson(reason);
-        PrintJson(document);
+        reason = print_document(file, path);
+    } else {
+        uint64_t failed_at = 0;
+        const Mp4Result result = print_tree(file, nullptr, &failed_at);
+        reason = why(file, path, result, failed_at);
     }
     return reason ? Fail(reason) : kExitDone;
 }
