@@ -71,13 +71,15 @@ struct MovieTrackInfo {
     uint32_t width = 0, height = 0;  // of the sound track's header; only carried along
 };
 
+constexpr uint32_t kProfileFragmented = 1u << 28;  // of a file profile
+
 struct CMovieInfoType {
     uint32_t majorBrand = 0, minorVersion = 0;
     uint32_t hasBrandMsnv = 0, hasBrandIsom = 0, hasBrandMp42 = 0;
     Mp4Date creationDate{}, modificationDate{};
     uint32_t timescale = 0;
-    uint64_t duration = 0;     // movie units
-    uint32_t fileProfile = 0;  // bit 28: the file holds fragments
+    uint64_t duration = 0;  // movie units
+    uint32_t fileProfile = 0;
     MovieTrackInfo video, audio;
     uint64_t videoDurationMovie = 0;  // of the video track, in media units
     uint32_t editTimescale = 0;

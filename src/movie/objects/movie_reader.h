@@ -43,7 +43,7 @@ public:
     const CMovieInfoType& GetInfo() const { return m_info; }
     bool HasVideo() const { return m_info.video.trackNumber != 0; }
     bool HasAudio() const { return m_info.audio.trackNumber != 0; }
-    bool IsFragmented() const { return (m_info.fileProfile >> 28 & 1) != 0; }
+    bool IsFragmented() const { return (m_info.fileProfile & kProfileFragmented) != 0; }
     // 0 for a movie timescale of 0.
     uint64_t GetDurationMs() const;
     Mp4ReadSession* Session() const { return m_engine.file.Session(); }

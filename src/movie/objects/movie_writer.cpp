@@ -146,17 +146,13 @@ MovieCode CMP4MovieWrite::AddTrack(const MovieTrackInfo& source, uint32_t handle
 
 // All descriptions of a source track with their indexes.
 MovieCode CMP4MovieWrite::CopyDescriptions(const MovieTrackInfo& source, uint32_t track) {
-    Mp4SampleEntries* entries = nullptr;
-    MOVIE_TRY(mp4_open_sample_entries(m_reader->Session(), source.trackNumber, &entries));
-    Mp4Result result = FF4_RET_OK;
-    uint32_t index = 0;
-    for (const Mp4SampleEntry* e = entries->list.head; e && result == FF4_RET_OK; e = e->next) {
-        Mp4SampleEntry copy = *e;  // shallow: only the reference is changed
+    const auto add = [&](uint32_t index, const Mp4SampleEntry& entry) {
+        Mp4SampleEntry copy = entry;  // shallow: only the reference is changed
         copy.data_reference_index = 1;
-        result = mp4_add_track_description(m_session, track, copy, &index);
-    }
-    MOVIE_TRY(mp4_close_sample_entries(m_reader->Session(), entries));
-    return movie_code(result);
+        return mp4_add_track_description(m_session, track, copy, &index);
+    };
+    return movie_code(
+        mp4_visit_sample_entries(m_reader->Session(), source.trackNumber, UINT32_MAX, add));
 }
 
 MovieCode CMP4MovieWrite::DescribeSound() {
@@ -170,7 +166,7 @@ MovieCode CMP4MovieWrite::DescribeSound() {
 MovieCode CMP4MovieWrite::AddProfile() {
     Mp4ProfileBuild profile{};
     profile.has_file = profile.has_video = profile.has_audio = true;
-    profile.file_profile = Source().fileProfile;
+    profile.file_profile = Source().fileProfile & ~kProfileFragmented;
     profile.video = Source().videoProfile;
     profile.video.track_id = m_video.id;
     profile.audio = Source().audioProfile;
