@@ -1,5 +1,6 @@
 #include "movie/engine/descriptions.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "movie/engine/tracks.h"
@@ -7,12 +8,25 @@
 namespace tarn {
 namespace {
 
-// The entry of a list whose track has that handler.
-Mp4Result find_entry(Mp4ReadSession* session, const Mp4SampleEntries* entries, uint32_t handler,
-                     uint32_t index, const Mp4SampleEntry** out) {
+// The fields of an entry, as of() gives them, on a track that has that handler.
+template <typename Fields>
+Mp4Result get_fields(Mp4ReadSession* session, const Mp4SampleEntries* entries, uint32_t handler,
+                     uint32_t index, Fields (*of)(const Mp4SampleEntry&), Fields* out) {
+    if (!out) return FF4_RET_ARGS;
+    *out = {};
     if (!session || !entries) return FF4_RET_ARGS;
     if (entries->handler != handler) return FF4_RET_STATE;
-    return mp4_get_sample_entry(session, entries, index, out);
+    const Mp4SampleEntry* entry = nullptr;
+    FF4_TRY(mp4_get_sample_entry(session, entries, index, &entry));
+    *out = of(*entry);
+    return FF4_RET_OK;
+}
+
+// Where the entries of a track lie.
+Mp4Result find_entries(Mp4ReadSession* session, uint32_t track, const Mp4OpenTrack** open) {
+    *open = mp4_find_open_track(session, track);
+    if (!*open) return FF4_RET_STATE;
+    return present((*open)->tables.stsd) ? FF4_RET_OK : FF4_RET_NOTFOUND;
 }
 
 Mp4Result find_config(Mp4ReadSession* session, const Mp4SampleEntries* entries, uint32_t index,
@@ -51,13 +65,12 @@ Mp4Result copy_out(const Mp4ByteBlock& block, uint32_t capacity, uint8_t* buffer
 Mp4Result mp4_open_sample_entries(Mp4ReadSession* session, uint32_t track,
                                   Mp4SampleEntries** entries) {
     if (!session || !entries || track == 0) return FF4_RET_ARGS;
-    const Mp4OpenTrack* open = mp4_find_open_track(session, track);
-    if (!open) return FF4_RET_STATE;
-    if (!present(open->tables.stsd)) return FF4_RET_NOTFOUND;
+    const Mp4OpenTrack* open = nullptr;
+    FF4_TRY(find_entries(session, track, &open));
     auto made = mp4_make<Mp4SampleEntries>(session->host);
     if (!made) return FF4_RET_NOMEM;
     made->track = track;
-    made->handler = open->index->handler_type;
+    made->handler = open->index->facts->handler_type;
     const Mp4Result result =
         mp4_read_sample_entries(session->host, session->file, open->tables.stsd,
                                 open->tables.stsd_count, made->handler, &made->list);
@@ -66,6 +79,25 @@ Mp4Result mp4_open_sample_entries(Mp4ReadSession* session, uint32_t track,
         return result;
     }
     *entries = made.release();
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_visit_sample_entries(
+    Mp4ReadSession* session, uint32_t track, uint32_t most,
+    const std::function<Mp4Result(uint32_t, const Mp4SampleEntry&)>& visit) {
+    if (!session || track == 0) return FF4_RET_ARGS;
+    const Mp4OpenTrack* open = nullptr;
+    FF4_TRY(find_entries(session, track, &open));
+    const uint32_t end = std::min(most, open->tables.stsd_count);
+    Mp4Span left = open->tables.stsd;
+    for (uint32_t n = 0; n < end && left.size >= kAtomHeader; ++n) {
+        Mp4SampleEntry* entry = nullptr;
+        FF4_TRY(mp4_take_sample_entry(session->host, session->file,
+                                      open->index->facts->handler_type, &left, &entry));
+        const Mp4Result result = visit(n + 1, *entry);
+        mp4_free_sample_entry(session->host, entry);
+        FF4_TRY(result);
+    }
     return FF4_RET_OK;
 }
 
@@ -90,38 +122,37 @@ Mp4Result mp4_get_sample_entry(Mp4ReadSession* session, const Mp4SampleEntries* 
     return *out ? FF4_RET_OK : FF4_RET_NOTFOUND;
 }
 
+Mp4VideoEntry mp4_video_entry_of(const Mp4SampleEntry& entry) {
+    const Mp4VisualFields& v = entry.visual;
+    Mp4VideoEntry out{entry.kind,
+                      entry.format,
+                      entry.data_reference_index,
+                      v.width,
+                      v.height,
+                      v.horizontal_resolution,
+                      v.vertical_resolution,
+                      v.frame_count,
+                      v.depth,
+                      {}};
+    std::memcpy(out.compressor_name, v.compressor_name, sizeof out.compressor_name);
+    return out;
+}
+
+Mp4AudioEntry mp4_audio_entry_of(const Mp4SampleEntry& entry) {
+    const Mp4AudioFields& a = entry.audio;
+    return {entry.kind,      entry.format,  entry.data_reference_index,
+            a.channel_count, a.sample_size, a.sample_rate,
+            a.sampling_rate};
+}
+
 Mp4Result mp4_get_video_entry(Mp4ReadSession* session, const Mp4SampleEntries* entries,
                               uint32_t index, Mp4VideoEntry* out) {
-    if (!out) return FF4_RET_ARGS;
-    *out = {};
-    const Mp4SampleEntry* entry = nullptr;
-    FF4_TRY(find_entry(session, entries, fourcc("vide"), index, &entry));
-    const Mp4VisualFields& v = entry->visual;
-    *out = {entry->kind,
-            entry->format,
-            entry->data_reference_index,
-            v.width,
-            v.height,
-            v.horizontal_resolution,
-            v.vertical_resolution,
-            v.frame_count,
-            v.depth,
-            {}};
-    std::memcpy(out->compressor_name, v.compressor_name, sizeof out->compressor_name);
-    return FF4_RET_OK;
+    return get_fields(session, entries, fourcc("vide"), index, mp4_video_entry_of, out);
 }
 
 Mp4Result mp4_get_audio_entry(Mp4ReadSession* session, const Mp4SampleEntries* entries,
                               uint32_t index, Mp4AudioEntry* out) {
-    if (!out) return FF4_RET_ARGS;
-    *out = {};
-    const Mp4SampleEntry* entry = nullptr;
-    FF4_TRY(find_entry(session, entries, fourcc("soun"), index, &entry));
-    const Mp4AudioFields& a = entry->audio;
-    *out = {entry->kind,     entry->format, entry->data_reference_index,
-            a.channel_count, a.sample_size, a.sample_rate,
-            a.sampling_rate};
-    return FF4_RET_OK;
+    return get_fields(session, entries, fourcc("soun"), index, mp4_audio_entry_of, out);
 }
 
 Mp4Result mp4_get_decoder_config_size(Mp4ReadSession* session, const Mp4SampleEntries* entries,
@@ -140,6 +171,17 @@ Mp4Result mp4_get_decoder_config(Mp4ReadSession* session, const Mp4SampleEntries
     return copy_out(*config, capacity, buffer);
 }
 
+Mp4AvcInfo mp4_avc_info_of(const Mp4SampleEntry& entry) {
+    const Mp4AvcConfig& avc = entry.avc;
+    return {avc.configuration_version,
+            avc.profile,
+            avc.profile_compatibility,
+            avc.level,
+            static_cast<uint8_t>(avc.length_size_minus_one + 1),
+            avc.sequence_sets.count,
+            avc.picture_sets.count};
+}
+
 Mp4Result mp4_get_avc_config_info(Mp4ReadSession* session, const Mp4SampleEntries* entries,
                                   uint32_t index, Mp4AvcInfo* out) {
     if (!out) return FF4_RET_ARGS;
@@ -147,14 +189,7 @@ Mp4Result mp4_get_avc_config_info(Mp4ReadSession* session, const Mp4SampleEntrie
     const Mp4SampleEntry* entry = nullptr;
     FF4_TRY(mp4_get_sample_entry(session, entries, index, &entry));
     if (entry->kind != kEntryAvc) return FF4_RET_STATE;
-    const Mp4AvcConfig& avc = entry->avc;
-    *out = {avc.configuration_version,
-            avc.profile,
-            avc.profile_compatibility,
-            avc.level,
-            static_cast<uint8_t>(avc.length_size_minus_one + 1),
-            avc.sequence_sets.count,
-            avc.picture_sets.count};
+    *out = mp4_avc_info_of(*entry);
     return FF4_RET_OK;
 }
 

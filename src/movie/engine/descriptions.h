@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "movie/engine/session.h"
 #include "mp4format/atoms/sample_entries.h"
@@ -22,6 +23,12 @@ Mp4Result mp4_open_sample_entries(Mp4ReadSession* session, uint32_t track,
 Mp4Result mp4_get_sample_entry_count(Mp4ReadSession* session, const Mp4SampleEntries* entries,
                                      uint32_t* count);
 Mp4Result mp4_close_sample_entries(Mp4ReadSession* session, Mp4SampleEntries* entries);
+
+// Calls visit(index, entry) for the first `most` entries of an open track in turn. One at a time is
+// in memory: a table may have very many. Results as of mp4_open_sample_entries.
+Mp4Result mp4_visit_sample_entries(
+    Mp4ReadSession* session, uint32_t track, uint32_t most,
+    const std::function<Mp4Result(uint32_t, const Mp4SampleEntry&)>& visit);
 
 struct Mp4VideoEntry {
     uint32_t kind;    // Mp4EntryKind
@@ -43,6 +50,8 @@ struct Mp4AudioEntry {
     uint32_t sampling_rate;  // whole Hz
 };
 
+Mp4VideoEntry mp4_video_entry_of(const Mp4SampleEntry& entry);
+Mp4AudioEntry mp4_audio_entry_of(const Mp4SampleEntry& entry);
 // FF4_RET_STATE on a track of another handler.
 Mp4Result mp4_get_video_entry(Mp4ReadSession* session, const Mp4SampleEntries* entries,
                               uint32_t index, Mp4VideoEntry* out);
@@ -61,6 +70,7 @@ struct Mp4AvcInfo {
     uint8_t length_size;  // bytes in front of each unit: 1 to 4
     uint32_t sps_count, pps_count;
 };
+Mp4AvcInfo mp4_avc_info_of(const Mp4SampleEntry& entry);
 // Kind 2 alone, else FF4_RET_STATE. Sets are addressed from 1.
 Mp4Result mp4_get_avc_config_info(Mp4ReadSession* session, const Mp4SampleEntries* entries,
                                   uint32_t index, Mp4AvcInfo* out);

@@ -13,7 +13,7 @@ Mp4Result find_user_list(Mp4ReadSession* session, uint32_t track, const Mp4UserA
     if (track == 0) return FF4_RET_OK;
     const Mp4TrackIndex* index = mp4_find_track_index(session, track);
     if (!index) return FF4_RET_NOTFOUND;
-    *user = &index->user;
+    *user = &index->facts->user;
     return FF4_RET_OK;
 }
 

@@ -8,10 +8,10 @@
 namespace tarn {
 namespace {
 
-Mp4Result track_counts(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
+Mp4Result track_counts(Mp4ReadSession* session, uint32_t track, const Mp4TrackFacts& facts,
                        bool* counts) {
-    *counts = index.handler_type != fourcc("odsm");
-    if (index.handler_type != fourcc("vide")) return FF4_RET_OK;
+    *counts = facts.handler_type != fourcc("odsm");
+    if (facts.handler_type != fourcc("vide")) return FF4_RET_OK;
     Mp4TrackRole role{};
     const Mp4Result result = mp4_get_track_role(session, track, &role);
     if (result == FF4_RET_NOTFOUND) return FF4_RET_OK;
@@ -34,37 +34,37 @@ Mp4Result edited_length(Mp4ReadSession* session, uint32_t track, uint64_t* lengt
 }
 
 // Media units to movie units. A movie timescale of 0 gives 0.
-Mp4Result to_movie_units(Mp4ReadSession* session, const Mp4TrackIndex& index, uint64_t media,
+Mp4Result to_movie_units(Mp4ReadSession* session, const Mp4TrackFacts& facts, uint64_t media,
                          uint64_t* length) {
     *length = 0;
     if (media == 0) return FF4_RET_OK;
-    if (index.timescale == 0) return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);
-    return mp4_mul_div(media, session->index.movie.timescale, index.timescale, length);
+    if (facts.timescale == 0) return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);
+    return mp4_mul_div(media, session->index.movie.timescale, facts.timescale, length);
 }
 
 // Of a track that is open, in movie units.
-Mp4Result open_track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
+Mp4Result open_track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackFacts& facts,
                             uint64_t* length) {
     bool edited = false;
     uint64_t tables = 0;
     FF4_TRY(edited_length(session, track, length, &edited));
     if (!edited || session->fragments) FF4_TRY(mp4_get_tables_duration(session, track, &tables));
-    if (!edited) FF4_TRY(to_movie_units(session, index, tables, length));
+    if (!edited) FF4_TRY(to_movie_units(session, facts, tables, length));
     if (!session->fragments) return FF4_RET_OK;
     uint64_t end = 0, fragments = 0;
     FF4_TRY(mp4_get_track_duration(session, track, &end));
-    FF4_TRY(to_movie_units(session, index, end - tables, &fragments));
+    FF4_TRY(to_movie_units(session, facts, end - tables, &fragments));
     return mp4_add(*length, fragments, length);
 }
 
 // The same of any track: it is opened for the time of the look, unless it is in use already.
-Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackIndex& index,
+Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackFacts& facts,
                        uint64_t* length) {
-    if (session->fragments && !present(index.mdhd))
+    if (session->fragments && !present(facts.mdhd))
         return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);
     const bool was_open = mp4_find_open_track(session, track);
     FF4_TRY(mp4_open_track(session, track));
-    const Mp4Result result = open_track_length(session, track, index, length);
+    const Mp4Result result = open_track_length(session, track, facts, length);
     if (!was_open) static_cast<void>(mp4_close_track(session, track));
     return result;
 }
@@ -75,10 +75,10 @@ Mp4Result longest_track(Mp4ReadSession* session, uint64_t* duration) {
     for (const Mp4TrackIndex* track = session->index.movie.tracks.head; track;
          track = track->next) {
         bool counts = false;
-        FF4_TRY(track_counts(session, ++number, *track, &counts));
+        FF4_TRY(track_counts(session, ++number, *track->facts, &counts));
         if (!counts) continue;
         uint64_t length = 0;
-        FF4_TRY(track_length(session, number, *track, &length));
+        FF4_TRY(track_length(session, number, *track->facts, &length));
         *duration = std::max(*duration, length);
     }
     return FF4_RET_OK;

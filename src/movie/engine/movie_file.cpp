@@ -78,8 +78,9 @@ Reason MovieFile::WhyNoMovie() {
 ReasonCode MovieFile::DamageCode() const {
     const Mp4TrackIndex* track =
         m_session ? mp4_find_track_index(m_session, m_session->asked_track) : nullptr;
-    if (track && track->handler_type == fourcc("vide")) return ReasonCode::kDamagedPictureAtom;
-    if (track && track->handler_type == fourcc("soun")) return ReasonCode::kDamagedSoundAtom;
+    if (track && track->facts->handler_type == fourcc("vide"))
+        return ReasonCode::kDamagedPictureAtom;
+    if (track && track->facts->handler_type == fourcc("soun")) return ReasonCode::kDamagedSoundAtom;
     return ReasonCode::kDamagedAtom;
 }
 

@@ -1,5 +1,8 @@
 #include "movie/engine/session.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "mp4format/io.h"
 
 namespace tarn {
@@ -19,10 +22,24 @@ struct SessionDeleter {
             session->tracks.head = track->next;
             mp4_free(host, track);
         }
+        mp4_free(host, session->numbered);
         mp4_free_file_index(host, &session->index);
         mp4_free(host, session);
     }
 };
+
+// Tracks are asked for by number, and there may be very many.
+Mp4Result number_tracks(Mp4ReadSession* session) {
+    const Mp4TrackIndexList& tracks = session->index.movie.tracks;
+    if (tracks.count == 0) return FF4_RET_OK;
+    auto numbered = mp4_make<const Mp4TrackIndex*>(session->host, tracks.count);
+    if (!numbered) return FF4_RET_NOMEM;
+    session->numbered = numbered.release();
+    size_t n = 0;
+    for (const Mp4TrackIndex* track = tracks.head; track; track = track->next)
+        session->numbered[n++] = track;
+    return FF4_RET_OK;
+}
 
 uint32_t file_flags(const Mp4FileIndex& index) {
     const struct {
@@ -63,6 +80,7 @@ Mp4Result mp4_open_read(Mp4Host* host, Mp4File* file, const Mp4OpenParams& param
 
     const bool all = params.parseAllFragments != 0;
     FF4_TRY(mp4_scan_file(host, file, made->file_size, {all, all}, &made->index));
+    FF4_TRY(number_tracks(made.get()));
     if (made->index.movie.extends.head) {
         FF4_TRY(mp4_open_fragments(host, file, made->file_size, &made->index, &made->fragments));
         made->caches.fragmented = 1;
@@ -92,29 +110,40 @@ Mp4Result mp4_get_file_type(Mp4ReadSession* session, Mp4FileType* out) {
     return FF4_RET_OK;
 }
 
-Mp4Result mp4_get_compatible_brand(Mp4ReadSession* session, uint32_t number, uint32_t* brand) {
-    if (!session || !brand || number == 0) return FF4_RET_ARGS;
+Mp4Result mp4_get_compatible_brands(Mp4ReadSession* session, uint32_t first, uint32_t most,
+                                    uint32_t* brands, uint32_t* count) {
+    if (!session || !brands || !count || first == 0) return FF4_RET_ARGS;
+    *count = 0;
     const Mp4Span& ftyp = session->index.ftyp;
     if (!present(ftyp)) return FF4_RET_NOTFOUND;
     if (ftyp.size < kFileTypeHead) return mp4_blame(session->host, fourcc("ftyp"), FF4_RET_FORMAT);
-    if (number > (ftyp.size - kFileTypeHead) / 4) return FF4_RET_NOTFOUND;
-    FF4_TRY(mp4_seek(session->host, session->file,
-                     ftyp.offset + kFileTypeHead + uint64_t{4} * (number - 1)));
-    return mp4_read_be32(session->host, session->file, brand);
+    const uint64_t listed = (ftyp.size - kFileTypeHead) / 4;
+    if (first > listed) return FF4_RET_OK;
+    const uint64_t n = std::min<uint64_t>(most, listed - first + 1);
+    FF4_TRY(mp4_read_at(session->host, session->file,
+                        ftyp.offset + kFileTypeHead + uint64_t{4} * (first - 1), brands, 4 * n));
+    for (uint64_t i = 0; i < n; ++i)
+        brands[i] = get_be32(reinterpret_cast<const uint8_t*>(brands + i));
+    *count = static_cast<uint32_t>(n);
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_get_compatible_brand(Mp4ReadSession* session, uint32_t number, uint32_t* brand) {
+    uint32_t count = 0;
+    FF4_TRY(mp4_get_compatible_brands(session, number, 1, brand, &count));
+    return count == 0 ? FF4_RET_NOTFOUND : FF4_RET_OK;
 }
 
 Mp4Result mp4_has_compatible_brand(Mp4ReadSession* session, uint32_t brand, uint32_t* flag) {
     if (!session || !flag) return FF4_RET_ARGS;
     *flag = 0;
-    for (uint32_t number = 1;; ++number) {
-        uint32_t listed = 0;
-        const Mp4Result result = mp4_get_compatible_brand(session, number, &listed);
-        if (result == FF4_RET_NOTFOUND && present(session->index.ftyp)) return FF4_RET_OK;
-        FF4_TRY(result);
-        if (listed != brand) continue;
-        *flag = 1;
-        return FF4_RET_OK;
-    }
+    uint32_t brands[256], count = 0, first = 1;
+    do {
+        FF4_TRY(mp4_get_compatible_brands(session, first, std::size(brands), brands, &count));
+        *flag = std::find(brands, brands + count, brand) != brands + count ? 1 : 0;
+        first += count;
+    } while (count > 0 && *flag == 0);
+    return FF4_RET_OK;
 }
 
 Mp4Result mp4_get_movie_header(Mp4ReadSession* session, Mp4MovieHeaderInfo* out) {

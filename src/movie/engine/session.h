@@ -61,6 +61,7 @@ struct Mp4ReadSession {
     Mp4OpenParams params;
     uint64_t file_size;
     Mp4FileIndex index;
+    const Mp4TrackIndex** numbered;  // the tracks of the index, in their order
     Mp4OpenTrackList tracks;
     Mp4TrackCacheList caches;  // the tables' windows of the open tracks
     uint32_t asked_track;      // the one whose content was asked for last; 0 before that
@@ -83,6 +84,9 @@ struct Mp4FileType {
 Mp4Result mp4_get_file_type(Mp4ReadSession* session, Mp4FileType* out);
 Mp4Result mp4_has_compatible_brand(Mp4ReadSession* session, uint32_t brand, uint32_t* flag);
 // The list of compatible brands, 1-based; FF4_RET_NOTFOUND after the last.
+// As many of them from `first` on, counted from 1, as there are, at most `most`.
+Mp4Result mp4_get_compatible_brands(Mp4ReadSession* session, uint32_t first, uint32_t most,
+                                    uint32_t* brands, uint32_t* count);
 Mp4Result mp4_get_compatible_brand(Mp4ReadSession* session, uint32_t number, uint32_t* brand);
 
 struct Mp4MovieHeaderInfo {

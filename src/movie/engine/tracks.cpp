@@ -19,14 +19,6 @@ Mp4Result open_list(Mp4Host* host, List** out, Read read, void (*free_entries)(M
     return FF4_RET_OK;
 }
 
-// The 1-based entry of a linked list, or null.
-template <typename Node>
-const Node* nth(const Node* node, uint32_t index) {
-    for (; node && index > 1; --index)
-        node = node->next;
-    return index == 0 ? nullptr : node;
-}
-
 // Takes a track out of the list of open ones.
 void unlink(Mp4ReadSession* session, Mp4OpenTrack* gone) {
     Mp4OpenTrack* before = nullptr;
@@ -41,14 +33,13 @@ void unlink(Mp4ReadSession* session, Mp4OpenTrack* gone) {
 
 Mp4Result mp4_get_track_count(Mp4ReadSession* session, uint32_t* count) {
     if (!session || !count) return FF4_RET_ARGS;
-    *count = 0;
-    for (const Mp4TrackIndex* t = session->index.movie.tracks.head; t; t = t->next)
-        ++*count;
+    *count = session->index.movie.tracks.count;
     return FF4_RET_OK;
 }
 
 const Mp4TrackIndex* mp4_find_track_index(const Mp4ReadSession* session, uint32_t track) {
-    return nth(session->index.movie.tracks.head, track);
+    if (track == 0 || track > session->index.movie.tracks.count) return nullptr;
+    return session->numbered[track - 1];
 }
 
 Mp4OpenTrack* mp4_find_open_track(Mp4ReadSession* session, uint32_t track) {
@@ -73,7 +64,7 @@ Mp4Result mp4_open_track(Mp4ReadSession* session, uint32_t track) {
     if (!open) return FF4_RET_NOMEM;
     open->number = track;
     open->index = index;
-    open->tables.track_id = index->track_id;
+    open->tables.track_id = index->facts->track_id;
     FF4_TRY(mp4_read_track_tables(session->host, session->file, index->payload, session->file_size,
                                   &open->tables));
     FF4_TRY(mp4_add_track_cache(session->host, &session->caches, open->tables, &open->cache));
@@ -95,9 +86,9 @@ Mp4Result mp4_get_track_header(Mp4ReadSession* session, uint32_t track, Mp4Track
     if (!session || !out || track == 0) return FF4_RET_ARGS;
     *out = {};
     const Mp4TrackIndex* index = mp4_find_track_index(session, track);
-    if (!index || !present(index->tkhd)) return FF4_RET_NOTFOUND;
+    if (!index || !present(index->facts->tkhd)) return FF4_RET_NOTFOUND;
     Mp4TrackHeader header{};
-    FF4_TRY(mp4_read_tkhd(session->host, session->file, index->tkhd, &header));
+    FF4_TRY(mp4_read_tkhd(session->host, session->file, index->facts->tkhd, &header));
     out->flags = full_flags(header.version_flags);
     out->creation = header.creation_time;
     out->modification = header.modification_time;
@@ -120,9 +111,9 @@ Mp4Result mp4_get_media_header(Mp4ReadSession* session, uint32_t track, Mp4Media
     if (!session || !out || track == 0) return FF4_RET_ARGS;
     *out = {};
     const Mp4TrackIndex* index = mp4_find_track_index(session, track);
-    if (!index || !present(index->mdhd)) return FF4_RET_NOTFOUND;
+    if (!index || !present(index->facts->mdhd)) return FF4_RET_NOTFOUND;
     Mp4MediaHeader header{};
-    FF4_TRY(mp4_read_mdhd(session->host, session->file, index->mdhd, &header));
+    FF4_TRY(mp4_read_mdhd(session->host, session->file, index->facts->mdhd, &header));
     *out = {header.creation_time, header.modification_time, header.timescale, header.duration,
             header.language};
     return FF4_RET_OK;
@@ -132,8 +123,8 @@ Mp4Result mp4_get_handler(Mp4ReadSession* session, uint32_t track, Mp4HandlerInf
     if (!session || !out || track == 0) return FF4_RET_ARGS;
     *out = {};
     const Mp4TrackIndex* index = mp4_find_track_index(session, track);
-    if (!index || !present(index->hdlr)) return FF4_RET_NOTFOUND;
-    *out = {index->handler_type, index->handler_name};
+    if (!index || !present(index->facts->hdlr)) return FF4_RET_NOTFOUND;
+    *out = {index->facts->handler_type, index->facts->handler_name};
     return FF4_RET_OK;
 }
 
@@ -143,7 +134,7 @@ Mp4Result mp4_get_track_fragment_defaults(Mp4ReadSession* session, uint32_t trac
     *out = {};
     const Mp4TrackIndex* index = mp4_find_track_index(session, track);
     if (!index) return FF4_RET_NOTFOUND;
-    const Mp4Trex* trex = mp4_find_trex(session->index.movie.extends, index->track_id);
+    const Mp4Trex* trex = mp4_find_trex(session->index.movie.extends, index->facts->track_id);
     if (!trex) return FF4_RET_NOTFOUND;
     *out = {trex->track_id, trex->default_description_index, trex->default_duration,
             trex->default_size, trex->default_flags};
@@ -210,7 +201,7 @@ Mp4Result mp4_get_edit_entry(Mp4ReadSession* session, const Mp4EditList* list, u
                              Mp4EditEntry* out) {
     if (!session || !list || !out) return FF4_RET_ARGS;
     *out = {};
-    const Mp4Edit* edit = nth(list->head, index);
+    const Mp4Edit* edit = mp4_nth(list->head, index);
     if (!edit) return FF4_RET_NOTFOUND;
     *out = {edit->segment_duration, edit->media_time, edit->rate_integer, edit->rate_fraction};
     return FF4_RET_OK;
@@ -241,7 +232,7 @@ Mp4Result mp4_get_data_ref(Mp4ReadSession* session, const Mp4DataRefs* list, uin
                            Mp4DataRefEntry* out) {
     if (!session || !list || !out) return FF4_RET_ARGS;
     *out = {};
-    const Mp4DataRef* ref = nth(list->head, index);
+    const Mp4DataRef* ref = mp4_nth(list->head, index);
     if (!ref) return FF4_RET_NOTFOUND;
     *out = {ref->type, ref->location, ref->name};
     return FF4_RET_OK;

@@ -1,5 +1,7 @@
 #include "movie/facts/clip_info.h"
 
+#include <iterator>
+
 #include "movie/engine/samples.h"
 #include "movie/facts/clip_session.h"
 #include "movie/objects/movie_metadata.h"
@@ -71,9 +73,13 @@ void read_brands(Mp4ReadSession* session, ClipInfo* info) {
     if (mp4_get_file_type(session, &type) != FF4_RET_OK) return;
     info->brand = type.major_brand;
     info->minor = type.minor_version;
-    uint32_t brand = 0;
-    for (uint32_t n = 1; mp4_get_compatible_brand(session, n, &brand) == FF4_RET_OK; ++n)
-        info->compatible.push_back(brand);
+    uint32_t brands[256], count = 0, first = 1;
+    while (mp4_get_compatible_brands(session, first, std::size(brands), brands, &count) ==
+               FF4_RET_OK &&
+           count > 0) {
+        info->compatible.insert(info->compatible.end(), brands, brands + count);
+        first += count;
+    }
 }
 
 Mp4Result read_times(Mp4ReadSession* session, ClipInfo* info) {

@@ -9,11 +9,10 @@
 namespace tarn {
 namespace {
 
+// All entries of a table are listed, so that their positions are their indexes.
 template <typename Description>
 uint32_t position_of(const std::vector<Description>& list, uint32_t index) {
-    for (size_t i = 0; i < list.size(); ++i)
-        if (list[i].index == index) return static_cast<uint32_t>(i + 1);
-    return 0;
+    return index <= list.size() ? index : 0;
 }
 
 // A cursor at the start of a whole track.

@@ -7,43 +7,31 @@ namespace {
 
 constexpr uint32_t kTrackEnabled = 1;
 
-// The sample entries of a track, for as long as they are looked at.
-class OpenEntries {
-public:
-    explicit OpenEntries(Mp4ReadSession* session) : m_session(session) {}
-    ~OpenEntries() {
-        if (m_entries) static_cast<void>(mp4_close_sample_entries(m_session, m_entries));
-    }
-    OpenEntries(const OpenEntries&) = delete;
-    OpenEntries& operator=(const OpenEntries&) = delete;
-    Mp4Result Open(uint32_t track) { return mp4_open_sample_entries(m_session, track, &m_entries); }
-    const Mp4SampleEntries* get() const { return m_entries; }
-
-private:
-    Mp4ReadSession* m_session;
-    Mp4SampleEntries* m_entries = nullptr;
-};
-
 bool can_decode(uint32_t format) {
     return format == fourcc("mp4a") || format == fourcc("twos") || format == fourcc("sowt");
+}
+
+// FF4_RET_NOTFOUND for a track without any entry.
+template <typename Look>
+Mp4Result look_at_first(Mp4ReadSession* session, uint32_t track, Look look) {
+    bool found = false;
+    FF4_TRY(mp4_visit_sample_entries(session, track, 1, [&](uint32_t, const Mp4SampleEntry& entry) {
+        found = true;
+        look(entry);
+        return FF4_RET_OK;
+    }));
+    return found ? FF4_RET_OK : FF4_RET_NOTFOUND;
 }
 
 // Whether the first entry is of a kind that this program serves.
 Mp4Result is_served(Mp4ReadSession* session, uint32_t track, uint32_t handler, bool* served) {
     *served = false;
     if (handler != fourcc("vide") && handler != fourcc("soun")) return FF4_RET_OK;
-    OpenEntries entries(session);
-    FF4_TRY(entries.Open(track));
-    if (handler == fourcc("vide")) {
-        Mp4VideoEntry entry{};
-        FF4_TRY(mp4_get_video_entry(session, entries.get(), 1, &entry));
-        *served = entry.kind == kEntryMpeg4Visual || entry.kind == kEntryAvc;
-    } else {
-        Mp4AudioEntry entry{};
-        FF4_TRY(mp4_get_audio_entry(session, entries.get(), 1, &entry));
-        *served = can_decode(entry.format);
-    }
-    return FF4_RET_OK;
+    return look_at_first(session, track, [&](const Mp4SampleEntry& entry) {
+        *served = handler == fourcc("soun")
+                      ? can_decode(entry.format)
+                      : entry.kind == kEntryMpeg4Visual || entry.kind == kEntryAvc;
+    });
 }
 
 // Whether the samples lie in this file. A track without references, or an empty location, counts
@@ -110,12 +98,9 @@ Mp4Result find_fault(Mp4ReadSession* session, uint32_t track, TrackFault* fault,
     Mp4TrackHeaderInfo header{};
     FF4_TRY(mp4_get_track_header(session, track, &header));
     if ((header.flags & kTrackEnabled) == 0) return FF4_RET_OK;
-    OpenEntries entries(session);
-    const Mp4SampleEntry* entry = nullptr;
     FF4_TRY(mp4_open_track(session, track));
-    FF4_TRY(entries.Open(track));
-    FF4_TRY(mp4_get_sample_entry(session, entries.get(), 1, &entry));
-    *code = entry->format;
+    FF4_TRY(
+        look_at_first(session, track, [&](const Mp4SampleEntry& entry) { *code = entry.format; }));
     Candidate candidate{};
     FF4_TRY(examine_track(session, track, &candidate));
     *fault = !candidate.served  ? TrackFault::kKind
@@ -128,17 +113,11 @@ void copy_block(const Mp4ByteBlock& block, std::vector<uint8_t>* out) {
     out->assign(block.data, block.data + block.size);
 }
 
-// Calls visit(entries, index, entry) for the descriptions of a track, in turn.
+// Calls visit(index, entry) for the descriptions of a track, if there are any.
 template <typename Visit>
 Mp4Result visit_entries(Mp4ReadSession* session, uint32_t track, Visit visit) {
-    OpenEntries entries(session);
-    const Mp4Result opened = entries.Open(track);
-    if (opened == FF4_RET_NOTFOUND) return FF4_RET_OK;
-    FF4_TRY(opened);
-    uint32_t index = 0;
-    for (const Mp4SampleEntry* entry = entries.get()->list.head; entry; entry = entry->next)
-        FF4_TRY(visit(entries.get(), ++index, *entry));
-    return FF4_RET_OK;
+    const Mp4Result result = mp4_visit_sample_entries(session, track, UINT32_MAX, visit);
+    return result == FF4_RET_NOTFOUND ? FF4_RET_OK : result;
 }
 
 }  // namespace
@@ -212,40 +191,38 @@ Mp4Result ReadTrackInfo(Mp4ReadSession* session, MovieTrackInfo* track) {
 
 Mp4Result ReadVideoDescriptions(Mp4ReadSession* session, uint32_t track,
                                 std::vector<CVideoSampleDescriptionInfo>* list) {
-    return visit_entries(
-        session, track,
-        [&](const Mp4SampleEntries* entries, uint32_t index, const Mp4SampleEntry& entry) {
-            CVideoSampleDescriptionInfo& info = list->emplace_back();
-            info.index = index;
-            FF4_TRY(mp4_get_video_entry(session, entries, index, &info.entry));
-            copy_block(entry.visual.pasp, &info.pixelAspect);
-            copy_block(entry.visual.colr, &info.colour);
-            copy_block(entry.visual.hvcc, &info.hevcConfig);
-            if (entry.kind == kEntryMpeg4Visual) copy_block(entry.es.bytes, &info.decoderConfig);
-            if (entry.kind != kEntryAvc) return FF4_RET_OK;
-            copy_block(entry.visual.extra, &info.extraData);
-            copy_block(entry.avc.bytes, &info.avcConfig);
-            for (const Mp4ParameterSet* s = entry.avc.sequence_sets.head; s; s = s->next)
-                copy_block(s->data, &info.spsData);
-            for (const Mp4ParameterSet* s = entry.avc.picture_sets.head; s; s = s->next)
-                copy_block(s->data, &info.ppsData);
-            return mp4_get_avc_config_info(session, entries, index, &info.avc);
-        });
+    return visit_entries(session, track, [&](uint32_t index, const Mp4SampleEntry& entry) {
+        CVideoSampleDescriptionInfo& info = list->emplace_back();
+        info.index = index;
+        info.entry = mp4_video_entry_of(entry);
+        copy_block(entry.visual.pasp, &info.pixelAspect);
+        copy_block(entry.visual.colr, &info.colour);
+        copy_block(entry.visual.hvcc, &info.hevcConfig);
+        if (entry.kind == kEntryMpeg4Visual) copy_block(entry.es.bytes, &info.decoderConfig);
+        if (entry.kind != kEntryAvc) return FF4_RET_OK;
+        copy_block(entry.visual.extra, &info.extraData);
+        copy_block(entry.avc.bytes, &info.avcConfig);
+        for (const Mp4ParameterSet* s = entry.avc.sequence_sets.head; s; s = s->next)
+            copy_block(s->data, &info.spsData);
+        for (const Mp4ParameterSet* s = entry.avc.picture_sets.head; s; s = s->next)
+            copy_block(s->data, &info.ppsData);
+        info.avc = mp4_avc_info_of(entry);
+        return FF4_RET_OK;
+    });
 }
 
 Mp4Result ReadAudioDescriptions(Mp4ReadSession* session, uint32_t track,
                                 std::vector<CAudioSampleDescriptionInfo>* list) {
-    return visit_entries(
-        session, track,
-        [&](const Mp4SampleEntries* entries, uint32_t index, const Mp4SampleEntry& entry) {
-            CAudioSampleDescriptionInfo& info = list->emplace_back();
-            info.index = index;
-            copy_block(entry.es.bytes, &info.decoderConfig);
-            info.objectType = entry.es.object_type_indication;
-            info.averageBitRate = entry.es.avg_bitrate;
-            info.maximumBitRate = entry.es.max_bitrate;
-            return mp4_get_audio_entry(session, entries, index, &info.entry);
-        });
+    return visit_entries(session, track, [&](uint32_t index, const Mp4SampleEntry& entry) {
+        CAudioSampleDescriptionInfo& info = list->emplace_back();
+        info.index = index;
+        copy_block(entry.es.bytes, &info.decoderConfig);
+        info.objectType = entry.es.object_type_indication;
+        info.averageBitRate = entry.es.avg_bitrate;
+        info.maximumBitRate = entry.es.max_bitrate;
+        info.entry = mp4_audio_entry_of(entry);
+        return FF4_RET_OK;
+    });
 }
 
 }  // namespace tarn

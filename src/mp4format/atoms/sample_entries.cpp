@@ -50,7 +50,7 @@ Layout layout_of(uint32_t handler, uint32_t format) {
     return Layout::kNone;
 }
 
-// One entry under construction. `m_bytes` holds the whole table; spans index it.
+// One entry under construction. `m_bytes` holds its payload; spans index it.
 class EntryReader {
 public:
     EntryReader(Mp4Host* host, const uint8_t* bytes, Layout layout, Mp4SampleEntry* entry)
@@ -244,17 +244,9 @@ struct EntryDeleter {
     void operator()(Mp4SampleEntry* entry) const { mp4_free_sample_entry(host, entry); }
 };
 
-Mp4Result read_entry(Mp4Host* host, const uint8_t* bytes, const Mp4AtomInfo& atom, uint32_t handler,
-                     Mp4SampleEntryList* list) {
-    std::unique_ptr<Mp4SampleEntry, EntryDeleter> entry(mp4_make<Mp4SampleEntry>(host).release(),
-                                                        {host});
-    if (!entry) return FF4_RET_NOMEM;
-    entry->format = atom.type;
-    EntryReader reader(host, bytes, layout_of(handler, atom.type), entry.get());
-    FF4_TRY(reader.Read(atom.payload));
-    mp4_append(list, entry.release());
-    ++list->count;
-    return FF4_RET_OK;
+Mp4Result read_entry(Mp4Host* host, const uint8_t* bytes, const Mp4Span& payload, uint32_t handler,
+                     Mp4SampleEntry* entry) {
+    return EntryReader(host, bytes, layout_of(handler, entry->format), entry).Read(payload);
 }
 
 // --- writing
@@ -396,18 +388,33 @@ Mp4Result put_children(Mp4Sink& sink, const Mp4SampleEntry& entry) {
 Mp4Result mp4_read_sample_entries(Mp4Host* host, Mp4File* file, const Mp4Span& entries,
                                   uint32_t count, uint32_t handler, Mp4SampleEntryList* list) {
     if (!host || !file || !list) return FF4_RET_ARGS;
-    HostPtr<uint8_t> bytes(nullptr, {host});
-    FF4_TRY(mp4_read_block(host, file, entries.offset, entries.size, &bytes));
-
-    Mp4Span left{0, entries.size};
+    Mp4Span left = entries;
     for (uint32_t n = 0; n < count && left.size >= kAtomHeader; ++n) {
-        Mp4AtomInfo atom{};
-        FF4_TRY(mp4_blame(host, fourcc("stsd"),
-                          mp4_read_atom_header_mem(bytes.get(), left.offset, left.size, &atom)));
-        FF4_TRY(mp4_blame(host, atom.type, read_entry(host, bytes.get(), atom, handler, list)));
-        left.offset += atom.atom.size;
-        left.size -= atom.atom.size;
+        Mp4SampleEntry* entry = nullptr;
+        FF4_TRY(mp4_take_sample_entry(host, file, handler, &left, &entry));
+        mp4_append(list, entry);
+        ++list->count;
     }
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_take_sample_entry(Mp4Host* host, Mp4File* file, uint32_t handler, Mp4Span* left,
+                                Mp4SampleEntry** out) {
+    if (!host || !file || !left || !out) return FF4_RET_ARGS;
+    Mp4AtomInfo atom{};
+    FF4_TRY(mp4_blame(host, fourcc("stsd"),
+                      mp4_read_atom_header(host, file, left->offset, left->size, &atom)));
+    HostPtr<uint8_t> bytes(nullptr, {host});
+    FF4_TRY(mp4_read_block(host, file, atom.payload.offset, atom.payload.size, &bytes));
+    std::unique_ptr<Mp4SampleEntry, EntryDeleter> entry(mp4_make<Mp4SampleEntry>(host).release(),
+                                                        {host});
+    if (!entry) return FF4_RET_NOMEM;
+    entry->format = atom.type;
+    FF4_TRY(mp4_blame(host, atom.type,
+                      read_entry(host, bytes.get(), {0, atom.payload.size}, handler, entry.get())));
+    left->offset += atom.atom.size;
+    left->size -= atom.atom.size;
+    *out = entry.release();
     return FF4_RET_OK;
 }
 

@@ -93,6 +93,9 @@ struct Mp4SampleEntryList {
 // FF4_RET_FORMAT for an entry or configuration that is too short. Entries before a failure stay.
 Mp4Result mp4_read_sample_entries(Mp4Host* host, Mp4File* file, const Mp4Span& entries,
                                   uint32_t count, uint32_t handler, Mp4SampleEntryList* list);
+// The entry at the front of `left`, which moves on past it. The caller frees it.
+Mp4Result mp4_take_sample_entry(Mp4Host* host, Mp4File* file, uint32_t handler, Mp4Span* left,
+                                Mp4SampleEntry** entry);
 void mp4_free_sample_entry(Mp4Host* host, Mp4SampleEntry* entry);
 void mp4_free_sample_entries(Mp4Host* host, Mp4SampleEntryList* list);
 

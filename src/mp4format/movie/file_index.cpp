@@ -1,5 +1,7 @@
 #include "mp4format/movie/file_index.h"
 
+#include <utility>
+
 #include "mp4format/atoms/handler.h"
 #include "mp4format/atoms/movie_headers.h"
 
@@ -11,15 +13,28 @@ struct Walker {
     Mp4File* file;
 };
 
-void free_track(Mp4Host* host, Mp4TrackIndex* track) {
-    mp4_free_user_atoms(host, &track->user);
-    mp4_free(host, track);
+constexpr Mp4TrackFacts kNoFacts{};
+
+bool says_something(const Mp4TrackFacts& facts) {
+    return present(facts.tkhd) || present(facts.mdhd) || present(facts.hdlr) ||
+           present(facts.user.atom);
 }
 
-struct TrackDeleter {
+// The facts of a track while it is read.
+struct FactsOwner {
+    ~FactsOwner() { mp4_free_user_atoms(host, &facts.user); }
     Mp4Host* host;
-    void operator()(Mp4TrackIndex* track) const { free_track(host, track); }
+    Mp4TrackFacts facts{};
 };
+
+void free_track(Mp4Host* host, Mp4TrackIndex* track) {
+    if (track->facts != &kNoFacts) {
+        auto* facts = const_cast<Mp4TrackFacts*>(track->facts);
+        mp4_free_user_atoms(host, &facts->user);
+        mp4_free(host, facts);
+    }
+    mp4_free(host, track);
+}
 
 // A 'uuid' of moov or trak: the first user metadata list is kept.
 Mp4Result read_user_uuid(const Walker& w, const Mp4AtomInfo& atom, Mp4UserAtomList* user) {
@@ -43,7 +58,7 @@ Mp4Result read_first(const Walker& w, const Mp4Span& payload, Mp4Span* at,
     return FF4_RET_OK;
 }
 
-Mp4Result walk_mdia(const Walker& w, const Mp4Span& mdia, Mp4TrackIndex* track) {
+Mp4Result walk_mdia(const Walker& w, const Mp4Span& mdia, Mp4TrackFacts* track) {
     return mp4_walk(w.host, w.file, mdia, [&](const Mp4AtomInfo& atom) {
         switch (atom.type) {
             case fourcc("hdlr"):
@@ -64,7 +79,7 @@ Mp4Result walk_mdia(const Walker& w, const Mp4Span& mdia, Mp4TrackIndex* track) 
     });
 }
 
-Mp4Result walk_trak(const Walker& w, const Mp4Span& trak, Mp4TrackIndex* track) {
+Mp4Result walk_trak(const Walker& w, const Mp4Span& trak, Mp4TrackFacts* track) {
     Mp4Span mdia{};
     return mp4_walk(w.host, w.file, trak, [&](const Mp4AtomInfo& atom) {
         switch (atom.type) {
@@ -83,13 +98,17 @@ Mp4Result walk_trak(const Walker& w, const Mp4Span& trak, Mp4TrackIndex* track) 
 }
 
 Mp4Result read_trak(const Walker& w, const Mp4AtomInfo& atom, Mp4MovieIndex* movie) {
-    std::unique_ptr<Mp4TrackIndex, TrackDeleter> track(mp4_make<Mp4TrackIndex>(w.host).release(),
-                                                       {w.host});
-    if (!track) return FF4_RET_NOMEM;
-    FF4_TRY(walk_trak(w, atom.payload, track.get()));
-    track->atom = atom.atom;
-    track->payload = atom.payload;
-    mp4_append(&movie->tracks, track.release());
+    FactsOwner read{w.host};
+    FF4_TRY(walk_trak(w, atom.payload, &read.facts));
+    HostPtr<Mp4TrackFacts> kept(nullptr, {w.host});
+    if (says_something(read.facts)) {
+        kept = mp4_make<Mp4TrackFacts>(w.host);
+        if (!kept) return FF4_RET_NOMEM;
+    }
+    const Mp4TrackIndex track{atom.atom, atom.payload, kept ? kept.get() : &kNoFacts, nullptr};
+    FF4_TRY(mp4_append_copy(w.host, &movie->tracks, track));
+    ++movie->tracks.count;
+    if (kept) *kept.release() = std::exchange(read.facts, {});
     return FF4_RET_OK;
 }
 

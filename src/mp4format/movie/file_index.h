@@ -11,9 +11,9 @@
 
 namespace tarn {
 
-struct Mp4TrackIndex {
-    Mp4Span atom, payload;  // of 'trak'
-    Mp4Span tkhd;           // payload
+// What the atoms in a track say of it.
+struct Mp4TrackFacts {
+    Mp4Span tkhd;  // payload
     uint32_t track_id;
     Mp4Span mdhd;  // payload
     uint32_t timescale;
@@ -22,12 +22,19 @@ struct Mp4TrackIndex {
     uint32_t handler_type;
     Mp4Span handler_name;
     Mp4UserAtomList user;
+};
+
+// Small: a file of a few megabytes may hold half a million.
+struct Mp4TrackIndex {
+    Mp4Span atom, payload;       // of 'trak'
+    const Mp4TrackFacts* facts;  // never null: those of a track that says nothing are shared
     Mp4TrackIndex* next;
 };
 
 struct Mp4TrackIndexList {
     Mp4TrackIndex* head;
     Mp4TrackIndex* tail;
+    uint32_t count;
 };
 
 struct Mp4MovieIndex {

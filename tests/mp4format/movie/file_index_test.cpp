@@ -32,10 +32,10 @@ TEST(FileIndex, KeepsTheFirstOfEachKind) {
     EXPECT_EQ(scan.index.movie.timescale, 5u);
     const Mp4TrackIndex& t = *scan.index.movie.tracks.head;
     EXPECT_EQ(t.next, nullptr);
-    EXPECT_EQ(t.track_id, 7u);
-    EXPECT_EQ(t.timescale, 11u);
-    EXPECT_EQ(t.handler_type, fourcc("vide"));
-    EXPECT_EQ(t.handler_name.size, 6u);
+    EXPECT_EQ(t.facts->track_id, 7u);
+    EXPECT_EQ(t.facts->timescale, 11u);
+    EXPECT_EQ(t.facts->handler_type, fourcc("vide"));
+    EXPECT_EQ(t.facts->handler_name.size, 6u);
 }
 
 TEST(FileIndex, BrokenPartsFailTheScan) {
