@@ -63,7 +63,11 @@ Reason refusal(const CMP4MovieRead& reader, bool wav) {
     if (info.timescale == 0)
         return {ReasonCode::kNoTimescale, ReasonSide::kSource, reader.Path(), {}};
     if (!reader.HasAudio() || info.audioDescriptions.empty()) return {};
-    return WhySoundCannotBeSaved(info.audioDescriptions[0], reader.Path(), !wav);
+    const CAudioSampleDescriptionInfo& sound = info.audioDescriptions[0];
+    if (Reason why = WhySoundCannotBeSaved(sound, reader.Path(), !wav)) return why;
+    if (sound.entry.format == fourcc("mp4a") && !UMC::HasCodecLibrary())
+        return {ReasonCode::kNoCodec, ReasonSide::kNone, reader.Path(), {}};
+    return {};
 }
 
 // One save: the same rounds whatever is written.

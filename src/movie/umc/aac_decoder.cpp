@@ -87,21 +87,22 @@ Status AACDecoder::State::Configure(const AACDecoderParams& params) {
 }
 
 Status AACDecoder::State::Open() {
-    const AVCodec* codec = avcodec_find_decoder_by_name("aac");
+    if (!FindAvLibrary()) return kStatusNotImplemented;
+    const AVCodec* codec = Av().avcodec_find_decoder_by_name("aac");
     context = MakeAvContext(codec);
-    frame.reset(av_frame_alloc());
-    surplus.reset(av_frame_alloc());
-    packet.reset(av_packet_alloc());
+    frame.reset(Av().av_frame_alloc());
+    surplus.reset(Av().av_frame_alloc());
+    packet.reset(Av().av_packet_alloc());
     if (!codec) return kStatusNotImplemented;
     if (!context || !frame || !surplus || !packet) return kStatusNoMemory;
     if (configSize > 0) {
         context->extradata =
-            static_cast<uint8_t*>(av_mallocz(configSize + AV_INPUT_BUFFER_PADDING_SIZE));
+            static_cast<uint8_t*>(Av().av_mallocz(configSize + AV_INPUT_BUFFER_PADDING_SIZE));
         if (!context->extradata) return kStatusNoMemory;
         std::memcpy(context->extradata, configBytes.data(), configSize);
         context->extradata_size = static_cast<int>(configSize);
     }
-    const Status status = StatusOfAv(avcodec_open2(context.get(), codec, nullptr));
+    const Status status = StatusOfAv(Av().avcodec_open2(context.get(), codec, nullptr));
     if (status != kStatusOk) return status;
 
     channels = sampleRate = profile = 0;
@@ -119,9 +120,9 @@ Status AACDecoder::State::Open() {
 Status AACDecoder::State::Fill(std::span<const uint8_t> sample) {
     const size_t needed = sample.size() + AV_INPUT_BUFFER_PADDING_SIZE;
     AVBufferRef*& buffer = packet->buf;
-    if (!buffer || buffer->size < needed || !av_buffer_is_writable(buffer)) {
-        av_buffer_unref(&buffer);
-        buffer = av_buffer_alloc(std::max<size_t>(needed, 4096));
+    if (!buffer || buffer->size < needed || !Av().av_buffer_is_writable(buffer)) {
+        Av().av_buffer_unref(&buffer);
+        buffer = Av().av_buffer_alloc(std::max<size_t>(needed, 4096));
         if (!buffer) return kStatusNoMemory;
     }
     std::memcpy(buffer->data, sample.data(), sample.size());
@@ -135,13 +136,14 @@ Status AACDecoder::State::Fill(std::span<const uint8_t> sample) {
 Status AACDecoder::State::Decode(std::span<const uint8_t> sample) {
     Status status = Fill(sample);
     if (status != kStatusOk) return status;
-    status = StatusOfAv(avcodec_send_packet(context.get(), packet.get()));
-    if (status == kStatusOk) status = StatusOfAv(avcodec_receive_frame(context.get(), frame.get()));
+    status = StatusOfAv(Av().avcodec_send_packet(context.get(), packet.get()));
+    if (status == kStatusOk)
+        status = StatusOfAv(Av().avcodec_receive_frame(context.get(), frame.get()));
     // Bytes behind the frame may make the library give more; they are no part of this sample's
     // time. A failure inside them leaves what was decoded as it is.
     int more = 0;
     while (more != AVERROR(EAGAIN) && more != AVERROR_EOF)
-        more = avcodec_receive_frame(context.get(), surplus.get());
+        more = Av().avcodec_receive_frame(context.get(), surplus.get());
     // Decodable as it may be, a frame without sound is no frame.
     const bool sound =
         frame->nb_samples > 0 && frame->ch_layout.nb_channels > 0 && frame->sample_rate > 0;
@@ -180,7 +182,7 @@ Status AACDecoder::State::Give(MediaData* out) {
     if (status != kStatusOk) return status;
     uint8_t* target = out->GetDataPointer();
     const auto** source = const_cast<const uint8_t**>(frame->extended_data);
-    if (swr_convert(converter.get(), &target, count, source, count) != count)
+    if (Av().swr_convert(converter.get(), &target, count, source, count) != count)
         return kStatusBadParameter;
     return out->SetDataSize(static_cast<uint32_t>(size));
 }

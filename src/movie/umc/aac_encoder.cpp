@@ -82,23 +82,24 @@ void AACEncoder::State::SetOptions(const AACEncoderParams& params) {
     context->profile = params.objectType - 1;
     if (params.objectType == kAacLtp)  // the library asks for this consent
         context->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
-    (void)av_channel_layout_from_mask(&context->ch_layout, kLayouts[info.channels]);
-    (void)av_opt_set(context->priv_data, "aac_coder", "twoloop", 0);
-    (void)av_opt_set_int(context->priv_data, "aac_pns", 0, 0);
+    (void)Av().av_channel_layout_from_mask(&context->ch_layout, kLayouts[info.channels]);
+    (void)Av().av_opt_set(context->priv_data, "aac_coder", "twoloop", 0);
+    (void)Av().av_opt_set_int(context->priv_data, "aac_pns", 0, 0);
     if (params.stereoMode == 0) {
-        (void)av_opt_set_int(context->priv_data, "aac_ms", 0, 0);
-        (void)av_opt_set_int(context->priv_data, "aac_is", 0, 0);
+        (void)Av().av_opt_set_int(context->priv_data, "aac_ms", 0, 0);
+        (void)Av().av_opt_set_int(context->priv_data, "aac_is", 0, 0);
     }
 }
 
 Status AACEncoder::State::Open(const AACEncoderParams& params) {
-    const AVCodec* codec = avcodec_find_encoder_by_name("aac");
+    if (!FindAvLibrary()) return kStatusNotImplemented;
+    const AVCodec* codec = Av().avcodec_find_encoder_by_name("aac");
     if (!codec) return kStatusNotImplemented;
     context = MakeAvContext(codec);
-    packet.reset(av_packet_alloc());
+    packet.reset(Av().av_packet_alloc());
     if (!context || !packet) return kStatusNoMemory;
     SetOptions(params);
-    Status status = StatusOfAv(avcodec_open2(context.get(), codec, nullptr));
+    Status status = StatusOfAv(Av().avcodec_open2(context.get(), codec, nullptr));
     if (status != kStatusOk) return status;
     if (context->frame_size != static_cast<int>(kBlockFrames) || !context->extradata ||
         context->extradata_size < 2)
@@ -114,7 +115,7 @@ Status AACEncoder::State::Open(const AACEncoderParams& params) {
 }
 
 Status AACEncoder::State::MakeFrame() {
-    frame.reset(av_frame_alloc());
+    frame.reset(Av().av_frame_alloc());
     if (!frame) return kStatusNoMemory;
     frame->format = AV_SAMPLE_FMT_FLTP;
     frame->nb_samples = static_cast<int>(kBlockFrames);
@@ -122,22 +123,22 @@ Status AACEncoder::State::MakeFrame() {
     converter =
         MakeAvConverter(AV_SAMPLE_FMT_S16, AV_SAMPLE_FMT_FLTP, Channels(), context->sample_rate);
     if (!converter) return kStatusNoMemory;
-    const int copied = av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
-    return StatusOfAv(copied < 0 ? copied : av_frame_get_buffer(frame.get(), 0));
+    const int copied = Av().av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
+    return StatusOfAv(copied < 0 ? copied : Av().av_frame_get_buffer(frame.get(), 0));
 }
 
 Status AACEncoder::State::Send(const uint8_t* block) {
-    const Status status = StatusOfAv(av_frame_make_writable(frame.get()));
+    const Status status = StatusOfAv(Av().av_frame_make_writable(frame.get()));
     if (status != kStatusOk) return status;
     const int count = static_cast<int>(kBlockFrames);
     if (block) {
-        if (swr_convert(converter.get(), frame->extended_data, count, &block, count) != count)
+        if (Av().swr_convert(converter.get(), frame->extended_data, count, &block, count) != count)
             return kStatusNoMemory;
     } else {
-        av_samples_set_silence(frame->extended_data, 0, count, Channels(), AV_SAMPLE_FMT_FLTP);
+        Av().av_samples_set_silence(frame->extended_data, 0, count, Channels(), AV_SAMPLE_FMT_FLTP);
     }
     frame->pts = static_cast<int64_t>(blocks++ * kBlockFrames);
-    return StatusOfAv(avcodec_send_frame(context.get(), frame.get()));
+    return StatusOfAv(Av().avcodec_send_frame(context.get(), frame.get()));
 }
 
 std::vector<uint8_t> AACEncoder::State::Header() {
@@ -148,7 +149,7 @@ std::vector<uint8_t> AACEncoder::State::Header() {
 }
 
 Status AACEncoder::State::Receive(MediaData* out) {
-    const Status status = StatusOfAv(avcodec_receive_packet(context.get(), packet.get()));
+    const Status status = StatusOfAv(Av().avcodec_receive_packet(context.get(), packet.get()));
     if (status != kStatusOk) return status;
     const std::vector<uint8_t> header = Header();
     const size_t size = header.size() + static_cast<size_t>(packet->size);
@@ -214,7 +215,7 @@ Status AACEncoder::Drain(MediaData* out) {
     if (!out->GetDataPointer()) return kStatusNullPointer;
     if (out->Capacity() < state->OutputSize()) return kStatusTargetTooSmall;
     if (!state->draining) {
-        const Status status = StatusOfAv(avcodec_send_frame(state->context.get(), nullptr));
+        const Status status = StatusOfAv(Av().avcodec_send_frame(state->context.get(), nullptr));
         if (status != kStatusOk) return status;
         state->draining = true;
     }

@@ -1,25 +1,19 @@
 // av_handles.h - owners for libavcodec's objects. Private to the codec: no other folder sees them.
 #pragma once
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavutil/channel_layout.h>
-#include <libavutil/opt.h>
-#include <libswresample/swresample.h>
-}
-
 #include <cerrno>
 #include <memory>
 
+#include "movie/umc/av_library.h"
 #include "movie/umc/status.h"
 
 namespace tarn::UMC {
 
 struct AvDeleter {
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-    void operator()(SwrContext* converter) const { swr_free(&converter); }
+    void operator()(AVCodecContext* context) const { Av().avcodec_free_context(&context); }
+    void operator()(AVFrame* frame) const { Av().av_frame_free(&frame); }
+    void operator()(AVPacket* packet) const { Av().av_packet_free(&packet); }
+    void operator()(SwrContext* converter) const { Av().swr_free(&converter); }
 };
 using AvContext = std::unique_ptr<AVCodecContext, AvDeleter>;
 using AvFrame = std::unique_ptr<AVFrame, AvDeleter>;
@@ -28,7 +22,7 @@ using AvConverter = std::unique_ptr<SwrContext, AvDeleter>;
 
 // A context that works on the caller's thread and prints nothing: broken frames are told by status.
 inline AvContext MakeAvContext(const AVCodec* codec) {
-    AvContext context(codec ? avcodec_alloc_context3(codec) : nullptr);
+    AvContext context(codec ? Av().avcodec_alloc_context3(codec) : nullptr);
     if (!context) return context;
     context->thread_count = 1;
     context->log_level_offset = 128;  // above every level, and within the byte that is looked at
@@ -40,11 +34,11 @@ inline AvContext MakeAvContext(const AVCodec* codec) {
 inline AvConverter MakeAvConverter(AVSampleFormat from, AVSampleFormat to, int32_t channels,
                                    int32_t rate) {
     AVChannelLayout layout = {};
-    av_channel_layout_default(&layout, channels);
+    Av().av_channel_layout_default(&layout, channels);
     SwrContext* made = nullptr;
-    (void)swr_alloc_set_opts2(&made, &layout, to, rate, &layout, from, rate, 0, nullptr);
+    (void)Av().swr_alloc_set_opts2(&made, &layout, to, rate, &layout, from, rate, 0, nullptr);
     AvConverter converter(made);
-    if (converter && swr_init(converter.get()) < 0) converter.reset();
+    if (converter && Av().swr_init(converter.get()) < 0) converter.reset();
     return converter;
 }
 

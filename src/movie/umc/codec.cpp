@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include "movie/umc/av_library.h"
+
 namespace tarn::UMC {
 
 Status BaseCodec::Init(BaseCodecParams* params) {
@@ -13,6 +15,10 @@ Status BaseCodec::Init(BaseCodecParams* params) {
     if (!m_ownAllocator) return kStatusNoMemory;
     m_allocator = m_ownAllocator.get();
     return m_allocator->Init();
+}
+
+bool HasCodecLibrary() {
+    return FindAvLibrary() != nullptr;
 }
 
 Status BaseCodec::Close() {

@@ -81,6 +81,9 @@ private:
     MemoryAllocator* m_allocator = nullptr;
 };
 
+// Whether the library that does the codecs' work is there. Loads it.
+bool HasCodecLibrary();
+
 class AudioDecoder : public BaseCodec {};
 class AudioEncoder : public BaseCodec {};
 

@@ -127,7 +127,8 @@ bool MovieWaveform::ReadAac(WaveformPicker* picker) {
     AacSound sound;
     const MovieTrackInfo& track = m_movie->GetInfo().audio;
     if (!sound.Init(Sound(), m_hasProfile ? m_profileRate : EntryRate(), !m_hasProfile))
-        return StopAt(0, Why(ReasonCode::kSoundBroken));
+        return StopAt(
+            0, Why(UMC::HasCodecLibrary() ? ReasonCode::kSoundBroken : ReasonCode::kNoCodec));
     CReadBuffer sample;
     ReadSampleInfo info;
     TrackCursor cursor{track.trackNumber};
