@@ -33,10 +33,12 @@ private:
 
 // The peak that normalising needs: that of the whole clip, as the waveform has it.
 // Damage outside the selection is no failure, a medium that can't be read is.
-Reason measure_peak(CMP4MovieRead* movie, float* peak) {
+Reason measure_peak(CMP4MovieRead* movie, Steps steps, float* peak) {
     WFMP4Reader sound;
+    sound.SetProgress([&](uint32_t done, uint32_t count) { return steps.OnStep(done, count); });
     sound.Open(movie, PeakSource::PointsPerSecond());
-    if (sound.GetReason().SystemError() != 0) return sound.GetReason();
+    const bool cancelled = sound.Fault() == WaveformFault::kCancelled;
+    if (cancelled || sound.GetReason().SystemError() != 0) return sound.GetReason();
     const auto source = PeakSource::Create(&sound, 1);
     *peak = source->GetPeak();
     if (source->GetCount() > 0) return {};
@@ -93,7 +95,8 @@ ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& ca
     if (!reader->HasAudio() && options.effects.AnyChosen())
         Note(options.input, "has no sound: the effects have nothing to treat");
     else if (options.effects.NeedsPeak())
-        if (Reason reason = measure_peak(reader.get(), &peak)) return {std::move(reason), {}};
+        if (Reason reason = measure_peak(reader.get(), {cancel, options.quiet}, &peak))
+            return {std::move(reason), {}};
     // What is broken outside the selection keeps nobody from saving that.
     if (!reader->Session() && editor.Prepare(segment, &reader, &saved) != kMovieOk)
         return {saved.reason, {}};
