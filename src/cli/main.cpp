@@ -3,12 +3,20 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
 #include <new>
 
+#include "base/reason.h"
 #include "cli/commands.h"
+#include "cli/report.h"
 
 namespace {
+
+using namespace tarn;
 
 // A closed standard stream would give its number to the next file that is opened, and a message
 // would land in somebody's recording.
@@ -17,16 +25,52 @@ void fill_standard_streams() {
         if (fcntl(number, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return;
 }
 
-}  // namespace
+// What is wrong, and where to read how it is right.
+std::string usage_text(const CLI::App* app, const CLI::Error& error) {
+    std::string text = "tarn: ";
+    text.append(error.what()).append("\nsee tarn ");
+    for (const CLI::App* command : app->get_subcommands())
+        text.append(command->get_name()).append(" ");
+    return text.append("--help\n");
+}
 
-int main(int argc, char** argv) {
-    using namespace tarn;
+int tell_no_memory() {
+    std::fputs("tarn: not enough memory\n", stderr);
+    return kExitFailed;
+}
+
+// For memory that is short where nothing may throw, as in a destructor.
+[[noreturn]] void on_terminate() {
+    try {
+        if (const std::exception_ptr current = std::current_exception())
+            std::rethrow_exception(current);
+    } catch (const std::bad_alloc&) {
+        _exit(tell_no_memory());
+    } catch (...) {
+    }
+    std::abort();
+}
+
+// A script that reads half a document must not take it for the whole one.
+int finish_output(int status) {
+    std::cout.flush();
+    int error = std::fflush(stdout) != 0 ? errno : 0;
+    if (error == 0 && std::cout && std::ferror(stdout) == 0) return status;
+    if (error == 0) {  // it failed before: once more, to hear why
+        std::clearerr(stdout);
+        error = std::fputc('\n', stdout) == EOF || std::fflush(stdout) != 0 ? errno : EIO;
+    }
+    const Reason reason =
+        SystemReason(ReasonCode::kCantWrite, ReasonSide::kNone, "standard output", error);
+    return status == kExitDone ? Fail(reason) : status;
+}
+
+int run(int argc, char** argv) {
     CLI::App app{"Cut, treat and save clips of music performances.", "tarn"};
     app.set_version_flag("--version", "tarn " TARN_VERSION);
     app.require_subcommand(1);
-    app.failure_message(CLI::FailureMessage::help);
+    app.failure_message(usage_text);
 
-    fill_standard_streams();
     int status = kExitDone;
     AddCheckCommand(app, &status);
     AddInfoCommand(app, &status);
@@ -37,10 +81,24 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kExitDone : kExitUsage;
-    } catch (const std::bad_alloc&) {
-        std::fputs("tarn: not enough memory\n", stderr);
-        return kExitFailed;
+        status = app.exit(error) == 0 ? kExitDone : kExitUsage;
     }
-    return status;
+    return finish_output(status);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::set_terminate(on_terminate);
+    fill_standard_streams();
+    try {
+        return run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        return tell_no_memory();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tarn: unexpected failure: %s\n", error.what());
+    } catch (...) {
+        std::fputs("tarn: unexpected failure\n", stderr);
+    }
+    return kExitFailed;
 }

@@ -121,7 +121,7 @@ int run_peaks(const PeaksOptions& options) {
         print_columns(*peaks);
         if (options.raw) print_raw(*peaks);
     }
-    return kExitDone;
+    return reader->GetReason() ? kExitFailed : kExitDone;
 }
 
 }  // namespace

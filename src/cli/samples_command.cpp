@@ -136,8 +136,10 @@ void AddSamplesCommand(CLI::App& app, int* status) {
     auto o = std::make_shared<Options>();
     CLI::App* command = app.add_subcommand("samples", "List the samples of a track");
     command->add_option("FILE", o->path, "The movie file")->required();
-    command->add_option("--track", o->track, "video, audio, or the number of a track")
-        ->required()
+    command
+        ->add_option("--track", o->track,
+                     "video, audio, or the number of a track; the picture if not given, else the "
+                     "sound")
         ->check(kIsTrack);
     command->add_option("--from", o->from, "First sample to list")->check(CLI::PositiveNumber);
     command->add_option("--count", o->count, "At most so many");

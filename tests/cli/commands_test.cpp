@@ -167,6 +167,20 @@ TEST(Commands, ListEveryFileAndWhatFailedInIt) {
     EXPECT_EQ(samples.err, "tarn: " + hurt + ": sample 1 is damaged\n");
 }
 
+TEST(Commands, StartLightAndSayWhenNobodyCanHearThem) {
+    const std::string tarn = "'" TARN_BINARY "'", clip = kData + "clips/cam_roles.mp4";
+    EXPECT_NE(std::system(("ldd " + tarn + " | grep -q libavcodec").c_str()), 0);
+    const TempDir dir;
+    for (const std::string words : {"info --json", "samples", "tree", "peaks --raw --json"}) {
+        const std::string command = tarn + " " + words + " '" + clip + "' > /dev/full 2> '";
+        const int status = std::system((command + dir.Path("err") + "'").c_str());
+        EXPECT_EQ(WEXITSTATUS(status), 1) << words;
+        EXPECT_EQ(dir.Read("err"),
+                  "tarn: standard output: can't be written: No space left on device\n");
+    }
+    EXPECT_EQ(RunTarn({"samples", clip}).out, RunTarn({"samples", clip, "--track", "video"}).out);
+}
+
 TEST(Commands, TellHowTheyAreUsed) {
     const TarnRun help = RunTarn({"--help"});
     EXPECT_EQ(help.status, 0);
@@ -182,7 +196,8 @@ TEST(Commands, TellHowTheyAreUsed) {
     const std::pair<const char*, const char*> wrong[] = {
         {"", "subcommand is required"},
         {"--json info a.mp4", "not expected: --json"},
-        {"samples a.mp4", "--track is required"},
+        {"export a.mp4 b.wav --verify", "--verify: means nothing"},
+        {"export a.mp4 --to . --wav --verify", "--verify: means nothing"},
         {"samples a.mp4 --track text", "'text' is neither video, audio"},
         {"samples a.mp4 --track 1x", "'1x' is neither video, audio"},
         {"samples a.mp4 --track 1 --from 0", "--from: Value 0 not in range"},
@@ -203,6 +218,8 @@ TEST(Commands, TellHowTheyAreUsed) {
         EXPECT_EQ(run.status, 2) << words;
         EXPECT_EQ(run.out, "");
         EXPECT_NE(run.err.find(says), std::string::npos) << run.err;
+        EXPECT_LE(std::count(run.err.begin(), run.err.end(), '\n'), 2);
+        EXPECT_NE(run.err.find("\nsee tarn "), std::string::npos) << run.err;
     }
 }
 

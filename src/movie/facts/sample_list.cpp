@@ -15,7 +15,10 @@ Reason SampleList::Open(const std::string& path, const std::string& track) {
     m_path = path;
     Reason missing{ReasonCode::kNoVideoTrack, ReasonSide::kSource, path, {}};
     const ClipSession::Tracks tracks = m_session.ChooseTracks();
-    if (track == "video") {
+    if (track.empty()) {
+        m_track = tracks.video != 0 ? tracks.video : tracks.audio;
+        missing.code = ReasonCode::kNoTrack;
+    } else if (track == "video") {
         m_track = tracks.video;
     } else if (track == "audio") {
         m_track = tracks.audio;

@@ -18,7 +18,7 @@ struct SampleRow {
 class SampleList {
 public:
     // `track` is "video", "audio" (the tracks that would be edited, else the first of their kind)
-    // or a track number.
+    // or a track number; empty stands for the picture, else the sound.
     [[nodiscard]] Reason Open(const std::string& path, const std::string& track);
 
     // Samples of the track, fragments included.
