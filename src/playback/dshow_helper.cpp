@@ -210,6 +210,7 @@ void DShowHelper::TakeMessages() {
 void DShowHelper::TakeMessage(GstMessage* message) {
     switch (GST_MESSAGE_TYPE(message)) {
         case GST_MESSAGE_EOS:
+            TakeRequest(false);  // what has ended was there
             m_ended = true;
             m_events.push_back({EC_COMPLETE, {}});
             break;

@@ -52,13 +52,16 @@ struct GraphWorker::Core {
     std::optional<Job> NextJob();
     bool Do(const Job& job);
     bool StartAt(const Job& job);
-    bool SendSeek(uint64_t number, const GraphPlace& place);
+    bool SendSeek(uint64_t number, GraphPlace to);
     bool Set(int32_t state);
     bool Settle(uint64_t seek);
+    bool GoOn(const Job& job);
+    bool Step();
     bool SetNewState();
     // A newer seek, or the end, waits.
     bool IsWanted();
     bool IsClosing();
+    std::shared_ptr<PictureGate> Gate();
 
     GstElementPtr graph;
     std::shared_ptr<GraphInbox> inbox;
@@ -74,6 +77,8 @@ struct GraphWorker::Core {
     // The thread's own.
     int32_t state = 0;
     uint64_t seeking = 0;
+    GraphPlace place;        // that was sought last
+    bool is_on_way = false;  // what is shown is another picture
 };
 
 // One more request, or nothing when the graph is to end.
@@ -127,6 +132,7 @@ bool GraphWorker::Core::Do(const Job& job) {
     if (job.renewsLatency) gst_bin_recalculate_latency(GST_BIN(graph.get()));
     if (job.renewsClock && state == 2 && !(Set(1) && Set(2))) return false;
     if (job.isStart) return StartAt(job);
+    if (GoOn(job)) return true;
     if (job.seek != 0 && !SendSeek(job.seek, job.place)) return false;
     if (job.state >= 0 && !Set(job.state)) return false;
     return state == 0 || Settle(job.seek);
@@ -134,25 +140,26 @@ bool GraphWorker::Core::Do(const Job& job) {
 
 // A stop, and a place in sources of others, can only be given once they have got data.
 bool GraphWorker::Core::StartAt(const Job& job) {
-    GraphPlace place = job.place;
+    GraphPlace start = job.place;
+    place = {std::max<int64_t>(start.start, 0), start.stop};
     seeking = job.seek;
     inbox->BeginSeek(job.seek, 0);
-    if (place.start > 0 && place.stop < 0 && StartTracksAt(graph.get(), place.start * kUnit))
-        place.start = -1;
-    const bool seek = place.start > 0 || place.stop >= 0;
+    if (start.start > 0 && start.stop < 0 && StartTracksAt(graph.get(), start.start * kUnit))
+        start.start = -1;
+    const bool seek = start.start > 0 || start.stop >= 0;
     if (!Set(seek ? 1 : job.state) || !Settle(job.seek)) return false;
     if (!seek) return true;
-    return SendSeek(job.seek, {std::max<int64_t>(place.start, 0), place.stop}) && Set(job.state) &&
-           Settle(job.seek);
+    return SendSeek(job.seek, place) && Set(job.state) && Settle(job.seek);
 }
 
-bool GraphWorker::Core::SendSeek(uint64_t number, const GraphPlace& place) {
+bool GraphWorker::Core::SendSeek(uint64_t number, GraphPlace to) {
     const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
-    GstEvent* seek =
-        gst_event_new_seek(1.0, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, place.start * kUnit,
-                           place.stop < 0 ? GST_SEEK_TYPE_NONE : GST_SEEK_TYPE_SET,
-                           place.stop < 0 ? -1 : place.stop * kUnit);
+    GstEvent* seek = gst_event_new_seek(
+        1.0, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, to.start * kUnit,
+        to.stop < 0 ? GST_SEEK_TYPE_NONE : GST_SEEK_TYPE_SET, to.stop < 0 ? -1 : to.stop * kUnit);
     seeking = number;
+    place = to;
+    is_on_way = false;
     inbox->BeginSeek(number, gst_event_get_seqnum(seek));
     return gst_element_send_event(graph.get(), seek);
 }
@@ -162,12 +169,12 @@ bool GraphWorker::Core::Set(int32_t to) {
     return gst_element_set_state(graph.get(), to_gst(to)) != GST_STATE_CHANGE_FAILURE;
 }
 
-// A pause, or its end, doesn't wait for a picture.
+// A pause doesn't wait for a picture, nor does its end, but for the place where that is to be.
 bool GraphWorker::Core::SetNewState() {
     int32_t to = -1;
     {
         const std::lock_guard guard(lock);
-        if (!next.isStart) to = std::exchange(next.state, -1);
+        if (next.state == 1 || next.seek == 0) to = std::exchange(next.state, -1);
     }
     return to < 0 || Set(to);
 }
@@ -187,10 +194,42 @@ bool GraphWorker::Core::Settle(uint64_t seek) {
         const auto taken = Clock::now() - start;
         if (IsClosing() || taken > kGiveUpAfter) return true;
         if (hurried || seek == 0 || taken < kHurryAfter) continue;
-        hurried = true;
-        const std::lock_guard guard(lock);
-        if (gate) gate->Hurry();
+        hurried = is_on_way = true;
+        if (const std::shared_ptr<PictureGate> way = Gate()) way->Hurry();
     }
+}
+
+// While one request follows the other, a picture nearer to the newest one: the decoder goes on
+// where it is instead of beginning once more. True when that was all that was needed.
+bool GraphWorker::Core::GoOn(const Job& job) {
+    if (job.seek == 0 || job.state >= 0 || state != 1 || !is_on_way) return false;
+    const std::shared_ptr<PictureGate> way = Gate();
+    if (!way || !way->GoOn((job.place.start - place.start) * kUnit) || !Step()) return false;
+    const Clock::time_point start = Clock::now();
+    while (gst_element_get_state(graph.get(), nullptr, nullptr, kGlance) ==
+           GST_STATE_CHANGE_ASYNC) {
+        const auto taken = Clock::now() - start;
+        if (inbox->HasError() || taken > kGiveUpAfter) return false;
+        if (IsClosing()) return true;
+        if (taken > kHurryAfter) way->Hurry();
+    }
+    return IsWanted();
+}
+
+// To the next picture that comes.
+bool GraphWorker::Core::Step() {
+    for (const char* name : {"EVR", "VMR-9", "VMR-7"}) {
+        const GstElementPtr screen(gst_bin_get_by_name(GST_BIN(graph.get()), name));
+        if (screen)
+            return gst_element_send_event(
+                screen.get(), gst_event_new_step(GST_FORMAT_BUFFERS, 1, 1.0, TRUE, FALSE));
+    }
+    return false;
+}
+
+std::shared_ptr<PictureGate> GraphWorker::Core::Gate() {
+    const std::lock_guard guard(lock);
+    return gate;
 }
 
 GraphWorker::GraphWorker(GstElement* graph, std::shared_ptr<GraphInbox> inbox)

@@ -25,7 +25,7 @@ std::shared_ptr<PictureGate> PictureGate::Attach(GstElement* decoder) {
                               const std::unique_ptr<Keeper> owner(static_cast<Keeper*>(keeper));
                           });
     };
-    watch("sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, TakeSegment);
+    watch("sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM | GST_PAD_PROBE_TYPE_BUFFER, TakeInput);
     watch("src", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM | GST_PAD_PROBE_TYPE_BUFFER, TakeOutput);
     return gate;
 }
@@ -35,9 +35,27 @@ void PictureGate::Hurry() {
     m_hurry = true;
 }
 
-GstPadProbeReturn PictureGate::TakeSegment(GstPad*, GstPadProbeInfo* info, gpointer gate) {
-    if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_SEGMENT)
-        (*static_cast<Keeper*>(gate))->Open(info);
+// Decoding begins with a sync sample: how far it lies before the place tells how far they are
+// apart.
+bool PictureGate::GoOn(int64_t offset) {
+    const std::lock_guard lock(m_lock);
+    const guint64 goal = m_segment.start + static_cast<guint64>(offset);
+    if (!m_hasSegment || m_last == 0 || m_last >= m_segment.start || goal <= m_last ||
+        goal - m_last > m_segment.start - m_first)
+        return false;
+    m_goal = goal;
+    m_hurry = false;
+    return true;
+}
+
+GstPadProbeReturn PictureGate::TakeInput(GstPad*, GstPadProbeInfo* info, gpointer keeper) {
+    const Keeper& gate = *static_cast<Keeper*>(keeper);
+    if (info->type & GST_PAD_PROBE_TYPE_BUFFER) {
+        const std::lock_guard lock(gate->m_lock);
+        if (gate->m_first == 0) gate->m_first = GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info));
+    } else if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_SEGMENT) {
+        gate->Open(info);
+    }
     return GST_PAD_PROBE_OK;
 }
 
@@ -53,6 +71,7 @@ void PictureGate::Open(GstPadProbeInfo* info) {
     const std::lock_guard lock(m_lock);
     gst_event_copy_segment(GST_PAD_PROBE_INFO_EVENT(info), &m_segment);
     m_hasSegment = m_segment.format == GST_FORMAT_TIME;
+    m_first = 0;
     if (!m_hasSegment) return;
     GstSegment all;
     gst_segment_init(&all, GST_FORMAT_TIME);
@@ -62,6 +81,7 @@ void PictureGate::Open(GstPadProbeInfo* info) {
 void PictureGate::GiveBack(GstPadProbeInfo* info) {
     const std::lock_guard lock(m_lock);
     m_hurry = false;
+    m_last = m_goal = 0;
     if (m_hasSegment) replace_segment(info, m_segment);
 }
 
@@ -73,9 +93,15 @@ GstPadProbeReturn PictureGate::Pass(GstPadProbeInfo* info) {
     const bool lasts = GST_BUFFER_DURATION_IS_VALID(buffer);
     const guint64 stop = lasts ? start + GST_BUFFER_DURATION(buffer) : GST_CLOCK_TIME_NONE;
     guint64 from = start, to = stop;
-    if (!gst_segment_clip(&m_segment, GST_FORMAT_TIME, start, stop, &from, &to)) {
+    m_last = start;
+    if (m_goal > 0) {
+        if (lasts && stop <= m_goal && !std::exchange(m_hurry, false)) return GST_PAD_PROBE_DROP;
+        from = to = m_segment.start;
+    } else if (!gst_segment_clip(&m_segment, GST_FORMAT_TIME, start, stop, &from, &to)) {
         if (!std::exchange(m_hurry, false) || start >= m_segment.start) return GST_PAD_PROBE_DROP;
         from = to = m_segment.start;
+    } else {
+        m_last = from;  // it is there
     }
     if (from == start && to == stop) return GST_PAD_PROBE_OK;
     buffer = gst_buffer_make_writable(buffer);

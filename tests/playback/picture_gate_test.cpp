@@ -60,9 +60,30 @@ TEST_F(PictureGateTest, LetsOneOnTheWayPassForTheOneThatWasSought) {
         EXPECT_EQ(Push(9 * GST_SECOND), int64_t{kTarget});
         EXPECT_EQ(Push(9 * GST_SECOND + kPicture), -1) << "one is enough";
         EXPECT_EQ(Push(kTarget - kPicture / 4), int64_t{kTarget}) << "what is left of it";
+        EXPECT_FALSE(m_gate->GoOn(GST_SECOND)) << "it is there";
         m_gate->Hurry();  // in vain, and not for the next place
         EXPECT_EQ(Push(kTarget + kPicture), int64_t{kTarget + kPicture});
     }
+}
+
+TEST_F(PictureGateTest, GoesOnTowardsAnotherPlace) {
+    constexpr uint64_t kTarget = 10 * GST_SECOND;
+    constexpr int64_t kBack = GST_SECOND;
+    EXPECT_EQ(Seek(kTarget), kTarget);
+    EXPECT_FALSE(m_gate->GoOn(-kBack)) << "nothing has come yet";
+    m_gate->Hurry();
+    EXPECT_EQ(Push(6 * GST_SECOND), int64_t{kTarget});
+    EXPECT_FALSE(m_gate->GoOn(-4 * kBack)) << "that is over";
+    EXPECT_FALSE(m_gate->GoOn(5 * kBack)) << "further than sync samples are apart";
+    EXPECT_TRUE(m_gate->GoOn(-kBack));
+    EXPECT_EQ(Push(9 * GST_SECOND - kPicture), -1);
+    EXPECT_EQ(Push(9 * GST_SECOND), int64_t{kTarget}) << "a time that its listeners know";
+    EXPECT_TRUE(m_gate->GoOn(-kBack / 2));
+    EXPECT_EQ(Push(9 * GST_SECOND + kPicture), -1);
+    m_gate->Hurry();
+    EXPECT_EQ(Push(9 * GST_SECOND + 2 * kPicture), int64_t{kTarget});
+    EXPECT_EQ(Seek(kTarget), kTarget);
+    EXPECT_EQ(Push(9 * GST_SECOND), -1) << "sought anew";
 }
 
 }  // namespace
