@@ -326,6 +326,15 @@ TEST(Commands, TakeAFileForWhatIsInIt) {
     }
 }
 
+// As a save refuses one of 4 GiB, whose sound may be short.
+TEST(Commands, CheckSaysWhatCannotBeSaved) {
+    const TempDir dir;
+    dir.Write("large.wav", WaveFile({}, std::string(8000, '\1')));
+    std::filesystem::resize_file(dir.Path("large.wav"), uint64_t{1} << 32);
+    EXPECT_EQ(RunTarn({"check", dir.Path("large.wav")}).out,
+              "2 not usable: WAV files of 4 GiB or more can't be treated\n");
+}
+
 TEST(Commands, DrawAPictureOnce) {
     TempDir dir;
     // 1202 frames, each a point of the waveform: left half up and full down in turn, right silent.

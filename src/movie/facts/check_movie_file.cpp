@@ -1,10 +1,11 @@
 #include "movie/facts/check_movie_file.h"
 
 #include <new>
+#include <utility>
 
 #include "base/xp_file.h"
 #include "base/xp_path.h"
-#include "effects/wave_header.h"
+#include "effects/wave_file.h"
 #include "movie/facts/clip_info.h"
 #include "movie/objects/movie_reader.h"
 
@@ -41,13 +42,12 @@ Verdict check_movie(const std::string& path) {
             {ReasonCode::kSoundChannels, ReasonSide::kSource, path, {uint64_t{channels}}}};
 }
 
-Verdict check_wave(const std::string& path, XpFile* file, bool strict) {
-    WaveHeader header{};
-    Reason reason = ReadWaveHeader(file, &header);
-    reason.file = path;
+Verdict check_wave(const std::string& path, XpFile file, bool strict) {
+    AMPWaveSource source{path, std::move(file), {}};
+    const Reason reason = AMPReadWaveSource(&source);
     if (reason.SystemError() != 0) return {kFileUnreadable, reason};
     if (reason && strict) return {kFileUnsupported, reason};
-    if (!reason && header.IsCutShort())
+    if (!reason && source.header.IsCutShort())
         return {kFileUsable, {ReasonCode::kWaveCutShort, ReasonSide::kSource, path, {}}};
     return {};
 }
@@ -57,7 +57,7 @@ Verdict check(const std::string& path, bool strict, const GraphStep& graph) {
     bool is_wave = false;
     if (const Reason reason = OpenAndLookForWave(path, &file, &is_wave))
         return {XpPath::HasExtension(path, ".wav") ? kFileUnreadable : kFileUnsupported, reason};
-    const Verdict verdict = is_wave ? check_wave(path, &file, strict) : check_movie(path);
+    const Verdict verdict = is_wave ? check_wave(path, std::move(file), strict) : check_movie(path);
     if (verdict.status != kFileUsable || !graph) return verdict;
     const Reason why = graph(path);
     return why ? Verdict{kFileNoGraph, why} : verdict;
