@@ -311,10 +311,11 @@ int Session::Run() {
     else
         Play();
     bool good = true;
-    int32_t state = 0;
-    static_cast<void>(m_player.GetState(kPatienceMs, &state));
-    if (!m_options.shot.empty())
+    if (!m_options.shot.empty()) {
+        int32_t state = 0;
+        static_cast<void>(m_player.GetState(kPatienceMs, &state));
         good = m_player.Renderer() && WriteShot(*m_player.Renderer(), m_options.shot);
+    }
     if (m_options.window) static_cast<void>(Pump(0));
     static_cast<void>(m_player.ReleaseGraph());
     if (const int left = DShowHelper::GraphsLeftBehind())
