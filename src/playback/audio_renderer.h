@@ -12,10 +12,10 @@ constexpr char kAudioRendererPin[] = "Audio Input pin (rendered)";
 // The elements that it needs besides the device's own.
 constexpr char kAudioRendererParts[] = "audioconvert, audioresample, volume";
 
-// PulseAudio's null device, once nothing plays, is up to two seconds ahead in silence that it does not
-// take back: a clip that starts or is sought on it stands still for so long, picture and sound
-// together, in whatever player. Devices that are heard take it back. Where there is nothing to hear,
-// "fakesink" keeps the time.
+// PulseAudio's null device, once nothing plays, is up to two seconds ahead in silence that it does
+// not take back: a clip that starts or is sought on it stands still for so long, picture and sound
+// together, in whatever player. Devices that are heard take it back. Where there is nothing to
+// hear, "fakesink" keeps the time.
 
 // How much treated sound waits in the device's buffer, milliseconds: a change of an effect is
 // heard that much later.

@@ -16,10 +16,9 @@ bool concerns_us(const GstMessage* message) {
 }  // namespace
 
 void GraphInbox::Attach(GstBus* bus, const std::shared_ptr<GraphInbox>& inbox) {
-    gst_bus_set_sync_handler(bus, Handle, std::make_unique<Keeper>(inbox).release(),
-                             [](gpointer keeper) {
-                                 const std::unique_ptr<Keeper> owner(static_cast<Keeper*>(keeper));
-                             });
+    gst_bus_set_sync_handler(
+        bus, Handle, std::make_unique<Keeper>(inbox).release(),
+        [](gpointer keeper) { const std::unique_ptr<Keeper> owner(static_cast<Keeper*>(keeper)); });
 }
 
 GstBusSyncReply GraphInbox::Handle(GstBus*, GstMessage* message, gpointer inbox) {
@@ -73,8 +72,8 @@ void GraphInbox::Put(GraphNews news) {
         if (news.message) {
             GstMessage* message = news.message.get();
             m_error |= GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR;
-            news.isStale = m_mark != 0 &&
-                           gst_util_seqnum_compare(gst_message_get_seqnum(message), m_mark) < 0;
+            news.isStale =
+                m_mark != 0 && gst_util_seqnum_compare(gst_message_get_seqnum(message), m_mark) < 0;
         }
         m_news.push_back(std::move(news));
     }

@@ -160,7 +160,9 @@ bool OverlayRenderer::ReplaceLostOverlay() {
 }
 
 void OverlayRenderer::Refresh(const VideoRect&) {
-    gst_video_overlay_expose(GST_VIDEO_OVERLAY(m_sink));
+    // Before its first picture a sink has nothing to show again, and may just be making what it
+    // draws with.
+    if (GST_STATE(m_sink) >= GST_STATE_PAUSED) gst_video_overlay_expose(GST_VIDEO_OVERLAY(m_sink));
 }
 
 HRESULT OverlayRenderer::ReadPicture(const PictureReader& reader) const {

@@ -24,8 +24,8 @@ SoundEffectStream& stream_of(gpointer element) {
     return static_cast<SoundEffectElement*>(element)->stream;
 }
 
-constexpr char kForm[] = "audio/x-raw, format=" GST_AUDIO_NE(
-    S16) ", layout=interleaved, channels=2, rate=[1000,384000]";
+constexpr char kForm[] =
+    "audio/x-raw, format=" GST_AUDIO_NE(S16) ", layout=interleaved, channels=2, rate=[1000,384000]";
 static_assert(kMinSampleRate == 1000 && kMaxSampleRate == 384000, "as in the caps");
 
 // Nanoseconds of the clip; none where the buffer doesn't say.
