@@ -102,7 +102,8 @@ bool measure(const HostileFile& file, const std::string& folder) {
         {"check", {tarn, "check", in}},
         {"peaks", {tarn, "peaks", in}},
         {"export", {tarn, "export", in, out}},
-        {"cut", {tarn, "export", in, folder + "/cut" + file.extension, "--in", "1", "--out", "1500"}},
+        {"cut",
+         {tarn, "export", in, folder + "/cut" + file.extension, "--in", "1", "--out", "1500"}},
         {"export --wav", {tarn, "export", in, wave, "--wav"}},
     };
     bool good = true;

@@ -155,17 +155,19 @@ Bytes time_rows() {
 }
 Bytes composition_rows() {
     Parts parts = long_picture(kRows);
-    parts.ctts = Counted("ctts", 0, kRows,
-                         each(kRows, [](uint32_t n) { return Be32({1, n % 3 * 1000}); }));
+    parts.ctts = Counted("ctts", 0, kRows, each(kRows, [](uint32_t n) {
+                             return Be32({1, n % 3 * 1000});
+                         }));
     return with(parts, kRows);
 }
 Bytes chunk_rows() {
     constexpr uint32_t kCount = 200000;
     Parts parts = long_picture(kCount);
-    parts.stsc = Counted("stsc", 0, kCount,
-                         each(kCount, [](uint32_t n) { return Be32({n + 1, 1, 1}); }));
-    parts.chunks = Counted("stco", 0, kCount,
-                           each(kCount, [](uint32_t n) { return Be32({kMediaAt + n}); }));
+    parts.stsc = Counted("stsc", 0, kCount, each(kCount, [](uint32_t n) {
+                             return Be32({n + 1, 1, 1});
+                         }));
+    parts.chunks =
+        Counted("stco", 0, kCount, each(kCount, [](uint32_t n) { return Be32({kMediaAt + n}); }));
     return with(parts, kCount);
 }
 Bytes sync_rows() {
@@ -257,8 +259,7 @@ Parts to_be_continued(uint32_t id = 1) {
 Bytes runs_without_rows(uint32_t size) {
     const Bytes run = Trun({.count = 0xFFFFFFFF});
     const Bytes trex = Trex({.duration = 1, .size = size});
-    return fragmented(to_be_continued().Trak(), trex,
-                      Moof(1, {Atom("traf", Tfhd(), fill(run))}));
+    return fragmented(to_be_continued().Trak(), trex, Moof(1, {Atom("traf", Tfhd(), fill(run))}));
 }
 Bytes runs_of_nothing() {
     return runs_without_rows(0);
@@ -277,18 +278,16 @@ Bytes moofs() {
                       each(fitting(make(0).size()), make));
 }
 Bytes trafs() {
-    return fragmented(
-        to_be_continued().Trak(), Trex({.duration = 1000, .size = 1}),
-        Atom("moof", FullAtom("mfhd", 0, 0, Be32({1})),
-             fill(Atom("traf", Tfhd(), Trun({.count = 1})))));
+    return fragmented(to_be_continued().Trak(), Trex({.duration = 1000, .size = 1}),
+                      Atom("moof", FullAtom("mfhd", 0, 0, Be32({1})),
+                           fill(Atom("traf", Tfhd(), Trun({.count = 1})))));
 }
 Bytes rows() {
     const size_t count = fitting(8);
-    return fragmented(
-        to_be_continued().Trak(), Trex(),
-        Moof(1, {Atom("traf", Tfhd(),
-                      FullAtom("trun", 0, 0x300, Be32({static_cast<int64_t>(count)}),
-                               repeat(Be32({1000, 1}), count)))}));
+    return fragmented(to_be_continued().Trak(), Trex(),
+                      Moof(1, {Atom("traf", Tfhd(),
+                                    FullAtom("trun", 0, 0x300, Be32({static_cast<int64_t>(count)}),
+                                             repeat(Be32({1000, 1}), count)))}));
 }
 Bytes tracks_and_moofs() {  // of each track the end is wanted
     constexpr uint32_t kTracks = 4000;
@@ -296,8 +295,8 @@ Bytes tracks_and_moofs() {  // of each track the end is wanted
         each(kTracks, [](uint32_t n) { return to_be_continued(n + 1).Trak(); }),
         each(kTracks, [](uint32_t n) { return Trex({.track_id = n + 1, .duration = 1000}); }),
         each(25000, [](uint32_t n) {
-            return Moof(n + 1, {Atom("traf", Tfhd({.track_id = n % kTracks + 1}),
-                                     Trun({.count = 1}))});
+            return Moof(n + 1,
+                        {Atom("traf", Tfhd({.track_id = n % kTracks + 1}), Trun({.count = 1}))});
         }));
 }
 Bytes defaults() {
@@ -314,9 +313,7 @@ Bytes index_points() {
     return fragmented(
         to_be_continued().Trak(), Trex({.duration = 1000, .size = 1}),
         each(20,
-             [](uint32_t n) {
-                 return Moof(n + 1, {Atom("traf", Tfhd(), Trun({.count = 1}))});
-             }),
+             [](uint32_t n) { return Moof(n + 1, {Atom("traf", Tfhd(), Trun({.count = 1}))}); }),
         Mfra({FullAtom("tfra", 0, 0, Be32({1, 0, static_cast<int64_t>(count)}),
                        repeat(Bytes(11, 1), count))}));
 }

@@ -69,18 +69,48 @@ Mp4Result track_length(Mp4ReadSession* session, uint32_t track, const Mp4TrackFa
     return result;
 }
 
+// What has come of the tracks of one handler.
+struct Outcome {
+    bool good;
+    Mp4Result failed;
+    uint32_t failed_track;
+};
+
+// A broken track takes the length of the others along only where there is no other picture, or no
+// other sound.
 Mp4Result longest_track(Mp4ReadSession* session, uint64_t* duration) {
+    Outcome outcomes[2] = {};  // of pictures and of sounds
     *duration = 0;
     uint32_t number = 0;
     for (const Mp4TrackIndex* track = session->index.movie.tracks.head; track;
          track = track->next) {
+        const uint32_t handler = track->facts->handler_type;
         bool counts = false;
-        FF4_TRY(track_counts(session, ++number, *track->facts, &counts));
-        if (!counts) continue;
         uint64_t length = 0;
-        FF4_TRY(track_length(session, number, *track->facts, &length));
+        Mp4Result result = track_counts(session, ++number, *track->facts, &counts);
+        if (result == FF4_RET_OK && counts)
+            result = track_length(session, number, *track->facts, &length);
+        // The machine's failures say nothing about the track.
+        if (result == FF4_RET_FILE || result == FF4_RET_NOMEM) return result;
         *duration = std::max(*duration, length);
+        if (handler != fourcc("vide") && handler != fourcc("soun")) {
+            if (result != FF4_RET_OK) mp4_clear_fault(session->host);
+            continue;
+        }
+        Outcome& outcome = outcomes[handler == fourcc("vide") ? 0 : 1];
+        if (result == FF4_RET_OK) {
+            outcome.good = true;
+        } else if (outcome.failed == FF4_RET_OK) {
+            outcome.failed = result;
+            outcome.failed_track = number;
+        }
     }
+    for (const Outcome& outcome : outcomes) {
+        if (outcome.good || outcome.failed == FF4_RET_OK) continue;
+        session->asked_track = outcome.failed_track;
+        return outcome.failed;
+    }
+    mp4_clear_fault(session->host);
     return FF4_RET_OK;
 }
 

@@ -110,9 +110,15 @@ Mp4Result mp4_find_sample_at_time(Mp4ReadSession* session, uint32_t track, uint6
         return mp4_blame(session->host, fourcc("stts"), FF4_RET_FORMAT);
     const uint64_t steps = run.sample_delta == 0 ? 0 : (time - run.first_time) / run.sample_delta;
     const uint64_t found = run.first_sample + steps;
-    if (found > tables.at->sample_count) return FF4_RET_NOTFOUND;
-    *number = static_cast<uint32_t>(found);
-    *start = run.first_time + steps * run.sample_delta;
+    *number = tables.at->sample_count;
+    if (found > *number) {
+        // The times go on after the last sample: they are its own, or those of the fragments.
+        if (session->fragments) return FF4_RET_NOTFOUND;
+        FF4_TRY(mp4_get_sample_time(session, track, *number, start));
+    } else {
+        *number = static_cast<uint32_t>(found);
+        *start = run.first_time + steps * run.sample_delta;
+    }
     return read_sync(tables, *number, isSync);
 }
 

@@ -8,6 +8,7 @@
 #include "effects/wave_file.h"
 #include "movie/facts/clip_info.h"
 #include "movie/objects/movie_reader.h"
+#include "movie/objects/track_selection.h"
 
 namespace tarn {
 namespace {
@@ -24,6 +25,17 @@ uint32_t channel_count(const CMovieInfoType& info) {
     return SoundChannels(info.audioDescriptions[0]);
 }
 
+// Why no save could begin with the tracks that were chosen.
+Reason why_not_walked(CMP4MovieReader* reader) {
+    for (const MovieTrackInfo* track : {&reader->GetInfo().video, &reader->GetInfo().audio}) {
+        if (track->trackNumber == 0) continue;
+        MovieTrackInfo walked = *track;
+        const Mp4Result result = ReadTrackInfo(reader->Session(), &walked);
+        if (result != FF4_RET_OK) return reader->ReasonFor(movie_code(result));
+    }
+    return {};
+}
+
 Verdict check_movie(const std::string& path) {
     CMP4MovieReader reader;
     reader.SetPath(path);
@@ -33,6 +45,7 @@ Verdict check_movie(const std::string& path) {
             code == movie_code(FF4_RET_NOTFOUND) || code == movie_code(FF4_RET_NOMEM);
         return {unreadable ? kFileUnreadable : kFileUnsupported, reader.GetReason()};
     }
+    if (const Reason reason = why_not_walked(&reader)) return {kFileUnsupported, reason};
     // A clip without any sound can still be cut.
     const uint32_t channels = channel_count(reader.GetInfo());
     if (!reader.HasAudio() || channels == 2) return {};

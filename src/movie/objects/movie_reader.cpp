@@ -147,10 +147,12 @@ MovieCode CMP4MovieInput::LoadDescriptions() {
     if (HasVideo()) {
         MOVIE_TRY(
             ReadVideoDescriptions(session, m_info.video.trackNumber, &m_info.videoDescriptions));
+        MOVIE_TRY(CheckTrack(session, m_info.video.trackNumber, m_info.videoDescriptions.size()));
     }
     if (HasAudio()) {
         MOVIE_TRY(
             ReadAudioDescriptions(session, m_info.audio.trackNumber, &m_info.audioDescriptions));
+        MOVIE_TRY(CheckTrack(session, m_info.audio.trackNumber, m_info.audioDescriptions.size()));
     }
     return kMovieOk;
 }
@@ -232,18 +234,28 @@ MovieCode CMP4MovieRead::ReadSample(TrackCursor* cursor, CReadBuffer* buffer,
     return kMovieOk;
 }
 
+// The sample before the cursor is what its track says, if it says that.
+MovieCode CMP4MovieRead::Described(uint32_t position, const TrackCursor& cursor,
+                                   ReadSampleInfo* info) {
+    info->description = position;
+    if (position != 0) return kMovieOk;
+    m_reason = {ReasonCode::kDamagedSample,
+                ReasonSide::kSource,
+                Path(),
+                {uint64_t{cursor.currentSample} - 1}};
+    return movie_code(FF4_RET_FORMAT);
+}
+
 MovieCode CMP4MovieRead::ReadVideoSample(CReadBuffer* buffer, ReadSampleInfo* info) {
     if (m_video.currentSample >= m_video.endSample) return kMovieEndOfSamples;
     MOVIE_TRY(ReadSample(&m_video, buffer, info));
-    info->description = FindVideoDescription(info->description);
-    return kMovieOk;
+    return Described(FindVideoDescription(info->description), m_video, info);
 }
 
 MovieCode CMP4MovieRead::ReadAudioSample(CReadBuffer* buffer, ReadSampleInfo* info) {
     if (m_audio.currentSample >= m_audio.endSample) return kMovieEndOfSamples;
     MOVIE_TRY(ReadSample(&m_audio, buffer, info));
-    info->description = FindAudioDescription(info->description);
-    return kMovieOk;
+    return Described(FindAudioDescription(info->description), m_audio, info);
 }
 
 MovieCode CMP4MovieRead::ReadAudioRun(uint32_t most, uint64_t units, CReadBuffer* buffer,

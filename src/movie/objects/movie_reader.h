@@ -127,6 +127,7 @@ public:
     uint32_t GetSelectedSampleCount() const;
 
 private:
+    MovieCode Described(uint32_t position, const TrackCursor& cursor, ReadSampleInfo* info);
     MovieCode FindSample(uint32_t track, uint32_t number, Mp4SampleInfo* sample);
     MovieCode ReadBytes(const Mp4SampleInfo& sample, uint32_t number, uint32_t count,
                         CReadBuffer* buffer);

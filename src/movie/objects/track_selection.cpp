@@ -109,6 +109,24 @@ Mp4Result find_fault(Mp4ReadSession* session, uint32_t track, TrackFault* fault,
     return FF4_RET_OK;
 }
 
+// Chunks are asked for run by run; a table that is broken elsewhere is told where it is walked.
+Mp4Result check_descriptions(Mp4ReadSession* session, const Mp4TableReader& tables,
+                             size_t descriptions) {
+    Mp4ChunkRun run{};
+    for (uint64_t sample = 1; sample <= tables.at->sample_count;
+         sample = run.first_sample + uint64_t{run.chunk_count} * run.samples_per_chunk) {
+        const Mp4Result result = mp4_lookup_chunk_run(tables, static_cast<uint32_t>(sample), &run);
+        if (is_of_the_machine(result)) return result;
+        if (result != FF4_RET_OK) {
+            mp4_clear_fault(session->host);
+            return FF4_RET_OK;
+        }
+        if (run.description_index == 0 || run.description_index > descriptions)
+            return mp4_blame(session->host, fourcc("stsc"), FF4_RET_FORMAT);
+    }
+    return FF4_RET_OK;
+}
+
 void copy_block(const Mp4ByteBlock& block, std::vector<uint8_t>* out) {
     out->assign(block.data, block.data + block.size);
 }
@@ -171,7 +189,16 @@ TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* c
     return TrackFault::kNone;
 }
 
+Mp4Result CheckTrack(Mp4ReadSession* session, uint32_t track, size_t descriptions) {
+    const Mp4OpenTrack* open = mp4_find_open_track(session, track);
+    if (!open) return FF4_RET_STATE;
+    const Mp4TableReader tables = mp4_tables_of(session, *open);
+    FF4_TRY(mp4_check_sync_order(tables));
+    return check_descriptions(session, tables, descriptions);
+}
+
 Mp4Result ReadTrackInfo(Mp4ReadSession* session, MovieTrackInfo* track) {
+    if (!mp4_find_open_track(session, track->trackNumber)) return FF4_RET_STATE;
     Mp4MediaHeaderInfo header{};
     FF4_TRY(mp4_get_media_header(session, track->trackNumber, &header));
     if (header.timescale == 0) return mp4_blame(session->host, fourcc("mdhd"), FF4_RET_FORMAT);

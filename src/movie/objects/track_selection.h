@@ -28,6 +28,10 @@ enum class TrackFault {
 // samples or, of a damaged track, the atom at fault; 0 where that is not known.
 TrackFault FindTrackFault(Mp4ReadSession* session, uint32_t handler, uint32_t* code);
 
+// What of a chosen track no walk could make up for: FF4_RET_FORMAT for sync samples out of order
+// and for a chunk whose description is not among `descriptions`.
+Mp4Result CheckTrack(Mp4ReadSession* session, uint32_t track, size_t descriptions);
+
 // Fills timescale, duration, sample count and edits of the open track that `track` names.
 // FF4_RET_FORMAT for a media timescale of 0.
 Mp4Result ReadTrackInfo(Mp4ReadSession* session, MovieTrackInfo* track);

@@ -277,6 +277,15 @@ Mp4Result mp4_lookup_is_sync(const Mp4TableReader& tables, uint32_t sample, bool
     return FF4_RET_OK;
 }
 
+Mp4Result mp4_check_sync_order(const Mp4TableReader& tables) {
+    if (!is_complete(tables)) return FF4_RET_ARGS;
+    if (tables.at->stss_count == 0) return FF4_RET_OK;
+    uint32_t entry = 0;
+    // After the last number there can be: the way there leads through all of them.
+    const Mp4Result result = find(tables, kTableStss, kByNumber, uint64_t{UINT32_MAX} + 1, &entry);
+    return result == FF4_RET_NOTFOUND ? FF4_RET_OK : result;
+}
+
 Mp4Result mp4_lookup_next_sync(const Mp4TableReader& tables, uint32_t sample, uint32_t* out) {
     if (!is_complete(tables) || !out) return FF4_RET_ARGS;
     FF4_TRY(need(tables, {kTableStss, kTableSize}));

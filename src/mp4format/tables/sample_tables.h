@@ -71,6 +71,8 @@ Mp4Result mp4_lookup_size_sum(const Mp4TableReader& tables, uint32_t sample, uin
 // Whether the sample stands in 'stss'. What a track without one means is the caller's to say: here
 // it is FF4_RET_FORMAT.
 Mp4Result mp4_lookup_is_sync(const Mp4TableReader& tables, uint32_t sample, bool* out);
+// Whether the whole of 'stss', where there is one, is in order; FF4_RET_FORMAT where it is not.
+Mp4Result mp4_check_sync_order(const Mp4TableReader& tables);
 // The first entry of 'stss' above the number, which may be 0. The entry may lie past the last
 // sample.
 Mp4Result mp4_lookup_next_sync(const Mp4TableReader& tables, uint32_t sample, uint32_t* out);

@@ -68,6 +68,42 @@ TEST(MovieReader, DamagedFilesAnswerAsExpected) {
 
 using Figures = std::vector<uint64_t>;
 
+TEST(MovieReader, OnlyTheChosenTracksCanRefuseAClip) {
+    MovieTrack texts{.handler = "text", .timescale = 1, .samples = {{4, 1}}};
+    Bytes good = MovieBuilder{.tracks = {texts, VideoTrack(24), SoundTrack(9)},
+                              .moov_extra = Atom("trak", Atom("mdia", Hdlr("text")))}
+                     .Build();
+    good[AtomAt(good, "moov/trak/mdia/mdhd") + 23] = 0;
+    const auto with = [&](const std::string& table, size_t at, uint8_t number) {
+        Bytes bytes = good;
+        bytes[AtomAt(bytes, "moov/trak:2/mdia/minf/stbl/" + table) + at] = number;
+        return bytes;
+    };
+    const struct {
+        const char* name;
+        Bytes bytes;
+        uint32_t damaged;  // atom, 0: none
+    } cases[] = {{"tracks of text without time or tables", good, 0},
+                 {"times that go on after the last sample", with("stts", 19, 99), 0},
+                 {"sync samples out of order", with("stss", 19, 20), fourcc("stss")},
+                 {"a description that is not there", with("stsc", 27, 2), fourcc("stsc")}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Opened<CMP4MovieReader> shown(c.bytes);
+        Opened<CMP4MovieRead> walked(c.bytes);
+        ASSERT_EQ(shown.code, c.damaged ? movie_code(FF4_RET_FORMAT) : kMovieOk);
+        ASSERT_EQ(walked.code, shown.code);
+        if (c.damaged != 0) {
+            EXPECT_EQ(walked.reader.GetReason().arguments.at(0),
+                      ReasonArgument(ReasonAtom{c.damaged}));
+            continue;
+        }
+        uint64_t in = 0, out = 24 * 1001 / 30 + 500;
+        EXPECT_EQ(walked.reader.SelectRange(&in, &out, false), kMovieOk);
+        EXPECT_EQ(walked.reader.GetSelectedSampleCount(), 24u);
+    }
+}
+
 TEST(MovieReader, TheRecordHoldsWhatTheFileSays) {
     MovieBuilder builder = RichMovie();
     builder.tracks[1].edits = {{1280, 1024, 3}};
