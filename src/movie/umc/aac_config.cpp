@@ -178,6 +178,28 @@ std::span<const uint8_t> FindDecoderSpecificInfo(std::span<const uint8_t> descri
     return FindDescriptor(config.subspan(kDecoderConfigFields), kDecoderSpecificInfo);
 }
 
+bool AacFrameHasSound(std::span<const uint8_t> frame) {
+    enum : uint32_t { kDataStream = 4, kFill = 6, kEnd = 7 };
+    BitReader bits(frame);
+    for (;;) {
+        const uint32_t element = bits.Read(3);
+        if (element == kEnd) return false;
+        if ((element != kFill && element != kDataStream) || bits.Failed()) return true;
+        uint32_t bytes = 0;
+        if (element == kFill) {
+            bytes = bits.Read(4);
+            if (bytes == 15) bytes += bits.Read(8) - 1;
+        } else {
+            const bool aligned = bits.Read(5) % 2 != 0;  // after the instance tag
+            bytes = bits.Read(8);
+            if (bytes == 255) bytes += bits.Read(8);
+            if (aligned) bits.Read(static_cast<uint32_t>(bits.Left() % 8));
+        }
+        for (; bytes > 0; --bytes)
+            bits.Read(8);
+    }
+}
+
 uint32_t AdtsFrameLength(std::span<const uint8_t> bytes) {
     BitReader bits(bytes);
     const bool synced = bits.Read(12) == 0xfff;

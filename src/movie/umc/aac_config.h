@@ -30,6 +30,10 @@ Status ParseAacConfig(std::span<const uint8_t> bytes, AacConfig* config);
 // own length. A length that claims more than is there is cut. Empty where there is none.
 std::span<const uint8_t> FindDecoderSpecificInfo(std::span<const uint8_t> descriptors);
 
+// False for a frame that ends without a channel element (raw_data_block, 4.4.2.1): of fill elements
+// and data alone.
+bool AacFrameHasSound(std::span<const uint8_t> frame);
+
 // The length of the ADTS frame that `bytes` start with, header included; 0 where they don't start
 // with a whole one.
 uint32_t AdtsFrameLength(std::span<const uint8_t> bytes);

@@ -144,11 +144,9 @@ Status AACDecoder::State::Decode(std::span<const uint8_t> sample) {
     int more = 0;
     while (more != AVERROR(EAGAIN) && more != AVERROR_EOF)
         more = Av().avcodec_receive_frame(context.get(), surplus.get());
-    // Decodable as it may be, a frame without sound is no frame.
     const bool sound =
         frame->nb_samples > 0 && frame->ch_layout.nb_channels > 0 && frame->sample_rate > 0;
-    return status == kStatusNoData || (status == kStatusOk && !sound) ? kStatusBadParameter
-                                                                      : status;
+    return status == kStatusOk && !sound ? kStatusNoData : status;
 }
 
 void AACDecoder::State::NoteStream() {

@@ -17,7 +17,7 @@ enum Status : int32_t {
     kStatusNoMemory = -883,
     kStatusBadParameter = -899,  // also a configuration or a frame that can't be decoded
     kStatusNullPointer = -995,
-    kStatusNoData = -998,  // also: not initialised
+    kStatusNoData = -998,  // also: not initialised, and a frame without sound in it
     kStatusOutOfRange = -999,
 };
 

@@ -8,6 +8,9 @@ bool AacSound::Init(const CAudioSampleDescriptionInfo& description, uint32_t rat
     const auto specific = UMC::FindDecoderSpecificInfo(description.decoderConfig);
     if (specific.empty()) return false;
     std::vector<uint8_t> bytes(specific.begin(), specific.end());
+    UMC::AacConfig parsed;
+    if (UMC::ParseAacConfig(bytes, &parsed) != UMC::kStatusOk) return false;
+    m_frameLength = static_cast<uint32_t>(parsed.frameLength) * (parsed.sbr || parsed.ps ? 2 : 1);
     const auto size = static_cast<uint32_t>(bytes.size());
     UMC::MediaData config;
     if (config.SetBufferPointer(bytes.data(), size) != UMC::kStatusOk ||
@@ -27,16 +30,27 @@ bool AacSound::Init(const CAudioSampleDescriptionInfo& description, uint32_t rat
            m_out.Alloc(m_params.suggestedOutputSize) == UMC::kStatusOk;
 }
 
-bool AacSound::Decode(CReadBuffer* sample, std::span<const int16_t>* pcm) {
+UMC::Status AacSound::Decode(CReadBuffer* sample, std::span<const int16_t>* pcm) {
     *pcm = {};
-    if (sample->data.empty()) return true;
-    UMC::Status status = DecodeInto(sample);
-    if (status == UMC::kStatusTargetTooSmall && m_decoder.GetInfo(&m_params) >= 0 &&
-        m_out.Alloc(m_params.suggestedOutputSize) == UMC::kStatusOk)
-        status = DecodeInto(sample);  // the stream has got more channels
-    if (status != UMC::kStatusOk || m_decoder.GetInfo(&m_params) < 0) return false;
+    const UMC::Status status = sample->data.empty() ? UMC::kStatusNoData : Give(sample);
+    if (status == UMC::kStatusNoData) {
+        m_silence.assign(size_t{Channels()} * m_frameLength, 0);
+        *pcm = m_silence;
+        return UMC::kStatusOk;
+    }
+    if (status != UMC::kStatusOk) return status;
+    if (m_decoder.GetInfo(&m_params) < 0 || Channels() == 0) return UMC::kStatusBadParameter;
     *pcm = {reinterpret_cast<const int16_t*>(m_out.GetDataPointer()), m_out.GetDataSize() / 2};
-    return Channels() > 0;
+    m_frameLength = static_cast<uint32_t>(pcm->size() / Channels());
+    return UMC::kStatusOk;
+}
+
+UMC::Status AacSound::Give(CReadBuffer* sample) {
+    const UMC::Status status = DecodeInto(sample);
+    if (status != UMC::kStatusTargetTooSmall || m_decoder.GetInfo(&m_params) < 0) return status;
+    // The stream has got more channels.
+    const UMC::Status room = m_out.Alloc(m_params.suggestedOutputSize);
+    return room == UMC::kStatusOk ? DecodeInto(sample) : room;
 }
 
 UMC::Status AacSound::DecodeInto(CReadBuffer* sample) {

@@ -7,6 +7,27 @@
 namespace tarn::UMC {
 namespace {
 
+TEST(AacConfig, FramesWithoutAChannelHaveNoSound) {
+    Bytes fill = {0xdf, 0xfe};  // a fill element of 269 bytes
+    fill.resize(270);
+    fill.push_back(0x01);
+    fill.push_back(0xc0);
+    const struct {
+        Bytes frame;
+        bool sound;
+    } cases[] = {
+        {{0xe0}, false},        // the end
+        {{0x21, 0x00}, true},   // a channel pair
+        {{0xc1, 0xc0}, false},  // an empty fill element and the end
+        {fill, false},
+        {{0x81, 0x01, 0x55, 0xe0}, false},  // a byte of data, aligned
+        {{0x81, 0x01, 0x55, 0x20}, true},
+        {{0xd0}, true},  // ends too soon: the decoder tells
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(AacFrameHasSound(c.frame), c.sound) << c.frame.size() << ", " << int{c.frame[0]};
+}
+
 TEST(AacConfig, SaysWhatItSaysAndNoMore) {
     enum Extension { kNone, kSbr, kPs };
     const struct {
