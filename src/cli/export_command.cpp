@@ -202,6 +202,9 @@ void AddExportCommand(CLI::App& app, int* status) {
                       "Start with the picture at the in point; players hide what comes before");
     command->add_flag("--raw-delay", one.raw_delay, "Leave the codec's delay in the sound");
     command->add_flag("--verify", one.verify, "Read back and compare every kept picture");
+    command->add_flag("--strict", one.strict,
+                      "Refuse a recording that ends early or has damaged sound; else it is saved "
+                      "as far as it goes, with silence for what is damaged");
     command->add_option("--to", options->to, "Folder for the outputs of a batch");
     command->add_option("--jobs", options->jobs, "Clips of a batch at once; the number of cores")
         ->check(CLI::PositiveNumber);

@@ -18,8 +18,9 @@ struct ExportOptions {
     std::optional<uint32_t> in_ms, out_ms;
     EffectOptions effects;
     bool exact = false, raw_delay = false, verify = false;
-    bool json = false;   // say nothing of what was done: `document` does
-    bool quiet = false;  // no progress bar: one of several at once
+    bool strict = false;  // only a recording that is whole
+    bool json = false;    // say nothing of what was done: `document` does
+    bool quiet = false;   // no progress bar: one of several at once
 };
 
 // What became of one input.

@@ -32,13 +32,12 @@ private:
 };
 
 // The peak that normalising needs: that of the whole clip, as the waveform has it.
-// Damage outside the selection is no failure, a medium that can't be read is.
+// A part of it is no peak: with it the sound would be far too loud.
 Reason measure_peak(CMP4MovieRead* movie, Steps steps, float* peak) {
     WFMP4Reader sound;
     sound.SetProgress([&](uint32_t done, uint32_t count) { return steps.OnStep(done, count); });
     sound.Open(movie, PeakSource::PointsPerSecond());
-    const bool cancelled = sound.Fault() == WaveformFault::kCancelled;
-    if (cancelled || sound.GetReason().SystemError() != 0) return sound.GetReason();
+    if (sound.GetReason()) return sound.GetReason();
     const auto source = PeakSource::Create(&sound, 1);
     *peak = source->GetPeak();
     if (source->GetCount() > 0) return {};
@@ -52,10 +51,19 @@ Json document_of(const MovieSegment& segment, const SavedSegment& s) {
                  {"actual", {{"in_ms", s.actualInMs}, {"out_ms", s.actualOutMs}}},
                  {"video", {{"samples", s.videoSamples}, {"bytes", s.videoBytes}}},
                  {"audio", {{"samples", s.audioSamples}, {"bytes", s.audioBytes}}},
+                 {"damaged_sound_samples", s.damagedSoundSamples},
                  {"bytes", s.fileBytes}};
+    for (const Reason& note : s.notes)
+        json["notes"].push_back(ReasonJson(note));
     if (segment.verify) json["verified"] = s.verifiedSamples;
     json["seconds"] = s.seconds;
     return json;
+}
+
+// What is missing of the recording is never left unsaid.
+void tell(const SavedSegment& saved) {
+    for (const Reason& note : saved.notes)
+        Note(note.file, ReasonText(note));
 }
 
 void say(const MovieSegment& segment, const SavedSegment& s, bool wav) {
@@ -81,6 +89,7 @@ ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& ca
     segment.target = options.output;
     segment.inMs = options.in_ms.value_or(0);
     if (options.out_ms) segment.outMs = *options.out_ms;
+    if (!options.strict) segment.reading = kRescueDamaged;
     segment.options = {.exact = options.exact, .compensateDelay = !options.raw_delay};
     segment.verify = options.verify;
 
@@ -102,6 +111,7 @@ ExportReport ExportMovie(const ExportOptions& options, const CancelOnSignals& ca
         return {saved.reason, {}};
     editor.SetEffects(options.effects.Settings(peak));
     if (editor.Save(segment, reader, &steps, &saved) != kMovieOk) return {saved.reason, {}};
+    tell(saved);
     if (!options.json && !options.quiet) say(segment, saved, wav);
     return {{}, document_of(segment, saved)};
 }

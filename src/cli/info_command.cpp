@@ -55,6 +55,7 @@ void print_json(JsonStream& out, const ClipTrackInfo& track, const Json& own) {
                  {"duration", track.duration}});
     out.Key("edits");
     print_json(out, track.edits);
+    if (track.missing > 0) out.Members({{"missing_samples", track.missing}});
     out.Close();
 }
 
@@ -203,6 +204,7 @@ void print_info(const std::string& path, const ClipInfo& info) {
                   << (text ? XpPath::Printable(*text) : std::to_string(item.data.size()) + " bytes")
                   << '\n';
     }
+    if (info.missing) std::cout << "damage      " << ReasonText(info.missing) << '\n';
     if (info.fragmented) std::cout << "fragmented  yes\n";
 }
 

@@ -97,6 +97,7 @@ std::string fault_text(const WFFileReader& reader) {
 
 int run_peaks(const PeaksOptions& options) {
     const std::unique_ptr<WFFileReader> reader = WFFileReader::ForFile(options.path);
+    reader->SetReadOptions(kRescueDamaged);
     std::unique_ptr<PeakSource> peaks;
     {
         const CancelOnSignals cancel;

@@ -58,7 +58,7 @@ TEST(Strings, LanguagesAgree) {
             ASSERT_EQ(english.count(key), 1u);
             EXPECT_EQ(marks(text, '%'), marks(english.at(key), '%'));
             for (const auto& mark : marks(text, '%'))
-                EXPECT_TRUE(mark == "%1" || mark == "%2") << mark;
+                EXPECT_TRUE(mark >= "%1" && mark <= "%4") << mark;
             static const std::regex stray("^$|^ |  |\n| $");
             EXPECT_FALSE(std::regex_search(text, stray)) << text;
         }

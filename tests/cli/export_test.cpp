@@ -103,6 +103,28 @@ TEST(ExportCommand, SavesMovies) {
     EXPECT_NE(note.err.find("has no sound: the effects"), std::string::npos) << note.err;
 }
 
+TEST(ExportCommand, SavesAHurtRecordingUnlessStrict) {
+    const TempDir dir;
+    const std::string hurt = TARN_TEST_DATA "/hurt/cut_short.mp4";
+    const auto save = [&](std::vector<std::string> options) {
+        std::vector<std::string> arguments = {"export", hurt, dir.Path("out.mp4"), "--json"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const TarnRun run = RunTarn(arguments);
+        std::filesystem::remove(dir.Path("out.mp4"));
+        return std::pair(run.status, nlohmann::json::parse(run.out));
+    };
+    const auto [done, said] = save({"--normalize", "1"});
+    EXPECT_EQ(done, 0);
+    EXPECT_EQ(said["notes"][0]["code"], "SAMPLES_MISSING");
+    EXPECT_EQ(said["damaged_sound_samples"], 0);
+    EXPECT_EQ(said["actual"]["out_ms"], 6443);
+    // The same beginning; but its peak can't be known where the rest counts as damaged.
+    EXPECT_EQ(save({"--strict", "--out", "1000"}).first, 0);
+    EXPECT_EQ(save({"--strict", "--out", "1000", "--normalize", "1"}).second["error"]["code"],
+              "DAMAGED_SAMPLE");
+    EXPECT_EQ(dir.FileCount(), 0u);
+}
+
 TEST(ExportCommand, BatchesGoOnAndTellOfEveryInput) {
     TempDir dir;
     dir.Write("cam_roles.wav", "keep me");

@@ -25,15 +25,11 @@ uint32_t channel_count(const CMovieInfoType& info) {
     return SoundChannels(info.audioDescriptions[0]);
 }
 
-// Why no save could begin with the tracks that were chosen.
-Reason why_not_walked(CMP4MovieReader* reader) {
-    for (const MovieTrackInfo* track : {&reader->GetInfo().video, &reader->GetInfo().audio}) {
-        if (track->trackNumber == 0) continue;
-        MovieTrackInfo walked = *track;
-        const Mp4Result result = ReadTrackInfo(reader->Session(), &walked);
-        if (result != FF4_RET_OK) return reader->ReasonFor(movie_code(result));
-    }
-    return {};
+// Of a usable file that ends early.
+Reason what_is_missing(const std::string& path) {
+    ClipInfo info;
+    const Reason unknown = ReadClipInfo(path, &info);
+    return unknown ? Reason{} : info.missing;
 }
 
 Verdict check_movie(const std::string& path) {
@@ -45,10 +41,9 @@ Verdict check_movie(const std::string& path) {
             code == movie_code(FF4_RET_NOTFOUND) || code == movie_code(FF4_RET_NOMEM);
         return {unreadable ? kFileUnreadable : kFileUnsupported, reader.GetReason()};
     }
-    if (const Reason reason = why_not_walked(&reader)) return {kFileUnsupported, reason};
     // A clip without any sound can still be cut.
     const uint32_t channels = channel_count(reader.GetInfo());
-    if (!reader.HasAudio() || channels == 2) return {};
+    if (!reader.HasAudio() || channels == 2) return {kFileUsable, what_is_missing(path)};
     if (channels == 1)
         return {kFileUnsupported, {ReasonCode::kSoundMono, ReasonSide::kSource, path, {}}};
     return {kFileUnsupported,

@@ -6,6 +6,7 @@
 #include "movie/facts/clip_session.h"
 #include "movie/objects/movie_metadata.h"
 #include "movie/objects/track_selection.h"
+#include "movie/objects/whole_samples.h"
 #include "movie/umc/aac_config.h"
 #include "mp4format/time_math.h"
 
@@ -21,6 +22,9 @@ Mp4Result read_track(Mp4ReadSession* session, uint32_t number, ClipTrackInfo* in
     info->samples = track.sampleCount;
     info->timescale = track.timescale;
     info->duration = track.duration;
+    MovieTrackInfo whole = track;
+    FF4_TRY(CutMissingSamples(session, &whole));
+    info->missing = whole.missingSamples;
     info->edits = std::move(track.edits);
     uint64_t bytes = 0;
     FF4_TRY(mp4_get_media_bytes(session, number, &bytes));
@@ -139,7 +143,12 @@ Reason ReadClipInfo(const std::string& path, ClipInfo* info) {
     *info = {};
     ClipSession session;
     if (Reason reason = session.Open(path)) return reason;
-    return session.ReasonFor(movie_code(read_all(session, info)));
+    if (Reason reason = session.ReasonFor(movie_code(read_all(session, info)))) return reason;
+    const auto count = [](const std::optional<ClipTrackInfo>& track) {
+        return track ? SampleCounts{track->samples, track->missing} : SampleCounts{};
+    };
+    info->missing = MissingSamples(count(info->video), count(info->audio), path);
+    return {};
 }
 
 }  // namespace tarn

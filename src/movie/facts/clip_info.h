@@ -16,7 +16,8 @@ struct ClipTrackInfo {
     uint32_t number = 0;   // 1-based
     uint32_t codec = 0;    // four-character code of the first sample entry
     uint64_t bitRate = 0;  // bit/s over the track's whole length
-    uint64_t samples = 0;
+    uint64_t samples = 0;  // as the tables say
+    uint64_t missing = 0;  // of them, after the last whole one: the file ends early
     uint32_t timescale = 0;
     uint64_t duration = 0;  // media units
     std::vector<MovieEdit> edits;
@@ -40,6 +41,7 @@ struct ClipInfo {
     std::optional<Mp4AudioProfile> audioProfile;
     std::vector<CMetaDataInfo> metadata;
     bool fragmented = false;
+    Reason missing;  // tells of samples that lie beyond the end of the file
 };
 
 // Reads a clip's facts, or says why it has none to show.

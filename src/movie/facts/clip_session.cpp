@@ -1,6 +1,9 @@
 #include "movie/facts/clip_session.h"
 
+#include <algorithm>
+
 #include "movie/objects/track_selection.h"
+#include "movie/objects/whole_samples.h"
 #include "mp4format/time_math.h"
 
 namespace tarn {
@@ -33,6 +36,29 @@ uint64_t ClipSession::GetDurationMs() const {
     uint64_t units = 0;
     if (mp4_get_movie_duration(get(), &units) != FF4_RET_OK) return 0;
     return mp4_mul_div_or(units, 1000, get()->index.movie.timescale, 0);
+}
+
+Mp4Result ClipSession::GetWholeDurationMs(uint64_t* ms) const {
+    const uint32_t timescale = get()->index.movie.timescale;
+    const Tracks tracks = ChooseTracks();
+    *ms = GetDurationMs();
+    uint64_t end = 0;  // movie units
+    bool cut = false;
+    for (const uint32_t number : {tracks.video, tracks.audio}) {
+        MovieTrackInfo track;
+        track.trackNumber = number;
+        // The other track of the movie may be broken.
+        if (number == 0 || mp4_open_track(get(), number) != FF4_RET_OK ||
+            ReadTrackInfo(get(), &track) != FF4_RET_OK)
+            continue;
+        uint64_t track_end = 0;
+        FF4_TRY(CutMissingSamples(get(), &track));
+        cut = cut || track.missingSamples > 0;
+        if (track.sampleCount > 0) FF4_TRY(GetMovieEnd(get(), track, timescale, &track_end));
+        end = std::max(end, track_end);
+    }
+    if (cut) *ms = std::min(*ms, mp4_mul_div_or(end, 1000, timescale, 0));
+    return FF4_RET_OK;
 }
 
 ClipSession::Tracks ClipSession::ChooseTracks() const {

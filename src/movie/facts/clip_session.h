@@ -20,6 +20,8 @@ public:
     Mp4ReadSession* get() const { return m_file.Session(); }
     uint64_t Size() const { return m_file.Size(); }
     uint64_t GetDurationMs() const;  // 0 where the movie does not say
+    // The same, but up to the last whole sample of a file that ends early.
+    Mp4Result GetWholeDurationMs(uint64_t* ms) const;
     // Bytes of a sample or a run of them. FF4_RET_FORMAT when they reach past the end of the file,
     // which is looked at before any memory is taken.
     MovieCode ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8_t>* bytes) {

@@ -61,6 +61,7 @@ struct MovieTrackInfo {
     uint32_t timescale = 0;
     uint64_t duration = 0;  // media units
     uint32_t sampleCount = 0;
+    uint32_t missingSamples = 0;  // after the last whole one, where they were looked for
     uint32_t averageBitRate = 0, maximumBitRate = 0;  // kbit/s, of the profile record
     uint32_t trackNumber = 0;
     uint64_t defaultDuration = 0;  // of the first sample

@@ -5,6 +5,7 @@
 
 #include "movie/objects/movie_metadata.h"
 #include "movie/objects/track_selection.h"
+#include "movie/objects/whole_samples.h"
 
 namespace tarn {
 namespace {
@@ -50,6 +51,7 @@ MovieCode CMP4MovieInput::Load(Loading loading) {
 MovieCode CMP4MovieInput::LoadAll(Loading loading) {
     MOVIE_TRY(LoadInfo());
     if (loading == Loading::kWalk) MOVIE_TRY(LoadTimelines());
+    if (m_readOptions.endWithFile) MOVIE_TRY(EndWithFile());
     return LoadDescriptions();
 }
 
@@ -142,6 +144,23 @@ MovieCode CMP4MovieInput::LoadTimelines() {
     return kMovieOk;
 }
 
+// A track without a whole sample is none.
+MovieCode CMP4MovieInput::EndWithFile() {
+    if (HasVideo()) MOVIE_TRY(CutMissingSamples(Session(), &m_info.video));
+    if (HasAudio()) MOVIE_TRY(CutMissingSamples(Session(), &m_info.audio));
+    if (m_info.video.missingSamples == 0 && m_info.audio.missingSamples == 0) return kMovieOk;
+    uint64_t end = 0;  // of what is left, in movie units
+    for (MovieTrackInfo* track : {&m_info.video, &m_info.audio}) {
+        if (track->missingSamples > 0 && track->sampleCount == 0) track->trackNumber = 0;
+        if (track->trackNumber == 0) continue;
+        uint64_t track_end = 0;
+        MOVIE_TRY(GetMovieEnd(Session(), *track, m_info.timescale, &track_end));
+        end = std::max(end, track_end);
+    }
+    m_info.duration = std::min(m_info.duration, end);
+    return HasVideo() || HasAudio() ? kMovieOk : movie_code(FF4_RET_FILE);
+}
+
 MovieCode CMP4MovieInput::LoadDescriptions() {
     Mp4ReadSession* session = Session();
     if (HasVideo()) {
@@ -217,6 +236,18 @@ MovieCode CMP4MovieRead::ReadBytes(const Mp4SampleInfo& sample, uint32_t number,
     return code;
 }
 
+// Sound whose bytes lie beyond the end of the file is missing, where the options say so.
+MovieCode CMP4MovieRead::TakeMissing(MovieCode code, uint32_t track, CReadBuffer* buffer,
+                                     ReadSampleInfo* info) {
+    if (code != movie_code(FF4_RET_FORMAT) || !m_readOptions.silenceDamage ||
+        track != m_info.audio.trackNumber)
+        return code;
+    m_reason = {};
+    buffer->data.clear();
+    info->isMissing = true;
+    return kMovieOk;
+}
+
 MovieCode CMP4MovieRead::ReadSample(TrackCursor* cursor, CReadBuffer* buffer,
                                     ReadSampleInfo* info) {
     if (!m_loaded || cursor->trackNumber == 0) return movie_code(FF4_RET_STATE);
@@ -228,7 +259,8 @@ MovieCode CMP4MovieRead::ReadSample(TrackCursor* cursor, CReadBuffer* buffer,
     }
     *info = {sample.duration, sample.compositionOffset, sample.isSync != 0,
              sample.descriptionIndex};
-    MOVIE_TRY(ReadBytes(sample, cursor->currentSample, 1, buffer));
+    const MovieCode code = ReadBytes(sample, cursor->currentSample, 1, buffer);
+    MOVIE_TRY(TakeMissing(code, cursor->trackNumber, buffer, info));
     ++cursor->currentSample;
     cursor->currentTime += sample.duration;
     return kMovieOk;
@@ -272,9 +304,11 @@ MovieCode CMP4MovieRead::ReadAudioRun(uint32_t most, uint64_t units, CReadBuffer
     }
     uint64_t run = std::min<uint64_t>({alike, most, m_audio.endSample - m_audio.currentSample});
     if (sample.duration > 0) run = std::min<uint64_t>(run, units / sample.duration);
-    MOVIE_TRY(ReadBytes(sample, m_audio.currentSample, static_cast<uint32_t>(run), buffer));
     *info = {sample.duration, sample.compositionOffset, true,
              FindAudioDescription(sample.descriptionIndex)};
+    const MovieCode code =
+        ReadBytes(sample, m_audio.currentSample, static_cast<uint32_t>(run), buffer);
+    MOVIE_TRY(TakeMissing(code, m_audio.trackNumber, buffer, info));
     *count = static_cast<uint32_t>(run);
     m_audio.currentSample += *count;
     m_audio.currentTime += run * sample.duration;

@@ -27,7 +27,18 @@ struct ReadSampleInfo {
     int32_t compositionOffset = 0;
     bool isSync = false;
     uint32_t description = 0;  // 1-based index of the sample description
+    bool isMissing = false;    // the bytes lie beyond the end of the file: there are none
 };
+
+// What is done about a recording that is damaged. By default nothing but whole samples are taken.
+struct MovieReadOptions {
+    // Samples beyond the end of the file are missing: a track ends with its last whole one.
+    bool endWithFile = false;
+    // Sound that can't be read at its place or decoded is silence.
+    bool silenceDamage = false;
+};
+// As much of a recording as there is: what the programs set.
+inline constexpr MovieReadOptions kRescueDamaged{true, true};
 
 // A walk over the samples of a track. Any number of them may be under way in one movie.
 struct TrackCursor {
@@ -39,6 +50,9 @@ struct TrackCursor {
 // What the two kinds of reader share.
 class CMP4MovieInput : public CMP4MovieBase {
 public:
+    // Before Open.
+    void SetReadOptions(const MovieReadOptions& options) { m_readOptions = options; }
+    const MovieReadOptions& GetReadOptions() const { return m_readOptions; }
     void Close();
     const CMovieInfoType& GetInfo() const { return m_info; }
     bool HasVideo() const { return m_info.video.trackNumber != 0; }
@@ -64,6 +78,7 @@ protected:
     MovieCode Told(MovieCode code);
 
     CMovieInfoType m_info;
+    MovieReadOptions m_readOptions;
     bool m_loaded = false;
     int64_t m_selectedBytes = 0;  // taken by a selection, 'moov' included
 
@@ -74,6 +89,7 @@ private:
     MovieCode LoadProfiles();
     MovieCode LoadTracks();
     MovieCode LoadTimelines();
+    MovieCode EndWithFile();
     MovieCode LoadDescriptions();
 };
 
@@ -106,8 +122,9 @@ public:
     }
 
     // The next sample of a cursor's track, and the cursor one on. kMovieEndOfSamples after the
-    // track's last one, FF4_RET_FORMAT for a sample that reaches past the end of the file. `info`
-    // is filled as soon as the sample is found, also when its bytes then can't be read.
+    // track's last one, FF4_RET_FORMAT for a sample that reaches past the end of the file, unless
+    // the options take such sound as missing. `info` is filled as soon as the sample is found, also
+    // when its bytes then can't be read.
     MovieCode ReadSample(TrackCursor* cursor, CReadBuffer* buffer, ReadSampleInfo* info);
     // The same within the selection; the description is then the position in the list.
     MovieCode ReadVideoSample(CReadBuffer* buffer, ReadSampleInfo* info);
@@ -131,6 +148,8 @@ private:
     MovieCode FindSample(uint32_t track, uint32_t number, Mp4SampleInfo* sample);
     MovieCode ReadBytes(const Mp4SampleInfo& sample, uint32_t number, uint32_t count,
                         CReadBuffer* buffer);
+    MovieCode TakeMissing(MovieCode code, uint32_t track, CReadBuffer* buffer,
+                          ReadSampleInfo* info);
 
     TrackCursor m_video, m_audio;
     MovieRange m_range;

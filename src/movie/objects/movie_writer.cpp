@@ -231,6 +231,8 @@ MovieCode CMP4MovieWrite::WriteVideoChunk(bool* ended) {
         chunk.description = info.description;
         const Mp4SampleRun run{1, sample.size(), info.duration, info.compositionOffset,
                                info.isSync};
+        const auto decoded = static_cast<int64_t>(m_video.duration + chunk.duration);
+        m_shownEnd = std::max(m_shownEnd, decoded + info.compositionOffset + info.duration);
         MOVIE_TRY(Store(sample.data.data(), sample.size(), run, &chunk));
     }
     return AddChunk(&m_video, chunk);
@@ -261,8 +263,9 @@ MovieCode CMP4MovieWrite::WriteAudioChunk(bool final) {
         const bool alone = final || m_video.number == 0;
         const uint64_t most = alone && chunk.runs.empty() ? UINT64_MAX : left;
         code = m_sound->Next(most, SoundStart(), &block);
-        if (code != kMovieOk || block.taken == 0) break;  // the next sample would pass the target
+        if (code != kMovieOk || block.samples == 0) break;  // the next one would pass the target
         code = StoreSound(block, &chunk);
+        m_soundSamples += block.samples;
         m_soundTaken += block.taken;
         left -= std::min(left, block.taken);
     }
@@ -286,6 +289,10 @@ MovieCode CMP4MovieWrite::FinishSound(Chunk* chunk) {
 }
 
 MovieCode CMP4MovieWrite::StoreSound(const SoundBlock& block, Chunk* chunk) {
+    if (!chunk->runs.empty() && block.description != chunk->description) {
+        MOVIE_TRY(AddChunk(&m_audio, *chunk));
+        *chunk = {};
+    }
     chunk->description = block.description;
     return Store(block.data, block.size, block.run, chunk);
 }
@@ -315,10 +322,10 @@ int64_t CMP4MovieWrite::SoundStart() const {
                                                        Source().video.timescale);
 }
 
-// `start` is the media time that is shown first, after a wait of so many media units; `hidden` of
-// the track's length are not shown.
+// `start` and `end` are the media times from and up to which the track is shown, after a wait of so
+// many media units.
 MovieCode CMP4MovieWrite::AddEdit(const WrittenTrack& track, uint32_t timescale, uint64_t wait,
-                                  uint64_t start, uint64_t hidden) {
+                                  uint64_t start, uint64_t end) {
     if (track.number == 0 || track.samples == 0) return kMovieOk;
     const auto to_movie = [&](uint64_t units) {
         return static_cast<uint64_t>(
@@ -328,8 +335,8 @@ MovieCode CMP4MovieWrite::AddEdit(const WrittenTrack& track, uint32_t timescale,
         const Mp4Edit empty{to_movie(wait), -1, 1, 0, nullptr};
         MOVIE_TRY(mp4_add_track_edit(m_session, track.number, empty));
     }
-    const uint64_t length = track.duration - std::min(track.duration, hidden);
-    const Mp4Edit main{to_movie(length), static_cast<int64_t>(start), 1, 0, nullptr};
+    const Mp4Edit main{to_movie(end - std::min(end, start)), static_cast<int64_t>(start), 1, 0,
+                       nullptr};
     return movie_code(mp4_add_track_edit(m_session, track.number, main));
 }
 
@@ -338,17 +345,31 @@ MovieCode CMP4MovieWrite::AddEdits() {
         return value > 0 ? static_cast<uint64_t>(value) : 0;
     };
     const MovieRange& range = m_reader->GetRange();
-    // Reordered pictures are shown late by the first one's delay: none of that is hidden.
     MOVIE_TRY(AddEdit(m_video, Source().video.timescale, above_zero(-range.video.startOffset),
-                      above_zero(ShownFrom()), above_zero(ShownFrom() - m_firstVideoTime)));
+                      above_zero(ShownFrom()), above_zero(m_shownEnd)));
     const int64_t sound = SoundStart();
     const uint64_t start = above_zero(sound) + m_sound->Delay();
-    return AddEdit(m_audio, Source().audio.timescale, above_zero(-sound), start, start);
+    return AddEdit(m_audio, Source().audio.timescale, above_zero(-sound), start, m_audio.duration);
+}
+
+// What was selected has all been written, whatever the tables made of it.
+MovieCode CMP4MovieWrite::CheckNothingLost() {
+    const MovieRange& range = m_reader->GetRange();
+    const auto lost = [this](const TrackRange& selected, uint64_t written) {
+        const uint64_t wanted = selected.end - selected.first;
+        if (written == wanted) return false;
+        m_reason = {ReasonCode::kSamplesLost, ReasonSide::kTarget, m_path, {written, wanted}};
+        return true;
+    };
+    const bool video = m_video.number != 0 && lost(range.video, m_video.samples);
+    const bool audio = m_audio.number != 0 && lost(range.audio, m_soundSamples);
+    return video || audio ? movie_code(FF4_RET_INTERNAL) : kMovieOk;
 }
 
 MovieCode CMP4MovieWrite::Finish() {
     if (!m_session) return kMovieBuffer;
     if (const int error = m_stagingBuffer.Flush(&m_output.File())) return Failed(error);
+    MOVIE_TRY(CheckNothingLost());
     MOVIE_TRY(AddEdits());
     const uint64_t now = static_cast<uint64_t>(std::time(nullptr)) + kSecondsFrom1904To1970;
     MOVIE_TRY(mp4_set_times(m_session, now, now));

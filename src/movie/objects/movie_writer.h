@@ -47,7 +47,8 @@ struct SoundBlock {
     uint64_t size = 0;
     Mp4SampleRun run{};
     uint32_t description = 1;  // 1-based
-    uint64_t taken = 0;        // of the source's sound, media units
+    uint32_t samples = 0;      // of the source, taken for these
+    uint64_t taken = 0;        // their duration, media units
 };
 
 // What becomes of the sound on its way into the file. Failures are the source's.
@@ -59,7 +60,7 @@ public:
     // Of the new track's samples; null where the source's own hold.
     virtual const Mp4SampleEntry* Description() const = 0;
     // What comes of the next samples of the selection, of at most `most` media units of them;
-    // `taken` is 0 when already the next one is longer. `startsAt` is how far into the sound
+    // `samples` is 0 when already the next one is longer. `startsAt` is how far into the sound
     // track's own time the selection's first shown sound lies.
     virtual MovieCode Next(uint64_t most, int64_t startsAt, SoundBlock* block) = 0;
     // After the selection's last sample: what the track holds beyond, until kMovieEndOfSamples.
@@ -113,6 +114,7 @@ private:
     MovieCode WriteAudioChunk(bool final);
     MovieCode FinishSound(Chunk* chunk);
     MovieCode StoreSound(const SoundBlock& block, Chunk* chunk);
+    MovieCode CheckNothingLost();
     // Puts bytes at the end of the media and their samples into the chunk.
     MovieCode Store(const void* data, uint64_t size, const Mp4SampleRun& run, Chunk* chunk);
     bool IsChunkFull(const Chunk& chunk) const;
@@ -124,7 +126,7 @@ private:
     int64_t SoundStart() const;
     MovieCode AddEdits();
     MovieCode AddEdit(const WrittenTrack& track, uint32_t timescale, uint64_t wait, uint64_t start,
-                      uint64_t hidden);
+                      uint64_t end);
     MovieCode CopyDescriptions(const MovieTrackInfo& source, uint32_t track);
     MovieCode Written(Mp4Result result);
     MovieCode Failed(int error);
@@ -139,7 +141,9 @@ private:
     Mp4WriteSession* m_session = nullptr;
     WrittenTrack m_video, m_audio;
     uint64_t m_dataOffset = 0, m_dataWritten = 0, m_fileBytes = 0, m_total = 0;
-    uint64_t m_soundTaken = 0;  // of the source's sound, media units
+    uint64_t m_soundTaken = 0;    // of the source's sound, media units
+    uint64_t m_soundSamples = 0;  // the same in samples
+    int64_t m_shownEnd = 0;       // when the last picture shown is over, media units of the output
     // Presentation of the first kept picture, counted from its own decoding time.
     int64_t m_firstVideoTime = 0;
     bool m_hasFirstVideo = false, m_soundFinished = false, m_finished = false;

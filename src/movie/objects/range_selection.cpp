@@ -54,7 +54,9 @@ Mp4Result find_next_sync(Mp4ReadSession* session, const MovieTrackInfo& track, u
                          SyncBounds* bounds) {
     const Mp4Result found =
         mp4_next_sync_number(session, track.trackNumber, number, &bounds->next, &bounds->nextTime);
-    if (found != FF4_RET_NOTFOUND) return found;
+    // What follows a track's last whole sample is none of it.
+    const bool missing = found == FF4_RET_OK && bounds->next > track.sampleCount;
+    if (found != FF4_RET_NOTFOUND && !missing) return found;
     bounds->next = track.sampleCount + 1;
     bounds->nextTime = track.duration;
     return FF4_RET_OK;

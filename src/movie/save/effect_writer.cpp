@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "movie/umc/aac_config.h"
+
 namespace tarn {
 namespace {
 
@@ -43,6 +45,7 @@ MovieCode SoundReader::Open(CMP4MovieRead* reader, const AMPEffectSettings& sett
     m_warmUp = warmUp;
     const auto& list = reader->GetInfo().audioDescriptions;
     if (list.empty()) return movie_code(FF4_RET_FORMAT);
+    m_selected = reader->GetRange().audio.end - reader->GetRange().audio.first;
     return m_treatment.Open(list[0], settings, startMs, endMs);
 }
 
@@ -64,8 +67,7 @@ uint32_t SoundReader::Position(int64_t startsAt) const {
     return static_cast<uint32_t>(std::min<uint64_t>(m_startMs + ms, UINT32_MAX));
 }
 
-MovieCode SoundReader::Next(uint64_t most, int64_t startsAt, uint64_t* taken) {
-    *taken = 0;
+MovieCode SoundReader::Next(uint64_t most, int64_t startsAt) {
     if (!m_started && m_warmUp) MOVIE_TRY(WarmUp());
     m_started = true;
     ReadSampleInfo info;
@@ -74,10 +76,44 @@ MovieCode SoundReader::Next(uint64_t most, int64_t startsAt, uint64_t* taken) {
     if (m_samples == 0) return kMovieOk;
     m_duration = info.duration;
     m_description = info.description;
-    MOVIE_TRY(m_treatment.Treat(m_buffer.data, Position(startsAt)));
-    *taken = uint64_t{m_samples} * m_duration;
-    m_time += *taken;
+    MOVIE_TRY(TreatSamples(info, Position(startsAt)));
+    m_time += Taken();
     return kMovieOk;
+}
+
+MovieCode SoundReader::TreatSamples(const ReadSampleInfo& info, uint32_t positionMs) {
+    const TrackCursor& cursor = m_reader->GetCursor(CMP4MovieRead::Track::kAudio);
+    const uint32_t number = cursor.currentSample - m_samples;
+    if (!IsAsDescribed()) return Refuse(ReasonCode::kSoundChanges, number);
+    const MovieCode code =
+        info.isMissing ? kMovieCodec : m_treatment.Treat(m_buffer.data, positionMs);
+    if (code != kMovieCodec) return code;
+    if (!m_reader->GetReadOptions().silenceDamage)
+        return Refuse(ReasonCode::kDamagedSample, number);
+    if (m_damage.samples == 0) m_damage.firstTime = cursor.currentTime - Taken();
+    m_damage.samples += m_samples;
+    if (m_damage.samples > m_selected / 2)
+        return Refuse(ReasonCode::kSoundMostlyDamaged, m_selected);
+    m_treatment.TreatSilence(m_samples, positionMs);
+    return kMovieOk;
+}
+
+// The decoder and the chain were set up for the first description.
+bool SoundReader::IsAsDescribed() const {
+    const auto& list = m_reader->GetInfo().audioDescriptions;
+    if (m_description <= 1 || m_description > list.size()) return true;
+    const CAudioSampleDescriptionInfo &first = list[0], &other = list[m_description - 1];
+    return first.entry.format == other.entry.format &&
+           first.entry.channel_count == other.entry.channel_count &&
+           first.entry.sample_size == other.entry.sample_size &&
+           first.entry.sampling_rate == other.entry.sampling_rate &&
+           std::ranges::equal(UMC::FindDecoderSpecificInfo(first.decoderConfig),
+                              UMC::FindDecoderSpecificInfo(other.decoderConfig));
+}
+
+MovieCode SoundReader::Refuse(ReasonCode code, uint64_t number) {
+    m_reason = {code, ReasonSide::kSource, m_reader->Path(), {number}};
+    return kMovieCodec;
 }
 
 MovieCode EffectSound::Open(CMP4MovieRead* reader, const MovieWriteOptions& options) {
@@ -142,19 +178,20 @@ const Mp4SampleEntry* EffectSound::Description() const {
 }
 
 MovieCode EffectSound::Next(uint64_t most, int64_t startsAt, SoundBlock* block) {
-    MOVIE_TRY(m_sound.Next(most, startsAt, &block->taken));
-    if (block->taken == 0) return kMovieOk;
+    MOVIE_TRY(m_sound.Next(most, startsAt));
+    block->samples = m_sound.Samples();
+    if (block->samples == 0) return kMovieOk;
+    block->taken = m_sound.Taken();
     m_started = true;
     if (!m_sound.Treated().IsPcm()) {
         m_durations.push_back(m_sound.SampleDuration());
         return Encode(block);
     }
     const std::vector<uint8_t>& bytes = m_sound.Treated().AsSource();
-    const uint32_t samples = m_sound.Samples();
     block->data = bytes.data();
     block->size = bytes.size();
-    block->run = {samples, static_cast<uint32_t>(bytes.size() / samples), m_sound.SampleDuration(),
-                  0, true};
+    const auto size = static_cast<uint32_t>(bytes.size() / block->samples);
+    block->run = {block->samples, size, m_sound.SampleDuration(), 0, true};
     block->description = m_sound.Description();
     return kMovieOk;
 }

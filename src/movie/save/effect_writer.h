@@ -10,6 +10,12 @@
 
 namespace tarn {
 
+// What of the selection's sound was silence because it could not be decoded.
+struct SoundDamage {
+    uint64_t samples = 0;    // of the source
+    uint64_t firstTime = 0;  // when the first of them is decoded, media units
+};
+
 // What both kinds of output do with the sound: read, decode, treat.
 class SoundReader {
 public:
@@ -17,19 +23,28 @@ public:
     MovieCode Open(CMP4MovieRead* reader, const AMPEffectSettings& settings, uint32_t startMs,
                    uint32_t endMs, bool warmUp);
 
-    // Reads and treats what comes next: one AAC sample, or a run of PCM. `taken` is its duration in
-    // media units; 0 when the next sample is longer than `most`. `startsAt` is how far into the
-    // sound track's own time the selection's first shown sound lies.
-    MovieCode Next(uint64_t most, int64_t startsAt, uint64_t* taken);
+    // Reads and treats what comes next: one AAC sample, or a run of PCM. Samples() is 0 when the
+    // next sample is longer than `most` media units. `startsAt` is how far into the sound track's
+    // own time the selection's first shown sound lies. kMovieCodec for one that can't be decoded:
+    // with the reader's option to silence damage, when more than half of the selection can't.
+    MovieCode Next(uint64_t most, int64_t startsAt);
 
     SoundTreatment& Treated() { return m_treatment; }
     const SoundTreatment& Treated() const { return m_treatment; }
     uint32_t Samples() const { return m_samples; }          // of the last Next
     uint32_t SampleDuration() const { return m_duration; }  // of each, media units
+    uint64_t Taken() const { return uint64_t{m_samples} * m_duration; }
     uint32_t Description() const { return m_description; }  // position in the list
+    uint32_t Selected() const { return m_selected; }        // samples in all
+    const SoundDamage& Damage() const { return m_damage; }
+    // Of Next's kMovieCodec.
+    const Reason& GetReason() const { return m_reason; }
 
 private:
     MovieCode WarmUp();
+    MovieCode TreatSamples(const ReadSampleInfo& info, uint32_t positionMs);
+    MovieCode Refuse(ReasonCode code, uint64_t number);
+    bool IsAsDescribed() const;
     uint32_t Position(int64_t startsAt) const;
 
     CMP4MovieRead* m_reader = nullptr;
@@ -38,6 +53,9 @@ private:
     uint32_t m_startMs = 0;
     uint64_t m_time = 0;  // media units taken so far
     uint32_t m_samples = 0, m_duration = 0, m_description = 0;
+    uint32_t m_selected = 0;
+    SoundDamage m_damage;
+    Reason m_reason;
     bool m_warmUp = false, m_started = false;
 };
 
@@ -56,6 +74,7 @@ public:
     MovieCode Next(uint64_t most, int64_t startsAt, SoundBlock* block) override;
     MovieCode NextHeld(SoundBlock* block) override;
     uint64_t Delay() const override { return m_delay; }
+    const SoundReader& Reading() const { return m_sound; }
 
 private:
     MovieCode OpenEncoder(uint32_t timescale);
@@ -86,6 +105,7 @@ public:
     using CMP4MovieWrite::Open;
     // With the movie after the media, and for as much media as the selection can come to.
     MovieCode Open(const XpSharedPtr<CMP4MovieRead>& reader);
+    const SoundReader& Sound() const { return m_sound.Reading(); }
     // What the file can come to. An opened writer's.
     uint64_t MostBytes() const { return m_mostBytes; }
 

@@ -95,14 +95,20 @@ MovieCode SoundTreatment::Decode(const std::vector<uint8_t>& samples) {
         }
         return kMovieOk;
     }
+    return DecodeAac(samples);
+}
+
+MovieCode SoundTreatment::DecodeAac(const std::vector<uint8_t>& sample) {
     m_pcm.clear();
-    if (samples.empty() || samples.size() > kMostAacSample) return kMovieCodec;
-    m_sample.data = samples;
+    if (sample.size() > kMostAacSample) return kMovieCodec;
+    m_sample.data = sample;
     std::span<const int16_t> pcm;
-    if (!m_decoder.Decode(&m_sample, &pcm)) return kMovieCodec;
-    m_pcm.assign(pcm.begin(), pcm.end());
+    const UMC::Status status = m_decoder.Decode(&m_sample, &pcm);
+    if (status == UMC::kStatusNoMemory) return movie_code(FF4_RET_NOMEM);
     // Not what the configuration said: another channel count in the frames.
-    return m_decoder.Channels() == 2 ? kMovieOk : kMovieCodec;
+    if (status != UMC::kStatusOk || m_decoder.Channels() != 2) return kMovieCodec;
+    m_pcm.assign(pcm.begin(), pcm.end());
+    return kMovieOk;
 }
 
 MovieCode SoundTreatment::WarmUp(const std::vector<uint8_t>& samples) {
@@ -111,9 +117,19 @@ MovieCode SoundTreatment::WarmUp(const std::vector<uint8_t>& samples) {
 
 MovieCode SoundTreatment::Treat(const std::vector<uint8_t>& samples, uint32_t positionMs) {
     MOVIE_TRY(Decode(samples));
+    Process(positionMs);
+    return kMovieOk;
+}
+
+void SoundTreatment::TreatSilence(uint32_t samples, uint32_t positionMs) {
+    const size_t frames = size_t{samples} * (IsPcm() ? 1 : m_decoder.FrameLength());
+    m_pcm.assign(2 * frames, 0);
+    Process(positionMs);
+}
+
+void SoundTreatment::Process(uint32_t positionMs) {
     if (!m_pcm.empty())
         AMPEffectProcess(m_chain.get(), m_pcm.data(), m_pcm.data(), Frames(), positionMs);
-    return kMovieOk;
 }
 
 const std::vector<uint8_t>& SoundTreatment::AsSource() {

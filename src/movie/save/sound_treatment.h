@@ -30,8 +30,10 @@ public:
     uint64_t MostFrames(uint64_t samples, uint64_t bytes) const;
 
     // The samples as stereo frames, treated. What stands in `Pcm` is good until the next call.
-    // kMovieCodec when they can't be decoded.
+    // kMovieCodec when they can't be decoded; the next one may be tried after that.
     MovieCode Treat(const std::vector<uint8_t>& samples, uint32_t positionMs);
+    // In place of `samples` of them that can't be decoded: the effects hear silence.
+    void TreatSilence(uint32_t samples, uint32_t positionMs);
     // Decodes without treating: what a decoder has to have heard before the first sample.
     MovieCode WarmUp(const std::vector<uint8_t>& samples);
 
@@ -44,6 +46,8 @@ private:
     enum class Swap { kNone, kBigEndian, kLittleEndian };
     MovieCode OpenDecoder(const CAudioSampleDescriptionInfo& sound);
     MovieCode Decode(const std::vector<uint8_t>& samples);
+    MovieCode DecodeAac(const std::vector<uint8_t>& sample);
+    void Process(uint32_t positionMs);
 
     Swap m_swap = Swap::kNone;
     uint32_t m_rate = 0;

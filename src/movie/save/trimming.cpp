@@ -8,6 +8,7 @@
 
 #include "movie/facts/movie_text.h"
 #include "movie/objects/track_selection.h"
+#include "movie/objects/whole_samples.h"
 #include "movie/save/effect_writer.h"
 #include "movie/save/movie_verify.h"
 #include "movie/save/wave_writer.h"
@@ -55,8 +56,10 @@ Reason refusal(const CMP4MovieRead& reader, bool wav) {
     const CMovieInfoType& info = reader.GetInfo();
     // Neither picture nor sound is left out without a word.
     Reason fault;
-    if (!wav && !reader.HasVideo()) fault = fault_of(reader, true);
-    if (!fault && !reader.HasAudio()) fault = fault_of(reader, false);
+    const bool picture_cut = info.video.missingSamples > 0,
+               sound_cut = info.audio.missingSamples > 0;
+    if (!wav && !reader.HasVideo() && !picture_cut) fault = fault_of(reader, true);
+    if (!fault && !reader.HasAudio() && !sound_cut) fault = fault_of(reader, false);
     if (fault) return fault;
     if (wav && !reader.HasAudio())
         return {ReasonCode::kNoSound, ReasonSide::kSource, reader.Path(), {}};
@@ -81,7 +84,8 @@ public:
     MovieCode Run(Writer& writer, const AMPEffectSettings& effects);
 
 private:
-    MovieCode Fail(MovieCode code, const Reason& ofOutput);
+    MovieCode Fail(MovieCode code, const Reason& ofOutput, const Reason& ofSound = {});
+    void Tell(const SoundReader& sound);
     MovieCode Cancelled();
     MovieCode CheckRoom(uint64_t needed);
     MovieCode Verify(const std::string& written);
@@ -114,7 +118,8 @@ MovieCode Saving::Run(Writer& writer, const AMPEffectSettings& effects) {
     if (code == kMovieOk && m_segment.verify && writer.Video().samples > 0)
         MOVIE_TRY(Verify(writer.HiddenPath()));
     if (code == kMovieOk) code = writer.Close();
-    if (code != kMovieOk) return Fail(code, writer.GetReason());
+    if (code != kMovieOk) return Fail(code, writer.GetReason(), writer.Sound().GetReason());
+    Tell(writer.Sound());
     m_saved->videoSamples = writer.Video().samples;
     m_saved->videoBytes = writer.Video().bytes;
     m_saved->audioSamples = writer.Audio().samples;
@@ -126,16 +131,37 @@ MovieCode Saving::Run(Writer& writer, const AMPEffectSettings& effects) {
 
 // A source that was cut short or written over meanwhile explains whatever failed. Else what is not
 // the output's fault lies in the source.
-MovieCode Saving::Fail(MovieCode code, const Reason& ofOutput) {
+MovieCode Saving::Fail(MovieCode code, const Reason& ofOutput, const Reason& ofSound) {
     const Reason& of_source = m_reader->GetReason();
     if (SourceChanged()) code = kMovieChanged;
     if (code != kMovieChanged && ofOutput)
         m_saved->reason = ofOutput;
+    else if (code == kMovieCodec && ofSound)
+        m_saved->reason = ofSound;
     else if (code != kMovieChanged && code != kMovieCodec)
         m_saved->reason = of_source ? of_source : m_reader->ReasonFor(code);
     else
         m_saved->reason = MovieReason(code, ReasonSide::kSource, m_segment.source);
     return code;
+}
+
+// What of the sound is silence.
+void Saving::Tell(const SoundReader& sound) {
+    const SoundDamage& damage = sound.Damage();
+    m_saved->soundSamples = sound.Selected();
+    m_saved->damagedSoundSamples = damage.samples;
+    if (damage.samples == 0) return;
+    const CMovieInfoType& info = m_reader->GetInfo();
+    int64_t offset = 0;
+    if (GetEditOffset(m_reader->Session(), info.audio, info.timescale, &offset) != FF4_RET_OK)
+        offset = 0;
+    const int64_t ms = mp4_scale_nearest(static_cast<int64_t>(damage.firstTime) - offset, 1000,
+                                         info.audio.timescale);
+    const ReasonTime first{static_cast<uint64_t>(std::max<int64_t>(ms, 0))};
+    m_saved->notes.push_back({ReasonCode::kSoundSilenced,
+                              ReasonSide::kSource,
+                              m_segment.source,
+                              {damage.samples, uint64_t{sound.Selected()}, first}});
 }
 
 MovieCode Saving::Cancelled() {
@@ -169,6 +195,20 @@ MovieCode Saving::Verify(const std::string& written) {
     return Fail(code, reason);
 }
 
+// What of the selection lies beyond the end of the file.
+void tell_missing(const CMP4MovieRead& movie, SavedSegment* saved) {
+    const MovieTrackInfo &video = movie.GetInfo().video, &audio = movie.GetInfo().audio;
+    const bool pictures =
+        video.missingSamples > 0 && movie.GetRange().video.end > video.sampleCount;
+    const bool sound = audio.missingSamples > 0 && movie.GetRange().audio.end > audio.sampleCount;
+    const auto counts = [](const MovieTrackInfo& track) {
+        return SampleCounts{uint64_t{track.sampleCount} + track.missingSamples,
+                            track.missingSamples};
+    };
+    if (pictures || sound)
+        saved->notes.push_back(MissingSamples(counts(video), counts(audio), movie.Path()));
+}
+
 }  // namespace
 
 MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4MovieRead>* reader,
@@ -180,8 +220,10 @@ MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4M
     const auto range_fault = [&](ReasonCode code, std::vector<ReasonArgument> arguments) {
         return fail(kMovieRange, {code, ReasonSide::kSource, segment.source, std::move(arguments)});
     };
+    *saved = {};
     auto movie = std::make_shared<CMP4MovieRead>();
     movie->SetPath(segment.source);
+    movie->SetReadOptions(segment.reading);
     movie->SetSizeLimit(static_cast<int64_t>(std::min<uint64_t>(segment.sizeLimit, INT64_MAX)));
     if (const MovieCode code = movie->Open(); code != kMovieOk)
         return fail(code, movie->GetReason());
@@ -200,6 +242,7 @@ MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4M
         return fail(code, movie->GetReason());
     saved->actualInMs = segment.options.exact ? movie->GetRange().exactInMs : in;
     saved->actualOutMs = out;
+    tell_missing(*movie, saved);
     *reader = std::move(movie);
     return kMovieOk;
 }

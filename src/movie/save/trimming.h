@@ -26,6 +26,7 @@ struct MovieSegment {
     std::string source, target;
     uint64_t inMs = 0, outMs = UINT64_MAX;  // an out point after the end is the end
     uint64_t sizeLimit = 0;                 // bytes the pictures may take, 0 for none
+    MovieReadOptions reading = {};          // of the source
     MovieWriteOptions options;
     bool verify = false;  // read back and compare every picture, before the file gets its name
 };
@@ -36,8 +37,11 @@ struct SavedSegment {
     uint64_t actualInMs = 0, actualOutMs = 0;  // as the cut was made
     uint64_t videoSamples = 0, videoBytes = 0, audioSamples = 0, audioBytes = 0;
     uint64_t fileBytes = 0, verifiedSamples = 0;
+    // Of the selection's sound: what the source has, and what of it became silence.
+    uint64_t soundSamples = 0, damagedSoundSamples = 0;
     double seconds = 0;
-    Reason reason;  // why it failed
+    Reason reason;              // why it failed
+    std::vector<Reason> notes;  // what is missing of the recording, and what was damaged
 };
 
 // Hears of a job, on the job's thread.

@@ -83,8 +83,7 @@ MovieCode WaveWriter::WriteFrames(const int16_t* pcm, uint64_t frames) {
 }
 
 MovieCode WaveWriter::WriteNext() {
-    uint64_t taken = 0;
-    const MovieCode code = m_sound.Next(UINT64_MAX, m_startsAt, &taken);
+    const MovieCode code = m_sound.Next(UINT64_MAX, m_startsAt);
     if (code == kMovieEndOfSamples) return kMovieDone;
     MOVIE_TRY(code);
     m_samplesRead += m_sound.Samples();
@@ -92,6 +91,13 @@ MovieCode WaveWriter::WriteNext() {
 }
 
 MovieCode WaveWriter::Finish() {
+    if (m_samplesRead != m_samples) {
+        m_reason = {ReasonCode::kSamplesLost,
+                    ReasonSide::kTarget,
+                    m_path,
+                    {uint64_t{m_samplesRead}, uint64_t{m_samples}}};
+        return movie_code(FF4_RET_INTERNAL);
+    }
     // Samples that decode to less than they claim leave the announced length to silence.
     m_skip = 0;
     while (m_written < m_frames)

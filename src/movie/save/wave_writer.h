@@ -35,6 +35,7 @@ public:
     const Reason& GetReason() const { return m_reason; }
     uint64_t Done() const { return m_samplesRead; }
     uint64_t Total() const { return m_samples; }  // of the source
+    const SoundReader& Sound() const { return m_sound; }
     WrittenTrack Video() const { return {}; }
     WrittenTrack Audio() const { return {.samples = m_written, .bytes = m_written * 4}; }
     // What the whole file has in the end.

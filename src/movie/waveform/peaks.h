@@ -24,8 +24,8 @@ struct PeakPair {
 // Channel 0 is left, any other right.
 class PeakSource {
 public:
-    // Null for a WAV file that can't be read. A movie without sound, or any other file that can't be
-    // read, gives no points and columns of 0.
+    // Null for a WAV file that can't be read. A movie without sound, or any other file that can't
+    // be read, gives no points and columns of 0.
     static std::unique_ptr<PeakSource> Create(const std::string& path, int32_t columnCount);
     // Takes the points out of a reader that was opened with PointsPerSecond().
     static std::unique_ptr<PeakSource> Create(WFFileReader* reader, int32_t columnCount);

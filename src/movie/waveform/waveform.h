@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/reason.h"
+#include "movie/objects/movie_reader.h"
 
 namespace tarn {
 
@@ -50,7 +51,8 @@ public:
     virtual const int8_t* GetLeft() const { return m_points.left.data(); }
     virtual const int8_t* GetRight() const { return m_points.right.data(); }
 
-    // Before Open.
+    // Before Open. How a movie is read that is opened by its path.
+    void SetReadOptions(const MovieReadOptions& options) { m_readOptions = options; }
     void SetProgress(WaveformProgress progress) { m_progress = std::move(progress); }
     WaveformFault Fault() const { return m_outcome.fault; }
     const Reason& GetReason() const { return m_outcome.reason; }
@@ -68,6 +70,7 @@ public:
 protected:
     WaveformPoints m_points;
     WaveformProgress m_progress;
+    MovieReadOptions m_readOptions;
     WaveformOutcome m_outcome;
 };
 

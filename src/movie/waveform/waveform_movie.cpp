@@ -52,6 +52,7 @@ bool MovieWaveform::Read(const std::string& path, uint32_t pointsPerSecond,
                          const WaveformProgress& progress) {
     CMP4MovieRead movie;
     movie.SetPath(path);
+    movie.SetReadOptions(reading);
     if (movie.Open() != kMovieOk) return Stop(WaveformFault::kFile, movie.GetReason());
     return Read(&movie, pointsPerSecond, progress);
 }
@@ -140,7 +141,10 @@ bool MovieWaveform::ReadAac(WaveformPicker* picker) {
         if (m_movie->ReadSample(&cursor, &sample, &info) != kMovieOk)
             return StopAt(time, m_movie->GetReason());
         std::span<const int16_t> pcm;
-        if (!sound.Decode(&sample, &pcm)) return StopAt(time, Why(ReasonCode::kSoundBroken));
+        const UMC::Status status = sound.Decode(&sample, &pcm);
+        if (status == UMC::kStatusNoMemory) throw std::bad_alloc();
+        if (status != UMC::kStatusOk && !m_movie->GetReadOptions().silenceDamage)
+            return StopAt(time, Why(ReasonCode::kSoundBroken));
         picker->SetRate(sound.Rate());
         pick(pcm, sound.Channels(), frame_at(time, sound.Rate(), track.timescale),
              frame_at(cursor.currentTime, sound.Rate(), track.timescale), picker);
@@ -189,6 +193,7 @@ bool MovieWaveform::StopAt(uint64_t time, const Reason& reason) {
 
 bool WFMP4Reader::Open(const std::string& path, uint32_t pointsPerSecond) {
     MovieWaveform waveform;
+    waveform.reading = m_readOptions;
     static_cast<void>(waveform.Read(path, pointsPerSecond, m_progress));
     Take(&waveform);
     return true;

@@ -18,6 +18,8 @@ public:
     // True when every point could be read. Otherwise `outcome` tells; the points that were read
     // stay and the others are 0. Where the sound can't be decoded, reading ends.
     bool Read(const std::string& path, uint32_t pointsPerSecond, const WaveformProgress& progress);
+    // How Read by path opens the movie.
+    MovieReadOptions reading;
     // Of all the sound of an open movie, whose own walk goes on where it was.
     bool Read(CMP4MovieRead* movie, uint32_t pointsPerSecond, const WaveformProgress& progress);
 

@@ -15,6 +15,7 @@
 
 #include "movie/save/sound_treatment.h"
 #include "support/failing_reads.h"
+#include "support/movie_builder.h"
 #include "support/temp_dir.h"
 #include "support/wave_builder.h"
 
@@ -93,6 +94,20 @@ int64_t shown_from(const CMP4MovieRead& movie, const MovieTrackInfo& track) {
     return from;
 }
 
+// When the last picture that is shown is over, media units.
+int64_t last_shown(const CMP4MovieRead& movie) {
+    int64_t end = 0;
+    for (uint32_t n = 1; n <= movie.GetInfo().video.sampleCount; ++n) {
+        uint64_t time = 0;
+        Mp4SampleInfo info{};
+        EXPECT_EQ(mp4_get_numbered_sample(movie.Session(), movie.GetInfo().video.trackNumber, n,
+                                          &time, &info),
+                  FF4_RET_OK);
+        end = std::max(end, static_cast<int64_t>(time) + info.compositionOffset + info.duration);
+    }
+    return end;
+}
+
 // The left channel of a clip's whole sound from what is shown first.
 std::vector<int16_t> decode(const std::string& path) {
     const auto movie = opened(path);
@@ -110,14 +125,35 @@ std::vector<int16_t> decode(const std::string& path) {
     return left;
 }
 
-// The shift, in samples, at which the output's sound is most like the source's, over a second.
-int64_t best_lag(const Rig& rig) {
-    const auto source = decode(rig.request.source), output = decode(rig.request.target);
-    const auto at = source.begin() + static_cast<int64_t>(rig.saved.actualInMs) * 48;
+// The shift, in samples, at which `output` is most like `source` over a second.
+int64_t best_lag(const std::vector<int16_t>& source, int64_t at, const std::vector<int16_t>& output,
+                 int64_t from) {
     std::map<double, int64_t> lags;
+    const auto first = source.begin() + at;
     for (int64_t lag = -200; lag <= 200; ++lag)
-        lags[std::inner_product(at + 4800, at + 52800, output.begin() + 4800 + lag, 0.0)] = lag;
+        lags[std::inner_product(first, first + 48000, output.begin() + from + lag, 0.0)] = lag;
     return lags.rbegin()->second;
+}
+
+int64_t best_lag(const Rig& rig) {
+    const auto in = static_cast<int64_t>(rig.saved.actualInMs) * 48;
+    return best_lag(decode(rig.request.source), in + 4800, decode(rig.request.target), 4800);
+}
+
+// Bytes of a clip with `fill` over the sound samples from `first` to `last`.
+std::string with_sound(const std::string& name, uint32_t first, uint32_t last, char fill) {
+    const TempDir dir;
+    std::string bytes = clip(name);
+    dir.Write("clip.mp4", bytes);
+    const auto movie = opened(dir.Path("clip.mp4"));
+    Mp4SampleInfo info{};
+    for (uint32_t n = first; n <= last; ++n) {
+        EXPECT_EQ(
+            mp4_get_sample_info(movie->Session(), movie->GetInfo().audio.trackNumber, n, &info),
+            FF4_RET_OK);
+        bytes.replace(info.offset, info.size, info.size, fill);
+    }
+    return bytes;
 }
 
 TEST(Trimming, KeepsPicturesAndSoundInStep) {
@@ -133,6 +169,7 @@ TEST(Trimming, KeepsPicturesAndSoundInStep) {
         {kCamera, 1300, 2700, true, 1268, 2802, 48},
         {"cam_mp4v_25_g12_10s", 3100, 5000, false, 2880, 5280, 60},
         {"plain_vfr", 2500, 4000, false, 2080, 4120, 40},
+        {"plain_vfr", 0, UINT64_MAX, false, 0, 8000, 155},
         {"plain_frag_key", 2500, 4000, false, 2080, 4080, 50, false},
         {"plain_version1", 1100, 3900, false, 1068, 4070, 90},
         // The picture of the in point is decoded after it.
@@ -159,10 +196,89 @@ TEST(Trimming, KeepsPicturesAndSoundInStep) {
         const int64_t offset = shown_from(*result, video);
         if (c.exact) continue;
         EXPECT_EQ(offset, 0);
-        const auto shown = static_cast<double>(video.duration * result->GetInfo().timescale);
+        const auto shown = (last_shown(*result) - video.edits.back().mediaTime) *
+                           static_cast<int64_t>(result->GetInfo().timescale);
         EXPECT_NEAR(static_cast<double>(video.edits.back().segmentDuration),
-                    shown / video.timescale, 1)
+                    static_cast<double>(shown) / video.timescale, 1)
             << "no picture is hidden at the end";
+    }
+}
+
+TEST(Trimming, SavesWhatThereIsOfAHurtRecording) {
+    const struct {
+        const char* what;
+        std::string source;
+        uint64_t pictures, sound, damaged;
+        std::vector<ReasonCode> notes;
+        MovieCode strict;
+        ReasonCode why = ReasonCode::kNone;  // of the strict form
+    } cases[] = {
+        {"ended before their sound", with_sound(kCamera, 2, 4, '\xE0'), 90, 141, 0, {}, kMovieOk},
+        {"undecodable",
+         with_sound(kCamera, 48, 50, '\xFF'),
+         90,
+         141,
+         3,
+         {ReasonCode::kSoundSilenced},
+         kMovieCodec,
+         ReasonCode::kDamagedSample},
+        {"a byte short",
+         clip("plain_frag_key").substr(0, 376169),
+         200,
+         375,
+         0,
+         {ReasonCode::kSamplesMissing},
+         movie_code(FF4_RET_FORMAT),
+         ReasonCode::kDamagedSample},
+        {"cut short",
+         clip("../hurt/cut_short"),
+         161,
+         302,
+         0,
+         {ReasonCode::kSamplesMissing},
+         movie_code(FF4_RET_FORMAT),
+         ReasonCode::kDamagedSample},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Rig rig(c.source), wav(c.source, 0, UINT64_MAX, "out.wav"), strict(c.source);
+        rig.request.reading = wav.request.reading = kRescueDamaged;
+        for (Rig* save : {&rig, &wav}) {
+            ASSERT_EQ(save->Save(), kMovieOk) << ReasonText(save->saved.reason);
+            EXPECT_EQ(save->saved.soundSamples, c.sound);
+            EXPECT_EQ(save->saved.damagedSoundSamples, c.damaged);
+            std::vector<ReasonCode> notes;
+            for (const Reason& note : save->saved.notes)
+                notes.push_back(note.code);
+            EXPECT_EQ(notes, c.notes);
+        }
+        EXPECT_EQ(rig.saved.videoSamples, c.pictures);
+        EXPECT_EQ(rig.saved.verifiedSamples, c.pictures);
+        rig.dir.Write("whole.mp4", c.pictures == 90 ? clip(kCamera) : c.source);
+        const auto source = decode(rig.dir.Path("whole.mp4")), saved = decode(rig.request.target);
+        EXPECT_EQ(best_lag(source, 54000, saved, 54000), 0) << "in step after the damage";
+        EXPECT_EQ(strict.Save(), c.strict);
+        EXPECT_EQ(strict.saved.reason.code, c.why);
+        EXPECT_EQ(strict.dir.FileCount(), c.strict == kMovieOk ? 2u : 1u);
+    }
+    Rig mostly(with_sound(kCamera, 40, 120, '\xFF'));
+    mostly.request.reading = kRescueDamaged;
+    EXPECT_EQ(mostly.Save(), kMovieCodec);
+    EXPECT_EQ(mostly.saved.reason, (Reason{ReasonCode::kSoundMostlyDamaged,
+                                           ReasonSide::kSource,
+                                           mostly.request.source,
+                                           {uint64_t{141}}}));
+    EXPECT_EQ(mostly.dir.FileCount(), 1u);
+}
+
+TEST(Trimming, SamplesWithoutDurationAreWrittenToo) {
+    const std::string last = patched(kCamera, "stts", "\0\0\0\1\0\0\2\x80"s, "\0\0\0\1\0\0\0\0"s);
+    for (const char* target : {"out.mp4", "out.wav"}) {
+        Rig rig(last, 0, UINT64_MAX, target);
+        ASSERT_EQ(rig.Save(), kMovieOk) << ReasonText(rig.saved.reason);
+        EXPECT_EQ(rig.saved.soundSamples, 141u);
+        const auto result = std::string(target) == "out.mp4" ? rig.saved.audioSamples : 143;
+        EXPECT_EQ(result, 143u) << "and the two that the encoder held";
     }
 }
 
@@ -349,6 +465,28 @@ TEST(Trimming, PcmKeepsItsByteOrder) {
         EXPECT_EQ(media_of(out), media_of(source));
         ASSERT_EQ(wav.Save(), kMovieOk) << ReasonText(wav.saved.reason);
         EXPECT_EQ(wav.dir.Read("out.wav").substr(44), media_of(little));
+    }
+}
+
+TEST(Trimming, EachChunkOfPcmHasOneDescription) {
+    for (const bool same : {true, false}) {
+        MovieTrack sound{fourcc("soun"), 48000, {}, {300}};
+        for (uint32_t n = 0; n < 4800; ++n)
+            sound.samples.push_back({.size = 4, .duration = 1, .description = n < 1000 ? 1u : 2u});
+        sound.size_bits = 0;
+        sound.entries = {Twos(), same ? Twos() : AudioEntry({.format = "sowt"})};
+        MovieBuilder movie{.tracks = {sound}};
+        const Bytes bytes = movie.Build();
+        Rig rig(std::string(bytes.begin(), bytes.end()));
+        EXPECT_EQ(rig.Save(), same ? kMovieOk : kMovieCodec) << ReasonText(rig.saved.reason);
+        EXPECT_EQ(rig.saved.reason.code, same ? ReasonCode::kNone : ReasonCode::kSoundChanges);
+        if (!same) continue;
+        const auto saved = opened(rig.request.target);
+        Mp4SampleInfo info{};
+        for (const uint32_t n : {1u, 1000u, 1001u, 4800u}) {
+            ASSERT_EQ(mp4_get_sample_info(saved->Session(), 1, n, &info), FF4_RET_OK);
+            EXPECT_EQ(info.descriptionIndex, n <= 1000 ? 1u : 2u) << n;
+        }
     }
 }
 
