@@ -7,6 +7,7 @@
 #include "cli/commands.h"
 #include "cli/report.h"
 #include "movie/facts/check_movie_file.h"
+#include "movie/save/savable.h"
 
 namespace tarn {
 namespace {
@@ -28,8 +29,13 @@ const char* meaning(MovieFileStatus status) {
 int run_check(const std::string& path) {
     Reason reason;
     const MovieFileStatus status = CheckAnyFile(path, true, nullptr, &reason);
+    const Reason unsaved = status == kFileUsable ? WhyNotSaved(path) : Reason{};
+    // A WAV file is no movie: what is usable of it can be saved.
+    const bool savable = !unsaved || unsaved.code == ReasonCode::kNotAMovie;
+    if (!savable) reason = unsaved;
     reason = OfEitherKind(std::move(reason));
-    std::cout << static_cast<int>(status) << ' ' << meaning(status);
+    std::cout << static_cast<int>(status) << ' '
+              << (savable ? meaning(status) : "can be opened, but not saved as a movie");
     // "can't be opened" is said already.
     if (const int error = reason.SystemError())
         std::cout << ": " << XpErrorText(error);

@@ -136,6 +136,7 @@ TEST(Commands, AnswerOnBrokenFiles) {
                       "samples --track video --from 2 --count 2 --json",
                       "samples --track audio --from 2 --count 1", "peaks --columns 2 --json"});
     }
+    ExpectStored("hurt/cut_short.mp4", {"check", "info --json", "peaks --columns 2 --json"});
 }
 
 TEST(Commands, AnswerOnWaveFiles) {
