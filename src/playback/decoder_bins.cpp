@@ -97,6 +97,9 @@ GstElementPtr MakeAudioDecoder(GstCaps* caps, Reason* reason) {
         decoder = pick_decoder(caps, GST_ELEMENT_FACTORY_TYPE_MEDIA_AUDIO, DecoderMode::kSoftware,
                                reason);
         if (!decoder) return nullptr;
+        // Samples that can't be decoded are passed over, however many there are.
+        if (g_object_class_find_property(G_OBJECT_GET_CLASS(decoder.get()), "max-errors"))
+            g_object_set(decoder.get(), "max-errors", -1, nullptr);
     }
     // To floats in the order of time, whatever the decoder gives.
     const GstElementPtr converter = MakeElement("audioconvert");

@@ -7,6 +7,8 @@
 
 #include "movie/objects/range_selection.h"
 #include "movie/objects/track_selection.h"
+#include "movie/objects/whole_samples.h"
+#include "movie/umc/aac_config.h"
 #include "mp4format/time_math.h"
 #include "playback/avc_sample.h"
 
@@ -19,6 +21,7 @@ constexpr size_t kNeighbours = kMostReordered + 1;
 // Pictures before the place of a seek that are decoded in any case: a decoder learns from them how
 // far pictures are reordered.
 constexpr int64_t kRunUp = 6;
+constexpr uint8_t kObjectAac = 0x40;
 constexpr uint32_t kPcmRun = 1024;  // frames handed on together, as AAC has it
 
 }  // namespace
@@ -51,7 +54,10 @@ MovieCode TrackFeed::OpenTrack() {
         MOVIE_TRY(ReadAudioDescriptions(session, m_track.trackNumber, &m_audio));
     if (m_video.empty() && m_audio.empty()) return movie_code(FF4_RET_FORMAT);
     const uint64_t most = kFarthestTime / kMillisecond;
-    m_movieEnd = static_cast<int64_t>(std::min(m_clip.GetDurationMs(), most) * kMillisecond);
+    uint64_t length = 0;
+    MOVIE_TRY(CutMissingSamples(session, &m_track));
+    MOVIE_TRY(m_clip.GetWholeDurationMs(&length));
+    m_movieEnd = static_cast<int64_t>(std::min(length, most) * kMillisecond);
     if (m_track.sampleCount == 0) return kMovieOk;
     uint64_t start = 0;
     Mp4SampleInfo first{};
@@ -168,7 +174,16 @@ MovieCode TrackFeed::ReadRun(const Row& row, FeedSample* sample, uint32_t* count
         MOVIE_TRY(mp4_get_alike_samples(m_clip.get(), m_track.trackNumber, row.number, count));
         *count = std::clamp<uint32_t>(*count, 1, kPcmRun);
     }
-    return m_clip.ReadBytes(row.info.offset, uint64_t{row.info.size} * *count, &sample->data);
+    const MovieCode code =
+        m_clip.ReadBytes(row.info.offset, uint64_t{row.info.size} * *count, &sample->data);
+    if (m_kind == Kind::kVideo) return code;
+    // Sound that is missing from the file is silence, as is a frame without any: a decoder would
+    // take the next one's sound for its.
+    const bool silent = code == kMovieOk && m_audio[0].objectType == kObjectAac &&
+                        !UMC::AacFrameHasSound(sample->data);
+    if (code != movie_code(FF4_RET_FORMAT) && !silent) return code;
+    sample->data.clear();
+    return kMovieOk;
 }
 
 uint32_t TrackFeed::DescriptionOf(uint32_t index) const {

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "../cli/run_tarn.h"
@@ -131,6 +133,35 @@ TEST(PreviewAndSave, FadeAtTheSamePoints) {
         };
         EXPECT_EQ(FirstDifference(play(asked), play({found.in, found.out, true})), -1);
     }
+}
+
+TEST(PreviewAndSave, LeaveTheSamePlacesSilent) {
+    const TempDir dir;
+    const std::string clip = ClipPath("cam_audio_only"), hurt = dir.Path("hurt.mp4");
+    std::filesystem::copy_file(clip, hurt);
+    std::fstream file(hurt, std::ios::in | std::ios::out | std::ios::binary);
+    const struct {
+        size_t first;  // frame
+        int64_t offset;
+        size_t size;
+        char fill;
+    } damage[] = {{99 * 1024, 25620, 254, '\xE0'}, {199 * 1024, 51370, 301, '\xFF'}};
+    for (const auto& d : damage)
+        file.seekp(d.offset) << std::string(d.size, d.fill);
+    file.close();
+    const Sound saved = Saved(hurt, {}), heard = Preview(hurt, {}, 0).sound;
+    EXPECT_EQ(heard.size(), Preview(clip, {}, 0).sound.size());
+    for (const auto& d : damage)
+        for (const Sound* sound : {&saved, &heard})
+            EXPECT_EQ(
+                std::count(sound->begin() + 2 * d.first, sound->begin() + 2 * (d.first + 1024), 0),
+                2048);
+    // What overlaps with a frame that could not be decoded is the decoder's affair.
+    constexpr ptrdiff_t kBefore = 2 * 199 * 1024, kAfter = 2 * 202 * 1024;
+    EXPECT_EQ(FirstDifference({saved.begin(), saved.begin() + kBefore}, heard), -1);
+    EXPECT_EQ(FirstDifference({saved.begin() + kAfter, saved.end()},
+                              {heard.begin() + kAfter, heard.end()}),
+              -1);
 }
 
 // Where the sound bears no times the effects go by what the player tells them.
