@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "mp4format/atoms/hevc_entry.h"
 #include "mp4format/atoms/user_atoms.h"
 #include "mp4format/io.h"
 
@@ -67,10 +68,23 @@ public:
         if (m_layout == Layout::kVisual) ReadVisual(p);
         if (m_layout == Layout::kGraphics) std::memcpy(m_entry->graphics.numbers, p + 8, 24);
         if (m_layout == Layout::kAudio) FF4_TRY(ReadAudio(p, payload.size, &fixed));
-        return Walk({payload.offset + fixed, payload.size - fixed});
+        const Mp4Span children{payload.offset + fixed, payload.size - fixed};
+        FF4_TRY(Walk(children));
+        return m_layout == Layout::kVisual ? FinishHevc(payload, children) : FF4_RET_OK;
     }
 
 private:
+    // A hurt one counts as without configuration: written as it is, it would hurt another file.
+    Mp4Result FinishHevc(const Mp4Span& payload, const Mp4Span& children) {
+        const Mp4ByteBlock& config = m_entry->visual.hvcc;
+        if (m_has_config || !mp4_is_hevc(m_entry->format) || !config.data ||
+            !mp4_is_hevc_config_whole(config.data, config.size) ||
+            !mp4_are_children_whole(m_bytes + children.offset, children.size))
+            return FF4_RET_OK;
+        m_entry->visual.config_type = fourcc("hvcC");
+        return Keep(payload, &m_entry->visual.as_read);
+    }
+
     void ReadVisual(const uint8_t* p) {
         Mp4VisualFields& visual = m_entry->visual;
         visual.width = get_be16(p + 24);
@@ -383,6 +397,20 @@ Mp4Result put_children(Mp4Sink& sink, const Mp4SampleEntry& entry) {
     return FF4_RET_OK;
 }
 
+// Byte for byte, but for where the samples lie.
+Mp4Result write_as_read(Mp4Sink& sink, const Mp4SampleEntry& entry) {
+    const Mp4ByteBlock& bytes = entry.visual.as_read;
+    Mp4Fields<8> head;
+    if (bytes.size < 8) return FF4_RET_INTERNAL;
+    head.Copy(bytes.data, 6);
+    head.U16(entry.data_reference_index);
+    const auto body = [&](Mp4Sink& to) {
+        FF4_TRY(mp4_put_fields(to, head));
+        return mp4_put(to, bytes.data + 8, bytes.size - 8);
+    };
+    return mp4_write_container(sink, entry.format, body);
+}
+
 }  // namespace
 
 Mp4Result mp4_read_sample_entries(Mp4Host* host, Mp4File* file, const Mp4Span& entries,
@@ -424,6 +452,7 @@ void mp4_free_sample_entry(Mp4Host* host, Mp4SampleEntry* entry) {
     mp4_free_block(host, &entry->visual.colr);
     mp4_free_block(host, &entry->visual.hvcc);
     mp4_free_block(host, &entry->visual.extra);
+    mp4_free_block(host, &entry->visual.as_read);
     mp4_free_es_descriptor(host, &entry->es);
     mp4_free_avc_config(host, &entry->avc);
     mp4_free_list(&entry->sinf, [=](Mp4ProtectionInfo* info) {
@@ -444,6 +473,7 @@ const Mp4SampleEntry* mp4_sample_entry_at(const Mp4SampleEntryList& list, uint32
 Mp4Result mp4_write_sample_entry(Mp4Sink& sink, const Mp4SampleEntry& entry) {
     const uint32_t format = format_of(entry);
     if (format == 0) return FF4_RET_INTERNAL;
+    if (entry.visual.config_type == fourcc("hvcC")) return write_as_read(sink, entry);
     Fixed fixed;
     FF4_TRY(put_fixed(entry, &fixed));
     const auto body = [&](Mp4Sink& to) {

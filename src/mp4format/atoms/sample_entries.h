@@ -3,7 +3,7 @@
 //
 // Read when a track's format is first asked for. The track's handler decides the layout, not the
 // entry's own code. What the writer needs to put an entry out again is kept; other children are
-// stepped over.
+// stepped over. An entry of HEVC is kept whole and written as it was read, whatever it holds.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@
 namespace tarn {
 
 enum Mp4EntryKind : uint32_t {
-    kEntryUnknown = 0,  // another handler, or a picture without a configuration we know
+    kEntryUnknown = 0,  // another handler, or a picture that is neither of these two
     kEntryMpeg4Visual = 1,
     kEntryAvc = 2,
     kEntryAudio = 3,
@@ -49,11 +49,12 @@ struct Mp4VisualFields {
     uint16_t frame_count;
     uint8_t compressor_name[32];  // a length byte and the text
     uint16_t depth;
-    uint32_t config_type;  // 'esds', 'avcC', or 0
-    Mp4ByteBlock pasp;     // payloads
+    uint32_t config_type;  // 'esds', 'avcC', 'hvcC' of HEVC that is whole, or 0
+    Mp4ByteBlock pasp;     // payloads, as are the next two
     Mp4ByteBlock colr;
-    Mp4ByteBlock hvcc;   // the configuration of HEVC, for showing; never written
-    Mp4ByteBlock extra;  // what follows the name of the '3DDS' uuid
+    Mp4ByteBlock hvcc;
+    Mp4ByteBlock extra;    // what follows the name of the '3DDS' uuid
+    Mp4ByteBlock as_read;  // the entry's whole payload, where the configuration is 'hvcC'
 };
 
 struct Mp4AudioFields {

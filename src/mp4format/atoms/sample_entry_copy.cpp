@@ -43,6 +43,7 @@ Mp4Result copy_sinf(Mp4Host* host, const Mp4ProtectionList& from, Mp4ProtectionL
 Mp4SampleEntry without_blocks(const Mp4SampleEntry& entry) {
     Mp4SampleEntry plain = entry;
     plain.visual.pasp = plain.visual.colr = plain.visual.hvcc = plain.visual.extra = {};
+    plain.visual.as_read = {};
     plain.es.bytes = plain.es.url = plain.es.decoder_specific_info = {};
     plain.avc.bytes = {};
     plain.avc.sequence_sets = plain.avc.picture_sets = {};
@@ -64,6 +65,7 @@ Mp4Result mp4_copy_sample_entry(Mp4Host* host, const Mp4SampleEntry& entry,
     FF4_TRY(own(host, entry.visual.colr, &copy->visual.colr));
     FF4_TRY(own(host, entry.visual.hvcc, &copy->visual.hvcc));
     FF4_TRY(own(host, entry.visual.extra, &copy->visual.extra));
+    FF4_TRY(own(host, entry.visual.as_read, &copy->visual.as_read));
     FF4_TRY(own(host, entry.es.bytes, &copy->es.bytes));
     FF4_TRY(own(host, entry.es.url, &copy->es.url));
     FF4_TRY(own(host, entry.es.decoder_specific_info, &copy->es.decoder_specific_info));

@@ -90,6 +90,33 @@ TEST(SampleEntries, KindsFollowHandlerAndChildren) {
     }
 }
 
+// One array with a set of three bytes.
+Bytes Hvcc() {
+    return Atom("hvcC", Join(Bytes{1}, Zeros(21), Bytes{1, 0x20}, Be16({1, 3}), Bytes{1, 2, 3}));
+}
+
+TEST(SampleEntries, HevcCountsWhereAllOfItIsThere) {
+    const Bytes whole = Hvcc(), cut_pasp = Join(Be32({17}), Text("pasp"), Be32({1, 1}));
+    const struct {
+        const char* name;
+        Bytes children;
+        bool whole;
+    } cases[] = {
+        {"with the zeros that some put after it", Join(whole, Zeros(4)), true},
+        {"without a configuration", {}, false},
+        {"a cut set", Atom("hvcC", Bytes(whole.begin() + 8, whole.end() - 1)), false},
+        {"a cut child", Join(whole, cut_pasp), false},
+        {"half a child's head", Join(whole, Be32({16})), false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Entries entries(VisualEntry({.format = "hvc1", .children = c.children}), kVide);
+        ASSERT_EQ(entries.result, FF4_RET_OK);
+        EXPECT_EQ(entries.At(1).visual.config_type, c.whole ? fourcc("hvcC") : 0);
+        EXPECT_EQ(entries.At(1).visual.as_read.size > 0, c.whole);
+    }
+}
+
 TEST(SampleEntries, WhatEndsTheList) {
     const Bytes avcc = Avcc();
     const Bytes cut_avcc = Atom("avcC", Bytes(avcc.begin() + 8, avcc.begin() + 20));
@@ -148,6 +175,8 @@ TEST(SampleEntries, ComeBackAsTheyWere) {
     const Bytes rich = named(VisualEntry({.children = tail}));
     const Bytes high = named(VisualEntry({.children = trailing}));
     const Bytes coded = VisualEntry({.format = "encv", .children = Join(Esds(), sinf)});
+    const Bytes hevc = VisualEntry(
+        {.format = "hev1", .children = Join(Atom("clli", Be32({5})), Hvcc(), Be32({0}))});
     const Bytes graphics = Be32({1, 2, 3, 4, 5, 6});
     const Bytes stereo =
         PlainEntry("grap", Join(graphics, Atom("3STP", Bytes{1, 2, 3, 4, 5, 6, 7})));
@@ -173,6 +202,7 @@ TEST(SampleEntries, ComeBackAsTheyWere) {
         {"avc1", "vide", Avc1(), named(Avc1())},
         {"with shape, colour and 3D", "vide", rich, rich},
         {"avcC with more behind its sets", "vide", high, high},
+        {"HEVC, byte for byte", "vide", hevc, hevc},
         {"mp4v", "vide", Mp4v(), Mp4v()},
         {"protected", "vide", coded, coded},
         {"mp4a, long lengths become short", "soun", Mp4a(4), Mp4a(1)},
