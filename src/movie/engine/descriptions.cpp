@@ -133,7 +133,8 @@ Mp4VideoEntry mp4_video_entry_of(const Mp4SampleEntry& entry) {
                       v.vertical_resolution,
                       v.frame_count,
                       v.depth,
-                      {}};
+                      {},
+                      v.config_type};
     std::memcpy(out.compressor_name, v.compressor_name, sizeof out.compressor_name);
     return out;
 }

@@ -38,6 +38,7 @@ struct Mp4VideoEntry {
     uint32_t horizontal_resolution, vertical_resolution;  // 16.16
     uint16_t frame_count, depth;
     uint8_t compressor_name[32];  // a length byte and the text
+    uint32_t config_type;         // as Mp4VisualFields has it
 };
 
 struct Mp4AudioEntry {

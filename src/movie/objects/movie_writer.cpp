@@ -14,7 +14,7 @@ namespace {
 constexpr uint32_t kStagingBytes = 1000000;
 constexpr uint32_t kMinorVersion = 0x146008A;
 constexpr uint32_t kSoundKbit = 128;  // of re-encoded sound, in a camera clip's profile
-// A chunk of AVC is a second at most, of any other picture five. Intended to differ.
+// A chunk of AVC or HEVC is a second at most, of any other picture five. Intended to differ.
 constexpr uint64_t kAvcChunkMs = 1000;
 constexpr uint64_t kOtherChunkMs = 5000;
 constexpr uint64_t kSoundChunkMs = 1000;  // of a movie without picture
@@ -203,7 +203,8 @@ MovieCode CMP4MovieWrite::AddChunk(WrittenTrack* track, const Chunk& chunk) {
 // The test is made before a sample is added, in whole milliseconds.
 bool CMP4MovieWrite::IsChunkFull(const Chunk& chunk) const {
     const auto& list = Source().videoDescriptions;
-    const bool avc = !list.empty() && list[0].entry.kind == kEntryAvc;
+    const uint32_t config = list.empty() ? 0 : list[0].entry.config_type;
+    const bool avc = config == fourcc("avcC") || config == fourcc("hvcC");
     const uint64_t ms = mp4_mul_div_or(chunk.duration, 1000, Source().video.timescale, 0);
     return ms >= (avc ? kAvcChunkMs : kOtherChunkMs);
 }

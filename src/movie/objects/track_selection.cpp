@@ -1,6 +1,7 @@
 #include "movie/objects/track_selection.h"
 
 #include "movie/engine/samples.h"
+#include "mp4format/atoms/hevc_entry.h"
 
 namespace tarn {
 namespace {
@@ -28,9 +29,8 @@ Mp4Result is_served(Mp4ReadSession* session, uint32_t track, uint32_t handler, b
     *served = false;
     if (handler != fourcc("vide") && handler != fourcc("soun")) return FF4_RET_OK;
     return look_at_first(session, track, [&](const Mp4SampleEntry& entry) {
-        *served = handler == fourcc("soun")
-                      ? can_decode(entry.format)
-                      : entry.kind == kEntryMpeg4Visual || entry.kind == kEntryAvc;
+        *served =
+            handler == fourcc("soun") ? can_decode(entry.format) : entry.visual.config_type != 0;
     });
 }
 
@@ -103,6 +103,9 @@ Mp4Result find_fault(Mp4ReadSession* session, uint32_t track, TrackFault* fault,
         look_at_first(session, track, [&](const Mp4SampleEntry& entry) { *code = entry.format; }));
     Candidate candidate{};
     FF4_TRY(examine_track(session, track, &candidate));
+    // A kind that is served, where all of its description is there.
+    if (!candidate.served && mp4_is_hevc(*code))
+        return mp4_blame(session->host, *code, FF4_RET_FORMAT);
     *fault = !candidate.served  ? TrackFault::kKind
              : candidate.inside ? TrackFault::kRole
                                 : TrackFault::kElsewhere;

@@ -12,6 +12,7 @@
 #include "movie/save/effect_writer.h"
 #include "movie/save/movie_verify.h"
 #include "movie/save/wave_writer.h"
+#include "mp4format/atoms/hevc_entry.h"
 
 namespace tarn {
 namespace {
@@ -21,6 +22,17 @@ constexpr uint64_t kPicturesPerStep = 32;  // of reading back
 
 uint32_t clamp32(uint64_t value) {
     return static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
+}
+
+// For samples of a kind that is not served.
+Reason fault_of_kind(const CMP4MovieRead& reader, bool picture, uint32_t code) {
+    using enum ReasonCode;
+    const std::string name = CodecName(code);
+    const auto fault = [&](ReasonCode of, std::vector<ReasonArgument> arguments) {
+        return Reason{of, ReasonSide::kSource, reader.Path(), std::move(arguments)};
+    };
+    if (name.empty()) return fault(picture ? kPictureUnknown : kSoundUnknown, {});
+    return fault(picture ? kPictureKind : kSoundKind, {name});
 }
 
 // What keeps a track out of the save; none where there is no such track.
@@ -44,11 +56,18 @@ Reason fault_of(const CMP4MovieRead& reader, bool picture) {
         case TrackFault::kKind:
             break;
     }
-    const std::string name = CodecName(code);
-    if (name.empty()) return fault(kPictureUnknown, kSoundUnknown);
-    Reason kind = fault(kPictureKind, kSoundKind);
-    kind.arguments = {name};
-    return kind;
+    return fault_of_kind(reader, picture, code);
+}
+
+// A picture track is chosen by its first description; the others may be of another kind, or hurt.
+Reason fault_of_descriptions(const CMP4MovieRead& reader) {
+    for (const CVideoSampleDescriptionInfo& picture : reader.GetInfo().videoDescriptions) {
+        if (picture.entry.config_type != 0) continue;
+        if (!mp4_is_hevc(picture.entry.format))
+            return fault_of_kind(reader, true, picture.entry.format);
+        return {ReasonCode::kPictureDamaged, ReasonSide::kSource, reader.Path(), {}};
+    }
+    return {};
 }
 
 // Why a clip can't be saved at all.
@@ -58,6 +77,7 @@ Reason refusal(const CMP4MovieRead& reader, bool wav) {
     Reason fault;
     const bool picture_cut = info.video.missingSamples > 0,
                sound_cut = info.audio.missingSamples > 0;
+    if (!wav && reader.HasVideo()) fault = fault_of_descriptions(reader);
     if (!wav && !reader.HasVideo() && !picture_cut) fault = fault_of(reader, true);
     if (!fault && !reader.HasAudio() && !sound_cut) fault = fault_of(reader, false);
     if (fault) return fault;

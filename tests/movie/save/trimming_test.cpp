@@ -170,6 +170,7 @@ TEST(Trimming, KeepsPicturesAndSoundInStep) {
         {"cam_mp4v_25_g12_10s", 3100, 5000, false, 2880, 5280, 60},
         {"plain_vfr", 2500, 4000, false, 2080, 4120, 40},
         {"plain_vfr", 0, UINT64_MAX, false, 0, 8000, 155},
+        {"plain_hevc", 2500, 4000, false, 0, 8000, 200},
         {"plain_frag_key", 2500, 4000, false, 2080, 4080, 50, false},
         {"plain_version1", 1100, 3900, false, 1068, 4070, 90},
         // The picture of the in point is decoded after it.
@@ -328,16 +329,28 @@ auto carried(const CMovieInfoType& info) {
                       picture.avcConfig, picture.decoderConfig);
 }
 
+// The sample entry of a clip of HEVC, with all that is in it.
+std::string hevc_entry(const std::string& clip) {
+    const size_t at = clip.rfind("hev1");
+    if (at == std::string::npos) return {};
+    const auto* size = reinterpret_cast<const uint8_t*>(clip.data() + at - 4);
+    return clip.substr(at - 4, get_be32(size));
+}
+
 TEST(Trimming, CarriesWhatTheSourceSays) {
     const std::string texts =
         patched("cam_texts", "FPRF", "\0\0\0\0\0\0\0\0"s, "\0\0\0\0\x10\0\0\5"s);
-    for (const std::string& source : {clip("cam_mp4v_25_g12_10s"), texts, clip("plain_vfr")}) {
+    // With a child that nothing here knows.
+    const std::string hevc = patched("plain_hevc", "hev1", "btrt", "dvvC");
+    for (const std::string& source :
+         {clip("cam_mp4v_25_g12_10s"), texts, clip("plain_vfr"), hevc}) {
         SCOPED_TRACE(source.size());
         Rig rig(source, 500, 1500);
         ASSERT_EQ(rig.Save(), kMovieOk) << ReasonText(rig.saved.reason);
         const auto before = opened(rig.request.source), after = opened(rig.request.target);
         const CMovieInfoType& to = after->GetInfo();
         EXPECT_EQ(carried(to), carried(before->GetInfo()));
+        EXPECT_EQ(hevc_entry(rig.dir.Read("out.mp4")), hevc_entry(source));
         EXPECT_FALSE(after->IsFragmented()) << "also where the source says that it is";
         // And what it says of itself.
         const CAudioSampleDescriptionInfo& sound = to.audioDescriptions.at(0);
@@ -664,6 +677,9 @@ TEST(TrimmingJob, HandsOverWhyItFailed) {
 TEST(Trimming, WhatCannotBeSavedIsNamedAndNotLeftOut) {
     using enum ReasonCode;
     const std::string texts = "cam_texts", hevc = "plain_hevc";
+    MovieTrack track = VideoTrack(10);
+    track.entries = {Avc1(), VisualEntry({.format = "vp09"})};
+    const Bytes two = MovieBuilder{.tracks = {track}}.Build();
     const struct {
         ReasonCode code;
         std::string source;
@@ -671,7 +687,9 @@ TEST(Trimming, WhatCannotBeSavedIsNamedAndNotLeftOut) {
         uint64_t in = 0, out = 2000;
         const char* target = "out.mp4";
     } cases[] = {
-        {kPictureKind, clip(hevc), {"HEVC"}},
+        {kPictureKind, patched(hevc, "vmhd", "hev1", "av01"), {"AV1"}},
+        {kPictureDamaged, patched(hevc, "vmhd", "hvcC", "none"), {}},
+        {kPictureKind, std::string(two.begin(), two.end()), {"VP9"}},
         {kPictureDamaged, patched(texts, "avcC", "\xFF\xE1"s, "\xFF\xFF"s), {}},
         {kPictureUnknown, patched(hevc, "vmhd", "hev1", "\1\2\3\4"), {}},
         {kSoundKind, patched(texts, "stsd", "mp4a", "ac-3"), {"AC-3"}},
