@@ -37,8 +37,8 @@ Reason measure_peak(CMP4MovieRead* movie, Steps steps, float* peak) {
     WFMP4Reader sound;
     sound.SetProgress([&](uint32_t done, uint32_t count) { return steps.OnStep(done, count); });
     sound.Open(movie, PeakSource::PointsPerSecond());
-    if (sound.GetReason()) return sound.GetReason();
     const auto source = PeakSource::Create(&sound, 1);
+    if (source->GetReason()) return source->GetReason();
     *peak = source->GetPeak();
     if (source->GetCount() > 0) return {};
     return {ReasonCode::kPeakUnknown, ReasonSide::kSource, movie->Path(), {}};

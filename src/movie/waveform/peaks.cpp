@@ -23,6 +23,7 @@ std::unique_ptr<PeakSource> PeakSource::Create(const std::string& path, int32_t 
 std::unique_ptr<PeakSource> PeakSource::Create(WFFileReader* reader, int32_t columnCount) {
     std::unique_ptr<PeakSource> peaks(new PeakSource);
     WaveformPoints points = reader->TakePoints();
+    peaks->m_reason = reader->GetReason();
     peaks->m_raw[0] = std::move(points.left);
     peaks->m_raw[1] = std::move(points.right);
     peaks->BuildColumns(static_cast<size_t>(std::max(columnCount, 0)));

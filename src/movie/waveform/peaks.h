@@ -48,6 +48,8 @@ public:
     // The largest magnitude of the raw points of both channels, as AMPPeakMeter has it: -128 where
     // such a point is the last of all.
     int8_t GetMaxAbsolute() const;
+    // Why there are points of a part of the sound alone, or none: no peak to normalise by.
+    const Reason& GetReason() const { return m_reason; }
     // GetMaxAbsolute as a fraction of full scale, as the effect settings have it.
     float GetPeak() const { return static_cast<float>(GetMaxAbsolute()) / 128.0f; }
 
@@ -60,6 +62,7 @@ private:
 
     std::vector<int8_t> m_raw[2], m_treated[2];  // the second empty until effects are applied
     std::vector<PeakPair> m_columns[2];
+    Reason m_reason;
 };
 
 }  // namespace tarn
