@@ -54,6 +54,26 @@ Mp4SampleInfo from_fragment(const Mp4FragmentSample& sample) {
             sample.description_index};
 }
 
+// The sample out of those that were found last.
+bool take_alike(const Mp4AlikeSamples& last, uint32_t number, uint64_t* start, Mp4SampleInfo* out) {
+    if (number < last.first || number - last.first >= last.count) return false;
+    const uint64_t before = number - last.first;
+    *out = last.info;
+    out->offset += before * last.info.size;
+    *start = last.start + before * last.info.duration;
+    return true;
+}
+
+void keep_alike(const Mp4AlikeSamples& found, Mp4AlikeSamples* last) {
+    uint64_t end = 0;
+    const uint64_t bytes = uint64_t{found.count} * found.info.size;
+    const uint64_t time = uint64_t{found.count} * found.info.duration;
+    *last = found;
+    if (mp4_add(found.info.offset, bytes, &end) != FF4_RET_OK ||
+        mp4_add(found.start, time, &end) != FF4_RET_OK)
+        last->count = 1;
+}
+
 // Where the sample lies: the start of its chunk and the sizes of those before it there.
 Mp4Result locate(const Mp4TableReader& tables, uint32_t number, Mp4SampleInfo* info) {
     Mp4ChunkPlace place{};
@@ -164,18 +184,25 @@ Mp4Result mp4_get_total_sample_count(Mp4ReadSession* session, uint32_t track, ui
 Mp4Result mp4_get_numbered_sample(Mp4ReadSession* session, uint32_t track, uint32_t number,
                                   uint64_t* start, Mp4SampleInfo* out) {
     if (!session || !start || !out || track == 0 || number == 0) return FF4_RET_ARGS;
-    uint32_t count = 0;
+    Mp4OpenTrack* open = mp4_find_open_track(session, track);
+    if (!open) return FF4_RET_STATE;
+    if (take_alike(open->last, number, start, out)) return FF4_RET_OK;
+    uint32_t count = 0, alike = 0;
     FF4_TRY(mp4_get_sample_count(session, track, &count));
     if (number <= count || !session->fragments) {
         FF4_TRY(mp4_get_sample_info(session, track, number, out));
-        return mp4_get_sample_time(session, track, number, start);
+        FF4_TRY(mp4_get_sample_time(session, track, number, start));
+        FF4_TRY(mp4_count_alike_samples(mp4_tables_of(session, *open), number, &alike));
+    } else {
+        FF4_TRY(mp4_use_track_fragments(session, track));
+        Mp4FragmentSample sample{};
+        FF4_TRY(mp4_get_fragment_sample(session->fragments, track_id_of(session, track), number,
+                                        &sample));
+        *start = sample.start_time;
+        *out = from_fragment(sample);
+        alike = sample.alike;
     }
-    FF4_TRY(mp4_use_track_fragments(session, track));
-    Mp4FragmentSample sample{};
-    FF4_TRY(
-        mp4_get_fragment_sample(session->fragments, track_id_of(session, track), number, &sample));
-    *start = sample.start_time;
-    *out = from_fragment(sample);
+    keep_alike({number, alike, *start, *out}, &open->last);
     return FF4_RET_OK;
 }
 
@@ -194,12 +221,16 @@ Mp4Result mp4_get_range_bytes(Mp4ReadSession* session, uint32_t track, uint32_t 
             mp4_lookup_size_sum(tables, first, static_cast<uint32_t>(tables_end - number), bytes));
         number = tables_end;
     }
-    for (; number < end; ++number) {
+    const Mp4OpenTrack* open = mp4_find_open_track(session, track);
+    while (number < end) {
         uint64_t start = 0;
         Mp4SampleInfo sample{};
         FF4_TRY(mp4_get_numbered_sample(session, track, static_cast<uint32_t>(number), &start,
                                         &sample));
-        FF4_TRY(mp4_add(*bytes, sample.size, bytes));
+        const uint64_t alike = uint64_t{open->last.first} + open->last.count - number;
+        const uint64_t taken = std::min(alike, end - number);
+        FF4_TRY(mp4_add(*bytes, taken * sample.size, bytes));
+        number += taken;
     }
     return FF4_RET_OK;
 }

@@ -11,16 +11,6 @@
 
 namespace tarn {
 
-struct Mp4SampleInfo {
-    uint32_t size;               // bytes
-    uint64_t offset;             // in the file
-    uint32_t duration;           // decoding duration
-    uint32_t isSync;             // 1 for a sync sample
-    int32_t compositionOffset;   // presentation time less decoding time
-    uint32_t compositionSigned;  // 1 when the track has 'ctts' of version 1
-    uint32_t descriptionIndex;   // 1-based
-};
-
 // Of the tables, fragments left out. FF4_RET_FORMAT for a track without 'stts'.
 Mp4Result mp4_get_sample_count(Mp4ReadSession* session, uint32_t track, uint32_t* count);
 

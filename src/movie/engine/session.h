@@ -40,6 +40,24 @@ enum Mp4FileFlags : uint32_t {
     kFileMdri = 1u << 11,
 };
 
+// A sample as its track's tables or fragments describe it; times in media units.
+struct Mp4SampleInfo {
+    uint32_t size;               // bytes
+    uint64_t offset;             // in the file
+    uint32_t duration;           // decoding duration
+    uint32_t isSync;             // 1 for a sync sample
+    int32_t compositionOffset;   // presentation time less decoding time
+    uint32_t compositionSigned;  // 1 when the track has 'ctts' of version 1
+    uint32_t descriptionIndex;   // 1-based
+};
+
+// Samples that differ in number and place alone and lie one after the other.
+struct Mp4AlikeSamples {
+    uint32_t first, count;
+    uint64_t start;      // of the first, media units
+    Mp4SampleInfo info;  // of the first
+};
+
 // A track in use.
 struct Mp4OpenTrack {
     uint32_t number;
@@ -47,6 +65,7 @@ struct Mp4OpenTrack {
     Mp4TrackTables tables;
     Mp4TrackCache* cache;  // the windows of its tables
     uint64_t duration;     // media units; 0 until it has been asked for
+    Mp4AlikeSamples last;  // what the last lookup by number found: a walk mostly stays in it
     Mp4OpenTrack* next;
 };
 

@@ -5,6 +5,7 @@
 namespace tarn {
 
 Reason SampleList::Why(Mp4Result result) {
+    if (result == FF4_RET_OK) return {};
     if (result == FF4_RET_NOTFOUND)
         return {ReasonCode::kNoSuchSample, ReasonSide::kSource, m_path, {}};
     return m_session.ReasonFor(movie_code(result));

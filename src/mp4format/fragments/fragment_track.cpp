@@ -174,6 +174,8 @@ Mp4Result mp4_take_fragment_sample(const Mp4FragmentSource& source, Mp4FragmentT
     sample->composition_offset = values.composition_offset;
     sample->composition_signed = full_version(run.version_flags) > 0 ? 1 : 0;
     sample->description_index = run.description_index;
+    const bool first_differs = track->row == 0 && (run.version_flags & kTrunFirstFlags) != 0;
+    sample->alike = run.row_size == 0 && !first_differs ? run.sample_count - track->row : 1;
     return FF4_RET_OK;
 }
 

@@ -18,6 +18,7 @@ struct Mp4FragmentSample {
     int32_t composition_offset;
     uint32_t composition_signed;  // 1 where the run says that its offsets are
     uint32_t description_index;   // 1-based
+    uint32_t alike;  // from this one on, at least 1, the same but for number, time and place
 };
 
 // A 'moof' with runs of the track, and how the walk came to it.

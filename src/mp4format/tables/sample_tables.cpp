@@ -8,6 +8,7 @@ namespace {
 
 constexpr uint32_t kMaxSumBlocks = 512;  // 4 KB for a track
 constexpr uint32_t kMinSumSpacing = 256;
+constexpr uint32_t kMostCompared = 32;  // entries, in the search of what is alike
 
 // The type of a table's atom; where it is missing, of the one that the format asks for.
 uint32_t code_of(const Mp4TrackTables& t, Mp4TableId table) {
@@ -138,6 +139,43 @@ Mp4Result sum_run(const Mp4TableReader& tables, uint32_t first, uint32_t count, 
     return sum_entries(tables, 1 + high * sums.spacing, end - high * sums.spacing, sum);
 }
 
+// --- samples that are alike. `end` is the first that is not, as far as is known.
+
+Mp4Result limit_by_sync(const Mp4TableReader& tables, uint32_t sample, uint64_t* end) {
+    if (!is_present(*tables.at, kTableStss) || tables.at->stss_count == 0) return FF4_RET_OK;
+    const Mp4TableWindow& window = tables.cache->windows[kTableStss];
+    const auto number = [&](uint32_t entry) {
+        return mp4_entry<Mp4StssEntry>(window, entry).sample_number;
+    };
+    uint32_t entry = 0;
+    const Mp4Result result = find(tables, kTableStss, kByNumber, sample, &entry);
+    if (result == FF4_RET_NOTFOUND) return FF4_RET_OK;  // none follows
+    FF4_TRY(result);
+    uint64_t alike = number(entry);
+    if (alike == sample) {
+        const uint64_t most = std::min<uint64_t>(*end, uint64_t{sample} + kMostCompared);
+        do {
+            ++alike;
+        } while (alike < most && ++entry < window.end && number(entry) == alike);
+    }
+    *end = std::min(*end, alike);
+    return FF4_RET_OK;
+}
+
+Mp4Result limit_by_size(const Mp4TableReader& tables, uint32_t sample, uint64_t* end) {
+    if (tables.at->sample_size != 0) return FF4_RET_OK;
+    const Mp4TableWindow& window = tables.cache->windows[kTableSize];
+    uint32_t entry = 0;
+    FF4_TRY(find(tables, kTableSize, kByNumber, sample, &entry));
+    const uint32_t size = mp4_entry<Mp4SizeEntry>(window, entry).size;
+    const uint64_t most = std::min<uint64_t>({*end, window.end, uint64_t{sample} + kMostCompared});
+    uint32_t next = sample + 1;
+    while (next < most && mp4_entry<Mp4SizeEntry>(window, next).size == size)
+        ++next;
+    *end = std::min<uint64_t>(*end, next);
+    return FF4_RET_OK;
+}
+
 }  // namespace
 
 Mp4Result mp4_need_times(const Mp4TableReader& tables) {
@@ -262,6 +300,26 @@ Mp4Result mp4_lookup_size_sum(const Mp4TableReader& tables, uint32_t sample, uin
     last.first = sample;
     last.count = count;
     *out = last.sum = sum;
+    return FF4_RET_OK;
+}
+
+Mp4Result mp4_count_alike_samples(const Mp4TableReader& tables, uint32_t sample, uint32_t* count) {
+    if (!is_complete(tables) || !count) return FF4_RET_ARGS;
+    Mp4TimeRun times{};
+    Mp4ChunkPlace place{};
+    FF4_TRY(mp4_lookup_sample_time(tables, sample, &times));
+    FF4_TRY(mp4_lookup_chunk(tables, sample, &place));
+    uint64_t end = std::min({uint64_t{tables.at->sample_count} + 1,
+                             uint64_t{times.first_sample} + times.sample_count,
+                             uint64_t{place.first_sample} + place.sample_count});
+    if (is_present(*tables.at, kTableCtts)) {
+        uint32_t entry = 0;
+        FF4_TRY(find_counted(tables, kTableCtts, sample, &entry));
+        end = std::min(end, mp4_entry_start(tables.cache->windows[kTableCtts], entry + 1).number);
+    }
+    if (end > uint64_t{sample} + 1) FF4_TRY(limit_by_sync(tables, sample, &end));
+    if (end > uint64_t{sample} + 1) FF4_TRY(limit_by_size(tables, sample, &end));
+    *count = static_cast<uint32_t>(end - sample);
     return FF4_RET_OK;
 }
 

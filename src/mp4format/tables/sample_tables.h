@@ -68,6 +68,9 @@ Mp4Result mp4_lookup_sample_size(const Mp4TableReader& tables, uint32_t sample, 
 // The bytes of `count` samples from `sample` on. FF4_RET_FORMAT when they reach past the last.
 Mp4Result mp4_lookup_size_sum(const Mp4TableReader& tables, uint32_t sample, uint32_t count,
                               uint64_t* out);
+// How many samples from this one on, at least 1, are the same but for their number and lie one
+// after the other in one chunk. Of sizes and sync numbers only a few are looked at.
+Mp4Result mp4_count_alike_samples(const Mp4TableReader& tables, uint32_t sample, uint32_t* count);
 // Whether the sample stands in 'stss'. What a track without one means is the caller's to say: here
 // it is FF4_RET_FORMAT.
 Mp4Result mp4_lookup_is_sync(const Mp4TableReader& tables, uint32_t sample, bool* out);

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <tuple>
+
 #include "base/xp_file.h"
 #include "movie/engine/descriptions.h"
 #include "movie/engine/meta_lists.h"
@@ -245,6 +247,62 @@ Mp4Result visit_all(TestHost& host) {
 TEST(Session, EveryFaultIsReportedAndNothingLeaks) {
     ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead, HostCall::kSeek, HostCall::kSize},
                      RichMovie(false).Build(), visit_all);
+}
+
+// A sample is looked up once and those like it follow from it: as if each were looked up.
+TEST(Session, SamplesThatFollowFromOthersAreThoseOfTheTables) {
+    const Bytes ftyp = Ftyp("isom", 0, {"isom"});
+    const auto movie = [&](const Bytes& stts, const Bytes& ctts, const Bytes& sizes,
+                           const Bytes& stss, const Bytes& rest = {}) {
+        return Join(ftyp,
+                    Atom("moov", Mvhd(),
+                         Atom("trak", Tkhd(),
+                              Atom("mdia", Mdhd({}), Hdlr("vide"),
+                                   Atom("minf", MediaHeader("vide"), Atom("dinf", Dref()),
+                                        Atom("stbl", Stsd({Avc1()}), stts, ctts,
+                                             Stsc({{1, 5, 1}, {3, 2, 1}}), sizes,
+                                             Stco({100, 500, 900, 950, 990}), stss)))),
+                         rest.empty() ? rest : Atom("mvex", Trex({.duration = 7, .size = 3}))),
+                    rest);
+    };
+    const Bytes times = Stts({{3, 10}, {9, 20}, {4, 0}});
+    const std::vector<uint32_t> sizes = {4, 4, 4, 5, 5, 5, 5, 5, 0, 0, 9, 9, 9, 9, 9, 9};
+    const Bytes runs = Moof(
+        1, {Atom("traf", Tfhd(), Trun({.first_flags = 0x10000, .count = 4}), Trun({.count = 3}),
+                 Trun({.row_flags = 0x200, .count = 2, .words = {8, 6}}))});
+    const Bytes cases[] = {
+        movie(times, {}, StszConstant(4, 16), {}),
+        movie(times, Ctts({{7, 5}, {1, 6}, {8, 5}}), StszConstant(4, 16), Stss({})),
+        movie(times, {}, Stsz(sizes), Stss({1, 2, 3, 7, 8, 12})),
+        movie(Stts({{16, 1}}), {}, Stz2(4, sizes), Stss({4, 5})),
+        movie(times, {}, StszConstant(4, 16), {}, runs),
+    };
+    for (const Bytes& bytes : cases) {
+        OpenMovie walked(bytes), looked_up(bytes);
+        uint32_t count = 0;
+        ASSERT_EQ(mp4_open_track(walked, 1), FF4_RET_OK);
+        ASSERT_EQ(mp4_get_total_sample_count(walked, 1, &count), FF4_RET_OK);
+        EXPECT_EQ(count, &bytes == &cases[4] ? 25u : 16u);
+        uint64_t sum = 0, bytes_in_all = 0;
+        for (uint32_t n = 1; n <= count; ++n) {
+            uint64_t start = 0, expected_start = 0;
+            Mp4SampleInfo info{}, expected{};
+            ASSERT_EQ(mp4_get_numbered_sample(walked, 1, n, &start, &info), FF4_RET_OK);
+            ASSERT_EQ(mp4_open_track(looked_up, 1), FF4_RET_OK);  // anew, with nothing kept
+            ASSERT_EQ(mp4_get_numbered_sample(looked_up, 1, n, &expected_start, &expected),
+                      FF4_RET_OK);
+            ASSERT_EQ(mp4_close_track(looked_up, 1), FF4_RET_OK);
+            EXPECT_EQ(start, expected_start) << n;
+            const auto all = [](const Mp4SampleInfo& i) {
+                return std::tuple(i.size, i.offset, i.duration, i.isSync, i.compositionOffset,
+                                  i.compositionSigned, i.descriptionIndex);
+            };
+            EXPECT_EQ(all(info), all(expected)) << n;
+            sum += info.size;
+        }
+        EXPECT_EQ(mp4_get_range_bytes(walked, 1, 1, count, &bytes_in_all), FF4_RET_OK);
+        EXPECT_EQ(bytes_in_all, sum);
+    }
 }
 
 TEST(Session, OpeningTwentyGigabytesReadsHeadersOnly) {
