@@ -1,5 +1,8 @@
 #include "mp4format/tables/table_build.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "mp4format/time_math.h"
 
 namespace tarn {
@@ -55,11 +58,21 @@ Mp4Result add_compositions(Mp4Host* host, Mp4TableBuild* tables, const Mp4Sample
         [&](const Mp4BuildOffsetRun& last) { return last.offset == run.composition_offset; });
 }
 
+Mp4Result add_size_entries(Mp4Host* host, Mp4TableBuild* tables, uint32_t size, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i)
+        FF4_TRY(mp4_add_entry(host, &tables->sizes, &size));
+    return FF4_RET_OK;
+}
+
+// While every size is that of the first sample there is no list.
 Mp4Result add_sizes(Mp4Host* host, Mp4TableBuild* tables, const Mp4SampleRun& run) {
     if (tables->constant_size > 0) return FF4_RET_OK;
-    for (uint32_t i = 0; i < run.count; ++i)
-        FF4_TRY(mp4_add_entry(host, &tables->sizes, &run.size));
-    return FF4_RET_OK;
+    if (tables->sample_count == 0) tables->first_size = run.size;
+    if (!tables->has_sizes && run.size != tables->first_size) {
+        FF4_TRY(add_size_entries(host, tables, tables->first_size, tables->sample_count));
+        tables->has_sizes = true;
+    }
+    return tables->has_sizes ? add_size_entries(host, tables, run.size, run.count) : FF4_RET_OK;
 }
 
 // Adds the numbers first .. first + count - 1.
@@ -173,11 +186,13 @@ void put_number(const uint32_t& value, uint8_t* to) {
     put_be32(to, value);
 }
 
-// A field of 16 or 8 bits, or of 4 with the first sample of a byte in its high half.
+// A field of 32, 16 or 8 bits, or of 4 with the first sample of a byte in its high half.
 void encode_fields(const uint32_t* from, uint32_t count, uint32_t bits, uint8_t* to) {
     for (uint32_t i = 0; i < count; ++i) {
         const auto value = static_cast<uint8_t>(from[i]);
-        if (bits == 16) {
+        if (bits == 32) {
+            put_be32(to + 4 * i, from[i]);
+        } else if (bits == 16) {
             put_be16(to + 2 * i, static_cast<uint16_t>(from[i]));
         } else if (bits == 8) {
             to[i] = value;
@@ -185,6 +200,23 @@ void encode_fields(const uint32_t* from, uint32_t count, uint32_t bits, uint8_t*
             to[i / 2] |= static_cast<uint8_t>(i % 2 == 0 ? value << 4 : value);
         }
     }
+}
+
+// The same size for all samples, as a list would be written.
+Mp4Result put_first_sizes(Mp4Sink& sink, const Mp4TableBuild& tables, uint32_t bits) {
+    uint32_t block[kTableBlockEntries];
+    std::fill(std::begin(block), std::end(block), tables.first_size);
+    Mp4ChunkBlock of_same{0, block, nullptr};
+    const auto encode = [&](const uint32_t* from, uint32_t count, uint8_t* to) {
+        encode_fields(from, count, bits, to);
+    };
+    for (uint32_t left = tables.sample_count; left > 0; left -= of_same.count) {
+        of_same.count = std::min(left, kTableBlockEntries);
+        const Mp4ChunkList list{sizeof *block, kTableBlockEntries, of_same.count, &of_same,
+                                &of_same};
+        FF4_TRY(put_entries<uint32_t>(sink, list, bits, encode));
+    }
+    return FF4_RET_OK;
 }
 
 Mp4Result needs_large_offsets(const Mp4WriteOptions& options, const Mp4ChunkList& chunks,
@@ -302,9 +334,7 @@ Mp4Result mp4_write_sizes(Mp4Sink& sink, const Mp4TableBuild& tables) {
     const bool compact = tables.field_bits > 0;
     const uint32_t bits = compact ? tables.field_bits : 32;
     const auto encode = [&](const uint32_t* from, uint32_t count, uint8_t* to) {
-        if (compact) return encode_fields(from, count, bits, to);
-        for (uint32_t i = 0; i < count; ++i)
-            put_be32(to + 4 * i, from[i]);
+        encode_fields(from, count, bits, to);
     };
     const auto body = [&](Mp4Sink& to) {
         Mp4Fields<12> head;
@@ -312,7 +342,9 @@ Mp4Result mp4_write_sizes(Mp4Sink& sink, const Mp4TableBuild& tables) {
         head.U32(compact ? tables.field_bits : tables.constant_size);
         head.U32(tables.sample_count);
         FF4_TRY(mp4_put_fields(to, head));
-        return put_entries<uint32_t>(to, tables.sizes, bits, encode);
+        if (tables.constant_size > 0) return FF4_RET_OK;
+        return tables.has_sizes ? put_entries<uint32_t>(to, tables.sizes, bits, encode)
+                                : put_first_sizes(to, tables, bits);
     };
     const uint32_t type = compact ? fourcc("stz2") : fourcc("stsz");
     return mp4_write_container(sink, type, body);

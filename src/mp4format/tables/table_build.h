@@ -43,16 +43,18 @@ struct Mp4TableBuild {
     Mp4ChunkList times;          // Mp4BuildTimeRun
     Mp4ChunkList compositions;   // Mp4BuildOffsetRun
     Mp4ChunkList chunk_runs;     // Mp4BuildChunkRun
-    Mp4ChunkList sizes;          // u32; empty where all are `constant_size`
+    Mp4ChunkList sizes;          // u32; empty where all are `constant_size`, or `first_size` so far
     Mp4ChunkList chunks;         // u64, file offsets
     Mp4ChunkList syncs;          // u32, numbers of the sync samples from 1
     uint32_t constant_size;      // bytes of every sample, or 0: each has its own
+    uint32_t first_size;         // bytes of the first sample
     uint32_t field_bits;         // 4, 8 or 16 make a 'stz2'; 0 a 'stsz'
     uint32_t sample_count;
     uint64_t duration;         // media units
     bool has_compositions;     // an offset other than 0 was seen
     bool has_negative_offset;  // asks for version 1 of 'ctts'
     bool has_syncs;            // a sample that is not sync was seen
+    bool has_sizes;            // a size other than the first was seen
     bool broken;               // a chunk was added in part: nothing right can come of this
 };
 

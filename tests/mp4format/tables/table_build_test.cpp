@@ -149,7 +149,7 @@ TEST(TableBuild, RefusesWhatIsNoChunk) {
 
     // What was added in part is never written.
     host.FailAt(HostCall::kAlloc, 1);
-    EXPECT_EQ(t.Add(0, {{2000, 1, 1, 0, true}}), FF4_RET_NOMEM);
+    EXPECT_EQ(t.Add(0, {{2000, 2, 1, 0, true}}), FF4_RET_NOMEM);
     EXPECT_EQ(t.Add(0, {one}), FF4_RET_STATE);
     EXPECT_EQ(DryRun(host, mp4_write_stbl, &t.build), FF4_RET_STATE);
 }
@@ -160,7 +160,8 @@ TEST(TableBuild, MillionsOfSamplesGrowByBlocks) {
     TestHost host;
     Tables t(host);
     host.ResetCounts();
-    const std::vector<Mp4SampleRun> chunk(kInChunk / 2, {2, 700, 1001, 0, true});
+    std::vector<Mp4SampleRun> chunk(kInChunk / 2, {2, 700, 1001, 0, true});
+    chunk[0].size = 701;  // of one size alone there would be no list
     for (uint32_t i = 0; i < kChunks; ++i)
         ASSERT_EQ(t.Add(uint64_t{i} << 24, chunk), FF4_RET_OK);
     EXPECT_EQ(host.Calls(HostCall::kAlloc), 2000u + 4) << "sizes, and a block of each other table";
