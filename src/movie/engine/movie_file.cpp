@@ -1,5 +1,7 @@
 #include "movie/engine/movie_file.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -8,6 +10,12 @@
 #include "mp4format/io.h"
 
 namespace tarn {
+namespace {
+
+constexpr uint64_t kReadAhead = 1 << 16;      // bytes
+constexpr uint64_t kMostReadAhead = 1 << 13;  // a larger sample is worth a read of its own
+
+}  // namespace
 
 MovieCode MovieFile::Open(const std::string& path) {
     MOVIE_TRY(OpenFile(path));
@@ -44,6 +52,8 @@ void MovieFile::Close() {
     if (m_session) static_cast<void>(mp4_close_read(m_host, std::exchange(m_session, nullptr)));
     mp4_free_host(std::exchange(m_host, nullptr));
     m_file.Close();
+    m_ahead = {};
+    m_readEnd = UINT64_MAX;
     m_flags = 0;
 }
 
@@ -54,9 +64,36 @@ MovieCode MovieFile::ReadBytes(uint64_t offset, uint64_t size, std::vector<uint8
     } catch (const std::bad_alloc&) {
         return movie_code(FF4_RET_NOMEM);
     }
+    if (size == 0) return kMovieOk;
+    if (ReadAhead(offset, size)) {
+        std::memcpy(bytes->data(), m_ahead.data() + (offset - m_aheadOffset), size);
+        return kMovieOk;
+    }
     uint64_t done = 0;
     const int error = m_file.ReadAt(offset, bytes->data(), size, &done);
     return error == 0 && done == size ? kMovieOk : kMovieSystem;
+}
+
+// Whether the bytes are among those read ahead, which they are from the second of a row on. A place
+// after them that can't be read is no failure yet.
+bool MovieFile::ReadAhead(uint64_t offset, uint64_t size) {
+    const bool follows = offset == m_readEnd;
+    m_readEnd = offset + size;
+    const auto held = [&] {
+        return offset >= m_aheadOffset && m_readEnd - m_aheadOffset <= m_ahead.size();
+    };
+    if (held()) return true;
+    if (!follows || size > kMostReadAhead) return false;
+    try {
+        m_ahead.resize(std::min(kReadAhead, m_size - offset));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    uint64_t done = 0;
+    m_aheadOffset = offset;
+    const int error = m_file.ReadAt(offset, m_ahead.data(), m_ahead.size(), &done);
+    m_ahead.resize(error == 0 ? done : 0);
+    return held();
 }
 
 // Why the file is no movie, as far as its beginning and its atoms tell.

@@ -44,6 +44,7 @@ public:
 
 private:
     MovieCode MakeHost();
+    bool ReadAhead(uint64_t offset, uint64_t size);
     MovieCode Opened(MovieCode code);
     Reason WhyNoMovie();
     ReasonCode DamageCode() const;
@@ -51,6 +52,10 @@ private:
     XpFile m_file;
     std::string m_path;
     uint64_t m_size = 0;
+    // Small samples lie by the thousand one after the other: what was read with the last of them.
+    std::vector<uint8_t> m_ahead;
+    uint64_t m_aheadOffset = 0;
+    uint64_t m_readEnd = UINT64_MAX;  // where the last sample ends
     Mp4Host* m_host = nullptr;
     Mp4ReadSession* m_session = nullptr;
     uint32_t m_flags = 0;

@@ -188,6 +188,13 @@ MovieCode CMP4MovieWrite::Store(const void* data, uint64_t size, const Mp4Sample
     return kMovieOk;
 }
 
+CMP4MovieWrite::Chunk& CMP4MovieWrite::StartChunk() {
+    m_chunk.offset = m_chunk.bytes = m_chunk.duration = 0;
+    m_chunk.description = 0;
+    m_chunk.runs.clear();
+    return m_chunk;
+}
+
 MovieCode CMP4MovieWrite::AddChunk(WrittenTrack* track, const Chunk& chunk) {
     if (chunk.runs.empty()) return kMovieOk;
     const Mp4NewChunk added{chunk.offset, chunk.description, chunk.runs.data(),
@@ -210,8 +217,8 @@ bool CMP4MovieWrite::IsChunkFull(const Chunk& chunk) const {
 }
 
 MovieCode CMP4MovieWrite::WriteVideoChunk(bool* ended) {
-    Chunk chunk;
-    CReadBuffer sample;
+    Chunk& chunk = StartChunk();
+    CReadBuffer& sample = m_picture;
     ReadSampleInfo info;
     *ended = false;
     for (;;) {
@@ -254,7 +261,7 @@ uint64_t CMP4MovieWrite::SoundTarget(bool final) const {
 }
 
 MovieCode CMP4MovieWrite::WriteAudioChunk(bool final) {
-    Chunk chunk;
+    Chunk& chunk = StartChunk();
     uint64_t left = SoundTarget(final);
     MovieCode code = kMovieOk;
     while (left > 0 && code == kMovieOk) {

@@ -110,6 +110,7 @@ private:
     MovieCode AddMetadata();
     MovieCode DescribeSound();
     MovieCode AddTrack(const MovieTrackInfo& source, uint32_t handler, WrittenTrack* track);
+    Chunk& StartChunk();
     MovieCode WriteVideoChunk(bool* ended);
     MovieCode WriteAudioChunk(bool final);
     MovieCode FinishSound(Chunk* chunk);
@@ -140,6 +141,9 @@ private:
     Mp4Host* m_host = nullptr;
     Mp4WriteSession* m_session = nullptr;
     WrittenTrack m_video, m_audio;
+    // For one round, here so that their memory is used again.
+    Chunk m_chunk;
+    CReadBuffer m_picture;
     uint64_t m_dataOffset = 0, m_dataWritten = 0, m_fileBytes = 0, m_total = 0;
     uint64_t m_soundTaken = 0;    // of the source's sound, media units
     uint64_t m_soundSamples = 0;  // the same in samples

@@ -19,6 +19,7 @@ namespace {
 
 constexpr uint64_t kProgressEvery = 10;    // rounds
 constexpr uint64_t kPicturesPerStep = 32;  // of reading back
+constexpr uint64_t kLookAtSource = 16;     // rounds; also after the last
 
 uint32_t clamp32(uint64_t value) {
     return static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
@@ -129,10 +130,11 @@ MovieCode Saving::Run(Writer& writer, const AMPEffectSettings& effects) {
     writer.SetEffects(effects);
     MovieCode code = writer.Open(m_reader);
     if (code == kMovieOk) MOVIE_TRY(CheckRoom(writer.MostBytes()));
-    while (code == kMovieOk) {
+    for (uint64_t round = 0; code == kMovieOk; ++round) {
         if (!m_progress->OnStep(writer.Done(), writer.Total())) return Cancelled();
         code = writer.WriteNext();
-        if (SourceChanged()) code = kMovieChanged;
+        if ((code != kMovieOk || round % kLookAtSource == 0) && SourceChanged())
+            code = kMovieChanged;
     }
     if (code == kMovieDone) code = writer.Finish();
     if (code == kMovieOk && m_segment.verify && writer.Video().samples > 0)
