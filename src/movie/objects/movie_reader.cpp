@@ -218,6 +218,22 @@ MovieCode CMP4MovieRead::SelectRange(uint64_t* inMs, uint64_t* outMs, bool atEnd
     return kMovieOk;
 }
 
+bool CMP4MovieRead::SelectsOverlap() {
+    const uint64_t length = Session()->file_size;
+    if (m_range.video.bytes + m_range.audio.bytes <= length) return false;
+    uint64_t bytes = 0;
+    for (const TrackCursor& cursor : {m_video, m_audio}) {
+        for (uint32_t n = cursor.currentSample; n < cursor.endSample && bytes <= length; ++n) {
+            Mp4SampleInfo sample{};
+            // Broken tables are told where the samples are read.
+            if (FindSample(cursor.trackNumber, n, &sample) != kMovieOk) return false;
+            const bool whole = sample.offset <= length && sample.size <= length - sample.offset;
+            bytes += whole ? sample.size : 0;
+        }
+    }
+    return bytes > length;
+}
+
 MovieCode CMP4MovieRead::FindSample(uint32_t track, uint32_t number, Mp4SampleInfo* sample) {
     uint64_t start = 0;
     return Told(movie_code(mp4_get_numbered_sample(Session(), track, number, &start, sample)));

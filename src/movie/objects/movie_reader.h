@@ -121,6 +121,10 @@ public:
         return track == Track::kVideo ? m_video : m_audio;
     }
 
+    // Whether the samples of the selection that lie in the file have more bytes than it: then they
+    // lie over each other, and a small file could be saved to a giant one.
+    bool SelectsOverlap();
+
     // The next sample of a cursor's track, and the cursor one on. kMovieEndOfSamples after the
     // track's last one, FF4_RET_FORMAT for a sample that reaches past the end of the file, unless
     // the options take such sound as missing. `info` is filled as soon as the sample is found, also

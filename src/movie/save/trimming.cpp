@@ -262,6 +262,9 @@ MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4M
     const bool at_end = duration <= segment.outMs;
     if (const MovieCode code = movie->SelectRange(&in, &out, at_end); code != kMovieOk)
         return fail(code, movie->GetReason());
+    if (movie->SelectsOverlap())
+        return fail(movie_code(FF4_RET_FORMAT),
+                    {ReasonCode::kSamplesOverlap, ReasonSide::kSource, segment.source, {}});
     saved->actualInMs = segment.options.exact ? movie->GetRange().exactInMs : in;
     saved->actualOutMs = out;
     tell_missing(*movie, saved);

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "movie/save/sound_treatment.h"
+#include "mp4format/bytes.h"
 #include "support/failing_reads.h"
 #include "support/movie_builder.h"
 #include "support/temp_dir.h"
@@ -36,6 +37,17 @@ std::string patched(const std::string& name, const std::string& after, const std
     const size_t at = bytes.find(from, bytes.rfind(after));
     EXPECT_NE(at, std::string::npos);
     return bytes.replace(at, from.size(), to);
+}
+
+// One whose pictures lie over each other: each is a quarter of the file.
+std::string overlapping() {
+    std::string bytes = clip("cam_texts");
+    const auto size = static_cast<uint32_t>(bytes.size() / 4);
+    const auto* raw = reinterpret_cast<const uint8_t*>(bytes.data());
+    size_t at = bytes.find("stsz") + 16;
+    for (uint32_t left = get_be32(raw + at - 4); left > 0; --left, at += 4)
+        put_be32(reinterpret_cast<uint8_t*>(bytes.data()) + at, size);
+    return bytes;
 }
 
 const std::string kCamera = "cam_avc_2997_g12_b2_3s";
@@ -698,6 +710,7 @@ TEST(Trimming, WhatCannotBeSavedIsNamedAndNotLeftOut) {
         {kSoundConfiguration, patched(texts, "esds", "\x11\x90"s, "\x01\x90"s), {}},
         {kNoSound, clip("../playback/picture_alone"), {}, 0, 900, "out.wav"},
         {kNoTimescale, patched(texts, "mvhd", "\0\1\x5F\x90"s, "\0\0\0\0"s), {}},
+        {kSamplesOverlap, overlapping(), {}},
         {kInPastEnd, clip(texts), {ReasonTime{2005}}, 5000, 9000},
         {kOutBeforeIn, clip(texts), {}, 1500, 1000},
     };
