@@ -13,6 +13,8 @@ namespace {
 
 // Eight channels at 6144 bits fill 6 KiB; ten times that is no AAC frame.
 constexpr uint32_t kLargestFrame = 1 << 16;
+// No channel element is shorter. Less is not worth the library's while: a file may hold millions.
+constexpr uint32_t kSmallestFrame = 3;
 constexpr uint32_t kLargestConfig = 1 << 12;
 constexpr int32_t kMostChannels = 8;
 constexpr int32_t kLongestFrame = 2048;  // with band replication
@@ -217,6 +219,9 @@ Status AACDecoder::GetFrame(MediaData* in, MediaData* out) {
         sample = sample.first(length);
     }
     if (sample.size() > kLargestFrame) return DropInput(in, kStatusOutOfRange);
+
+    if (sample.size() < kSmallestFrame)
+        return DropInput(in, AacFrameHasSound(sample) ? kStatusBadParameter : kStatusNoData);
 
     Status status = state->Decode(sample);
     if (status == kStatusOk) {
