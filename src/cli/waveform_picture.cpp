@@ -107,7 +107,7 @@ void draw_grid(Canvas* canvas, uint32_t lane_width, double seconds) {
 // The channel's course between two places, in points. Between two points it is a straight line.
 class Course {
 public:
-    explicit Course(const std::vector<int8_t>& points) : m_points(points) {}
+    explicit Course(const WaveformRow& points) : m_points(points) {}
 
     struct Span {
         double largest, smallest, loudness;  // -1 to 1; loudness is the root of the mean square
@@ -134,11 +134,10 @@ private:
         const double part = place - static_cast<double>(i);
         return Point(i) * (1 - part) + Point(i + 1) * part;
     }
-    const std::vector<int8_t>& m_points;
+    const WaveformRow& m_points;
 };
 
-void draw_channel(Canvas* canvas, uint32_t top, uint32_t lane_width,
-                  const std::vector<int8_t>& points) {
+void draw_channel(Canvas* canvas, uint32_t top, uint32_t lane_width, const WaveformRow& points) {
     constexpr double kThinnest = 0.5;     // half of a line in silence, pixels
     constexpr double kCentreCover = 0.4;  // of the centre line over the sound
     const double centre = top + kLaneHeight / 2.0;

@@ -30,8 +30,8 @@ std::unique_ptr<PeakSource> PeakSource::Create(WFFileReader* reader, int32_t col
     return peaks;
 }
 
-const std::vector<int8_t>& PeakSource::GetPoints(int channel) const {
-    const std::vector<int8_t>& treated = m_treated[Row(channel)];
+const WaveformRow& PeakSource::GetPoints(int channel) const {
+    const WaveformRow& treated = m_treated[Row(channel)];
     return treated.empty() ? m_raw[Row(channel)] : treated;
 }
 
@@ -39,14 +39,19 @@ const std::vector<int8_t>& PeakSource::GetPoints(int channel) const {
 // columns give columns of 0. Intended.
 void PeakSource::BuildColumns(size_t columnCount) {
     for (const int channel : {0, 1}) {
-        const std::vector<int8_t>& points = GetPoints(channel);
+        const WaveformRow& points = GetPoints(channel);
         std::vector<PeakPair>& columns = m_columns[Row(channel)];
         columns.assign(columnCount, {});
         for (size_t k = 0; k < columnCount; ++k) {
             const size_t first = k * points.size() / columnCount;
             const size_t end = std::min(first + points.size() / columnCount, points.size());
-            for (size_t i = first; i < end; ++i)
-                widen(&columns[k], points[i]);
+            int8_t largest = 0, smallest = 0;  // apart, so that many points are taken at once
+            for (size_t i = first; i < end; ++i) {
+                const int8_t point = points[i];
+                largest = point > largest ? point : largest;
+                smallest = point < smallest ? point : smallest;
+            }
+            columns[k] = {largest, smallest};
         }
     }
 }
@@ -67,7 +72,7 @@ void PeakSource::ApplyEffects(const AMPEffectSettings& settings) {
 }
 
 bool PeakSource::ReadPeaks(int channel, PeakPair* pairs, int32_t count, int32_t startMs) const {
-    const std::vector<int8_t>& points = GetPoints(channel);
+    const WaveformRow& points = GetPoints(channel);
     const auto end = static_cast<int64_t>(points.size());
     int64_t position = int64_t{PointsPerSecond()} * startMs / 1000;
     for (int32_t k = 0; k < count; ++k) {

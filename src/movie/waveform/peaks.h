@@ -41,9 +41,9 @@ public:
     const PeakPair* GetColumns(int channel) const { return m_columns[Row(channel)].data(); }
     int32_t GetColumnCount() const { return static_cast<int32_t>(m_columns[0].size()); }
     uint32_t GetCount() const { return static_cast<uint32_t>(m_raw[0].size()); }
-    const std::vector<int8_t>& GetRaw(int channel) const { return m_raw[Row(channel)]; }
+    const WaveformRow& GetRaw(int channel) const { return m_raw[Row(channel)]; }
     // The treated points where there are some, else the raw ones.
-    const std::vector<int8_t>& GetPoints(int channel) const;
+    const WaveformRow& GetPoints(int channel) const;
 
     // The largest magnitude of the raw points of both channels, as AMPPeakMeter has it: -128 where
     // such a point is the last of all.
@@ -60,7 +60,7 @@ private:
 
     static constexpr uint32_t kScale = 140, kPointsPerRead = 8;
 
-    std::vector<int8_t> m_raw[2], m_treated[2];  // the second empty until effects are applied
+    WaveformRow m_raw[2], m_treated[2];  // the second empty until effects are applied
     std::vector<PeakPair> m_columns[2];
     Reason m_reason;
 };

@@ -31,8 +31,8 @@ bool WFWaveReader::Open(const std::string& path, uint32_t pointsPerSecond) {
 Reason WFWaveReader::ReadPoints(XpFile* file, const WaveHeader& header, uint32_t pointsPerSecond) {
     AMPWavePoints points(file, header, pointsPerSecond);
     const uint64_t count = points.Count();
-    m_points.left.assign(count, 0);
-    m_points.right.assign(count, 0);
+    m_points.left = WaveformRow(count);
+    m_points.right = WaveformRow(count);
 
     for (size_t at = 0; at < count; ++at) {
         if (!points.Next(&m_points.left[at], &m_points.right[at])) break;

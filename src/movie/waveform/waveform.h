@@ -8,16 +8,16 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "base/reason.h"
 #include "movie/objects/movie_reader.h"
+#include "movie/waveform/waveform_row.h"
 
 namespace tarn {
 
 // The rows of both channels; equally long, and 0 where nothing could be read.
 struct WaveformPoints {
-    std::vector<int8_t> left, right;
+    WaveformRow left, right;
 };
 
 // How reading went. Whatever happened, the points are valid.

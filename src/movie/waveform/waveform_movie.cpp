@@ -119,8 +119,8 @@ bool MovieWaveform::MakeRows(uint32_t pointsPerSecond) {
     }
     uint64_t count = std::min(scale(track.duration, pointsPerSecond, track.timescale), most);
     count = std::min<uint64_t>(count, UINT32_MAX);
-    points.left.assign(count, 0);
-    points.right.assign(count, 0);
+    points.left = WaveformRow(count);
+    points.right = WaveformRow(count);
     return true;
 }
 
@@ -133,6 +133,7 @@ bool MovieWaveform::ReadAac(WaveformPicker* picker) {
     CReadBuffer sample;
     ReadSampleInfo info;
     TrackCursor cursor{track.trackNumber};
+    uint64_t left = m_movie->Session()->file_size;  // bytes: more is not there but once
     while (!picker->Full()) {
         if (!picker->Report()) return Cancelled();
         const uint64_t time = cursor.currentTime;
@@ -140,6 +141,8 @@ bool MovieWaveform::ReadAac(WaveformPicker* picker) {
             return StopAt(time, Why(ReasonCode::kSoundEndsEarly));
         if (m_movie->ReadSample(&cursor, &sample, &info) != kMovieOk)
             return StopAt(time, m_movie->GetReason());
+        if (sample.size() > left) return StopAt(time, Why(ReasonCode::kSamplesOverlap));
+        left -= sample.size();
         std::span<const int16_t> pcm;
         const UMC::Status status = sound.Decode(&sample, &pcm);
         if (status == UMC::kStatusNoMemory) throw std::bad_alloc();

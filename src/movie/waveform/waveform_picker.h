@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "movie/waveform/waveform.h"
+#include "mp4format/time_math.h"
 
 namespace tarn {
 
@@ -19,14 +20,20 @@ public:
     // The frame of the next point. 64 bits hold the product of any two figures.
     uint64_t NextFrame() const { return uint64_t{m_point} * m_rate / m_pointsPerSecond; }
     void Put(int8_t left, int8_t right) {
-        m_rows->left[m_point] = left;
-        m_rows->right[m_point] = right;
+        if (left != 0) m_rows->left[m_point] = left;  // memory for silence is not asked for
+        if (right != 0) m_rows->right[m_point] = right;
         ++m_point;
     }
     // Leaves the points before `frame` at 0.
     void SkipTo(uint64_t frame) {
-        while (!Full() && NextFrame() < frame)
-            ++m_point;
+        const uint64_t point = mp4_mul_div_or(frame, m_pointsPerSecond, m_rate, UINT64_MAX);
+        const uint64_t count = m_rows->left.size();
+        if (point >= count) {
+            m_point = static_cast<uint32_t>(count);
+        } else if (point > m_point) {
+            m_point = static_cast<uint32_t>(point);
+        }
+        if (!Full() && NextFrame() < frame) ++m_point;
     }
     // False when reading is to stop. Cheap enough for every sample.
     bool Report() {

@@ -8,7 +8,7 @@
 namespace tarn {
 namespace {
 
-using Row = std::vector<int8_t>;
+using Row = WaveformRow;
 using Pairs = std::vector<PeakPair>;
 
 std::unique_ptr<PeakSource> Peaks(const Row& left, const Row& right, int32_t columns) {

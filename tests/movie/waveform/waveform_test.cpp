@@ -16,7 +16,7 @@
 namespace tarn {
 namespace {
 
-using Row = std::vector<int8_t>;
+using Row = WaveformRow;
 
 // The waveform of a movie whose sound samples hold the given bytes, laid end to end.
 struct Waveform {
