@@ -1,15 +1,8 @@
 #include "effects/wave_peak.h"
 
-#include <cstdlib>
-
 #include "effects/wave_points.h"
 
 namespace tarn {
-
-void AMPPeakMeter::Add(int8_t point) {
-    const int size = std::abs(int{point});
-    if (size > m_maximum) m_maximum = static_cast<int8_t>(size);
-}
 
 Reason AMPMeasureWavePeak(AMPWaveSource* source, float* peak, const AMPPeakProgress& progress) {
     constexpr uint64_t kProgressStep = 1 << 12;  // points

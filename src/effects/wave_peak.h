@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 
 #include "effects/wave_file.h"
@@ -19,7 +20,11 @@ constexpr uint32_t kOverviewRate = 1120;
 // point replaces. Intended. Feed the right channel's point before the left one's.
 class AMPPeakMeter {
 public:
-    void Add(int8_t point);
+    // Here, as there are millions of them.
+    void Add(int8_t point) {
+        const int size = std::abs(int{point});
+        if (size > m_maximum) m_maximum = static_cast<int8_t>(size);
+    }
     int8_t Maximum() const { return m_maximum; }
     float Peak() const { return static_cast<float>(m_maximum) / 128.0f; }  // -1 to 127 / 128
 

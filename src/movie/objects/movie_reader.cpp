@@ -56,7 +56,11 @@ MovieCode CMP4MovieInput::LoadAll(Loading loading) {
 }
 
 MovieCode CMP4MovieInput::Told(MovieCode code) {
-    m_reason = code == kMovieOk ? Reason{} : m_engine.file.ReasonFor(code);
+    if (code != kMovieOk) {
+        m_reason = m_engine.file.ReasonFor(code);
+    } else if (m_reason) {
+        m_reason = {};
+    }
     return code;
 }
 

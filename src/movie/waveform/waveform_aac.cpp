@@ -34,7 +34,7 @@ UMC::Status AacSound::Decode(CReadBuffer* sample, std::span<const int16_t>* pcm)
     *pcm = {};
     const UMC::Status status = sample->data.empty() ? UMC::kStatusNoData : Give(sample);
     if (status == UMC::kStatusNoData) {
-        m_silence.assign(size_t{Channels()} * m_frameLength, 0);
+        m_silence.resize(size_t{Channels()} * m_frameLength);  // nobody writes there
         *pcm = m_silence;
         return UMC::kStatusOk;
     }

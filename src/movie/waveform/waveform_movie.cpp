@@ -148,6 +148,7 @@ bool MovieWaveform::ReadAac(WaveformPicker* picker) {
         if (status == UMC::kStatusNoMemory) throw std::bad_alloc();
         if (status != UMC::kStatusOk && !m_movie->GetReadOptions().silenceDamage)
             return StopAt(time, Why(ReasonCode::kSoundBroken));
+        if (sample.data.empty()) pcm = {};  // the points are 0 already
         picker->SetRate(sound.Rate());
         pick(pcm, sound.Channels(), frame_at(time, sound.Rate(), track.timescale),
              frame_at(cursor.currentTime, sound.Rate(), track.timescale), picker);

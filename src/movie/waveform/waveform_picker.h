@@ -26,6 +26,7 @@ public:
     }
     // Leaves the points before `frame` at 0.
     void SkipTo(uint64_t frame) {
+        if (Full() || NextFrame() >= frame) return;
         const uint64_t point = mp4_mul_div_or(frame, m_pointsPerSecond, m_rate, UINT64_MAX);
         const uint64_t count = m_rows->left.size();
         if (point >= count) {
