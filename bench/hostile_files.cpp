@@ -8,8 +8,8 @@
 namespace tarn {
 namespace {
 
-constexpr size_t kMost = kHostileBytes - 8192;  // what is left beside the ordinary parts
-constexpr uint32_t kMediaAt = 32;               // behind 'ftyp' and the head of 'mdat'
+constexpr size_t kMost = kHostileBytes - 16384;  // what is left beside the ordinary parts
+constexpr uint32_t kMediaAt = 32;                // behind 'ftyp' and the head of 'mdat'
 constexpr uint32_t kMedia = 4096;
 
 Bytes repeat(const Bytes& piece, size_t count) {
@@ -74,7 +74,8 @@ Bytes movie(const Bytes& tracks, const Bytes& extra = {}, size_t media = kMedia)
 // One of the tracks in place of its ordinary form.
 Bytes with(const Parts& parts, size_t media = kMedia) {
     const Bytes other = parts.handler.value == fourcc("soun") ? Parts{}.Trak() : sound().Trak();
-    return movie(Join(parts.Trak(), other), {}, media);
+    // With room for both: more than the file has would not be saved at all.
+    return movie(Join(parts.Trak(), other), {}, media + kMedia);
 }
 
 // --- lists
