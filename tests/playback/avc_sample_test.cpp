@@ -19,7 +19,7 @@ TEST(AvcSample, TellsWhatNoOtherPictureNeeds) {
         {"a P picture", {0, 0, 0, 2, 0x41, 9}, 4, false},
         {"two fields, one is needed", {1, 0x01, 1, 0x21}, 1, false},
         {"parameters for later pictures", {1, 0x67, 1, 0x01}, 1, false},
-        {"no slice at all", {1, 0x09}, 1, false},
+        {"no slice at all", {1, 0x09, 1, 0x11}, 1, false},
         {"nothing", {}, 4, false},
         {"a unit past the end", {0, 0, 0, 9, 0x01}, 4, false},
         {"an empty unit", {0, 0, 0, 0, 0, 0, 0, 1, 0x01}, 4, false},
