@@ -1,8 +1,8 @@
 // dshow_helper.h - a graph and its control: what the player and the frame extractor are built on.
 //
-// Main thread only. The graph's own threads call nothing here but the notification's posting. No
-// call waits for a medium: what may take long is made by a thread of the graph's own, and a graph
-// that can't be stopped any more is left behind.
+// Main thread only. The graph's own threads call nothing here but the notification's posting. But
+// for opening no call waits for a medium: what may take long is made by a thread of the graph's
+// own, and a graph that can't be stopped any more is left behind.
 #pragma once
 
 #include <cstdint>

@@ -1,9 +1,12 @@
 #include "playback/movie_graph.h"
 
+#include <memory>
 #include <string_view>
+#include <utility>
 
 #include "playback/picture_turn.h"
-#include "playback/wave_facts.h"
+#include "playback/track_source.h"
+#include "playback/wave_feed.h"
 
 namespace tarn {
 namespace {
@@ -38,16 +41,6 @@ Reason turn(GstElement* graph, int turn, GstPadPtr* out) {
     return {};
 }
 
-// A bin with the file and its parser; the file is its element "file".
-GstElementPtr make_wave_source() {
-    GstElementPtr bin = MakeBin(kWaveSourceName);
-    GstElement* file = AddElement(bin.get(), "filesrc", "file");
-    GstElement* parser = AddElement(bin.get(), "wavparse");
-    const bool made = file && parser && gst_element_link(file, parser) &&
-                      AddGhostPad(bin.get(), parser, "src", kAudioPin);
-    return made ? std::move(bin) : nullptr;
-}
-
 }  // namespace
 
 Reason AddMovieSource(GstElement* graph, const std::string& path, SourceTracks tracks,
@@ -76,15 +69,19 @@ Reason AddMovieSource(GstElement* graph, const std::string& path, SourceTracks t
 }
 
 Reason AddWaveSource(GstElement* graph, const std::string& path, DecodedPins* pins) {
-    if (Reason reason = ReadWaveFacts(path, &pins->duration, &pins->soundRate)) return reason;
-    GstElementPtr source(gst_bin_get_by_name(GST_BIN(graph), kWaveSourceName));
-    const bool is_new = source == nullptr;
-    if (is_new) source = make_wave_source();
-    if (!source || (is_new && !gst_bin_add(GST_BIN(graph), source.get())))
-        return MissingPart("filesrc, wavparse");
-    const GstElementPtr file(gst_bin_get_by_name(GST_BIN(source.get()), "file"));
-    g_object_set(file.get(), "location", path.c_str(), nullptr);
-    if (!is_new) return {};
+    auto feed = std::make_unique<WaveFeed>();
+    if (Reason reason = feed->Open(path)) return reason;
+    pins->duration = feed->DurationNs() / 100;
+    pins->soundRate = feed->Rate();
+    const GstElementPtr old(gst_bin_get_by_name(GST_BIN(graph), kWaveSourceName));
+    if (old) {
+        const GstElementPtr track(gst_bin_get_by_name(GST_BIN(old.get()), kAudioPin));
+        ReplaceFeed(track.get(), std::move(feed));
+        return {};
+    }
+    const GstElementPtr source = MakeBin(kWaveSourceName);
+    if (Reason reason = AddFeed(source.get(), std::move(feed), kAudioPin)) return reason;
+    if (!gst_bin_add(GST_BIN(graph), source.get())) return MissingPart("bin");
     const GstCapsPtr raw(gst_caps_new_empty_simple("audio/x-raw"));
     Reason reason;
     connect(graph, source.get(), kAudioPin, MakeAudioDecoder(raw.get(), &reason), &pins->audio,

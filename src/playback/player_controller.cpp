@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/xp_path.h"
+#include "base/xp_file.h"
+#include "effects/wave_header.h"
 #include "playback/audio_renderer.h"
 #include "playback/graph_worker.h"
 #include "playback/movie_graph.h"
@@ -26,9 +27,11 @@ HRESULT PlayerController::Open(const std::string& path, INotifyWindow* notifyWin
                                uint32_t notifyMessage, intptr_t notifyParam,
                                IVideoWindow* videoWindow, const VideoRect* videoRect) {
     ReleaseGraph();
-    const bool movie = XpPath::HasExtension(path, ".mp4");
+    bool wave = false;
+    XpFile file;
+    if (const Reason reason = OpenAndLookForWave(path, &file, &wave)) return Fail(E_FAIL, reason);
     HRESULT result = CreateGraph();
-    if (!Failed(result)) result = RenderFile(path, movie);
+    if (!Failed(result)) result = RenderFile(path, !wave);
     if (!Failed(result) && videoWindow && m_pRenderer)
         result = SetVideoWindow(videoWindow, videoRect);
     if (Failed(result)) {

@@ -40,7 +40,10 @@ public:
 
     // Takes another clip; one that is open is let go first, and with it its place, its volume and
     // what the sound effect was told: the caller gives them to the new one. Windows may be null and
-    // come later. After a failure there is no graph, and GetReason says why.
+    // come later. After a failure there is no graph, and GetReason says why. What is in the file
+    // decides how it is played, not its name. The one call that reads in the caller's thread: a
+    // medium that never answers holds it. Who can't wait has TarnPlayerController::CheckMovieFile
+    // look first, in a thread that can be left behind.
     virtual HRESULT Open(const std::string& path, INotifyWindow* notifyWindow,
                          uint32_t notifyMessage, intptr_t notifyParam, IVideoWindow* videoWindow,
                          const VideoRect* videoRect);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "base/xp_path.h"
 #include "movie/objects/movie_reader.h"
 
 namespace tarn {
@@ -15,7 +14,6 @@ int32_t to_ms(uint64_t ms) {
 }  // namespace
 
 ClipPoints FindSavePoints(const std::string& path, const ClipPoints& asked) {
-    if (!XpPath::HasExtension(path, ".mp4")) return asked;
     CMP4MovieRead movie;
     movie.SetPath(path);
     if (movie.Open() != kMovieOk) return asked;

@@ -4,6 +4,7 @@
 
 #include "movie/engine/tracks.h"
 #include "playback/picture_turn.h"
+#include "playback/track_feed.h"
 #include "playback/track_source.h"
 
 namespace tarn {
@@ -12,18 +13,6 @@ namespace {
 // Compressed samples read ahead of the decoder: a slow card must not be heard.
 constexpr guint kAheadBytes = 16 << 20;
 constexpr guint64 kAheadTime = 2 * GST_SECOND;
-
-// Puts a source and its queue into the bin and shows them as its pad.
-Reason add_source(GstElement* bin, std::unique_ptr<TrackFeed> feed, const char* pin) {
-    const GstElementPtr source = MakeTrackSource(std::move(feed));
-    GstElement* queue = AddElement(bin, "queue");
-    if (!source || !queue || !gst_bin_add(GST_BIN(bin), source.get())) return MissingPart("queue");
-    g_object_set(queue, "max-size-buffers", 0u, "max-size-bytes", kAheadBytes, "max-size-time",
-                 kAheadTime, nullptr);
-    if (!gst_element_link(source.get(), queue) || !AddGhostPad(bin, queue, "src", pin))
-        return MissingPart("queue");
-    return {};
-}
 
 int turn_of(const TrackFeed& feed) {
     Mp4TrackHeaderInfo header{};
@@ -38,19 +27,31 @@ bool add_track(GstElement* bin, const std::string& path, TrackFeed::Kind kind, G
     auto feed = std::make_unique<TrackFeed>();
     *reason = feed->Open(path, kind);
     if (*reason) return reason->code == TrackFeed::NoTrack(kind);
-    GstCapsPtr form = MakeTrackCaps(*feed, 0);
+    GstCapsPtr form = feed->Caps(0);
     if (!form) {
         *reason = {ReasonCode::kNoPlugin, ReasonSide::kSource, path, {ReasonAtom{feed->Format()}}};
         return true;
     }
     if (turn) *turn = turn_of(*feed);
     const char* pin = kind == TrackFeed::Kind::kVideo ? kVideoPin : kAudioPin;
-    *reason = add_source(bin, std::move(feed), pin);
+    *reason = AddFeed(bin, std::move(feed), pin);
     if (!*reason) *caps = std::move(form);
     return !*reason;
 }
 
 }  // namespace
+
+Reason AddFeed(GstElement* bin, std::unique_ptr<SampleFeed> feed, const char* pin) {
+    const GstElementPtr source = MakeTrackSource(std::move(feed));
+    GstElement* queue = AddElement(bin, "queue");
+    if (source) gst_object_set_name(GST_OBJECT(source.get()), pin);
+    if (!source || !queue || !gst_bin_add(GST_BIN(bin), source.get())) return MissingPart("queue");
+    g_object_set(queue, "max-size-buffers", 0u, "max-size-bytes", kAheadBytes, "max-size-time",
+                 kAheadTime, nullptr);
+    if (!gst_element_link(source.get(), queue) || !AddGhostPad(bin, queue, "src", pin))
+        return MissingPart("queue");
+    return {};
+}
 
 GstElementPtr MakeSourceSplitter(const std::string& path, SourceTracks tracks, SourcePins* pins,
                                  Reason* reason) {

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <climits>
 
+#include "base/xp_file.h"
 #include "base/xp_path.h"
+#include "effects/wave_header.h"
 #include "playback/audio_renderer.h"
 #include "playback/graph_worker.h"
 #include "playback/movie_graph.h"
@@ -19,10 +21,13 @@ public:
     Reason Build(const std::string& path) {
         if (Failed(CreateGraph())) return GetReason();
         DecodedPins pins;
-        const Reason reason =
-            XpPath::HasExtension(path, ".mp4")
-                ? AddMovieSource(m_pGraph, path, SourceTracks::kAll, DecoderMode::kSoftware, &pins)
-                : AddWaveSource(m_pGraph, path, &pins);
+        bool wave = false;
+        XpFile file;
+        Reason reason = OpenAndLookForWave(path, &file, &wave);
+        if (!reason && wave) reason = AddWaveSource(m_pGraph, path, &pins);
+        if (!reason && !wave)
+            reason =
+                AddMovieSource(m_pGraph, path, SourceTracks::kAll, DecoderMode::kSoftware, &pins);
         if (reason) return reason;
         // Of the sinks, those that need neither a device nor a display.
         static constexpr VideoRendererForm kPainted[] = {VideoRendererForm::CVMR7};
@@ -58,14 +63,13 @@ HRESULT TarnPlayerController::Open(const std::string& path, bool withSound,
                                    intptr_t notifyParam, IVideoWindow* videoWindow,
                                    const VideoRect* videoRect, bool strict) {
     ReleaseGraph();
-    const bool movie = XpPath::HasExtension(path, ".mp4");
-    if (!movie && !XpPath::HasExtension(path, ".wav"))
+    if (!XpPath::HasExtension(path, ".mp4") && !XpPath::HasExtension(path, ".wav"))
         return Fail(E_INVALIDARG, {ReasonCode::kNotMovieOrWave, ReasonSide::kSource, path, {}});
     Reason reason;
     if (strict && tarn::CheckMovieFile(path, true, nullptr, &reason) != kFileUsable)
         return Fail(E_FAIL, reason);
     const HRESULT result = PlayerController::Open(path, notifyWindow, notifyMessage, notifyParam,
-                                                  movie ? videoWindow : nullptr, videoRect);
+                                                  videoWindow, videoRect);
     if (Failed(result) || !withSound) return result;
     // A clip that has no sound, or one that can't be treated, plays as it is.
     if (Failed(InsertSoundFilter())) return Fail(S_OK, {});

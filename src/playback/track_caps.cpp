@@ -5,7 +5,7 @@
 #include "movie/umc/aac_config.h"
 #include "mp4format/bytes.h"
 #include "mp4format/host.h"
-#include "playback/track_source.h"
+#include "playback/track_feed.h"
 
 namespace tarn {
 namespace {
@@ -124,10 +124,10 @@ GstCapsPtr audio_caps(const CAudioSampleDescriptionInfo& sound) {
 
 }  // namespace
 
-GstCapsPtr MakeTrackCaps(const TrackFeed& feed, uint32_t index) {
-    if (feed.TrackKind() == TrackFeed::Kind::kVideo)
-        return index < feed.Video().size() ? video_caps(feed, feed.Video()[index]) : nullptr;
-    return index < feed.Audio().size() ? audio_caps(feed.Audio()[index]) : nullptr;
+GstCapsPtr TrackFeed::Caps(uint32_t index) const {
+    if (m_kind == Kind::kVideo)
+        return index < m_video.size() ? video_caps(*this, m_video[index]) : nullptr;
+    return index < m_audio.size() ? audio_caps(m_audio[index]) : nullptr;
 }
 
 }  // namespace tarn

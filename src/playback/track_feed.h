@@ -15,20 +15,11 @@
 #include "movie/engine/samples.h"
 #include "movie/facts/clip_session.h"
 #include "movie/objects/movie_info.h"
+#include "playback/sample_feed.h"
 
 namespace tarn {
 
-struct FeedSample {
-    std::vector<uint8_t> data;
-    int64_t shown = 0, decoded = 0;  // when
-    // Of a picture, until the next one is shown. Sound lasts as long as what is decoded from it.
-    int64_t duration = 0;
-    bool isSync = false;
-    uint32_t number = 0;       // 1-based
-    uint32_t description = 0;  // position in the list of descriptions, from 0
-};
-
-class TrackFeed {
+class TrackFeed : public SampleFeed {
 public:
     enum class Kind { kVideo, kAudio };
 
@@ -47,17 +38,15 @@ public:
     bool IsPcm() const;       // sound that needs no decoder
     // Pictures a second, as a fraction of the track's length; 0 / 1 when it can't be told.
     void GetFrameRate(uint32_t* numerator, uint32_t* denominator) const;
-    int64_t DurationNs() const { return m_movieEnd; }  // of the movie
+    int64_t DurationNs() const override { return m_movieEnd; }  // of the movie
+    GstCapsPtr Caps(uint32_t description) const override;
+    bool IsCodedSound() const override { return m_kind == Kind::kAudio && !IsPcm(); }
 
-    // Goes to where decoding has to begin so that what is shown at `time` comes out whole: the
-    // sync sample before a picture, a few samples before a sound. `end`: nothing that is decoded
-    // and shown at or after it is given.
-    MovieCode SeekTo(int64_t time, int64_t end);
+    // To the sync sample before a picture, a few samples before a sound.
+    MovieCode SeekTo(int64_t time, int64_t end) override;
     // On the way to the place that was sought, pictures that no other one needs are left out.
-    // kMovieEndOfSamples at the end.
-    MovieCode Next(FeedSample* sample);
-    // Why SeekTo or Next failed with that code.
-    Reason ReasonOf(MovieCode code);
+    MovieCode Next(FeedSample* sample) override;
+    Reason ReasonOf(MovieCode code) override;
 
 private:
     // A sample in the neighbourhood of the next one.

@@ -10,7 +10,7 @@ namespace tarn {
 namespace {
 
 struct SourceState {
-    std::unique_ptr<TrackFeed> feed;
+    std::unique_ptr<SampleFeed> feed;
     FeedSample sample;
     uint32_t described = UINT32_MAX;  // the description that the caps tell of
     int beginnings = 0;               // of the sound's first sample
@@ -29,7 +29,7 @@ struct TrackSource {
 
 GstBaseSrcClass* g_parentClass = nullptr;
 
-// Of all timestamps: what comes before the movie's start has a positive time, too.
+// Of all timestamps: what comes before the clip's start has a positive time, too.
 constexpr int64_t kTimeBase = int64_t{1000} * 3600 * GST_SECOND;
 
 TrackSource* self_of(void* object) {
@@ -54,7 +54,7 @@ GstFlowReturn fail(TrackSource* self, MovieCode code) {
 bool describe(TrackSource* self, uint32_t index) {
     SourceState& state = *self->state;
     if (index == state.described) return true;
-    const GstCapsPtr caps = MakeTrackCaps(*state.feed, index);
+    const GstCapsPtr caps = state.feed->Caps(index);
     state.described = index;
     if (caps && state.beginnings > 1)
         gst_caps_set_simple(caps.get(), "beginning", G_TYPE_INT, state.beginnings, nullptr);
@@ -75,8 +75,7 @@ GstBuffer* to_buffer(SourceState& state) {
 }
 
 bool begins_sound(const SourceState& state) {
-    return state.jumped && state.sample.number == 1 &&
-           state.feed->TrackKind() == TrackFeed::Kind::kAudio && !state.feed->IsPcm();
+    return state.jumped && state.sample.number == 1 && state.feed->IsCodedSound();
 }
 
 // A decoder that is flushed keeps the shape of its last window. Where a sound can't be warmed up,
@@ -106,7 +105,7 @@ GstFlowReturn create(GstPushSrc* source, GstBuffer** buffer) {
 // one, which lies after the movie's end by the offset.
 gboolean do_seek(GstBaseSrc* source, GstSegment* segment) {
     TrackSource* self = self_of(source);
-    TrackFeed& feed = *self->state->feed;
+    SampleFeed& feed = *self->state->feed;
     if (segment->rate <= 0) return FALSE;
     const int64_t start = std::exchange(self->state->start, 0);
     if (start > 0) segment->time = static_cast<guint64>(start);
@@ -152,8 +151,8 @@ void finalize(GObject* object) {
 void init_class(gpointer type, gpointer) {
     g_parentClass = GST_BASE_SRC_CLASS(g_type_class_peek_parent(type));
     G_OBJECT_CLASS(type)->finalize = finalize;
-    gst_element_class_set_static_metadata(GST_ELEMENT_CLASS(type), "Movie track", "Source/File",
-                                          "Gives one track of a movie", "Tarn studio");
+    gst_element_class_set_static_metadata(GST_ELEMENT_CLASS(type), "Clip track", "Source/File",
+                                          "Gives one track of a clip", "Tarn studio");
     AddPadTemplate(type, "src", GST_PAD_SRC, "ANY");
     GstBaseSrcClass* source = GST_BASE_SRC_CLASS(type);
     source->do_seek = do_seek;
@@ -177,13 +176,19 @@ GType source_type() {
 
 }  // namespace
 
-GstElementPtr MakeTrackSource(std::unique_ptr<TrackFeed> feed) {
-    if (!MakeTrackCaps(*feed, 0)) return nullptr;
+GstElementPtr MakeTrackSource(std::unique_ptr<SampleFeed> feed) {
+    if (!feed->Caps(0)) return nullptr;
     GstElementPtr source = OwnElement(g_object_new(source_type(), nullptr));
     auto state = std::make_unique<SourceState>();
     state->feed = std::move(feed);
     self_of(source.get())->state = state.release();
     return source;
+}
+
+void ReplaceFeed(GstElement* source, std::unique_ptr<SampleFeed> feed) {
+    auto state = std::make_unique<SourceState>();
+    state->feed = std::move(feed);
+    delete std::exchange(self_of(source)->state, state.release());
 }
 
 Reason TrackSourceReason(gpointer element) {

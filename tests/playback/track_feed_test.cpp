@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "playback/track_source.h"
 #include "player_rig.h"
 #include "support/movie_builder.h"
 #include "support/temp_dir.h"
@@ -247,9 +246,9 @@ void Check(const Row& row, MovieTrack track, TrackFeed::Kind kind) {
     Feed clip(track, kind);
     ASSERT_FALSE(clip.opened) << clip.opened;
     Bytes codec_data;
-    EXPECT_EQ(TextOf(MakeTrackCaps(clip.feed, 0), &codec_data), row.caps);
+    EXPECT_EQ(TextOf(clip.feed.Caps(0), &codec_data), row.caps);
     EXPECT_EQ(codec_data, row.codec_data);
-    EXPECT_EQ(MakeTrackCaps(clip.feed, 1), nullptr) << "there is no second description";
+    EXPECT_EQ(clip.feed.Caps(1), nullptr) << "there is no second description";
 }
 
 TEST(TrackCaps, NameEachKindOfPicture) {
