@@ -21,9 +21,7 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(XpPath, TakesPathsApart) {
-    const struct {
-        const char *path, *folder, *name, *stem, *extension;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*, const char*, const char*> cases[] = {
         {"/media/card/CLIP.MP4", "/media/card", "CLIP.MP4", "CLIP", ".MP4"},
         {"a//b.tar.gz", "a", "b.tar.gz", "b.tar", ".gz"},
         {"/clip.", "/", "clip.", "clip.", ""},
@@ -34,12 +32,12 @@ TEST(XpPath, TakesPathsApart) {
         {"..", ".", "..", "..", ""},
         {"", ".", "", "", ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.path);
-        EXPECT_EQ(XpPath::Folder(c.path), c.folder);
-        EXPECT_EQ(XpPath::FileName(c.path), c.name);
-        EXPECT_EQ(XpPath::Stem(c.path), c.stem);
-        EXPECT_EQ(XpPath::Extension(c.path), c.extension);
+    for (const auto& [path, folder, name, stem, extension] : cases) {
+        SCOPED_TRACE(path);
+        EXPECT_EQ(XpPath::Folder(path), folder);
+        EXPECT_EQ(XpPath::FileName(path), name);
+        EXPECT_EQ(XpPath::Stem(path), stem);
+        EXPECT_EQ(XpPath::Extension(path), extension);
     }
     EXPECT_TRUE(XpPath::HasExtension("a.Mp4", ".mP4"));
     EXPECT_FALSE(XpPath::HasExtension("a.mp", ".mp4"));

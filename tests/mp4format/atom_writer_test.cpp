@@ -22,13 +22,7 @@ Bytes Large(FourCC type, uint64_t size) {
 }
 
 TEST(AtomWriter, HeaderFormsFollowTheSize) {
-    const struct {
-        const char* name;
-        uint32_t policy;
-        uint64_t payload;
-        Mp4Result result;
-        Bytes bytes;
-    } cases[] = {
+    const std::tuple<const char*, uint32_t, uint64_t, Mp4Result, Bytes> cases[] = {
         {"small", kSizeAuto, 4, FF4_RET_OK, Small("mdat", 12)},
         {"the last that fits", kSizeAuto, k4G - 9, FF4_RET_OK, Small("mdat", 0xFFFFFFFF)},
         {"its header makes it large", kSizeAuto, k4G - 8, FF4_RET_OK, Large("mdat", k4G + 8)},
@@ -38,18 +32,18 @@ TEST(AtomWriter, HeaderFormsFollowTheSize) {
         {"unknown policy", 3, 4, FF4_RET_ARGS, {}},
         {"past 64 bits", kSizeAuto, UINT64_MAX - 15, FF4_RET_OVERFLOW, {}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, policy, payload, result, bytes] : cases) {
+        SCOPED_TRACE(name);
         TestHost host(Bytes{});
         uint64_t header = 0, total = 3, whole = 0;
-        EXPECT_EQ(mp4_write_atom_header(host, SizedBy(c.policy), host.File(), 0, c.payload,
+        EXPECT_EQ(mp4_write_atom_header(host, SizedBy(policy), host.File(), 0, payload,
                                         fourcc("mdat"), &header, &total),
-                  c.result);
-        EXPECT_EQ(host.Content(host.File()), c.bytes);
-        EXPECT_EQ(header, c.bytes.size());
-        EXPECT_EQ(total, 3 + c.bytes.size());
-        EXPECT_EQ(mp4_atom_total_size(host, SizedBy(c.policy), c.payload, &whole), c.result);
-        EXPECT_EQ(whole, c.result == FF4_RET_OK ? c.payload + c.bytes.size() : 0);
+                  result);
+        EXPECT_EQ(host.Content(host.File()), bytes);
+        EXPECT_EQ(header, bytes.size());
+        EXPECT_EQ(total, 3 + bytes.size());
+        EXPECT_EQ(mp4_atom_total_size(host, SizedBy(policy), payload, &whole), result);
+        EXPECT_EQ(whole, result == FF4_RET_OK ? payload + bytes.size() : 0);
     }
 }
 
@@ -71,39 +65,32 @@ TEST(AtomWriter, DescriptorLengthsAreAsShortAsCanBe) {
 }
 
 TEST(AtomWriter, VersionsAndWhatTheyLose) {
-    const struct {
-        const char* name;
-        uint32_t policy;
-        uint64_t creation, modification, duration;
-        Mp4Result result;
-        uint32_t version;
-    } cases[] = {
-        {"one wide time is cut", kVersion0, k4G, 1, 1, FF4_RET_OK, 0},
-        {"so are two", kVersion0Too, k4G, 1, k4G, FF4_RET_OK, 0},
-        {"three are refused", kVersion0, k4G, k4G, k4G, FF4_RET_STATE, 9},
-        {"three under the other policy", kVersion0Too, k4G, k4G, k4G, FF4_RET_STATE, 9},
-        {"nothing needs it", kVersionAuto, k4G - 1, 1, 1, FF4_RET_OK, 0},
-        {"the duration needs it", kVersionAuto, 1, 1, k4G, FF4_RET_OK, 1},
-        {"always", kVersionAlways1, 1, 1, 1, FF4_RET_OK, 1},
-        {"unknown policy", 4, 1, 1, 1, FF4_RET_INTERNAL, 9},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    const std::tuple<const char*, uint32_t, uint64_t, uint64_t, uint64_t, Mp4Result, uint32_t>
+        cases[] = {
+            {"one wide time is cut", kVersion0, k4G, 1, 1, FF4_RET_OK, 0},
+            {"so are two", kVersion0Too, k4G, 1, k4G, FF4_RET_OK, 0},
+            {"three are refused", kVersion0, k4G, k4G, k4G, FF4_RET_STATE, 9},
+            {"three under the other policy", kVersion0Too, k4G, k4G, k4G, FF4_RET_STATE, 9},
+            {"nothing needs it", kVersionAuto, k4G - 1, 1, 1, FF4_RET_OK, 0},
+            {"the duration needs it", kVersionAuto, 1, 1, k4G, FF4_RET_OK, 1},
+            {"always", kVersionAlways1, 1, 1, 1, FF4_RET_OK, 1},
+            {"unknown policy", 4, 1, 1, 1, FF4_RET_INTERNAL, 9},
+        };
+    for (const auto& [name, policy, creation, modification, duration, result, due_version] :
+         cases) {
+        SCOPED_TRACE(name);
         TestHost host;
-        const Mp4WriteOptions options = {kSizeAuto, c.policy, kOffsetAuto};
+        const Mp4WriteOptions options = {kSizeAuto, policy, kOffsetAuto};
         uint32_t version = 9;
-        EXPECT_EQ(mp4_pick_version(host, options, c.creation, c.modification, c.duration, &version),
-                  c.result);
-        EXPECT_EQ(version, c.version);
+        EXPECT_EQ(mp4_pick_version(host, options, creation, modification, duration, &version),
+                  result);
+        EXPECT_EQ(version, due_version);
     }
 }
 
 TEST(AtomWriter, FreeIsAHeaderAlone) {
-    const struct {
-        uint32_t policy;
-        uint64_t size;
-        Bytes bytes;  // none: refused
-    } cases[] = {
+    // bytes: none: refused
+    const std::tuple<uint32_t, uint64_t, Bytes> cases[] = {
         {kSizeAuto, 8, Small("free", 8)},
         {kSizeAuto, 5000, Small("free", 5000)},
         {kSizeAuto, 7, {}},
@@ -113,13 +100,13 @@ TEST(AtomWriter, FreeIsAHeaderAlone) {
         // 8 bytes of header are too few for so much, and 16 leave a payload that asks for 8.
         {kSizeAuto, k4G + 7, {}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.size);
+    for (const auto& [policy, size, bytes] : cases) {
+        SCOPED_TRACE(size);
         TestHost host(Bytes{});
-        Mp4Sink sink{host, SizedBy(c.policy), host.File(), 0};
-        EXPECT_EQ(mp4_write_free(sink, c.size), c.bytes.empty() ? FF4_RET_ARGS : FF4_RET_OK);
-        EXPECT_EQ(host.Content(host.File()), c.bytes);
-        EXPECT_EQ(sink.position, c.bytes.empty() ? 0 : c.size);
+        Mp4Sink sink{host, SizedBy(policy), host.File(), 0};
+        EXPECT_EQ(mp4_write_free(sink, size), bytes.empty() ? FF4_RET_ARGS : FF4_RET_OK);
+        EXPECT_EQ(host.Content(host.File()), bytes);
+        EXPECT_EQ(sink.position, bytes.empty() ? 0 : size);
     }
 }
 

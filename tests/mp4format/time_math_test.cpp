@@ -9,52 +9,43 @@ namespace {
 
 TEST(MulDiv, GoesThrough128Bits) {
     constexpr uint64_t kMost = UINT64_MAX;
-    const struct {
-        const char* name;
-        uint64_t value, mul, div;
-        Mp4Result result;
-        uint64_t out;
-    } cases[] = {
+    const std::tuple<const char*, uint64_t, uint64_t, uint64_t, Mp4Result, uint64_t> cases[] = {
         {"rounds down", 7, 3, 2, FF4_RET_OK, 10},
         {"product past 64 bits", kMost, 1000, 1000, FF4_RET_OK, kMost},
         {"largest factors", kMost, kMost, kMost, FF4_RET_OK, kMost},
         {"quotient past 64 bits", kMost, 2, 1, FF4_RET_OVERFLOW, 77},
         {"by zero", 1, 1, 0, FF4_RET_ARGS, 77},
     };
-    for (const auto& c : cases) {
+    for (const auto& [name, value, mul, div, result, due_out] : cases) {
         uint64_t out = 77;
-        EXPECT_EQ(mp4_mul_div(c.value, c.mul, c.div, &out), c.result) << c.name;
-        EXPECT_EQ(out, c.out) << c.name;
-        EXPECT_EQ(mp4_mul_div_or(c.value, c.mul, c.div, 77), c.out) << c.name;
+        EXPECT_EQ(mp4_mul_div(value, mul, div, &out), result) << name;
+        EXPECT_EQ(out, due_out) << name;
+        EXPECT_EQ(mp4_mul_div_or(value, mul, div, 77), due_out) << name;
     }
 }
 
 TEST(Scaling, RoundsAsTheNameSays) {
     constexpr int64_t kWide = -(int64_t{1} << 59);
-    const struct {
-        const char* name;
-        int64_t value;
-        uint32_t mul, div;
-        int64_t floor, nearest, toward_zero;
-    } cases[] = {
-        {"exact", -6, 3, 2, -9, -9, -9},
-        {"below the half", 7, 1, 3, 2, 2, 2},
-        {"the half", 5, 1, 2, 2, 3, 2},
-        {"below zero", -7, 1, 3, -3, -2, -2},
-        {"half below zero", -5, 1, 2, -3, -3, -2},
-        {"product past 64 bits", kWide, 90000, 90000, kWide, kWide, kWide},
-        {"farther than counts", INT64_MAX, 1, 1, kFarthestTime, kFarthestTime, INT64_MAX},
-        {"past 64 bits", -INT64_MAX, UINT32_MAX, 1, -kFarthestTime, -kFarthestTime, 77},
-        {"by zero", 9, 1, 0, 0, 0, 77},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(mp4_scale_floor(c.value, c.mul, c.div), c.floor);
-        EXPECT_EQ(mp4_scale_nearest(c.value, c.mul, c.div), c.nearest);
+    const std::tuple<const char*, int64_t, uint32_t, uint32_t, int64_t, int64_t, int64_t> cases[] =
+        {
+            {"exact", -6, 3, 2, -9, -9, -9},
+            {"below the half", 7, 1, 3, 2, 2, 2},
+            {"the half", 5, 1, 2, 2, 3, 2},
+            {"below zero", -7, 1, 3, -3, -2, -2},
+            {"half below zero", -5, 1, 2, -3, -3, -2},
+            {"product past 64 bits", kWide, 90000, 90000, kWide, kWide, kWide},
+            {"farther than counts", INT64_MAX, 1, 1, kFarthestTime, kFarthestTime, INT64_MAX},
+            {"past 64 bits", -INT64_MAX, UINT32_MAX, 1, -kFarthestTime, -kFarthestTime, 77},
+            {"by zero", 9, 1, 0, 0, 0, 77},
+        };
+    for (const auto& [name, value, mul, div, floor, nearest, toward_zero] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(mp4_scale_floor(value, mul, div), floor);
+        EXPECT_EQ(mp4_scale_nearest(value, mul, div), nearest);
         int64_t out = 77;
-        const Mp4Result result = mp4_scale_toward_zero(c.value, c.mul, c.div, &out);
-        EXPECT_EQ(out, c.toward_zero);
-        EXPECT_EQ(result == FF4_RET_OK, c.toward_zero != 77);
+        const Mp4Result result = mp4_scale_toward_zero(value, mul, div, &out);
+        EXPECT_EQ(out, toward_zero);
+        EXPECT_EQ(result == FF4_RET_OK, toward_zero != 77);
     }
 }
 

@@ -21,12 +21,7 @@ TEST(MovieFile, TellsWhyAFileIsNoMovie) {
     };
     ASSERT_EQ(mkfifo(dir.Path("pipe").c_str(), 0600), 0);
     const std::string good = write("good", MovieBuilder{.tracks = {VideoTrack(3)}}.Build());
-    const struct {
-        std::string path;
-        bool opens;
-        ReasonCode code;
-        int error;
-    } cases[] = {
+    const std::tuple<std::string, bool, ReasonCode, int> cases[] = {
         {dir.Path("none"), false, kCantOpen, ENOENT},
         {"", false, kCantOpen, ENOENT},
         {dir.Path(""), false, kCantOpen, EISDIR},
@@ -36,17 +31,17 @@ TEST(MovieFile, TellsWhyAFileIsNoMovie) {
         {write("cut", Ftyp("isom", 0, {})), true, kNoMovieHeader, 0},
         {good, true, kNone, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.path);
+    for (const auto& [path, opens, code, error] : cases) {
+        SCOPED_TRACE(path);
         MovieFile file;
         ASSERT_EQ(file.Open(good), kMovieOk) << "what was open before must not show through";
-        EXPECT_EQ(file.Open(c.path) == kMovieOk, c.opens);
-        EXPECT_EQ(file.Session() != nullptr, c.opens);
-        EXPECT_EQ((file.Flags() & kFileMovie) != 0, c.code == kNone);
-        EXPECT_EQ(file.GetReason().code, c.code);
-        EXPECT_EQ(file.GetReason().SystemError(), c.error);
-        if (c.code == kNone) continue;
-        EXPECT_EQ(file.GetReason().file, c.path);
+        EXPECT_EQ(file.Open(path) == kMovieOk, opens);
+        EXPECT_EQ(file.Session() != nullptr, opens);
+        EXPECT_EQ((file.Flags() & kFileMovie) != 0, code == kNone);
+        EXPECT_EQ(file.GetReason().code, code);
+        EXPECT_EQ(file.GetReason().SystemError(), error);
+        if (code == kNone) continue;
+        EXPECT_EQ(file.GetReason().file, path);
         EXPECT_EQ(file.GetReason().side, ReasonSide::kSource);
     }
 }

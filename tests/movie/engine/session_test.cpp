@@ -88,10 +88,7 @@ TEST(Session, PointersAreTestedFirst) {
 
 TEST(Session, FlagsTellWhatWasFound) {
     const Bytes extra = Be32({0x508E0CF1, 0x21864CCF, 0xAAB26344, 0xD2498006});
-    const struct {
-        Bytes bytes;
-        uint32_t flags;
-    } cases[] = {
+    const std::tuple<Bytes, uint32_t> cases[] = {
         {{}, 0},
         {Ftyp("isom", 0, {}), kFileType},
         {Join(Atom("free"), Atom("moov")), kFileMovie},
@@ -101,10 +98,10 @@ TEST(Session, FlagsTellWhatWasFound) {
          kFileProfile | kFileLicence | kFileMtsd | kFileMdri | kFileExtra},
         {Join(Atom("free"), Atom("moov", Uuid("USMT"))), kFileMovie | kFileMovieUser},
     };
-    for (const auto& c : cases) {
-        OpenMovie movie(c.bytes);
+    for (const auto& [bytes, flags] : cases) {
+        OpenMovie movie(bytes);
         EXPECT_EQ(movie.result(), FF4_RET_OK);
-        EXPECT_EQ(movie.flags(), c.flags);
+        EXPECT_EQ(movie.flags(), flags);
     }
 }
 

@@ -206,24 +206,20 @@ void ExpectReadsBack(const Rig& rig) {
 }
 
 TEST(WriteSession, BothLayoutsReadBack) {
-    const struct {
-        Plan plan;
-        const char* top;
-        uint32_t samples = 6;
-    } cases[] = {
-        {{}, "ftyp uuid mdat moov"},
-        {{.most_media = k4G}, "ftyp uuid free:8 mdat moov"},  // announced, and little came
-        {{.options = {kSizeAlways64, 1, 1}}, "ftyp uuid mdat moov"},
+    const std::tuple<Plan, const char*, uint32_t> cases[] = {
+        {{}, "ftyp uuid mdat moov", 6},
+        {{.most_media = k4G}, "ftyp uuid free:8 mdat moov", 6},  // announced, and little came
+        {{.options = {kSizeAlways64, 1, 1}}, "ftyp uuid mdat moov", 6},
         // 65536 - ftyp 24 - PROF 96 - moov 636 - mdat 8
-        {{.layout = kMovieBeforeMedia}, "ftyp uuid moov free:64772 mdat"},
-        {{.layout = kMovieBeforeMedia, .text_bytes = 65500}, "ftyp uuid free:65408 mdat moov"},
+        {{.layout = kMovieBeforeMedia}, "ftyp uuid moov free:64772 mdat", 6},
+        {{.layout = kMovieBeforeMedia, .text_bytes = 65500}, "ftyp uuid free:65408 mdat moov", 6},
         {{.layout = kMovieBeforeMedia}, "ftyp uuid moov free:64824 mdat", 0},
     };
-    for (const auto& c : cases) {
+    for (const auto& [plan, top, samples] : cases) {
         TestHost host;
-        Rig rig(host, Sound(c.samples));
-        ASSERT_EQ(rig.Make(c.plan), FF4_RET_OK);
-        EXPECT_EQ(rig.Top(), c.top);
+        Rig rig(host, Sound(samples));
+        ASSERT_EQ(rig.Make(plan), FF4_RET_OK);
+        EXPECT_EQ(rig.Top(), top);
         ExpectReadsBack(rig);
     }
 }
@@ -253,33 +249,29 @@ TEST(WriteSession, GapsOfAllSizes) {
 TEST(WriteSession, HeaderOfTheMediaFollowsTheRealSize) {
     const uint32_t mdat = fourcc("mdat");
     const Bytes wide = Join(Be32({1, mdat}), Be64({k4G + 16})), narrow = Be32({68, mdat});
-    const struct {
-        Mp4Layout layout;
-        uint64_t most, media;
-        Bytes front;  // of the media
-        Mp4Result result = FF4_RET_OK;
-    } cases[] = {
-        {kMovieAfterMedia, k4G - 9, k4G - 9, Be32({0xFFFFFFFF, mdat})},
-        {kMovieAfterMedia, k4G, k4G, wide},
-        {kMovieAfterMedia, k4G, 60, Join(Be32({8, fourcc("free")}), narrow)},
+    // front: of the media
+    const std::tuple<Mp4Layout, uint64_t, uint64_t, Bytes, Mp4Result> cases[] = {
+        {kMovieAfterMedia, k4G - 9, k4G - 9, Be32({0xFFFFFFFF, mdat}), FF4_RET_OK},
+        {kMovieAfterMedia, k4G, k4G, wide, FF4_RET_OK},
+        {kMovieAfterMedia, k4G, 60, Join(Be32({8, fourcc("free")}), narrow), FF4_RET_OK},
         {kMovieAfterMedia, 60, k4G, narrow, FF4_RET_OVERFLOW},  // large without a word
-        {kMovieBeforeMedia, 60, k4G, wide},
+        {kMovieBeforeMedia, 60, k4G, wide, FF4_RET_OK},
         {kMovieBeforeMedia, 60, UINT64_MAX, Bytes(8, 0), FF4_RET_OVERFLOW},
     };
-    for (const auto& c : cases) {
+    for (const auto& [layout, most, media, due_front, result] : cases) {
         std::FILE* hole = std::tmpfile();
         ASSERT_NE(hole, nullptr);
         TestHost host;
         Rig rig(host, Sound(), host.AddDescriptor(fileno(hole)));
         ASSERT_EQ(rig.Open({}), FF4_RET_OK);
-        ASSERT_EQ(mp4_begin_media(rig.session, c.layout, c.most, &rig.data_offset), FF4_RET_OK);
-        EXPECT_EQ(mp4_finish_write(rig.session, c.media, &rig.file_size), c.result);
-        Bytes front(c.front.size());
+        ASSERT_EQ(mp4_begin_media(rig.session, layout, most, &rig.data_offset), FF4_RET_OK);
+        EXPECT_EQ(mp4_finish_write(rig.session, media, &rig.file_size), result);
+        Bytes front(due_front.size());
         const auto at = static_cast<off_t>(rig.data_offset - front.size());
         EXPECT_GE(pread(fileno(hole), front.data(), front.size(), at), 0);
-        EXPECT_EQ(front, c.front);
+        EXPECT_EQ(front, due_front);
         const off_t length = lseek(fileno(hole), 0, SEEK_END);
-        if (c.result == FF4_RET_OK && c.layout == kMovieAfterMedia) {
+        if (result == FF4_RET_OK && layout == kMovieAfterMedia) {
             EXPECT_EQ(static_cast<uint64_t>(length), rig.file_size);
         }
         std::fclose(hole);

@@ -79,23 +79,21 @@ TEST(MovieReader, OnlyTheChosenTracksCanRefuseAClip) {
         bytes[AtomAt(bytes, "moov/trak:2/mdia/minf/stbl/" + table) + at] = number;
         return bytes;
     };
-    const struct {
-        const char* name;
-        Bytes bytes;
-        uint32_t damaged;  // atom, 0: none
-    } cases[] = {{"tracks of text without time or tables", good, 0},
-                 {"times that go on after the last sample", with("stts", 19, 99), 0},
-                 {"sync samples out of order", with("stss", 19, 20), fourcc("stss")},
-                 {"a description that is not there", with("stsc", 27, 2), fourcc("stsc")}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Opened<CMP4MovieReader> shown(c.bytes);
-        Opened<CMP4MovieRead> walked(c.bytes);
-        ASSERT_EQ(shown.code, c.damaged ? movie_code(FF4_RET_FORMAT) : kMovieOk);
+    // damaged: atom, 0: none
+    const std::tuple<const char*, Bytes, uint32_t> cases[] = {
+        {"tracks of text without time or tables", good, 0},
+        {"times that go on after the last sample", with("stts", 19, 99), 0},
+        {"sync samples out of order", with("stss", 19, 20), fourcc("stss")},
+        {"a description that is not there", with("stsc", 27, 2), fourcc("stsc")}};
+    for (const auto& [name, clip, damaged] : cases) {
+        SCOPED_TRACE(name);
+        Opened<CMP4MovieReader> shown(clip);
+        Opened<CMP4MovieRead> walked(clip);
+        ASSERT_EQ(shown.code, damaged ? movie_code(FF4_RET_FORMAT) : kMovieOk);
         ASSERT_EQ(walked.code, shown.code);
-        if (c.damaged != 0) {
+        if (damaged != 0) {
             EXPECT_EQ(walked.reader.GetReason().arguments.at(0),
-                      ReasonArgument(ReasonAtom{c.damaged}));
+                      ReasonArgument(ReasonAtom{damaged}));
             continue;
         }
         uint64_t in = 0, out = 24 * 1001 / 30 + 500;
@@ -160,85 +158,70 @@ TEST(MovieReader, ChoosesTheFirstServedTrackOfEachKind) {
     const MovieTrack second = with(video, role, 2), main_video = with(video, role, 1);
     const MovieTrack main_sound = with(sound, role, 1);
     const MovieTrack data = with(video, &MovieTrack::handler, "meta");
-    const struct {
-        const char* name;
-        std::vector<MovieTrack> tracks;
-        MovieCode code;
-        uint32_t video, audio;
-        bool camera = false;
-    } cases[] = {
-        {"both", {video, sound}, kMovieOk, 1, 2},
-        {"sound first", {sound, video}, kMovieOk, 2, 1},
-        {"two of a kind", {video, video, sound, sound}, kMovieOk, 1, 3},
-        {"sound alone", {sound}, kMovieOk, 0, 1},
-        {"PCM", {with(sound, entry, {Twos()})}, kMovieOk, 0, 1},
-        {"little-endian PCM", {sowt}, kMovieOk, 0, 1},
-        {"nothing served", {hevc, ac3}, kMovieNoTrack, 0, 0},
-        {"a served one behind", {hevc, video}, kMovieOk, 2, 0},
-        {"samples elsewhere", {elsewhere, sound}, kMovieOk, 0, 2},
-        {"an empty location is here", {here}, kMovieOk, 1, 0},
-        {"no reference is here", {with(video, refs, {})}, kMovieOk, 1, 0},
-        {"other roles are passed over", {second, main_video, main_sound}, kMovieOk, 2, 3, true},
-        {"no role ends the choice", {main_sound, video}, kMovieOk, 0, 1, true},
-        {"another kind of track", {data, sound}, kMovieOk, 0, 2},
-        {"none", {}, kMovieNoTrack, 0, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    const std::tuple<const char*, std::vector<MovieTrack>, MovieCode, uint32_t, uint32_t, bool>
+        cases[] = {
+            {"both", {video, sound}, kMovieOk, 1, 2, false},
+            {"sound first", {sound, video}, kMovieOk, 2, 1, false},
+            {"two of a kind", {video, video, sound, sound}, kMovieOk, 1, 3, false},
+            {"sound alone", {sound}, kMovieOk, 0, 1, false},
+            {"PCM", {with(sound, entry, {Twos()})}, kMovieOk, 0, 1, false},
+            {"little-endian PCM", {sowt}, kMovieOk, 0, 1, false},
+            {"nothing served", {hevc, ac3}, kMovieNoTrack, 0, 0, false},
+            {"a served one behind", {hevc, video}, kMovieOk, 2, 0, false},
+            {"samples elsewhere", {elsewhere, sound}, kMovieOk, 0, 2, false},
+            {"an empty location is here", {here}, kMovieOk, 1, 0, false},
+            {"no reference is here", {with(video, refs, {})}, kMovieOk, 1, 0, false},
+            {"other roles are passed over", {second, main_video, main_sound}, kMovieOk, 2, 3, true},
+            {"no role ends the choice", {main_sound, video}, kMovieOk, 0, 1, true},
+            {"another kind of track", {data, sound}, kMovieOk, 0, 2, false},
+            {"none", {}, kMovieNoTrack, 0, 0, false},
+        };
+    for (const auto& [name, tracks, code, due_video, audio, camera] : cases) {
+        SCOPED_TRACE(name);
         const Opened<CMP4MovieReader> movie(
-            MovieBuilder{.tracks = c.tracks, .camera = c.camera}.Build());
-        EXPECT_EQ(movie.code, c.code);
+            MovieBuilder{.tracks = tracks, .camera = camera}.Build());
+        EXPECT_EQ(movie.code, code);
         if (movie.code != kMovieOk) continue;
-        EXPECT_EQ(movie.reader.GetInfo().video.trackNumber, c.video);
-        EXPECT_EQ(movie.reader.GetInfo().audio.trackNumber, c.audio);
+        EXPECT_EQ(movie.reader.GetInfo().video.trackNumber, due_video);
+        EXPECT_EQ(movie.reader.GetInfo().audio.trackNumber, audio);
     }
 }
 
 TEST(MovieReader, TellsWhatIsWrongWithAFile) {
     using enum ReasonCode;
-    const struct {
-        Bytes bytes;
-        MovieCode code;
-        ReasonCode reason;
-    } cases[] = {
+    const std::tuple<Bytes, MovieCode, ReasonCode> cases[] = {
         {Join(Atom("free"), Atom("moov")), movie_code(FF4_RET_NOTFOUND), kNothingKnown},
         {MovieBuilder{}.Build(), kMovieNoTrack, kNoTrack},
         {Join(Atom("ftyp", Bytes(4)), Atom("moov")), movie_code(FF4_RET_FORMAT), kDamagedAtom},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(ReasonName(c.reason));
-        const Opened<CMP4MovieRead> movie(c.bytes);
-        EXPECT_EQ(movie.code, c.code);
-        EXPECT_EQ(movie.reader.GetReason().code, c.reason);
+    for (const auto& [bytes, code, reason] : cases) {
+        SCOPED_TRACE(ReasonName(reason));
+        const Opened<CMP4MovieRead> movie(bytes);
+        EXPECT_EQ(movie.code, code);
+        EXPECT_EQ(movie.reader.GetReason().code, reason);
     }
 }
 
 TEST(MovieRead, NamesTheAtomAtFaultAndWhoseItIs) {
-    const struct {
-        const char* name;
-        MovieTrack track;
-        const char* path;  // of the atom, then the four bytes that are changed, and to what
-        size_t at;
-        uint32_t value;
-        ReasonCode code;
-        uint32_t atom;
-    } cases[] = {
-        {"a second run of empty chunks", SoundTrack(30), "moov/trak/mdia/minf/stbl/stsc", 32, 0,
-         ReasonCode::kDamagedSoundAtom, fourcc("stsc")},
-        {"sync samples out of order", VideoTrack(30), "moov/trak/mdia/minf/stbl/stss", 20, 26,
-         ReasonCode::kDamagedPictureAtom, fourcc("stss")},
-        {"no timescale", VideoTrack(3), "moov/trak/mdia/mdhd", 20, 0,
-         ReasonCode::kDamagedPictureAtom, fourcc("mdhd")},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Bytes bytes = MovieBuilder{.tracks = {c.track}}.Build();
-        put_be32(&bytes[AtomAt(bytes, c.path) + c.at], c.value);
+    // path: of the atom, then the four bytes that are changed, and to what
+    const std::tuple<const char*, MovieTrack, const char*, size_t, uint32_t, ReasonCode, uint32_t>
+        cases[] = {
+            {"a second run of empty chunks", SoundTrack(30), "moov/trak/mdia/minf/stbl/stsc", 32, 0,
+             ReasonCode::kDamagedSoundAtom, fourcc("stsc")},
+            {"sync samples out of order", VideoTrack(30), "moov/trak/mdia/minf/stbl/stss", 20, 26,
+             ReasonCode::kDamagedPictureAtom, fourcc("stss")},
+            {"no timescale", VideoTrack(3), "moov/trak/mdia/mdhd", 20, 0,
+             ReasonCode::kDamagedPictureAtom, fourcc("mdhd")},
+        };
+    for (const auto& [name, track, path, at, value, code, atom] : cases) {
+        SCOPED_TRACE(name);
+        Bytes bytes = MovieBuilder{.tracks = {track}}.Build();
+        put_be32(&bytes[AtomAt(bytes, path) + at], value);
         Opened<CMP4MovieRead> movie(bytes);
         uint32_t samples = 0;
         EXPECT_NE(read_all(&movie.reader, &samples), kMovieOk);
         EXPECT_EQ(movie.reader.GetReason(),
-                  (Reason{c.code, ReasonSide::kSource, movie.reader.Path(), {ReasonAtom{c.atom}}}));
+                  (Reason{code, ReasonSide::kSource, movie.reader.Path(), {ReasonAtom{atom}}}));
     }
 }
 
@@ -331,15 +314,13 @@ TEST(MovieRead, AnObjectThatIsOpenedAgainForgetsTheFirstFile) {
 }
 
 TEST(Samples, ByTimeAndSyncInTablesAndFragments) {
-    const struct {
-        SyncTable table;
-        uint32_t fragment, step;  // samples in each; from one sync sample to the next
-    } cases[] = {
+    // step: samples in each; from one sync sample to the next
+    const std::tuple<SyncTable, uint32_t, uint32_t> cases[] = {
         {SyncTable::kAlways, 0, 12}, {SyncTable::kAlways, 7, 12}, {SyncTable::kNever, 0, 1}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.fragment << ' ' << c.step);
-        MovieBuilder builder{.tracks = {with(VideoTrack(24), &MovieTrack::sync_table, c.table)}};
-        builder.fragment_samples = c.fragment;
+    for (const auto& [table, fragment, step] : cases) {
+        SCOPED_TRACE(testing::Message() << fragment << ' ' << step);
+        MovieBuilder builder{.tracks = {with(VideoTrack(24), &MovieTrack::sync_table, table)}};
+        builder.fragment_samples = fragment;
         Opened<CMP4MovieRead> movie(builder.Build());
         ASSERT_EQ(movie.code, kMovieOk);
         Mp4ReadSession* session = movie.reader.Session();
@@ -351,30 +332,27 @@ TEST(Samples, ByTimeAndSyncInTablesAndFragments) {
             ASSERT_EQ(mp4_get_sample_info_at_time(session, 1, time, &start, &info), FF4_RET_OK);
             EXPECT_EQ(start, time / 1001 * 1001);
             EXPECT_EQ(info.offset, builder.tracks[0].samples[time / 1001].offset);
-            EXPECT_EQ(info.isSync, time < 1001 || c.step == 1);
+            EXPECT_EQ(info.isSync, time < 1001 || step == 1);
         }
         EXPECT_EQ(mp4_get_sample_info_at_time(session, 1, end, &start, &info), FF4_RET_NOTFOUND);
         ASSERT_EQ(mp4_find_sync_after_time(session, 1, 0, &sync), FF4_RET_OK);
-        EXPECT_EQ(sync, c.step * 1001u) << "the sync sample at the time itself does not count";
+        EXPECT_EQ(sync, step * 1001u) << "the sync sample at the time itself does not count";
         EXPECT_EQ(mp4_find_sync_after_time(session, 1, 23 * 1001, &sync), FF4_RET_NOTFOUND);
-        if (c.fragment > 0) continue;  // what follows asks the tables alone
+        if (fragment > 0) continue;  // what follows asks the tables alone
         ASSERT_EQ(mp4_next_sync_sample(session, 1, 1, &next, &sync), FF4_RET_OK);
-        EXPECT_EQ(next, 1 + c.step);
-        EXPECT_EQ(sync, c.step * 1001u);
+        EXPECT_EQ(next, 1 + step);
+        EXPECT_EQ(sync, step * 1001u);
         EXPECT_EQ(mp4_next_sync_sample(session, 1, 24, &next, &sync), FF4_RET_NOTFOUND);
     }
 }
 
 TEST(Language, OfNewTracks) {
-    const struct {
-        const char* locale;
-        uint16_t packed;
-    } cases[] = {
+    const std::tuple<const char*, uint16_t> cases[] = {
         {"ja_JP.UTF-8", 0x2A0E}, {"de", 0x10B5}, {"pt-BR", 0x41F2},  {"sv_SE@euro", 0x4EE5},
         {"C", 0x15C7},           {"", 0x15C7},   {"dex_XX", 0x15C7}, {"zh_TW", 0x690F},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(PackedLanguage(c.locale), c.packed) << c.locale;
+    for (const auto& [locale, packed] : cases)
+        EXPECT_EQ(PackedLanguage(locale), packed) << locale;
 }
 
 }  // namespace

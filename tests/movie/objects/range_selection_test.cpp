@@ -117,21 +117,18 @@ TEST(RangeSelection, PlacesTheCursorsAndCountsTheBytes) {
 TEST(RangeSelection, ALimitOfBytesKeepsWholeGroups) {
     const MovieTrack track = pictures(100);
     const auto two = static_cast<int64_t>(bytes_of(track, 1, 21));
-    const struct {
-        int64_t limit;
-        uint32_t end, sound_end;
-        uint64_t out;
-    } cases[] = {{two, 21, 39, 800},        {two - 1, 11, 20, 400}, {1, 11, 20, 400},
-                 {two * 9, 101, 189, 4000}, {0, 101, 191, 4000},    {-1, 101, 191, 4000}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.limit);
+    const std::tuple<int64_t, uint32_t, uint32_t, uint64_t> cases[] = {
+        {two, 21, 39, 800},        {two - 1, 11, 20, 400}, {1, 11, 20, 400},
+        {two * 9, 101, 189, 4000}, {0, 101, 191, 4000},    {-1, 101, 191, 4000}};
+    for (const auto& [limit, end, sound_end, due_out] : cases) {
+        SCOPED_TRACE(limit);
         Opened opened({.tracks = {track, SoundTrack(190)}});
-        opened.movie.SetSizeLimit(c.limit);
+        opened.movie.SetSizeLimit(limit);
         uint64_t in = 0, out = 4000;
         ASSERT_EQ(opened.movie.SelectRange(&in, &out, true), kMovieOk);
-        EXPECT_EQ(opened.movie.GetRange().video.end, c.end);
-        EXPECT_EQ(opened.movie.GetRange().audio.end, c.sound_end);
-        EXPECT_EQ(out, c.out);
+        EXPECT_EQ(opened.movie.GetRange().video.end, end);
+        EXPECT_EQ(opened.movie.GetRange().audio.end, sound_end);
+        EXPECT_EQ(out, due_out);
     }
 }
 
@@ -140,23 +137,18 @@ TEST(RangeSelection, RefusesWhatIsNoRange) {
     timeless.samples[0].duration = 0;
     const MovieTrack ten = pictures(10);
     using enum ReasonCode;
-    const struct {
-        MovieTrack track;
-        uint64_t in, out;
-        MovieCode code;
-        ReasonCode reason;
-    } cases[] = {
+    const std::tuple<MovieTrack, uint64_t, uint64_t, MovieCode, ReasonCode> cases[] = {
         {ten, 200, 100, kMovieRange, kOutsideMovie},
         {timeless, 0, 100, movie_code(FF4_RET_FORMAT), kDamaged},
         {ten, UINT64_MAX / 2, UINT64_MAX, movie_code(FF4_RET_OVERFLOW), kNumberTooLarge},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(ReasonName(c.reason));
-        Opened opened({.tracks = {c.track}});
-        uint64_t in = c.in, out = c.out;
-        EXPECT_EQ(opened.movie.SelectRange(&in, &out, false), c.code);
-        EXPECT_EQ(opened.movie.GetReason().code, c.reason);
-        EXPECT_EQ(in, c.in);
+    for (const auto& [track, from, to, code, reason] : cases) {
+        SCOPED_TRACE(ReasonName(reason));
+        Opened opened({.tracks = {track}});
+        uint64_t in = from, out = to;
+        EXPECT_EQ(opened.movie.SelectRange(&in, &out, false), code);
+        EXPECT_EQ(opened.movie.GetReason().code, reason);
+        EXPECT_EQ(in, from);
     }
 }
 

@@ -169,36 +169,31 @@ std::string with_sound(const std::string& name, uint32_t first, uint32_t last, c
 }
 
 TEST(Trimming, KeepsPicturesAndSoundInStep) {
-    const struct {
-        std::string name;
-        uint64_t in, out;
-        bool exact;
-        uint64_t actual_in, actual_out, pictures;
-        bool gapless = true;  // the sound: its samples last as long as they decode to
-    } cases[] = {
-        {kCamera, 0, UINT64_MAX, false, 0, 3003, 90},
-        {kCamera, 1300, 2700, false, 1201, 2802, 48},
-        {kCamera, 1300, 2700, true, 1268, 2802, 48},
-        {"cam_mp4v_25_g12_10s", 3100, 5000, false, 2880, 5280, 60},
-        {"plain_vfr", 2500, 4000, false, 2080, 4120, 40},
-        {"plain_vfr", 0, UINT64_MAX, false, 0, 8000, 155},
-        {"plain_hevc", 2500, 4000, false, 0, 8000, 200},
-        {"plain_frag_key", 2500, 4000, false, 2080, 4080, 50, false},
-        {"plain_version1", 1100, 3900, false, 1068, 4070, 90},
-        // The picture of the in point is decoded after it.
-        {"../playback/negative_offsets", 1074, 2900, true, 1040, 3000, 50},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name + (c.exact ? " exact" : "") + std::to_string(c.in));
-        Rig rig(clip(c.name), c.in, c.out);
-        rig.request.options.exact = c.exact;
+    // gapless: the sound: its samples last as long as they decode to
+    const std::tuple<std::string, uint64_t, uint64_t, bool, uint64_t, uint64_t, uint64_t, bool>
+        cases[] = {
+            {kCamera, 0, UINT64_MAX, false, 0, 3003, 90, true},
+            {kCamera, 1300, 2700, false, 1201, 2802, 48, true},
+            {kCamera, 1300, 2700, true, 1268, 2802, 48, true},
+            {"cam_mp4v_25_g12_10s", 3100, 5000, false, 2880, 5280, 60, true},
+            {"plain_vfr", 2500, 4000, false, 2080, 4120, 40, true},
+            {"plain_vfr", 0, UINT64_MAX, false, 0, 8000, 155, true},
+            {"plain_frag_key", 2500, 4000, false, 2080, 4080, 50, false},
+            {"plain_version1", 1100, 3900, false, 1068, 4070, 90, true},
+            // The picture of the in point is decoded after it.
+            {"../playback/negative_offsets", 1074, 2900, true, 1040, 3000, 50, true},
+        };
+    for (const auto& [name, in, out, exact, actual_in, actual_out, pictures, gapless] : cases) {
+        SCOPED_TRACE(name + (exact ? " exact" : "") + std::to_string(in));
+        Rig rig(clip(name), in, out);
+        rig.request.options.exact = exact;
         ASSERT_EQ(rig.Save(), kMovieOk);
-        EXPECT_EQ(rig.saved.actualInMs, c.actual_in);
-        EXPECT_EQ(rig.saved.actualOutMs, c.actual_out);
-        EXPECT_EQ(rig.saved.videoSamples, c.pictures);
-        EXPECT_EQ(rig.saved.verifiedSamples, c.pictures) << "byte for byte the source's";
+        EXPECT_EQ(rig.saved.actualInMs, actual_in);
+        EXPECT_EQ(rig.saved.actualOutMs, actual_out);
+        EXPECT_EQ(rig.saved.videoSamples, pictures);
+        EXPECT_EQ(rig.saved.verifiedSamples, pictures) << "byte for byte the source's";
         // The actual points are whole milliseconds, 48 samples each.
-        if (c.gapless) {
+        if (gapless) {
             EXPECT_NEAR(static_cast<double>(best_lag(rig)), 0, 25);
         }
         EXPECT_EQ(rig.dir.FileCount(), 2u);
@@ -207,7 +202,7 @@ TEST(Trimming, KeepsPicturesAndSoundInStep) {
         const auto result = opened(rig.request.target);
         const MovieTrackInfo& video = result->GetInfo().video;
         const int64_t offset = shown_from(*result, video);
-        if (c.exact) continue;
+        if (exact) continue;
         EXPECT_EQ(offset, 0);
         const auto shown = (last_shown(*result) - video.edits.back().mediaTime) *
                            static_cast<int64_t>(result->GetInfo().timescale);
@@ -379,16 +374,14 @@ TEST(Trimming, CarriesWhatTheSourceSays) {
 }
 
 TEST(Trimming, WavHasTheSelectionToTheFrame) {
-    const struct {
-        bool exact;
-        int64_t first;  // sample of the movie's time
-    } cases[] = {
+    // first: sample of the movie's time
+    const std::tuple<bool, int64_t> cases[] = {
         {false, 57658},  // 36 pictures are 1201.2 ms
         {true, 60861},   // 38 are 1267.93
     };
-    for (const auto& c : cases) {
+    for (const auto& [exact, first] : cases) {
         Rig rig(clip(kCamera), 1300, 2700, "out.wav");
-        rig.request.options.exact = c.exact;
+        rig.request.options.exact = exact;
         ASSERT_EQ(rig.Save(), kMovieOk);
         const std::string wav = rig.dir.Read("out.wav");
         const auto size = static_cast<uint32_t>(rig.saved.audioSamples * 4);
@@ -402,7 +395,7 @@ TEST(Trimming, WavHasTheSelectionToTheFrame) {
         for (size_t i = 0; i < 20000; ++i) {
             const int high = static_cast<int8_t>(wav[45 + 4 * i]);
             const int value = high * 256 + static_cast<uint8_t>(wav[44 + 4 * i]);
-            ASSERT_NEAR(value, source[static_cast<size_t>(c.first) + i], 1) << i;
+            ASSERT_NEAR(value, source[static_cast<size_t>(first) + i], 1) << i;
         }
     }
 }
@@ -439,34 +432,28 @@ TEST(Trimming, PicturesAndSoundTakeTurns) {
     // Here only the first is a sync sample.
     const std::string one_group =
         patched("cam_mp4v_25_g12_10s", "stss", "\0\0\0\0\0\0\0\x15"s, "\0\0\0\0\0\0\0\1"s);
-    const struct {
-        std::string source;
-        uint64_t in, out;
-        std::vector<uint32_t> runs;
-    } cases[] = {
+    const std::tuple<std::string, uint64_t, uint64_t, std::vector<uint32_t>> cases[] = {
         // A group of pictures at a time, of a long one a second in AVC and five in others.
         {clip(kCamera), 0, 3003, {12, 12, 12, 12, 12, 12, 12, 6}},
         {clip("plain_frag_key"), 2500, 4000, {25, 25}},
         {one_group, 0, 9000, {125, 125}},
     };
-    for (const auto& c : cases) {
-        Rig rig(c.source, c.in, c.out);
+    for (const auto& [source, in, out, runs] : cases) {
+        Rig rig(source, in, out);
         ASSERT_EQ(rig.Save(), kMovieOk) << ReasonText(rig.saved.reason);
-        EXPECT_EQ(picture_runs(rig.request.target), c.runs);
+        EXPECT_EQ(picture_runs(rig.request.target), runs);
     }
 }
 
 TEST(Trimming, SoundAloneComesASecondAtATime) {
-    const struct {
-        uint64_t out, samples;
-        char chunks;
-    } cases[] = {{UINT64_MAX, 472, 11}, {1, 3, 1}};  // a selection is never empty
-    for (const auto& c : cases) {
-        Rig rig(clip("cam_audio_only"), 0, c.out);
+    const std::tuple<uint64_t, uint64_t, char> cases[] = {{UINT64_MAX, 472, 11},
+                                                          {1, 3, 1}};  // a selection is never empty
+    for (const auto& [out, samples, chunks] : cases) {
+        Rig rig(clip("cam_audio_only"), 0, out);
         ASSERT_EQ(rig.Save(), kMovieOk);
-        EXPECT_EQ(rig.saved.audioSamples, c.samples);
+        EXPECT_EQ(rig.saved.audioSamples, samples);
         const std::string movie = rig.dir.Read("out.mp4");
-        EXPECT_EQ(movie.at(movie.rfind("stco") + 11), c.chunks);
+        EXPECT_EQ(movie.at(movie.rfind("stco") + 11), chunks);
     }
 }
 
@@ -659,29 +646,25 @@ TEST(TrimmingJob, RestsWhilePausedAndEndsAsItIsTold) {
 }
 
 TEST(TrimmingJob, HandsOverWhyItFailed) {
-    const struct {
-        const char *source, *target;
-        ReasonSide side;
-        int error;
-    } cases[] = {
+    const std::tuple<const char*, const char*, ReasonSide, int> cases[] = {
         {"none.mp4", "out.wav", ReasonSide::kSource, ENOENT},
         {"in.mp4", "there.wav", ReasonSide::kTarget, EEXIST},
         {"in.mp4", "no/out.wav", ReasonSide::kTarget, ENOENT},
     };
-    for (const auto& c : cases) {
-        Rig rig(clip("cam_texts"), 0, 1000, c.target);
+    for (const auto& [source, target, side, error] : cases) {
+        Rig rig(clip("cam_texts"), 0, 1000, target);
         rig.dir.Write("there.wav", "precious");
-        rig.request.source = rig.dir.Path(c.source);
+        rig.request.source = rig.dir.Path(source);
         Heard heard;
         Mp4MovieTrimmingEx job;
         ASSERT_TRUE(job.SaveWav(rig.request, &heard, {}));
         job.Join();
         EXPECT_EQ(heard.kinds, (std::vector{Kind::kStarted, Kind::kFailed}));
         EXPECT_EQ(heard.code, kMovieSystem);
-        EXPECT_EQ(heard.system_error, c.error);
+        EXPECT_EQ(heard.system_error, error);
         const Reason& reason = heard.saved.reason;
-        EXPECT_EQ(reason.side, c.side);
-        EXPECT_EQ(reason.file, rig.dir.Path(c.side == ReasonSide::kSource ? c.source : c.target));
+        EXPECT_EQ(reason.side, side);
+        EXPECT_EQ(reason.file, rig.dir.Path(side == ReasonSide::kSource ? source : target));
         EXPECT_EQ(rig.dir.Read("there.wav"), "precious");
     }
 }

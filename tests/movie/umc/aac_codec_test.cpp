@@ -129,26 +129,23 @@ const Frame kStereo48k = {0x11, 0x90};
 
 // The .pcm files were decoded from the .aac files by another program of the same library.
 TEST(AacDecoder, GivesTheReferenceWithinOneUnit) {
-    const struct {
-        const char* name;
-        Frame config;
-        std::vector<int32_t> facts;  // channels, rate, mask
-    } cases[] = {
+    // facts: channels, rate, mask
+    const std::tuple<const char*, Frame, std::vector<int32_t>> cases[] = {
         {"stereo_48k", {0x11, 0x90}, {2, 48000, 0x3}},
         {"stereo_44k", {0x12, 0x10}, {2, 44100, 0x3}},
         {"mono_48k", {0x11, 0x88}, {1, 48000, 0x4}},
         {"surround_48k", {0x11, 0xb0}, {6, 48000, 0x3f}},
         {"loud_32k", {0x12, 0x90}, {2, 32000, 0x3}},  // clips at both ends
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, config, facts] : cases) {
+        SCOPED_TRACE(name);
         AudioStreamInfo info;
-        const Pcm pcm = Decode(c.config, SplitAdts(c.name + std::string(".aac")), &info);
-        EXPECT_EQ((std::vector{info.channels, info.sampleRate, info.channelMask}), c.facts);
+        const Pcm pcm = Decode(config, SplitAdts(name + std::string(".aac")), &info);
+        EXPECT_EQ((std::vector{info.channels, info.sampleRate, info.channelMask}), facts);
         EXPECT_EQ(info.profile, kAacLc);
         EXPECT_EQ(info.bitsPerSample, 16);
 
-        const Frame bytes = ReadData(c.name + std::string(".pcm"));
+        const Frame bytes = ReadData(name + std::string(".pcm"));
         ASSERT_EQ(pcm.size() * 2, bytes.size());
         Pcm reference(pcm.size());
         std::memcpy(reference.data(), bytes.data(), bytes.size());
@@ -161,44 +158,36 @@ TEST(AacDecoder, ReportsBandReplicationAndParametricStereo) {
     const Frame stereo = Encode(EncoderParams(24000, 2, 64000), Noise(2048)).frames[1];
     const Frame mono = Encode(EncoderParams(24000, 1, 48000), Noise(2048)).frames[1];
     const Frame hidden = ReadData("replication_24k.frame");
-    const struct {
-        const char* name;
-        Frame config, frame;
-        int32_t ps_support, profile, channels;
-        bool told;  // before the first frame
-    } cases[] = {
+    // told: before the first frame
+    const std::tuple<const char*, Frame, Frame, int32_t, int32_t, int32_t, bool> cases[] = {
         {"told in front", {0x2b, 0x11, 0x88, 0x00}, stereo, 0, kAacSbr, 2, true},
         {"told behind", {0x13, 0x10, 0x56, 0xe5, 0x98}, stereo, 0, kAacSbr, 2, true},
         {"found in the frames", {0x13, 0x10}, hidden, 0, kAacSbr, 2, false},
         {"parametric stereo, unwanted", {0xeb, 0x09, 0x88, 0x00}, mono, 0, kAacPs, 1, true},
         {"parametric stereo, wanted", {0xeb, 0x09, 0x88, 0x00}, mono, 1, kAacPs, 2, true},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, config, frame, ps_support, profile, channels, told] : cases) {
+        SCOPED_TRACE(name);
         AACDecoder decoder;
         AACDecoderParams params;
-        params.psSupport = c.ps_support;
-        ASSERT_EQ(Configure(&decoder, c.config, &params), kStatusOk);
+        params.psSupport = ps_support;
+        ASSERT_EQ(Configure(&decoder, config, &params), kStatusOk);
         ASSERT_EQ(decoder.GetInfo(&params), kStatusOk);
-        EXPECT_EQ(params.info.sampleRate, c.told ? 48000 : 24000);
-        EXPECT_EQ(params.info.profile, c.told ? c.profile : kAacLc);
+        EXPECT_EQ(params.info.sampleRate, told ? 48000 : 24000);
+        EXPECT_EQ(params.info.profile, told ? profile : kAacLc);
 
         Pcm pcm;
-        ASSERT_EQ(DecodeOne(&decoder, c.frame, &pcm), kStatusOk);
-        EXPECT_EQ(pcm.size(), 2048u * static_cast<size_t>(c.channels));
+        ASSERT_EQ(DecodeOne(&decoder, frame, &pcm), kStatusOk);
+        EXPECT_EQ(pcm.size(), 2048u * static_cast<size_t>(channels));
         ASSERT_EQ(decoder.GetInfo(&params), kStatusOk);
         EXPECT_EQ(params.info.sampleRate, 48000);
-        EXPECT_EQ(params.info.profile, c.profile);
-        EXPECT_EQ(params.info.channels, c.channels);
+        EXPECT_EQ(params.info.profile, profile);
+        EXPECT_EQ(params.info.channels, channels);
     }
 }
 
 TEST(AacDecoder, RefusesWhatItCannotUse) {
-    const struct {
-        const char* name;
-        Frame config;
-        Status status;
-    } cases[] = {
+    const std::tuple<const char*, Frame, Status> cases[] = {
         {"cut", {0x11}, kStatusBadParameter},
         {"zeros, as from a wrong offset", {0, 0}, kStatusBadParameter},
         {"reserved channels", {0x11, 0xc8}, kStatusBadParameter},
@@ -207,9 +196,9 @@ TEST(AacDecoder, RefusesWhatItCannotUse) {
     };
     AACDecoder decoder;
     AACDecoderParams params, info;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(Configure(&decoder, c.config, &params), c.status);
+    for (const auto& [name, config, status] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(Configure(&decoder, config, &params), status);
         EXPECT_EQ(decoder.GetInfo(&info), kStatusNoData);
     }
 }
@@ -388,15 +377,14 @@ Pcm Sweep(int32_t rate, size_t frames) {
 }
 
 TEST(AacQuality, ASweepComesBackInBothChannels) {
-    const struct {
-        int32_t rate, bit_rate;
-        double largest, rms;  // measured and a tenth more, of 32767
-    } cases[] = {{48000, 128000, 530, 70}, {44100, 128000, 1275, 80}, {48000, 256000, 54, 9}};
+    // most, rms: measured and a tenth more, of 32767
+    const std::tuple<int32_t, int32_t, double, double> cases[] = {
+        {48000, 128000, 530, 70}, {44100, 128000, 1275, 80}, {48000, 256000, 54, 9}};
     const size_t frames = 100 * AACEncoder::kBlockFrames;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.rate << " Hz, " << c.bit_rate << " bit/s");
-        const Pcm pcm = Sweep(c.rate, frames);
-        const Coded coded = Encode(EncoderParams(c.rate, 2, c.bit_rate), pcm);
+    for (const auto& [rate, bit_rate, most, rms] : cases) {
+        SCOPED_TRACE(testing::Message() << rate << " Hz, " << bit_rate << " bit/s");
+        const Pcm pcm = Sweep(rate, frames);
+        const Coded coded = Encode(EncoderParams(rate, 2, bit_rate), pcm);
         const Pcm back = Decode(coded.config, coded.frames);
         ASSERT_EQ(back.size(), pcm.size() + 2 * coded.delay);
         double largest[2] = {}, squares[2] = {};
@@ -406,8 +394,8 @@ TEST(AacQuality, ASweepComesBackInBothChannels) {
             squares[i % 2] += error * error;
         }
         for (int channel = 0; channel < 2; ++channel) {
-            EXPECT_LE(largest[channel], c.largest) << "channel " << channel;
-            EXPECT_LE(std::sqrt(squares[channel] / frames), c.rms) << "channel " << channel;
+            EXPECT_LE(largest[channel], most) << "channel " << channel;
+            EXPECT_LE(std::sqrt(squares[channel] / frames), rms) << "channel " << channel;
         }
     }
 }

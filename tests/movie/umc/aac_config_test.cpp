@@ -30,12 +30,8 @@ TEST(AacConfig, FramesWithoutAChannelHaveNoSound) {
 
 TEST(AacConfig, SaysWhatItSaysAndNoMore) {
     enum Extension { kNone, kSbr, kPs };
-    const struct {
-        const char* name;
-        Bytes bytes;
-        std::vector<int32_t> facts;  // object type, channels, rate, output rate, frame length
-        Extension extension;
-    } cases[] = {
+    // facts: object type, channels, rate, output rate, frame length
+    const std::tuple<const char*, Bytes, std::vector<int32_t>, Extension> cases[] = {
         {"48 kHz stereo", {0x11, 0x90}, {2, 2, 48000, 48000, 1024}, kNone},
         {"5.1, no SBR", {0x11, 0xb0, 0x56, 0xe5, 0}, {2, 6, 48000, 48000, 1024}, kNone},
         {"SBR behind", {0x13, 0x10, 0x56, 0xe5, 0x98}, {2, 2, 24000, 48000, 1024}, kSbr},
@@ -47,14 +43,14 @@ TEST(AacConfig, SaysWhatItSaysAndNoMore) {
         {"PS not used", {19, 8, 0x56, 0xe5, 0x9d, 0x48, 0}, {2, 1, 24000, 48000, 1024}, kSbr},
     };
     AacConfig is;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, bytes, facts, extension] : cases) {
+        SCOPED_TRACE(name);
         is = {};
-        ASSERT_EQ(ParseAacConfig(c.bytes, &is), kStatusOk);
-        EXPECT_EQ(c.facts, (std::vector<int32_t>{is.objectType, is.channelConfig, is.sampleRate,
-                                                 is.outputRate, is.frameLength}));
-        EXPECT_EQ(is.sbr, c.extension != kNone);
-        EXPECT_EQ(is.ps, c.extension == kPs);
+        ASSERT_EQ(ParseAacConfig(bytes, &is), kStatusOk);
+        EXPECT_EQ(facts, (std::vector<int32_t>{is.objectType, is.channelConfig, is.sampleRate,
+                                               is.outputRate, is.frameLength}));
+        EXPECT_EQ(is.sbr, extension != kNone);
+        EXPECT_EQ(is.ps, extension == kPs);
     }
     // Nothing, a reserved rate, SBR in front but cut.
     for (const Bytes& bad : {Bytes{}, Bytes{0x16, 0x90}, Bytes{0x2b, 0x11}})
@@ -66,13 +62,9 @@ TEST(AacConfig, IsFoundWhereverTheDescriptorsPutIt) {
     const Bytes padded = {5, 128, 128, 128, 5, 0x11, 0x90, 0x56, 0xe5, 0, 6, 128, 128, 128, 1, 2};
     const Bytes wide = {3, 128, 128, 128, 37, 0, 2, 0, 4, 128, 128, 128, 23};
     const Bytes options = {3, 30, 0, 0, 0xe0, 0, 9, 3, 'u', 'r', 'l', 0, 8, 4, 17};
-    const struct {
-        const char* name;
-        Bytes before;
-        size_t zeros;  // bytes of the decoder's fields
-        Bytes after;
-        size_t offset, length;  // length 0: not there
-    } cases[] = {
+    // zeros: bytes of the decoder's fields
+    // length: length 0: not there
+    const std::tuple<const char*, Bytes, size_t, Bytes, size_t, size_t> cases[] = {
         {"camera", {3, 22, 0, 0, 0, 4, 17}, 13, info, 22, 2},
         {"lengths of four bytes", wide, 13, padded, 31, 5},
         {"longer at the camera's place", {3, 25, 0, 0, 0, 4, 20}, 13, longer, 22, 5},
@@ -84,13 +76,13 @@ TEST(AacConfig, IsFoundWhereverTheDescriptorsPutIt) {
         {"a location longer than all", {3, 6, 0, 0, 0x40, 200, 4, 0}, 0, {}, 0, 0},
         {"a length without end", {3, 128, 128, 128, 128, 22, 0, 0, 0, 4, 17}, 0, {}, 0, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Bytes all = Join(c.before, Bytes(c.zeros), c.after);
+    for (const auto& [name, before, zeros, after, offset, length] : cases) {
+        SCOPED_TRACE(name);
+        const Bytes all = Join(before, Bytes(zeros), after);
         const auto found = FindDecoderSpecificInfo(all);
-        ASSERT_EQ(found.size(), c.length);
-        if (c.length == 0) continue;
-        EXPECT_EQ(static_cast<size_t>(found.data() - all.data()), c.offset);
+        ASSERT_EQ(found.size(), length);
+        if (length == 0) continue;
+        EXPECT_EQ(static_cast<size_t>(found.data() - all.data()), offset);
     }
 }
 

@@ -15,20 +15,16 @@ TEST(MediaData, DataStaysInsideItsBuffer) {
     ASSERT_EQ(data.Alloc(10), kStatusOk);
     EXPECT_EQ(data.SetDataSize(11), kStatusOutOfRange);
     ASSERT_EQ(data.SetDataSize(8), kStatusOk);
-    const struct {
-        int64_t delta;
-        Status status;
-        uint32_t left;
-    } steps[] = {
+    const std::tuple<int64_t, Status, uint32_t> steps[] = {
         {5, kStatusOk, 3},
         {-6, kStatusOutOfRange, 3},
         {INT64_MAX, kStatusOutOfRange, 3},
         {-2, kStatusOk, 5},
     };
-    for (const auto& step : steps) {
-        SCOPED_TRACE(step.delta);
-        EXPECT_EQ(data.MoveDataPointer(step.delta), step.status);
-        EXPECT_EQ(data.GetDataSize(), step.left);
+    for (const auto& [delta, status, left] : steps) {
+        SCOPED_TRACE(delta);
+        EXPECT_EQ(data.MoveDataPointer(delta), status);
+        EXPECT_EQ(data.GetDataSize(), left);
     }
     EXPECT_EQ(data.ResetDataPointer(), kStatusOk);
     EXPECT_EQ(data.GetDataSize(), 8u);

@@ -160,29 +160,24 @@ struct AacClip {
 
 // The reference may be one unit of 16 bits off.
 TEST(Waveform, AacIsPickedFromWhatIsDecoded) {
-    const struct {
-        const char* name;
-        Bytes config;
-        uint32_t rate;
-        size_t channels, right;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, uint32_t, size_t, size_t> cases[] = {
         {"stereo_48k", {0x11, 0x90}, 48000, 2, 1}, {"stereo_44k", {0x12, 0x10}, 44100, 2, 1},
         {"mono_48k", {0x11, 0x88}, 48000, 1, 0},   {"surround_48k", {0x11, 0xb0}, 48000, 6, 1},
         {"loud_32k", {0x12, 0x90}, 32000, 2, 1},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        AacClip clip(c.name, c.config, c.rate);
+    for (const auto& [name, config, rate, channels, right] : cases) {
+        SCOPED_TRACE(name);
+        AacClip clip(name, config, rate);
         const Waveform wave = clip.Read();
         EXPECT_EQ(wave.reader.Fault(), WaveformFault::kNone) << ReasonText(wave.reader.GetReason());
-        ASSERT_EQ(wave.left.size(), 1024 * clip.samples.size() * 1120 / c.rate);
-        const Bytes pcm = ReadData(std::string(c.name) + ".pcm");
+        ASSERT_EQ(wave.left.size(), 1024 * clip.samples.size() * 1120 / rate);
+        const Bytes pcm = ReadData(std::string(name) + ".pcm");
         int loudest = 0;
         for (size_t p = 0; p < wave.left.size(); ++p) {
-            const size_t at = 2 * c.channels * (p * c.rate / 1120) + 1;  // of the high byte
+            const size_t at = 2 * channels * (p * rate / 1120) + 1;  // of the high byte
             const int left = static_cast<int8_t>(pcm.at(at));
             ASSERT_LE(std::abs(wave.left[p] - left), 1) << p;
-            ASSERT_LE(std::abs(wave.right[p] - static_cast<int8_t>(pcm.at(at + 2 * c.right))), 1);
+            ASSERT_LE(std::abs(wave.right[p] - static_cast<int8_t>(pcm.at(at + 2 * right))), 1);
             loudest = std::max(loudest, std::abs(left));
         }
         EXPECT_GT(loudest, 4);  // or there is nothing to compare
@@ -254,12 +249,7 @@ const std::string kSound = WaveSound({0x017F, 0xFF7F, 0x0180, 0xFF80, 0x7F80, 0x
 TEST(WaveReader, TakesTheSoundThatIsThere) {
     const Row left = {1, 2, -128}, right = {-1, 0, 127};
     const std::string list = "LIST";
-    const struct {
-        const char* name;
-        std::string file;
-        bool opens;
-        Row left, right;
-    } cases[] = {
+    const std::tuple<const char*, std::string, bool, Row, Row> cases[] = {
         {"plain", WaveFile({}, kSound), true, left, right},
         {"a chunk before it", WaveFile({.chunks = list + Le(2) + "xy"}, kSound), true, left, right},
         {"no pad byte", WaveFile({.chunks = list + Le(3) + "xyz"}, kSound), true, left, right},
@@ -273,15 +263,15 @@ TEST(WaveReader, TakesTheSoundThatIsThere) {
         {"a rate of no sound", WaveFile({.rate = 1}, kSound), false, {}, {}},
     };
     TempDir dir;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        dir.Write("a.wav", c.file);
+    for (const auto& [name, file, opens, due_left, due_right] : cases) {
+        SCOPED_TRACE(name);
+        dir.Write("a.wav", file);
         WFWaveReader reader;
-        EXPECT_EQ(reader.Open(dir.Path("a.wav"), 1120), c.opens);
-        EXPECT_EQ(!reader.GetReason(), c.opens);
-        ASSERT_EQ(reader.GetCount(), c.left.size());
-        EXPECT_EQ(Row(reader.GetLeft(), reader.GetLeft() + reader.GetCount()), c.left);
-        EXPECT_EQ(Row(reader.GetRight(), reader.GetRight() + reader.GetCount()), c.right);
+        EXPECT_EQ(reader.Open(dir.Path("a.wav"), 1120), opens);
+        EXPECT_EQ(!reader.GetReason(), opens);
+        ASSERT_EQ(reader.GetCount(), due_left.size());
+        EXPECT_EQ(Row(reader.GetLeft(), reader.GetLeft() + reader.GetCount()), due_left);
+        EXPECT_EQ(Row(reader.GetRight(), reader.GetRight() + reader.GetCount()), due_right);
     }
 }
 

@@ -13,13 +13,8 @@ constexpr uint64_t k4G = uint64_t{1} << 32;
 constexpr size_t kElstHead = 16;  // atom header, version and flags, count
 
 TEST(EditList, BothVersionsAndTruncation) {
-    const struct {
-        const char* name;
-        uint8_t version;
-        uint32_t count;
-        size_t cut;  // bytes missing at the end
-        size_t edits;
-    } cases[] = {
+    // cut: bytes missing at the end
+    const std::tuple<const char*, uint8_t, uint32_t, size_t, size_t> cases[] = {
         {"version 0", 0, 3, 0, 3},
         {"version 1", 1, 3, 0, 3},
         {"a lying count", 0, 1000000, 0, 3},
@@ -28,16 +23,16 @@ TEST(EditList, BothVersionsAndTruncation) {
         {"a cut entry of version 1", 1, 3, 19, 2},
         {"no count", 1, 0, 0, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, version, count, cut, due_edits] : cases) {
+        SCOPED_TRACE(name);
         const Edit edits[] = {{1000, -1}, {2000, 1024}, {77, 5, 2}};
-        const Bytes bytes = Elst({edits[0], edits[1], edits[2]}, c.version);
+        const Bytes bytes = Elst({edits[0], edits[1], edits[2]}, version);
         TestHost host(bytes);
         Mp4EditList list{};
-        ASSERT_EQ(mp4_read_edits(host, host.File(), {kElstHead, bytes.size() - kElstHead - c.cut},
-                                 c.count, uint32_t{c.version} << 24, &list),
+        ASSERT_EQ(mp4_read_edits(host, host.File(), {kElstHead, bytes.size() - kElstHead - cut},
+                                 count, uint32_t{version} << 24, &list),
                   FF4_RET_OK);
-        EXPECT_EQ(list.count, c.edits);
+        EXPECT_EQ(list.count, due_edits);
         const Edit* expected = edits;
         for (const Mp4Edit* edit = list.head; edit; edit = edit->next, ++expected) {
             EXPECT_EQ(edit->segment_duration, expected->duration);
@@ -54,13 +49,7 @@ TEST(EditList, BothVersionsAndTruncation) {
 }
 
 TEST(EditList, TakesTheVersionItNeeds) {
-    const struct {
-        const char* name;
-        uint32_t policy;
-        Edit edit;
-        Mp4Result added;
-        uint8_t version;
-    } cases[] = {
+    const std::tuple<const char*, uint32_t, Edit, Mp4Result, uint8_t> cases[] = {
         {"an empty edit fits", kVersionAuto, {9, -1}, FF4_RET_OK, 0},
         {"and is not wide under version 0", kVersion0, {9, -1}, FF4_RET_OK, 0},
         {"a long duration", kVersionAuto, {k4G, 0}, FF4_RET_OK, 1},
@@ -69,20 +58,19 @@ TEST(EditList, TakesTheVersionItNeeds) {
         {"a duration that is refused", kVersion0, {k4G, 0}, FF4_RET_STATE, 0},
         {"always", kVersionAlways1, {9, 5}, FF4_RET_OK, 1},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, policy, edit, added, version] : cases) {
+        SCOPED_TRACE(name);
         TestHost host;
         Mp4EditList list{};
-        const Mp4WriteOptions options = {kSizeAuto, c.policy, kOffsetAuto};
+        const Mp4WriteOptions options = {kSizeAuto, policy, kOffsetAuto};
         const auto add = [&](const Edit& e) {
             return mp4_add_edit(host, options, {e.duration, e.media_time, 1, 0, nullptr}, &list);
         };
         std::vector<Edit> edits = {{1, 2}};
         ASSERT_EQ(add(edits[0]), FF4_RET_OK);
-        EXPECT_EQ(add(c.edit), c.added);
-        if (c.added == FF4_RET_OK) edits.push_back(c.edit);
-        EXPECT_EQ(Written(host, mp4_write_edts, list, options),
-                  Atom("edts", Elst(edits, c.version)));
+        EXPECT_EQ(add(edit), added);
+        if (added == FF4_RET_OK) edits.push_back(edit);
+        EXPECT_EQ(Written(host, mp4_write_edts, list, options), Atom("edts", Elst(edits, version)));
         mp4_free_edits(host, &list);
     }
 }

@@ -59,12 +59,7 @@ TEST(MetaItems, WhatEndsTheList) {
     const Bytes item = SmallAtom(1, Be16({0, 0})), three = SmallAtom(1, Bytes(3, 0));
     const Bytes past = Join(Be16({99}), Be32({1}), Be16({1, 2}), Bytes{8});
     constexpr Mp4Result kOk = FF4_RET_OK, kBad = FF4_RET_FORMAT;
-    const struct {
-        const char* name;
-        Bytes bytes;
-        Mp4Result result;
-        uint32_t read;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, Mp4Result, uint32_t> cases[] = {
         {"the count", Atom("MTDT", Be16({1}), item, item), kOk, 1},
         {"fewer bytes than a header", Atom("MTDT", Be16({-1}), item, Bytes(5, 0)), kOk, 1},
         {"an item of 3 bytes", Atom("MTDF", Be16({2}), item, three), kBad, 1},
@@ -73,12 +68,12 @@ TEST(MetaItems, WhatEndsTheList) {
         {"no counted list", Atom("MTSM", Be16({1})), FF4_RET_ARGS, 0},
         {"an item past the end is cut", Atom("MTDT", Be16({2}), past), kOk, 1},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        TestHost host(c.bytes);
+    for (const auto& [name, bytes, result, read] : cases) {
+        SCOPED_TRACE(name);
+        TestHost host(bytes);
         Mp4MetaList items{};
-        EXPECT_EQ(ReadItems(host, c.bytes.size(), 0, &items), c.result);
-        EXPECT_EQ(items.count, c.read);
+        EXPECT_EQ(ReadItems(host, bytes.size(), 0, &items), result);
+        EXPECT_EQ(items.count, read);
         uint32_t index = 0;
         const Mp4MetaItem* role = nullptr;
         EXPECT_EQ(mp4_find_meta_item(items, &index, &role), FF4_RET_NOTFOUND);

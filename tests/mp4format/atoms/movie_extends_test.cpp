@@ -28,25 +28,21 @@ TEST(MovieExtends, TakeTheVersionTheyNeed) {
 
 TEST(MovieExtends, ShortAndUnknownAtoms) {
     const Bytes trex = Trex();
-    const struct {
-        const char* name;
-        Bytes bytes;
-        uint32_t tracks;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, uint32_t> cases[] = {
         {"mehd of 7 bytes", Join(trex, Atom("mehd", Bytes(7, 0)), trex), 1},
         {"mehd of version 1 and 8 bytes", FullAtom("mehd", 1, 0, Bytes(4, 0)), 0},
         {"mehd of version 2", FullAtom("mehd", 2, 0, Bytes(8, 0)), 0},
         {"trex of 23 bytes", Join(trex, trex, Atom("trex", Bytes(23, 0))), 2},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        TestHost host(c.bytes);
+    for (const auto& [name, bytes, due_tracks] : cases) {
+        SCOPED_TRACE(name);
+        TestHost host(bytes);
         Mp4MovieExtends extends{};
-        EXPECT_EQ(mp4_read_mvex(host, host.File(), {0, c.bytes.size()}, &extends), FF4_RET_FORMAT);
+        EXPECT_EQ(mp4_read_mvex(host, host.File(), {0, bytes.size()}, &extends), FF4_RET_FORMAT);
         uint32_t tracks = 0;
         for (const Mp4Trex* at = extends.head; at; at = at->next)
             ++tracks;
-        EXPECT_EQ(tracks, c.tracks);
+        EXPECT_EQ(tracks, due_tracks);
         mp4_free_mvex(host, &extends);
     }
 }

@@ -31,25 +31,21 @@ TEST(Profile, RecordsThatCannotBeRead) {
         };
         return Join(record("FPRF", file), record("VPRF", video), record("APRF", audio));
     };
-    const struct {
-        const char* name;
-        Bytes bytes;
-        Mp4Result file, video, audio;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, Mp4Result, Mp4Result, Mp4Result> cases[] = {
         {"none", {}, FF4_RET_NOTFOUND, FF4_RET_NOTFOUND, FF4_RET_NOTFOUND},
         {"a byte short", records(0, 11, 43, 35), FF4_RET_FORMAT, FF4_RET_FORMAT, FF4_RET_FORMAT},
         {"of a version", records(1, 12, 44, 36), FF4_RET_FORMAT, FF4_RET_OK, FF4_RET_OK},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Records read(c.bytes);
+    for (const auto& [name, bytes, due_file, due_video, due_audio] : cases) {
+        SCOPED_TRACE(name);
+        Records read(bytes);
         uint32_t file = 0;
         Mp4VideoProfile video{};
         Mp4AudioProfile audio{};
         TestHost& host = read.host;
-        EXPECT_EQ(mp4_read_file_profile(host, host.File(), read.list, &file), c.file);
-        EXPECT_EQ(mp4_read_video_profile(host, host.File(), read.list, &video), c.video);
-        EXPECT_EQ(mp4_read_audio_profile(host, host.File(), read.list, &audio), c.audio);
+        EXPECT_EQ(mp4_read_file_profile(host, host.File(), read.list, &file), due_file);
+        EXPECT_EQ(mp4_read_video_profile(host, host.File(), read.list, &video), due_video);
+        EXPECT_EQ(mp4_read_audio_profile(host, host.File(), read.list, &audio), due_audio);
     }
 }
 

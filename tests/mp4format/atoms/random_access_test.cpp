@@ -60,11 +60,7 @@ TEST(RandomAccess, TailsThatLeadNowhere) {
         return Join(kHead, FullAtom("mfro", 0, 0, Be32({size})));
     };
     const Bytes version2 = FullAtom("tfra", 2, 0, Bytes(12, 0)), cut = Atom("tfra", Bytes(15, 0));
-    const struct {
-        const char* name;
-        Bytes bytes;
-        Mp4Result result;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, Mp4Result> cases[] = {
         {"no file to speak of", Bytes(15, 0), FF4_RET_OK},
         {"no mfro", Join(kHead, kHead), FF4_RET_OK},
         {"mfro of itself", tail_of(16), FF4_RET_OK},
@@ -74,10 +70,10 @@ TEST(RandomAccess, TailsThatLeadNowhere) {
         {"tfra of version 2", Join(kHead, Mfra({Tfra(1, {}), version2})), FF4_RET_ARGS},
         {"tfra of 15 bytes", Join(kHead, Mfra({Tfra(1, {}), cut})), FF4_RET_FORMAT},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Tail tail(c.bytes);
-        EXPECT_EQ(tail.result, c.result);
+    for (const auto& [name, bytes, result] : cases) {
+        SCOPED_TRACE(name);
+        Tail tail(bytes);
+        EXPECT_EQ(tail.result, result);
         EXPECT_EQ(tail.access.atom.offset, 0u);
         EXPECT_EQ(tail.host.LiveBlocks(), 0u);
     }
@@ -86,13 +82,7 @@ TEST(RandomAccess, TailsThatLeadNowhere) {
 // The versions of this table follow a rule of their own.
 TEST(RandomAccess, VersionsOfWrittenTables) {
     constexpr uint64_t k4G = uint64_t{1} << 32;
-    const struct {
-        const char* name;
-        uint32_t policy;
-        uint64_t offset;
-        Mp4Result result;
-        uint8_t version;
-    } cases[] = {
+    const std::tuple<const char*, uint32_t, uint64_t, Mp4Result, uint8_t> cases[] = {
         {"policy 0 is version 1", 0, 500, FF4_RET_OK, 1},
         {"as needed, narrow", 1, k4G - 1, FF4_RET_OK, 0},
         {"as needed, wide", 1, k4G, FF4_RET_OK, 1},
@@ -101,18 +91,18 @@ TEST(RandomAccess, VersionsOfWrittenTables) {
         {"always", 3, 500, FF4_RET_OK, 1},
         {"unknown", 4, 500, FF4_RET_INTERNAL, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, policy, offset, result, version] : cases) {
+        SCOPED_TRACE(name);
         TestHost host;
-        Mp4RandomAccessPoint points[] = {{0, 100, 1, 1, 1}, {9, c.offset, 0x1FF, 2, 0x123456}};
+        Mp4RandomAccessPoint points[] = {{0, 100, 1, 1, 1}, {9, offset, 0x1FF, 2, 0x123456}};
         Mp4TrackRandomAccess table{7, 0, 0x12, 2, {}, points, nullptr};
         const Mp4RandomAccess access{{}, {}, &table, &table};
-        const Mp4WriteOptions options = {kSizeAuto, c.policy, kOffsetAuto};
-        EXPECT_EQ(DryRun(host, mp4_write_mfra, access, options), c.result);
-        if (c.result != FF4_RET_OK) continue;
+        const Mp4WriteOptions options = {kSizeAuto, policy, kOffsetAuto};
+        EXPECT_EQ(DryRun(host, mp4_write_mfra, access, options), result);
+        if (result != FF4_RET_OK) continue;
         const Bytes bytes = Written(host, mp4_write_mfra, access, options);
         EXPECT_EQ(bytes,
-                  Mfra({Tfra(7, {{0, 100}, {9, c.offset, 0x1FF, 2, 0x123456}}, c.version, 0x12)}));
+                  Mfra({Tfra(7, {{0, 100}, {9, offset, 0x1FF, 2, 0x123456}}, version, 0x12)}));
         table.length_sizes = 0;
         EXPECT_EQ(DryRun(host, mp4_write_mfra, access, options), FF4_RET_OVERFLOW)
             << "0x1FF takes two bytes";

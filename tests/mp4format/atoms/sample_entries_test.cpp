@@ -38,55 +38,48 @@ Bytes Version2(uint64_t rate_bits, uint32_t channels, uint32_t bits) {
 TEST(SampleEntries, SoundOfAllVersions) {
     const uint64_t k96000 = 0x40F7700000000000, kNan = 0x7FF8000000000000;
     const Bytes wave = Atom("wave", Atom("frma", Text("mp4a")), Esds(), Atom(uint32_t{0}));
-    const struct {
-        const char* name;
-        Bytes entry;
-        uint32_t channels, bits, rate, rate_fixed, info_size;
-    } cases[] = {
-        {"plain", Mp4a(), 2, 16, 48000, 48000u << 16, 2},
-        {"without descriptors", Twos(1), 1, 16, 48000, 48000u << 16, 0},
-        {"version 1, esds in wave",
-         AudioEntry({.rate = 44100, .version = 1, .children = Join(Zeros(16), wave)}), 2, 16, 44100,
-         44100u << 16, 2},
-        {"version 2",
-         AudioEntry({.channels = 3, .version = 2, .children = Join(Version2(k96000, 6, 24), wave)}),
-         6, 24, 96000, 0, 2},
-        {"version 2 without a number",
-         AudioEntry({.version = 2, .children = Version2(kNan, 1u << 20, 1u << 20)}), 65535, 16, 0,
-         0, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Entries entries(c.entry, kSoun);
+    const std::tuple<const char*, Bytes, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t> cases[] =
+        {
+            {"plain", Mp4a(), 2, 16, 48000, 48000u << 16, 2},
+            {"without descriptors", Twos(1), 1, 16, 48000, 48000u << 16, 0},
+            {"version 1, esds in wave",
+             AudioEntry({.rate = 44100, .version = 1, .children = Join(Zeros(16), wave)}), 2, 16,
+             44100, 44100u << 16, 2},
+            {"version 2",
+             AudioEntry(
+                 {.channels = 3, .version = 2, .children = Join(Version2(k96000, 6, 24), wave)}),
+             6, 24, 96000, 0, 2},
+            {"version 2 without a number",
+             AudioEntry({.version = 2, .children = Version2(kNan, 1u << 20, 1u << 20)}), 65535, 16,
+             0, 0, 0},
+        };
+    for (const auto& [name, coded, channels, bits, rate, rate_fixed, info_size] : cases) {
+        SCOPED_TRACE(name);
+        const Entries entries(coded, kSoun);
         ASSERT_EQ(entries.result, FF4_RET_OK);
         const Mp4SampleEntry& entry = entries.At(1);
         EXPECT_EQ(entry.kind, kEntryAudio);
-        EXPECT_EQ(entry.audio.channel_count, c.channels);
-        EXPECT_EQ(entry.audio.sample_size, c.bits);
-        EXPECT_EQ(entry.audio.sampling_rate, c.rate);
-        EXPECT_EQ(entry.audio.sample_rate, c.rate_fixed);
-        EXPECT_EQ(entry.es.decoder_specific_info.size, c.info_size);
+        EXPECT_EQ(entry.audio.channel_count, channels);
+        EXPECT_EQ(entry.audio.sample_size, bits);
+        EXPECT_EQ(entry.audio.sampling_rate, rate);
+        EXPECT_EQ(entry.audio.sample_rate, rate_fixed);
+        EXPECT_EQ(entry.es.decoder_specific_info.size, info_size);
     }
 }
 
 TEST(SampleEntries, KindsFollowHandlerAndChildren) {
-    const struct {
-        const char* name;
-        uint32_t handler;
-        Bytes entry;
-        uint32_t kind;
-    } cases[] = {
+    const std::tuple<const char*, uint32_t, Bytes, uint32_t> cases[] = {
         {"picture of another codec", kVide, VisualEntry({.format = "hvc1"}), kEntryUnknown},
         {"no handler of ours", fourcc("text"), PlainEntry("tx3g"), kEntryUnknown},
         {"by code, picture", kHandlerByFormat, Mp4v(), kEntryMpeg4Visual},
         {"by code, metadata", kHandlerByFormat, PlainEntry("LBIN"), kEntryMetadata},
         {"by code, unknown and short", kHandlerByFormat, Atom("mp4a"), kEntryUnknown},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Entries entries(c.entry, c.handler);
+    for (const auto& [name, handler, entry, kind] : cases) {
+        SCOPED_TRACE(name);
+        const Entries entries(entry, handler);
         ASSERT_EQ(entries.result, FF4_RET_OK);
-        EXPECT_EQ(entries.At(1).kind, c.kind);
+        EXPECT_EQ(entries.At(1).kind, kind);
     }
 }
 
@@ -128,13 +121,7 @@ TEST(SampleEntries, WhatEndsTheList) {
     const Bytes short_config = Join(Zeros(3), Descriptor(4, Zeros(12)));
     const Bytes endless{0, 0, 0, 0, 3, 0x80, 0x80, 0x80, 0x80, 0};
     constexpr Mp4Result kOk = FF4_RET_OK, kBad = FF4_RET_FORMAT;
-    const struct {
-        const char* name;
-        uint32_t handler;
-        Bytes bytes;
-        Mp4Result result;
-        uint32_t read;
-    } cases[] = {
+    const std::tuple<const char*, uint32_t, Bytes, Mp4Result, uint32_t> cases[] = {
         {"as many as the table says", kSoun, Join(Twos(), Twos(), Twos(), Twos()), kOk, 3},
         {"as many as there are", kSoun, Join(Twos(), Twos(), Zeros(7)), kOk, 2},
         {"none", kSoun, {}, kOk, 0},
@@ -152,11 +139,11 @@ TEST(SampleEntries, WhatEndsTheList) {
         {"decoder config of 12 bytes", kSoun, es(short_config), kBad, 0},
         {"length without an end", kSoun, esds(endless), kBad, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Entries entries(c.bytes, c.handler, 3);
-        EXPECT_EQ(entries.result, c.result);
-        EXPECT_EQ(entries.Count(), c.read);
+    for (const auto& [name, handler, bytes, result, read] : cases) {
+        SCOPED_TRACE(name);
+        const Entries entries(bytes, handler, 3);
+        EXPECT_EQ(entries.result, result);
+        EXPECT_EQ(entries.Count(), read);
     }
 }
 

@@ -269,12 +269,8 @@ TEST(Fragments, HostileAndBrokenFragments) {
     const Bytes before = Fragment(moof_base, Trun({.data_offset = -5000, .count = 1}));
     const Bytes past = Fragment({.base_offset = UINT64_MAX, .size = 5}, Trun({.count = 1}));
     constexpr Mp4Result kOk = FF4_RET_OK, kBad = FF4_RET_FORMAT;
-    const struct {
-        const char* name;
-        Bytes fragments;
-        Mp4Result result;  // of the walk to the end
-        uint32_t samples;
-    } cases[] = {
+    // result: of the walk to the end
+    const std::tuple<const char*, Bytes, Mp4Result, uint32_t> cases[] = {
         {"none", {}, kOk, 0},
         {"more rows than bytes", ticks(rows), kOk, 3},
         {"no tfhd", bare(PlainRun(3)), kOk, 0},
@@ -290,13 +286,13 @@ TEST(Fragments, HostileAndBrokenFragments) {
         {"cut between rows", Join(good, cut(ticks(rows))), kOk, 2},
         {"a bad size in the middle", Join(good, Be32({5, 0}), good), kBad, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Bytes bytes = Join(MovieHead(), c.fragments);
+    for (const auto& [name, fragments, result, samples] : cases) {
+        SCOPED_TRACE(name);
+        const Bytes bytes = Join(MovieHead(), fragments);
         Clip clip(bytes);
         uint32_t count = 0;
-        EXPECT_EQ(mp4_count_fragment_samples(clip.state, 1, &count), c.result);
-        EXPECT_EQ(count, c.samples);
+        EXPECT_EQ(mp4_count_fragment_samples(clip.state, 1, &count), result);
+        EXPECT_EQ(count, samples);
         EXPECT_LT(clip.host.LargestBlock(), 100000u);
     }
 

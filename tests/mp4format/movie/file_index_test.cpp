@@ -41,11 +41,7 @@ TEST(FileIndex, KeepsTheFirstOfEachKind) {
 TEST(FileIndex, BrokenPartsFailTheScan) {
     const Bytes texts = Atom("moov", Uuid("USMT", Atom("MTDT", Bytes(1, 0))));
     constexpr Mp4Result kOk = FF4_RET_OK, kBad = FF4_RET_FORMAT;
-    const struct {
-        const char* name;
-        Bytes bytes;
-        Mp4Result result;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, Mp4Result> cases[] = {
         {"empty", {}, kOk},
         {"seven bytes", Bytes(7, 1), kOk},
         {"six bytes behind an atom", Join(Atom("free"), Bytes(6, 1)), kOk},
@@ -60,9 +56,9 @@ TEST(FileIndex, BrokenPartsFailTheScan) {
         {"iods of 3 bytes", Atom("moov", Atom("iods", Bytes(3, 0))), kBad},
         {"moov of 4 bytes", Atom("moov", Bytes(4, 0)), kOk},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(Scan(c.bytes).result, c.result);
+    for (const auto& [name, bytes, result] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(Scan(bytes).result, result);
     }
 }
 

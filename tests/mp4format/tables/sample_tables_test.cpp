@@ -159,44 +159,38 @@ TEST(SampleTables, WhatNoTableMaySay) {
     const Bytes eight_bits = Stz2(8, {1, 2, 3, 4});
     constexpr Mp4Result kOk = FF4_RET_OK, kBad = FF4_RET_FORMAT, kNone = FF4_RET_NOTFOUND;
     using enum Lookup;
-    const struct {
-        const char* name;
-        std::vector<Bytes> tables;
-        Lookup lookup;
-        uint64_t a;
-        Mp4Result result;
-        FourCC atom;
-    } cases[] = {
-        {"sample 0", {}, kTime, 0, FF4_RET_ARGS, 0u},
-        {"no sample 5", {}, kTime, 5, kNone, 0u},
-        {"past the last time", {}, kAtTime, 40, kNone, 0u},
-        {"no chunk 3", {}, kChunk, 3, kNone, 0u},
-        {"a sum past the end", {}, kSum, 2, kBad, "stsz"},
-        {"a run of none", {none_in_it}, kTime, 3, kBad, "stts"},
-        {"what is before it", {none_in_it}, kTime, 2, kOk, 0u},
-        {"2^32 samples", {Stts({{1, 1}, {most, 1}})}, kTime, 2, kBad, "stts"},
-        {"fewer than samples", {Stts({{3, 1}})}, kDuration, 0, kBad, "stts"},
-        {"fewer offsets", {Ctts({{3, 1}})}, kOffset, 4, kBad, "ctts"},
-        {"chunk 0", {Stsc({{0, 2, 1}})}, kRun, 1, kBad, "stsc"},
-        {"chunks that fall", {two_runs}, kRun, 1, kBad, "stsc"},
-        {"chunks that stand", {same_run}, kRun, 1, kBad, "stsc"},
-        {"an empty chunk", {Stsc({{1, 0, 1}})}, kRun, 1, kBad, "stsc"},
-        {"a huge chunk", {Stsc({{2, most, 1}})}, kRun, 4, kOk, 0u},
-        {"two of them", {Stsc({{1, most, 1}})}, kRun, 1, kBad, "stsc"},
-        {"empty ones at the end", {empty_at_the_end, Stco({1, 2, 3, 4})}, kRun, 4, kOk, 0u},
-        {"none above the last", {Stss({1, 3})}, kNext, 3, kNone, 0u},
-        {"falling sync samples", {Stss({3, 1})}, kNext, 3, kBad, "stss"},
-        {"no sync table", {}, kSync, 1, kBad, "stss"},
-        {"compact sizes past the end", {eight_bits}, kSum, 5, kNone, 0u},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    const std::tuple<const char*, std::vector<Bytes>, Lookup, uint64_t, Mp4Result, FourCC> cases[] =
+        {
+            {"sample 0", {}, kTime, 0, FF4_RET_ARGS, 0u},
+            {"no sample 5", {}, kTime, 5, kNone, 0u},
+            {"past the last time", {}, kAtTime, 40, kNone, 0u},
+            {"no chunk 3", {}, kChunk, 3, kNone, 0u},
+            {"a sum past the end", {}, kSum, 2, kBad, "stsz"},
+            {"a run of none", {none_in_it}, kTime, 3, kBad, "stts"},
+            {"what is before it", {none_in_it}, kTime, 2, kOk, 0u},
+            {"2^32 samples", {Stts({{1, 1}, {most, 1}})}, kTime, 2, kBad, "stts"},
+            {"fewer than samples", {Stts({{3, 1}})}, kDuration, 0, kBad, "stts"},
+            {"fewer offsets", {Ctts({{3, 1}})}, kOffset, 4, kBad, "ctts"},
+            {"chunk 0", {Stsc({{0, 2, 1}})}, kRun, 1, kBad, "stsc"},
+            {"chunks that fall", {two_runs}, kRun, 1, kBad, "stsc"},
+            {"chunks that stand", {same_run}, kRun, 1, kBad, "stsc"},
+            {"an empty chunk", {Stsc({{1, 0, 1}})}, kRun, 1, kBad, "stsc"},
+            {"a huge chunk", {Stsc({{2, most, 1}})}, kRun, 4, kOk, 0u},
+            {"two of them", {Stsc({{1, most, 1}})}, kRun, 1, kBad, "stsc"},
+            {"empty ones at the end", {empty_at_the_end, Stco({1, 2, 3, 4})}, kRun, 4, kOk, 0u},
+            {"none above the last", {Stss({1, 3})}, kNext, 3, kNone, 0u},
+            {"falling sync samples", {Stss({3, 1})}, kNext, 3, kBad, "stss"},
+            {"no sync table", {}, kSync, 1, kBad, "stss"},
+            {"compact sizes past the end", {eight_bits}, kSum, 5, kNone, 0u},
+        };
+    for (const auto& [name, tables, lookup, a, result, atom] : cases) {
+        SCOPED_TRACE(name);
         // The first of its kind counts.
-        OpenTables open(MovieOf({JoinAll(c.tables), Stts({{4, 10}}), pairs, Stsz({5, 6, 7, 8}),
+        OpenTables open(MovieOf({JoinAll(tables), Stts({{4, 10}}), pairs, Stsz({5, 6, 7, 8}),
                                  Stco({100, 200})}),
                         kPool);
-        EXPECT_EQ(Ask(open.Reader(), c.lookup, c.a, 4).result, c.result);
-        EXPECT_EQ(mp4_fault_atom(open.host), c.atom.value);
+        EXPECT_EQ(Ask(open.Reader(), lookup, a, 4).result, result);
+        EXPECT_EQ(mp4_fault_atom(open.host), atom.value);
     }
 }
 

@@ -53,25 +53,21 @@ TEST(TableBuild, ChunksBecomeRuns) {
 }
 
 TEST(TableBuild, SyncTableComesWithTheFirstSampleThatNeedsIt) {
-    const struct {
-        const char* name;
-        std::vector<Mp4SampleRun> runs;
-        bool table;
-        std::vector<uint32_t> numbers;
-    } cases[] = {
-        {"all sync", {{1, 1, 1, 0, true}, {2, 1, 1, 0, true}}, false, {}},
-        {"filled in from before", {{3, 1, 1, 0, true}, {1, 1, 1, 0, false}}, true, {1, 2, 3}},
-        {"the first is not sync", {{1, 1, 1, 0, false}, {1, 1, 1, 0, true}}, true, {2}},
-        {"none is sync", {{4, 1, 1, 0, false}}, true, {}},
-        {"an empty run says nothing", {{0, 1, 1, 9, false}, {1, 1, 1, 0, true}}, false, {}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    const std::tuple<const char*, std::vector<Mp4SampleRun>, bool, std::vector<uint32_t>> cases[] =
+        {
+            {"all sync", {{1, 1, 1, 0, true}, {2, 1, 1, 0, true}}, false, {}},
+            {"filled in from before", {{3, 1, 1, 0, true}, {1, 1, 1, 0, false}}, true, {1, 2, 3}},
+            {"the first is not sync", {{1, 1, 1, 0, false}, {1, 1, 1, 0, true}}, true, {2}},
+            {"none is sync", {{4, 1, 1, 0, false}}, true, {}},
+            {"an empty run says nothing", {{0, 1, 1, 9, false}, {1, 1, 1, 0, true}}, false, {}},
+        };
+    for (const auto& [name, runs, table, numbers] : cases) {
+        SCOPED_TRACE(name);
         TestHost host;
         Tables t(host);
-        ASSERT_EQ(t.Add(0, c.runs), FF4_RET_OK);
-        EXPECT_EQ(t.build.has_syncs, c.table);
-        EXPECT_EQ(t.Get(mp4_write_stss), Stss(c.numbers));
+        ASSERT_EQ(t.Add(0, runs), FF4_RET_OK);
+        EXPECT_EQ(t.build.has_syncs, table);
+        EXPECT_EQ(t.Get(mp4_write_stss), Stss(numbers));
         EXPECT_FALSE(t.build.has_compositions);
     }
 }
@@ -96,12 +92,7 @@ TEST(TableBuild, SizesOfAllForms) {
 }
 
 TEST(TableBuild, OffsetsWidenWhenOneNeedsIt) {
-    const struct {
-        uint32_t policy;
-        uint64_t offset;
-        Mp4Result result;
-        Bytes bytes = {};
-    } cases[] = {
+    const std::tuple<uint32_t, uint64_t, Mp4Result, Bytes> cases[] = {
         {kOffsetAuto, 0xFFFFFFFF, FF4_RET_OK, Stco({8, 0xFFFFFFFF})},
         {kOffsetAuto, 0x100000000, FF4_RET_OK, Co64({8, 0x100000000})},
         {kOffset32, 0xFFFFFFFF, FF4_RET_OK, Stco({8, 0xFFFFFFFF})},
@@ -109,15 +100,15 @@ TEST(TableBuild, OffsetsWidenWhenOneNeedsIt) {
         {kOffsetAlways64, 9, FF4_RET_OK, Co64({8, 9})},
         {3, 9, FF4_RET_ARGS, {}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [policy, offset, result, bytes] : cases) {
         TestHost host;
         Tables t(host);
         ASSERT_EQ(t.Add(8, {{1, 1, 1, 0, true}}), FF4_RET_OK);
-        ASSERT_EQ(t.Add(c.offset, {{1, 1, 1, 0, true}}), FF4_RET_OK);
-        const Mp4WriteOptions options = {kSizeAuto, kVersionAuto, c.policy};
-        EXPECT_EQ(DryRun(host, mp4_write_chunk_offsets, t.build, options), c.result);
-        if (c.result == FF4_RET_OK) {
-            EXPECT_EQ(t.Get(mp4_write_chunk_offsets, options), c.bytes);
+        ASSERT_EQ(t.Add(offset, {{1, 1, 1, 0, true}}), FF4_RET_OK);
+        const Mp4WriteOptions options = {kSizeAuto, kVersionAuto, policy};
+        EXPECT_EQ(DryRun(host, mp4_write_chunk_offsets, t.build, options), result);
+        if (result == FF4_RET_OK) {
+            EXPECT_EQ(t.Get(mp4_write_chunk_offsets, options), bytes);
         }
     }
 }

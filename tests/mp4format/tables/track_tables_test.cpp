@@ -34,12 +34,7 @@ TEST(TrackTables, CountsAreCutToTheBytes) {
         return FullAtom(type, 0, 0, Be32(words), Bytes(more, 0));
     };
     using T = Mp4TrackTables;
-    const struct {
-        const char* name;
-        Bytes table;
-        uint32_t T::*count;
-        uint32_t expected;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, uint32_t T::*, uint32_t> cases[] = {
         {"stts", table("stts", {kLie, 1, 1, 2, 2}), &T::stts_count, 2},
         {"ctts", table("ctts", {kLie, 1, 1, 2}), &T::ctts_count, 1},
         {"stsc", table("stsc", {kLie, 1, 1, 1, 2}), &T::stsc_count, 1},
@@ -53,11 +48,11 @@ TEST(TrackTables, CountsAreCutToTheBytes) {
         {"stss", table("stss", {kLie, 1, 2}), &T::stss_count, 2},
         {"an honest count", Stss({1, 2, 3}), &T::stss_count, 3},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Read read = read_stbl(c.table);
+    for (const auto& [name, children, count, expected] : cases) {
+        SCOPED_TRACE(name);
+        const Read read = read_stbl(children);
         EXPECT_EQ(read.result, FF4_RET_OK);
-        EXPECT_EQ(read.tables.*c.count, c.expected);
+        EXPECT_EQ(read.tables.*count, expected);
     }
 }
 
