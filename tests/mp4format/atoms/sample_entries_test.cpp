@@ -113,6 +113,7 @@ TEST(SampleEntries, HevcCountsWhereAllOfItIsThere) {
 TEST(SampleEntries, WhatEndsTheList) {
     const Bytes avcc = Avcc();
     const Bytes cut_avcc = Atom("avcC", Bytes(avcc.begin() + 8, avcc.begin() + 20));
+    const Bytes no_sets = Atom("avcC", Bytes{1, 2, 3, 4, 5, 0xE0});
     const Bytes one_set = Atom("avcC", Bytes{1, 2, 3, 4, 5, 0xE1, 0, 1, 9});
     const auto esds = [](const Bytes& rest) {
         return AudioEntry({.children = Atom("esds", rest)});
@@ -130,6 +131,7 @@ TEST(SampleEntries, WhatEndsTheList) {
         {"version 1 cut", kSoun, AudioEntry({.version = 1, .children = Zeros(15)}), kBad, 0},
         {"a size inside its header", kSoun, Join(Twos(), Be32({5, 0, 0})), kBad, 1},
         {"second set past the end", kVide, VisualEntry({.children = cut_avcc}), kBad, 0},
+        {"no sets at all", kVide, VisualEntry({.children = no_sets}), kOk, 1},
         {"sequence sets alone", kVide, VisualEntry({.children = one_set}), kOk, 1},
         {"esds of version 1", kSoun, esds(Be32({0x01000000})), kBad, 0},
         {"esds of nothing", kSoun, esds(Be32({0})), kOk, 1},

@@ -1,5 +1,3 @@
-#include "mp4format/fragments/fragments.h"
-
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -7,9 +5,13 @@
 #include <sstream>
 #include <string>
 
+#include "mp4format/fragments/fragment_atoms.h"
+#include "mp4format/fragments/fragments.h"
 #include "mp4format/io.h"
+#include "support/atoms.h"
 #include "support/fault_check.h"
 #include "support/movie_builder.h"
+#include "support/writer_rig.h"
 
 namespace tarn {
 namespace {
@@ -152,6 +154,16 @@ TEST(Fragments, ManyFragmentsAndFewBytes) {
         (void)clip.Sample(row.number);
     EXPECT_LE(clip.host.LiveBytes(), before + 1000);
 
+    // One run of 3,000 rows is read once, whichever way it is walked.
+    movie.fragment_samples = 3000;
+    const Bytes single = movie.Build();
+    Clip run(single);
+    run.Share(400);
+    run.host.ResetCounts();
+    for (uint32_t i = 1; i <= 2 * 2999; ++i)
+        (void)run.Sample(i <= 2999 ? i : 2 * 2999 + 1 - i);
+    EXPECT_LT(run.host.BytesRead(), 200000u);
+
     // A jump in either direction reads its neighbourhood, not the file.
     clip.host.ResetCounts();
     (void)clip.Sample(100);
@@ -274,6 +286,8 @@ TEST(Fragments, HostileAndBrokenFragments) {
         {"none", {}, kOk, 0},
         {"more rows than bytes", ticks(rows), kOk, 3},
         {"no tfhd", bare(PlainRun(3)), kOk, 0},
+        {"no fragment", Join(Atom("free", Atom("traf", Tfhd(kTenTicks), PlainRun(3))), good), kOk,
+         2},
         {"no runs", Join(ticks({}), Moof(1, {}), good), kOk, 2},
         {"runs of nothing", ticks(Join(PlainRun(0), PlainRun(1))), kOk, 1},
         {"a track that is not there", Fragment({.track_id = 9}, PlainRun(1)), kBad, 0},
@@ -353,6 +367,30 @@ TEST(Fragments, EveryFaultIsToldAndNothingIsLost) {
         return result;
     };
     ExpectFaultsTold({HostCall::kAlloc, HostCall::kRead, HostCall::kSeek}, bytes, step, 20);
+}
+
+TEST(FragmentAtoms, EveryFieldOfAMoof) {
+    const Mp4FragmentRow rows[] = {{10, 100, 0x10000, 5}, {11, 101, 0, -5}};
+    const Mp4FragmentRow plain[] = {{0, 7, 0, 0}, {0, 8, 0, 0}, {0, 9, 0, 0}};
+    const Mp4TrunBuild full[] = {{0xF05, -8, 0x2000000, rows, 2}};
+    const Mp4TrunBuild bare[] = {{0, 0, 0, plain, 3}, {kTrunSize, 0, 0, plain, 3}};
+    const Mp4TrafBuild trafs[] = {{{0x3B, 1, 0x100000000, 2, 3, 4, 5}, full, 1},
+                                  {{0x020000, 2, 0, 0, 0, 0, 0}, bare, 2}};
+    const Mp4MoofBuild moof{9, trafs, 2};
+    TestHost host;
+    const Bytes first = Atom(
+        "traf",
+        Tfhd({.base_offset = 0x100000000, .description = 2, .duration = 3, .size = 4, .flags = 5}),
+        Trun({.data_offset = -8,
+              .first_flags = 0x2000000,
+              .row_flags = 0xF00,
+              .count = 2,
+              .words = {10, 100, 0x10000, 5, 11, 101, 0, 0xFFFFFFFB},
+              .version = 1}));
+    const Bytes second =
+        Atom("traf", Tfhd({.track_id = 2, .more_flags = 0x20000}), Trun({.count = 3}),
+             Trun({.row_flags = 0x200, .count = 3, .words = {7, 8, 9}}));
+    EXPECT_EQ(Written(host, mp4_write_moof, moof), Moof(9, {first, second}));
 }
 
 }  // namespace
