@@ -5,11 +5,29 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/run_tarn.h"
+#include "cli/times.h"
 #include "support/temp_dir.h"
 #include "support/wave_builder.h"
 
 namespace tarn {
 namespace {
+
+TEST(Times, AreMillisecondsOrAClock) {
+    const std::pair<const char*, uint32_t> cases[] = {
+        {"0", 0},           {"12500", 12500},     {"4294967295", 4294967295},
+        {"00:12.5", 12500}, {"0:01", 1000},       {"59:59", 3599000},
+        {"90:00", 5400000}, {"1:59:00", 7140000}, {"1:02:03.004", 3723004},
+    };
+    uint32_t ms = 0;
+    for (const auto& [text, expected] : cases) {
+        EXPECT_TRUE(ParseTime(text, &ms)) << text;
+        EXPECT_EQ(ms, expected) << text;
+    }
+    for (const char* bad :
+         {"4294967296", "1:60", "1:60:00", "1:00:00:00", "99999999999:00", "4294967295:59:59", "",
+          ":", "1:", "1:00.", "1:00.1234", "12.5", "-1", "1: 5", "5s"})
+        EXPECT_FALSE(ParseTime(bad, &ms)) << bad;
+}
 
 const std::string kGolden = TARN_TEST_DATA "/golden/", kClips = TARN_TEST_DATA "/clips/";
 
@@ -100,6 +118,11 @@ TEST(ExportCommand, SavesMovies) {
     const TarnRun note =
         RunTarn({"export", dir.Path("silent.mp4"), dir.Path("pictures.mp4"), "--normalize", "1"});
     EXPECT_EQ(note.status, 0);
+    const std::string all = ": 0:00:00.000 to 0:00:02.005, ";
+    EXPECT_EQ(note.out, dir.Path("pictures.mp4") + all +
+                            "60 pictures kept as they were, 0 sound samples re-encoded\n");
+    const TarnRun wav = RunTarn({"export", kClips + "cam_texts.mp4", dir.Path("sound.wav")});
+    EXPECT_EQ(wav.out, dir.Path("sound.wav") + all + "96256 sound frames re-encoded\n");
     EXPECT_NE(note.err.find("has no sound: the effects"), std::string::npos) << note.err;
 }
 
