@@ -113,6 +113,7 @@ Bytes Trak(const MovieTrack& track, uint32_t timescale) {
         track.edits.empty() ? Bytes{} : Atom("edts", Elst(track.edits, track.version));
     return Atom("trak",
                 Tkhd({.version = track.version,
+                      .flags = track.flags,
                       .track_id = track.id,
                       .duration = MovieDuration(track, timescale),
                       .volume = static_cast<uint16_t>(sound ? 0x100 : 0),

@@ -41,6 +41,7 @@ struct MovieTrack {
     bool co64 = false, merge = true;  // merge: equal neighbours share a run of their table
     SyncTable sync_table = SyncTable::kWhereNeeded;
     std::optional<uint8_t> ctts_version = {};  // none: a ctts only where an offset is not 0
+    uint32_t flags = 7;                        // of its header
     uint32_t role = 0;                         // 0: no role record
     Bytes extra = {};                          // atoms at the end of the trak
 };

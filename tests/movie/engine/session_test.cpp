@@ -1,22 +1,79 @@
-#include "movie/engine/session.h"
-
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <tuple>
 
 #include "base/xp_file.h"
 #include "movie/engine/descriptions.h"
 #include "movie/engine/meta_lists.h"
+#include "movie/engine/movie_file.h"
 #include "movie/engine/samples.h"
+#include "movie/engine/session.h"
 #include "movie/engine/tracks.h"
 #include "movie/objects/track_selection.h"
+#include "support/atoms.h"
 #include "support/fault_check.h"
 #include "support/movie_builder.h"
+#include "support/pointer_check.h"
 #include "support/temp_dir.h"
 
 namespace tarn {
 namespace {
+
+TEST(MovieFile, TellsWhyAFileIsNoMovie) {
+    TempDir dir;
+    using enum ReasonCode;
+    const auto write = [&](const char* name, const Bytes& bytes) {
+        dir.Write(name, {bytes.begin(), bytes.end()});
+        return dir.Path(name);
+    };
+    ASSERT_EQ(mkfifo(dir.Path("pipe").c_str(), 0600), 0);
+    const std::string good = write("good", MovieBuilder{.tracks = {VideoTrack(3)}}.Build());
+    const std::tuple<std::string, bool, ReasonCode, int> cases[] = {
+        {dir.Path("none"), false, kCantOpen, ENOENT},
+        {"", false, kCantOpen, ENOENT},
+        {dir.Path(""), false, kCantOpen, EISDIR},
+        {dir.Path("pipe"), false, kNotAFile, ESPIPE},
+        {write("empty", {}), true, kEmptyFile, 0},
+        {write("text", Text("Hello, w")), true, kNotAMovie, 0},
+        {write("cut", Ftyp("isom", 0, {})), true, kNoMovieHeader, 0},
+        {good, true, kNone, 0},
+    };
+    for (const auto& [path, opens, code, error] : cases) {
+        SCOPED_TRACE(path);
+        MovieFile file;
+        ASSERT_EQ(file.Open(good), kMovieOk) << "what was open before must not show through";
+        EXPECT_EQ(file.Open(path) == kMovieOk, opens);
+        EXPECT_EQ(file.Session() != nullptr, opens);
+        EXPECT_EQ((file.Flags() & kFileMovie) != 0, code == kNone);
+        EXPECT_EQ(file.GetReason().code, code);
+        EXPECT_EQ(file.GetReason().SystemError(), error);
+        if (code == kNone) continue;
+        EXPECT_EQ(file.GetReason().file, path);
+        EXPECT_EQ(file.GetReason().side, ReasonSide::kSource);
+    }
+}
+
+TEST(MovieFile, ReadsWhatTheFileHolds) {
+    TempDir dir;
+    dir.Write("m", "abcd");
+    MovieFile file;
+    ASSERT_EQ(file.OpenFile(dir.Path("m")), kMovieOk);
+    std::vector<uint8_t> bytes;
+    EXPECT_EQ(file.ReadBytes(1, 3, &bytes), kMovieOk);
+    EXPECT_EQ(bytes, Text("bcd"));
+    EXPECT_EQ(file.ReadBytes(4, 0, &bytes), kMovieOk);
+    EXPECT_EQ(file.ReadBytes(2, 3, &bytes), movie_code(FF4_RET_FORMAT));
+    EXPECT_EQ(file.ReadBytes(5, UINT64_MAX - 1, &bytes), movie_code(FF4_RET_FORMAT));
+
+    EXPECT_TRUE(file.IsUnchanged());
+    std::filesystem::resize_file(dir.Path("m"), 2);  // under the reader's hands
+    EXPECT_FALSE(file.IsUnchanged());
+    EXPECT_EQ(file.ReadBytes(1, 3, &bytes), kMovieSystem);
+    EXPECT_EQ(file.ReasonFor(kMovieSystem).code, ReasonCode::kEndsEarly);
+}
 
 Mp4Result open_on(TestHost& host, Mp4ReadSession** session, uint32_t* flags) {
     return mp4_open_read(host, host.File(), {0, 50, 0}, session, flags);
@@ -44,26 +101,8 @@ private:
     uint32_t m_flags = 0;
 };
 
-// A number is 1, a pointer null.
-template <typename T>
-constexpr T kNothing{};
-template <>
-constexpr uint32_t kNothing<uint32_t> = 1;
-template <>
-constexpr uint64_t kNothing<uint64_t> = 1;
-
-template <typename... Args>
-void expect_refused(Mp4ReadSession* session, int n, Mp4Result (*call)(Mp4ReadSession*, Args...)) {
-    EXPECT_EQ(call(nullptr, kNothing<Args>...), FF4_RET_ARGS) << "without a session, call " << n;
-    EXPECT_EQ(call(session, kNothing<Args>...), FF4_RET_ARGS) << "without outputs, call " << n;
-}
-
 TEST(Session, PointersAreTestedFirst) {
-    OpenMovie movie(RichMovie().Build());
-    ASSERT_EQ(mp4_open_track(movie, 1), FF4_RET_OK);
-    int n = 0;
-    const auto all_refused = [&](auto... calls) { (expect_refused(movie, ++n, calls), ...); };
-    all_refused(
+    ExpectAllPointersTested(
         mp4_get_file_type, mp4_has_compatible_brand, mp4_get_compatible_brand, mp4_get_movie_header,
         mp4_get_movie_extent, mp4_get_movie_duration, mp4_get_track_count, mp4_get_track_header,
         mp4_get_media_header, mp4_get_handler, mp4_get_tables_duration, mp4_get_track_duration,
@@ -71,25 +110,24 @@ TEST(Session, PointersAreTestedFirst) {
         mp4_close_edit_list, mp4_open_data_refs, mp4_get_data_ref, mp4_close_data_refs,
         mp4_open_sample_entries, mp4_get_sample_entry_count, mp4_close_sample_entries,
         mp4_get_sample_entry, mp4_get_video_entry, mp4_get_audio_entry, mp4_get_decoder_config_size,
-        mp4_get_decoder_config, mp4_get_avc_config_info, mp4_get_sps_size, mp4_get_sps,
-        mp4_get_pps_size, mp4_get_pps, mp4_open_meta_texts, mp4_open_meta_files,
-        mp4_close_meta_list, mp4_get_meta_text, mp4_get_meta_file, mp4_get_meta_data,
-        mp4_find_meta_text, mp4_get_track_role, mp4_get_profile_counts, mp4_get_file_profile,
-        mp4_get_video_profile, mp4_get_audio_profile, mp4_get_sample_count, mp4_get_sample_info,
-        mp4_get_total_sample_count, mp4_get_media_bytes, mp4_get_range_bytes, mp4_get_alike_samples,
+        mp4_get_avc_config_info, mp4_get_sps_size, mp4_get_pps_size, mp4_open_meta_texts,
+        mp4_open_meta_files, mp4_close_meta_list, mp4_get_meta_text, mp4_get_meta_file,
+        mp4_get_meta_data, mp4_find_meta_text, mp4_get_track_role, mp4_get_profile_counts,
+        mp4_get_file_profile, mp4_get_video_profile, mp4_get_audio_profile, mp4_get_sample_count,
+        mp4_get_sample_info, mp4_get_total_sample_count, mp4_get_range_bytes, mp4_get_alike_samples,
         mp4_next_sync_number, mp4_get_numbered_sample, mp4_find_sample_at_time,
         mp4_get_sample_number_at_time, mp4_next_sync_sample, mp4_find_sync_after_time,
         mp4_get_sample_info_at_time);
     for (const auto function : {mp4_open_track, mp4_close_track}) {
         EXPECT_EQ(function(nullptr, 1), FF4_RET_ARGS);
-        EXPECT_EQ(function(movie, 0), FF4_RET_ARGS);
+        EXPECT_EQ(function(OpenMovie(Atom("moov")), 0), FF4_RET_ARGS);
     }
 }
 
 TEST(Session, FlagsTellWhatWasFound) {
     const Bytes extra = Be32({0x508E0CF1, 0x21864CCF, 0xAAB26344, 0xD2498006});
     const std::tuple<Bytes, uint32_t> cases[] = {
-        {{}, 0},
+        {Bytes{}, 0},
         {Ftyp("isom", 0, {}), kFileType},
         {Join(Atom("free"), Atom("moov")), kFileMovie},
         {Join(Atom("free"), Atom("moov", Mvhd(), Atom("mvex", Mehd(9), Trex()))),

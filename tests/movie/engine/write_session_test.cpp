@@ -321,6 +321,9 @@ TEST(WriteSession, CallsOutOfTurn) {
     EXPECT_EQ(mp4_add_track_description(s, 2, entry, &n), FF4_RET_NOTFOUND);
     EXPECT_EQ(mp4_add_track_description(s, 0, entry, &n), args);
     EXPECT_EQ(mp4_begin_media(s, Mp4Layout{}, 0, &size), args);
+    const std::vector<uint32_t> brands(0x4000, fourcc("isom"));
+    ASSERT_EQ(mp4_set_file_type(s, brands[0], 0, brands.data(), 0x4000), ok);
+    EXPECT_EQ(mp4_begin_media(s, kMovieBeforeMedia, 0, &size), FF4_RET_OVERFLOW) << "no room";
     ASSERT_EQ(mp4_begin_media(s, kMovieAfterMedia, 0, &size), ok);
     EXPECT_EQ(mp4_set_file_type(s, 1, 1, nullptr, 0), state) << "its place is taken";
     Mp4ProfileBuild profile{};

@@ -132,6 +132,19 @@ TEST(RangeSelection, ALimitOfBytesKeepsWholeGroups) {
     }
 }
 
+TEST(RangeSelection, ATrackStartsWithTheEarliestOfThreePictures) {
+    MovieTrack track = pictures(6);
+    const int32_t compositions[] = {3000, 5000, 0, -3000};  // shown at 3000, 6000, 2000 and 0
+    for (size_t i = 0; i < 4; ++i)
+        track.samples[i].composition = compositions[i];
+    track.ctts_version = uint8_t{1};
+    const Opened opened({.tracks = {track}});
+    int64_t start = 0;
+    const MovieTrackInfo& video = opened.movie.GetInfo().video;
+    ASSERT_EQ(GetPresentationStart(opened.movie.Session(), video, &start), FF4_RET_OK);
+    EXPECT_EQ(start, 2000);
+}
+
 TEST(RangeSelection, RefusesWhatIsNoRange) {
     MovieTrack timeless = pictures(10);
     timeless.samples[0].duration = 0;
