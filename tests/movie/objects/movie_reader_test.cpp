@@ -271,6 +271,10 @@ TEST(MovieRead, EveryFailedReadIsToldAndTheNextOpenIsWhole) {
             EXPECT_GT(n, 30u);
             break;
         }
+        if (code == kMovieOk) {  // it was read ahead in vain, and then by itself
+            EXPECT_EQ(samples, 7u);
+            continue;
+        }
         EXPECT_TRUE(code == kMovieSystem || code == movie_code(FF4_RET_FILE)) << code;
         const std::string path = movie.reader.Path();
         EXPECT_EQ(movie.reader.GetReason(),
