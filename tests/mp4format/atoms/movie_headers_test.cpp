@@ -1,10 +1,7 @@
-// Headers of movies and tracks, fragment defaults and object descriptors, both ways.
+#include "mp4format/atoms/movie_headers.h"
+
 #include <gtest/gtest.h>
 
-#include "mp4format/atoms/handler.h"
-#include "mp4format/atoms/movie_extends.h"
-#include "mp4format/atoms/movie_headers.h"
-#include "mp4format/atoms/object_descriptors.h"
 #include "support/atoms.h"
 #include "support/test_host.h"
 #include "support/writer_rig.h"
@@ -65,107 +62,6 @@ TEST(MovieHeaders, BothVersionsBothWays) {
         BothWays(mp4_read_mdhd, mp4_write_mdhd,
                  Mdhd({.version = v, .modification = 16, .duration = duration}), policy);
     }
-}
-
-TEST(Handler, NamesAndMediaHeaders) {
-    const std::pair<FourCC, const char*> cases[] = {
-        {"vide", "Video Media Handler"},
-        {"soun", "Sound Media Handler"},
-        {"GRAP", "Graphics Media Handler"},
-        {"PKDT", "Packed Data Media Handler"},
-        {"odsm", "ObjectDescriptor Media Handler"},
-        {"BKDT", "Book Media Handler"},
-    };
-    TestHost host;
-    for (const auto& [type, name] : cases) {
-        SCOPED_TRACE(name);
-        EXPECT_EQ(Written(host, mp4_write_hdlr, type.value), Hdlr(type, name));
-        Mp4MediaHeaderAtom header{};
-        header.type = mp4_media_header_of(type.value);
-        EXPECT_EQ(Written(host, mp4_write_media_header, header), MediaHeader(type));
-    }
-    EXPECT_EQ(DryRun(host, mp4_write_hdlr, fourcc("text")), FF4_RET_INTERNAL);
-    for (const auto write : {mp4_write_vmhd, mp4_write_smhd, mp4_write_nmhd})
-        EXPECT_EQ(DryRun(host, write, Mp4MediaHeaderAtom{}), FF4_RET_INTERNAL);
-}
-
-TEST(Handler, TooShortOrOfAVersion) {
-    const Bytes hdlr = Hdlr("vide", "");
-    for (const auto& [size, version, result] :
-         {std::tuple{24, 0, FF4_RET_OK}, {23, 0, FF4_RET_FORMAT}, {24, 1, FF4_RET_FORMAT}}) {
-        Bytes bytes = hdlr;
-        bytes[8] = static_cast<uint8_t>(version);
-        TestHost host(bytes);
-        Mp4Handler handler{};
-        EXPECT_EQ(mp4_read_hdlr(host, host.File(), {8, uint64_t(size)}, &handler), result);
-        EXPECT_EQ(handler.handler_type, result == FF4_RET_OK ? fourcc("vide") : 0);
-        EXPECT_EQ(handler.name.size, 0u);
-    }
-}
-
-TEST(MovieExtends, TakeTheVersionTheyNeed) {
-    TestHost host;
-    for (const uint64_t duration : {uint64_t{0x100000000}, uint64_t{7}, uint64_t{0}}) {
-        const Bytes mehd = duration ? Mehd(duration, duration > 7) : Bytes{};
-        const Bytes mvex = Atom("mvex", mehd, Trex(), Trex({2, 1, 1024, 6, 0x10000}));
-        Mp4MovieExtends read{};
-        const uint64_t size = mvex.size() - 8;
-        ASSERT_EQ(mp4_read_mvex(host, host.Add(mvex), {8, size}, &read), FF4_RET_OK);
-        EXPECT_EQ(read.fragment_duration, duration);
-        EXPECT_EQ(mp4_find_trex(read, 2), read.tail);
-        EXPECT_EQ(mp4_find_trex(read, 3), nullptr);
-        EXPECT_EQ(Written(host, mp4_write_mvex, read), mvex);
-        EXPECT_EQ(DryRun(host, mp4_write_mvex, read, {1, kVersion0, 1}),
-                  duration > 7 ? FF4_RET_STATE : FF4_RET_OK);
-        mp4_free_mvex(host, &read);
-    }
-}
-
-TEST(MovieExtends, ShortAndUnknownAtoms) {
-    const Bytes trex = Trex();
-    const std::tuple<const char*, Bytes, uint32_t> cases[] = {
-        {"mehd of 7 bytes", Join(trex, Atom("mehd", Bytes(7, 0)), trex), 1},
-        {"mehd of version 1 and 8 bytes", FullAtom("mehd", 1, 0, Bytes(4, 0)), 0},
-        {"mehd of version 2", FullAtom("mehd", 2, 0, Bytes(8, 0)), 0},
-        {"trex of 23 bytes", Join(trex, trex, Atom("trex", Bytes(23, 0))), 2},
-    };
-    for (const auto& [name, bytes, due_tracks] : cases) {
-        SCOPED_TRACE(name);
-        TestHost host(bytes);
-        Mp4MovieExtends extends{};
-        EXPECT_EQ(mp4_read_mvex(host, host.File(), {0, bytes.size()}, &extends), FF4_RET_FORMAT);
-        uint32_t tracks = 0;
-        for (const Mp4Trex* at = extends.head; at; at = at->next)
-            ++tracks;
-        EXPECT_EQ(tracks, due_tracks);
-        mp4_free_mvex(host, &extends);
-    }
-}
-
-TEST(ObjectDescriptors, OfAMovieAndOfItsStream) {
-    TestHost host;
-    const uint32_t streams[] = {1, 0x10002};
-    const Mp4ObjectDescriptor object{1, false, 0xFF, 0xFE, 0xFD, 0xFC, 0xFB, streams, 2};
-    const Bytes bytes = Written(host, mp4_write_initial_object_descriptor, object);
-    EXPECT_EQ(bytes,
-              Descriptor(16, Join(Bytes{0, 0x4F, 0xFF, 0xFE, 0xFD, 0xFC, 0xFB},
-                                  Descriptor(14, Be32({1})), Descriptor(14, Be32({0x10002})))));
-    Bytes copy = bytes;
-    EXPECT_EQ(Written(host, mp4_write_iods, Mp4ByteBlock{copy.data(), uint32_t(copy.size())}),
-              FullAtom("iods", 0, 0, bytes));
-    EXPECT_EQ(
-        Written(host, mp4_write_object_descriptor, object),
-        Descriptor(17, Join(Bytes{0, 0x5F}, Descriptor(15, Be16({1})), Descriptor(15, Be16({2})))));
-    Mp4ObjectDescriptor wrong[] = {object, object};
-    wrong[0].id = 1 << 10;
-    wrong[1].streams = nullptr;
-    for (const auto& bad : wrong) {
-        EXPECT_EQ(DryRun(host, mp4_write_initial_object_descriptor, bad), FF4_RET_ARGS);
-        EXPECT_EQ(DryRun(host, mp4_write_object_descriptor, bad), FF4_RET_ARGS);
-    }
-    const uint8_t data[] = {1, 2};
-    EXPECT_EQ(Written(host, mp4_write_ipmp_descriptor, Mp4IpmpDescriptor{3, 4, data, 2}),
-              Descriptor(11, {3, 0, 4, 1, 2}));
 }
 
 }  // namespace
