@@ -6,7 +6,6 @@
 #include "base/xp_file.h"
 #include "cli/commands.h"
 #include "cli/report.h"
-#include "movie/facts/check_movie_file.h"
 #include "movie/save/savable.h"
 
 namespace tarn {
@@ -27,15 +26,11 @@ const char* meaning(MovieFileStatus status) {
 }
 
 int run_check(const std::string& path) {
-    Reason reason;
-    const MovieFileStatus status = CheckAnyFile(path, true, nullptr, &reason);
-    const Reason unsaved = status == kFileUsable ? WhyNotSaved(path) : Reason{};
-    // A WAV file is no movie: what is usable of it can be saved.
-    const bool savable = !unsaved || unsaved.code == ReasonCode::kNotAMovie;
-    if (!savable) reason = unsaved;
-    reason = OfEitherKind(std::move(reason));
-    std::cout << static_cast<int>(status) << ' '
-              << (savable ? meaning(status) : "can be opened, but not saved as a movie");
+    const SaveCheck check = CheckForSaving(path);
+    const Reason reason = OfEitherKind(check.reason);
+    std::cout << static_cast<int>(check.status) << ' '
+              << (check.canBeSaved ? meaning(check.status)
+                                   : "can be opened, but not saved as a movie");
     // "can't be opened" is said already.
     if (const int error = reason.SystemError())
         std::cout << ": " << XpErrorText(error);
@@ -43,7 +38,7 @@ int run_check(const std::string& path) {
         std::cout << ": " << ReasonText(reason);
     std::cout << '\n';
     // A usable file may lack something all the same.
-    return status != kFileUsable ? Fail(reason) : kExitDone;
+    return check.status != kFileUsable ? Fail(reason) : kExitDone;
 }
 
 }  // namespace

@@ -7,8 +7,6 @@
 #include "base/xp_path.h"
 #include "effects/wave_file.h"
 #include "movie/facts/clip_info.h"
-#include "movie/objects/movie_reader.h"
-#include "movie/objects/track_selection.h"
 
 namespace tarn {
 namespace {
@@ -25,13 +23,6 @@ uint32_t channel_count(const CMovieInfoType& info) {
     return SoundChannels(info.audioDescriptions[0]);
 }
 
-// Of a usable file that ends early.
-Reason what_is_missing(const std::string& path) {
-    ClipInfo info;
-    const Reason unknown = ReadClipInfo(path, &info);
-    return unknown ? Reason{} : info.missing;
-}
-
 Verdict check_movie(const std::string& path) {
     CMP4MovieReader reader;
     reader.SetPath(path);
@@ -41,13 +32,9 @@ Verdict check_movie(const std::string& path) {
             code == movie_code(FF4_RET_NOTFOUND) || code == movie_code(FF4_RET_NOMEM);
         return {unreadable ? kFileUnreadable : kFileUnsupported, reader.GetReason()};
     }
-    // A clip without any sound can still be cut.
-    const uint32_t channels = channel_count(reader.GetInfo());
-    if (!reader.HasAudio() || channels == 2) return {kFileUsable, what_is_missing(path)};
-    if (channels == 1)
-        return {kFileUnsupported, {ReasonCode::kSoundMono, ReasonSide::kSource, path, {}}};
-    return {kFileUnsupported,
-            {ReasonCode::kSoundChannels, ReasonSide::kSource, path, {uint64_t{channels}}}};
+    Verdict verdict;
+    verdict.status = CheckOpenMovie(reader, &verdict.reason);
+    return verdict;
 }
 
 Verdict check_wave(const std::string& path, XpFile file, bool strict) {
@@ -84,6 +71,19 @@ std::string MovieFileMessageKey(MovieFileStatus status) {
             break;
     }
     return "IDS_MSG_CANT_OPEN_UNSUPPORTED_FILE_TYPE";
+}
+
+MovieFileStatus CheckOpenMovie(const CMP4MovieInput& movie, Reason* reason) {
+    *reason = {};
+    // A clip without any sound can still be cut.
+    const uint32_t channels = channel_count(movie.GetInfo());
+    if (!movie.HasAudio() || channels == 2) return kFileUsable;
+    *reason = {ReasonCode::kSoundMono, ReasonSide::kSource, movie.Path(), {}};
+    if (channels != 1) {
+        reason->code = ReasonCode::kSoundChannels;
+        reason->arguments = {uint64_t{channels}};
+    }
+    return kFileUnsupported;
 }
 
 MovieFileStatus CheckMovieFile(const std::string& path, bool strict, const GraphStep& graph,

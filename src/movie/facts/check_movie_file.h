@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/reason.h"
+#include "movie/objects/movie_reader.h"
 
 namespace tarn {
 
@@ -28,6 +29,9 @@ MovieFileStatus CheckMovieFile(const std::string& path, bool strict, const Graph
 // The same for a file of any name: what is in it decides.
 MovieFileStatus CheckAnyFile(const std::string& path, bool strict, const GraphStep& graph,
                              Reason* reason = nullptr);
+
+// The same of a movie that is open, where it depends on what is in it.
+MovieFileStatus CheckOpenMovie(const CMP4MovieInput& movie, Reason* reason);
 
 // The key of the text that tells the user why a file was not opened; its one argument is the
 // file's name. Empty for a usable file.

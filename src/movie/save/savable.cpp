@@ -40,15 +40,34 @@ Reason broken_sound(CMP4MovieRead* movie) {
 
 }  // namespace
 
-Reason WhyNotSaved(const std::string& path) {
+SaveCheck CheckForSaving(const std::string& path) {
+    SaveCheck check;
+    const auto refuse = [&](const Reason& reason) {
+        check.canBeSaved = false;
+        check.reason = reason;
+        return check;
+    };
     MovieSegment whole;
     whole.source = path;
     whole.reading = kRescueDamaged;
-    XpSharedPtr<CMP4MovieRead> movie;
+    CMP4MovieRead movie;
+    movie.SetPath(path);
+    movie.SetReadOptions(whole.reading);
+    const MovieCode opened = movie.Open();
+    check.status = opened == kMovieOk ? CheckOpenMovie(movie, &check.reason)
+                                      : CheckAnyFile(path, true, nullptr, &check.reason);
+    if (check.status != kFileUsable) return check;
+    if (opened != kMovieOk) {
+        // A WAV file is no movie: what is usable of it can be saved.
+        const bool wave = movie.GetReason().code == ReasonCode::kNotAMovie;
+        return wave ? check : refuse(movie.GetReason());
+    }
     SavedSegment saved;
-    if (Mp4MovieEditor().Prepare(whole, &movie, &saved) != kMovieOk) return saved.reason;
-    if (Reason missing = missing_picture(movie.get())) return missing;
-    return broken_sound(movie.get());
+    if (Mp4MovieEditor().Choose(whole, &movie, &saved) != kMovieOk) return refuse(saved.reason);
+    if (const Reason missing = missing_picture(&movie)) return refuse(missing);
+    if (const Reason broken = broken_sound(&movie)) return refuse(broken);
+    if (!saved.notes.empty()) check.reason = saved.notes.front();
+    return check;
 }
 
 }  // namespace tarn

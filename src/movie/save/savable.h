@@ -1,14 +1,20 @@
-// savable.h - whether a clip can be saved as a movie, found out without saving it.
+// savable.h - whether a clip can be opened and saved, found out without saving it.
 #pragma once
 
 #include <string>
 
-#include "base/reason.h"
+#include "movie/facts/check_movie_file.h"
 
 namespace tarn {
 
-// Why the whole of a movie can't be saved, damaged as it may be; none where it can. Looks up every
-// picture, and decodes the first sounds.
-Reason WhyNotSaved(const std::string& path);
+struct SaveCheck {
+    MovieFileStatus status = kFileUsable;
+    bool canBeSaved = true;  // of a usable one: the whole of it, damaged as it may be
+    Reason reason;           // why not, or what a usable file lacks
+};
+
+// As CheckAnyFile does strictly and without a graph step. Of a usable movie it looks up every
+// picture and decodes the first sounds.
+SaveCheck CheckForSaving(const std::string& path);
 
 }  // namespace tarn

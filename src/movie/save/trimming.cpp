@@ -235,6 +235,22 @@ void tell_missing(const CMP4MovieRead& movie, SavedSegment* saved) {
 
 MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4MovieRead>* reader,
                                   SavedSegment* saved) const {
+    auto movie = std::make_shared<CMP4MovieRead>();
+    movie->SetPath(segment.source);
+    movie->SetReadOptions(segment.reading);
+    movie->SetSizeLimit(static_cast<int64_t>(std::min<uint64_t>(segment.sizeLimit, INT64_MAX)));
+    if (const MovieCode code = movie->Open(); code != kMovieOk) {
+        *saved = {};
+        saved->reason = movie->GetReason();
+        return code;
+    }
+    MOVIE_TRY(Choose(segment, movie.get(), saved));
+    *reader = std::move(movie);
+    return kMovieOk;
+}
+
+MovieCode Mp4MovieEditor::Choose(const MovieSegment& segment, CMP4MovieRead* movie,
+                                 SavedSegment* saved) const {
     const auto fail = [&](MovieCode code, Reason reason) {
         saved->reason = std::move(reason);
         return code;
@@ -243,12 +259,6 @@ MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4M
         return fail(kMovieRange, {code, ReasonSide::kSource, segment.source, std::move(arguments)});
     };
     *saved = {};
-    auto movie = std::make_shared<CMP4MovieRead>();
-    movie->SetPath(segment.source);
-    movie->SetReadOptions(segment.reading);
-    movie->SetSizeLimit(static_cast<int64_t>(std::min<uint64_t>(segment.sizeLimit, INT64_MAX)));
-    if (const MovieCode code = movie->Open(); code != kMovieOk)
-        return fail(code, movie->GetReason());
     if (Reason why = refusal(*movie, m_wavOutput))
         return fail(movie_code(FF4_RET_FORMAT), std::move(why));
 
@@ -268,7 +278,6 @@ MovieCode Mp4MovieEditor::Prepare(const MovieSegment& segment, XpSharedPtr<CMP4M
     saved->actualInMs = segment.options.exact ? movie->GetRange().exactInMs : in;
     saved->actualOutMs = out;
     tell_missing(*movie, saved);
-    *reader = std::move(movie);
     return kMovieOk;
 }
 

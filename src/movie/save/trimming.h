@@ -81,6 +81,8 @@ public:
     // Opens a segment's source and chooses its cut.
     MovieCode Prepare(const MovieSegment& segment, XpSharedPtr<CMP4MovieRead>* reader,
                       SavedSegment* saved) const;
+    // The same with the source that is open.
+    MovieCode Choose(const MovieSegment& segment, CMP4MovieRead* movie, SavedSegment* saved) const;
     // Writes the prepared segment. kMovieCancelled when `progress` ended it. Nothing is left of a
     // save that fails, be it in reading back.
     MovieCode Save(const MovieSegment& segment, const XpSharedPtr<CMP4MovieRead>& reader,
